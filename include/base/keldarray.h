@@ -1,0 +1,75 @@
+#pragma once
+
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "base/keldassert.h"
+
+namespace KELD {
+
+/// A growable array with int indices over std::vector. An index out of range raises the assertion; reading
+/// then gives an empty element that nothing keeps, writing does nothing.
+template <class T>
+class KeldArray {
+    static_assert(!std::is_same_v<T, bool>,
+                  "std::vector<bool> has no elements to refer to; use unsigned char");
+
+public:
+    int GetSize() const { return static_cast<int>(m_items.size()); }
+    bool IsEmpty() const { return m_items.empty(); }
+
+    /// New elements are value-initialised. A negative size raises the assertion and changes nothing.
+    void SetSize(int size) {
+        if (KELDASSERT(size >= 0))
+            m_items.resize(static_cast<std::size_t>(size));
+    }
+    void Reserve(int size) {
+        if (size > 0)
+            m_items.reserve(static_cast<std::size_t>(size));
+    }
+
+    int Add(T item) { ///< the new element's index
+        m_items.push_back(std::move(item));
+        return GetSize() - 1;
+    }
+    const T& GetAt(int index) const { return (*this)[index]; }
+    void SetAt(int index, T item) {
+        if (KELDASSERT(IsIndex(index)))
+            m_items[static_cast<std::size_t>(index)] = std::move(item);
+    }
+    T& operator[](int index) {
+        if (KELDASSERT(IsIndex(index)))
+            return m_items[static_cast<std::size_t>(index)];
+        static thread_local T s_none;
+        return s_none = T();
+    }
+    const T& operator[](int index) const { return const_cast<KeldArray&>(*this)[index]; }
+
+    void InsertAt(int index, T item) { ///< the index may be the size, which appends
+        if (KELDASSERT(index >= 0 && index <= GetSize()))
+            m_items.insert(m_items.begin() + index, std::move(item));
+    }
+    void RemoveAt(int index, int count = 1) { ///< the range must lie in the array
+        if (KELDASSERT(index >= 0 && count >= 0 && index <= GetSize() && count <= GetSize() - index))
+            m_items.erase(m_items.begin() + index, m_items.begin() + index + count);
+    }
+    void RemoveAll() { m_items.clear(); }
+
+    T* GetData() { return m_items.data(); }
+    const T* GetData() const { return m_items.data(); }
+    auto begin() { return m_items.begin(); }
+    auto end() { return m_items.end(); }
+    auto begin() const { return m_items.begin(); }
+    auto end() const { return m_items.end(); }
+
+    friend bool operator==(const KeldArray& a, const KeldArray& b) { return a.m_items == b.m_items; }
+    friend bool operator!=(const KeldArray& a, const KeldArray& b) { return a.m_items != b.m_items; }
+
+private:
+    bool IsIndex(int index) const { return index >= 0 && index < GetSize(); }
+
+    std::vector<T> m_items;
+};
+
+} // namespace KELD

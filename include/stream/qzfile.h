@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+
+#include "base/keldmbstring.h"
+#include "base/namespaces.h"
+#include "stream/mostreamexport.h"
+
+namespace Qzc {
+
+/// A file of bytes, without a buffer of its own, and the questions that the toolkit asks about paths.
+///
+/// In every path both `/` and `\` separate; results use the system's own separator. Directories, and things
+/// without a position such as pipes, are no files: opening them fails. An object is used by one thread at a
+/// time; the static functions may be called from any thread.
+class MOSTREAM_API QzFile {
+public:
+    enum class Access {
+        Read,     ///< the file must exist
+        Write,    ///< created when missing, emptied when there
+        ReadWrite ///< created when missing, kept when there
+    };
+
+    QzFile() = default;
+    ~QzFile(); ///< closes
+    QzFile(const QzFile&) = delete;
+    QzFile& operator=(const QzFile&) = delete;
+
+    /// Closes what was open and opens the file. On failure GetError says why.
+    bool Open(const KeldMBString& path, Access access);
+    bool Close(); ///< false when something written was lost
+    bool IsOpen() const { return m_handle != -1; }
+
+    std::int64_t Read(void* buffer, std::int64_t count); ///< the number read; fewer at the end or on failure
+    std::int64_t Write(const void* buffer, std::int64_t count); ///< the number written; fewer only on failure
+    bool Seek(std::int64_t position);                           ///< from the start
+    std::int64_t GetLength() const;                             ///< -1 on failure
+    bool Sync(); ///< waits until what was written is on the storage device
+
+    int GetErrorCode() const { return m_error; } ///< errno of the last operation that failed, 0 before any
+    KeldMBString GetError() const;               ///< the system's words for it
+
+    /// Reads a whole file. False (and `text` left as it was) when it cannot be read or has 2^31 bytes or
+    /// more; the error then goes to `error`.
+    static bool ReadAll(const KeldMBString& path, KeldMBString& text, KeldMBString& error);
+
+    /// Puts `text` in the place of the file in one step: at every moment the path names the old file or the
+    /// new one, whole. On failure the old file is as it was.
+    static bool ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error);
+
+    static bool IsExist(const KeldMBString& path); ///< whether a file (not a directory) is there
+    static void Remove(const KeldMBString& path);
+
+    /// The directory of a loaded shared library, named without prefix, suffix and version ("MoBase"); it ends
+    /// with a separator. Empty when no such library is loaded.
+    static KeldMBString GetModulePath(const char* moduleName);
+
+    /// `path` seen from `directory`, without "." and ".." steps; an absolute `path` stands as it is.
+    static KeldMBString GetAbsolutePath(const KeldMBString& directory, const KeldMBString& path);
+
+    /// `path` with the system's own separators.
+    static KeldMBString ToNativePath(const KeldMBString& path);
+
+private:
+    bool Report(int error);
+
+    std::intptr_t m_handle = -1;
+    int m_error = 0;
+};
+
+} // namespace Qzc

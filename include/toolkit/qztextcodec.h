@@ -1,0 +1,71 @@
+#pragma once
+
+#include "base/keldmbstring.h"
+#include "base/namespaces.h"
+#include "toolkit/motoolkitexport.h"
+
+namespace Qzc {
+
+/// The one converter between character sets, over iconv.
+///
+/// A codec is opened from one charset to another and converts any number of texts. It owns the iconv
+/// descriptor; one thread uses a codec at a time. Results are booleans: 1 when it worked. Nothing throws; a
+/// charset that iconv does not know is a failed Open, after which every Convert fails.
+class MOTOOLKIT_API QzTextCodec {
+public:
+    QzTextCodec() = default; ///< closed
+    QzTextCodec(KELDCharset::Charset to, KELDCharset::Charset from);
+    QzTextCodec(const KeldMBString& to, const KeldMBString& from);
+    ~QzTextCodec();
+    QzTextCodec(const QzTextCodec&) = delete;
+    QzTextCodec& operator=(const QzTextCodec&) = delete;
+
+    /// Closes what was open, then opens. Two names that are the same text make a codec that copies. An empty
+    /// name is no charset.
+    unsigned char Open(const KeldMBString& to, const KeldMBString& from);
+    /// The same by numbers; 132 stands for wide text of this platform's wchar_t.
+    unsigned char Open(KELDCharset::Charset to, KELDCharset::Charset from);
+
+    /// Converts all of `src` into `dst`. When any of it cannot be converted (bytes that are no text of the
+    /// source charset, a character that the target charset lacks, an incomplete last character, more than
+    /// five bytes of output for each of input) the result is false and `dst` is left as it was. The charset
+    /// number of `dst` is not changed.
+    unsigned char Convert(KeldMBString& dst, const KeldMBString& src);
+
+    /// The same from `len` bytes at `src`. A codec that copies ignores `len` and takes `src` up to its
+    /// terminator.
+    unsigned char Convert(KeldMBString& dst, const char* src, int len);
+
+    /// The same into raw memory: `dst` must have room for 5 * srcLen bytes, whatever `dstSize` says; `dstLen`
+    /// becomes the number of bytes written. A codec that copies does so only when dstSize > srcLen; otherwise
+    /// it copies nothing, leaves `dstLen` alone and returns true all the same.
+    unsigned char Convert(unsigned char* dst, int dstSize, int& dstLen, const unsigned char* src, int srcLen);
+
+    unsigned char IsOpen() const;
+    void Close();
+
+    static KeldMBString GetCharsetName(KELDCharset::Charset charset); ///< see KeldSystem::GetCharsetName
+    static KELDCharset::Charset GetCharset(const KeldMBString& name); ///< see KeldSystem::GetCharset
+
+    /// The charset number of a locale name such as "zh-CN", judged by the first of a list of substrings found
+    /// in it, without regard to case: ja 128; zh-cn, zh-hans 134; zh-sg, zh-tw, zh-hant, zh-mo, zh-hk 136;
+    /// sv-, es-es 137; ar-sa 178; any other 1.
+    static KELDCharset::Charset GetStrGlobalCharset(const KeldMBString& locale);
+
+    // The global charset: held for callers, consulted by nothing in this library. No lock guards it.
+    static void SetGlobalCharset(KELDCharset::Charset charset, unsigned char use);
+    static void SetGlobalCharset(const KeldMBString& locale, unsigned char use);
+    static KELDCharset::Charset GetGlobalCharset();
+    static unsigned char IsUseGlobalCharset();
+    static void SetUseGlobalCharset(unsigned char use);
+
+private:
+    void* m_handle = Closed();
+    unsigned char m_isSameCharset = 0;
+
+    static void* Closed();
+    bool ConvertBytes(const char* src, std::size_t length, char* dst, std::size_t room,
+                      std::size_t& produced);
+};
+
+} // namespace Qzc

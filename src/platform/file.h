@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+
+/// Files as bytes at 64-bit offsets. Paths are zero-terminated in the system's own form. Functions that can
+/// fail give an errno value through `error` (0 when they succeed). Any thread; one handle is used by one
+/// thread at a time.
+namespace Platform {
+
+using FileHandle = std::intptr_t;
+constexpr FileHandle NoFile = -1;
+
+enum class FileAccess {
+    Read,      ///< the file must exist
+    Write,     ///< created when missing, emptied when there
+    ReadWrite, ///< created when missing, kept when there
+};
+
+/// Opens regular files and devices. A directory is refused (EISDIR) and so is what has no position, such as a
+/// pipe (ESPIPE); opening never waits for another process. NoFile on failure.
+FileHandle OpenFile(const char* path, FileAccess access, int& error);
+
+/// Closes in every case; false when the system reports that something written was lost.
+bool CloseFile(FileHandle file, int& error);
+
+/// Reads until `count` bytes are there or the file ends; the number read, also when an error cut it short.
+std::int64_t ReadFile(FileHandle file, void* buffer, std::int64_t count, int& error);
+
+/// Writes all of it; the number written, less than `count` only with an error.
+std::int64_t WriteFile(FileHandle file, const void* buffer, std::int64_t count, int& error);
+
+bool SeekFile(FileHandle file, std::int64_t position, int& error);
+
+/// The length in bytes, -1 on failure.
+std::int64_t FileLength(FileHandle file, int& error);
+
+/// Waits until what was written is on the storage device.
+bool SyncFile(FileHandle file, int& error);
+
+bool FileExists(const char* path);
+
+/// Puts the file `from` in the place of `to` in one step: whoever opens `to` finds the old file or the new
+/// one, whole. Both lie in one directory. `to` keeps its permissions where it exists, and where `to` is a
+/// symbolic link the file that it names is replaced.
+bool ReplaceFile(const char* from, const char* to, int& error);
+
+void RemoveFile(const char* path);
+
+} // namespace Platform

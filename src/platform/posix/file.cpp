@@ -1,0 +1,120 @@
+#include "platform/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Platform {
+
+namespace {
+
+// A single call moves less than 2 GiB whatever it is asked for.
+constexpr std::int64_t MaxTransfer = 1 << 30;
+
+int Descriptor(FileHandle file) {
+    return static_cast<int>(file);
+}
+
+bool Report(bool succeeded, int& error) {
+    error = succeeded ? 0 : errno;
+    return succeeded;
+}
+
+// `transfer(done, size)` moves up to `size` bytes at `done`, as read and write do.
+template <class Transfer>
+std::int64_t TransferAll(std::int64_t count, int& error, Transfer transfer) {
+    error = 0;
+    std::int64_t done = 0;
+    while (done < count) {
+        const ssize_t moved = transfer(done, static_cast<std::size_t>(std::min(count - done, MaxTransfer)));
+        if (moved > 0) {
+            done += moved;
+        } else if (moved == 0) {
+            break;
+        } else if (errno != EINTR) {
+            error = errno;
+            break;
+        }
+    }
+    return done;
+}
+
+} // namespace
+
+FileHandle OpenFile(const char* path, FileAccess access, int& error) {
+    int flags = O_CLOEXEC | O_NONBLOCK; // a pipe without a peer must not make us wait
+    switch (access) {
+    case FileAccess::Read: flags |= O_RDONLY; break;
+    case FileAccess::Write: flags |= O_WRONLY | O_CREAT | O_TRUNC; break;
+    case FileAccess::ReadWrite: flags |= O_RDWR | O_CREAT; break;
+    }
+    const int descriptor = open(path, flags, 0666);
+    if (!Report(descriptor >= 0, error))
+        return NoFile;
+    struct stat status = {};
+    if (Report(fstat(descriptor, &status) == 0, error)) {
+        if (S_ISDIR(status.st_mode))
+            error = EISDIR;
+        else if (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))
+            error = ESPIPE;
+    }
+    if (error != 0) {
+        close(descriptor);
+        return NoFile;
+    }
+    return descriptor;
+}
+
+bool CloseFile(FileHandle file, int& error) {
+    return Report(close(Descriptor(file)) == 0, error);
+}
+
+std::int64_t ReadFile(FileHandle file, void* buffer, std::int64_t count, int& error) {
+    return TransferAll(count, error, [&](std::int64_t done, std::size_t size) {
+        return read(Descriptor(file), static_cast<char*>(buffer) + done, size);
+    });
+}
+
+std::int64_t WriteFile(FileHandle file, const void* buffer, std::int64_t count, int& error) {
+    return TransferAll(count, error, [&](std::int64_t done, std::size_t size) {
+        return write(Descriptor(file), static_cast<const char*>(buffer) + done, size);
+    });
+}
+
+bool SeekFile(FileHandle file, std::int64_t position, int& error) {
+    return Report(lseek(Descriptor(file), position, SEEK_SET) >= 0, error);
+}
+
+std::int64_t FileLength(FileHandle file, int& error) {
+    struct stat status = {};
+    return Report(fstat(Descriptor(file), &status) == 0, error) ? status.st_size : -1;
+}
+
+bool SyncFile(FileHandle file, int& error) {
+    return Report(fsync(Descriptor(file)) == 0, error);
+}
+
+bool FileExists(const char* path) {
+    struct stat status = {};
+    return stat(path, &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+bool ReplaceFile(const char* from, const char* to, int& error) {
+    struct stat status = {};
+    const std::unique_ptr<char, decltype(&std::free)> target(realpath(to, nullptr), &std::free);
+    if (target != nullptr && stat(target.get(), &status) == 0 &&
+        !Report(chmod(from, status.st_mode & 07777) == 0, error))
+        return false;
+    return Report(std::rename(from, target != nullptr ? target.get() : to) == 0, error);
+}
+
+void RemoveFile(const char* path) {
+    unlink(path);
+}
+
+} // namespace Platform

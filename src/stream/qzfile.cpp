@@ -1,0 +1,165 @@
+#include "stream/qzfile.h"
+
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "base/keldsystem.h"
+#include "platform/file.h"
+#include "platform/module.h"
+
+namespace Qzc {
+
+namespace {
+
+constexpr char Separator = static_cast<char>(std::filesystem::path::preferred_separator);
+
+KeldMBString ErrorText(int error) {
+    return error != 0 ? KeldMBString(std::generic_category().message(error)) : KeldMBString();
+}
+
+Platform::FileAccess ToPlatform(QzFile::Access access) {
+    switch (access) {
+    case QzFile::Access::Write: return Platform::FileAccess::Write;
+    case QzFile::Access::ReadWrite: return Platform::FileAccess::ReadWrite;
+    default: return Platform::FileAccess::Read;
+    }
+}
+
+} // namespace
+
+QzFile::~QzFile() {
+    Close();
+}
+
+bool QzFile::Report(int error) {
+    if (error != 0)
+        m_error = error;
+    return error == 0;
+}
+
+bool QzFile::Open(const KeldMBString& path, Access access) {
+    Close();
+    int error = 0;
+    m_handle = Platform::OpenFile(ToNativePath(path).Cstr(), ToPlatform(access), error);
+    return Report(error);
+}
+
+bool QzFile::Close() {
+    if (!IsOpen())
+        return true;
+    int error = 0;
+    Platform::CloseFile(m_handle, error);
+    m_handle = Platform::NoFile;
+    return Report(error);
+}
+
+std::int64_t QzFile::Read(void* buffer, std::int64_t count) {
+    int error = 0;
+    const std::int64_t done = Platform::ReadFile(m_handle, buffer, count, error);
+    Report(error);
+    return done;
+}
+
+std::int64_t QzFile::Write(const void* buffer, std::int64_t count) {
+    int error = 0;
+    const std::int64_t done = Platform::WriteFile(m_handle, buffer, count, error);
+    Report(error);
+    return done;
+}
+
+bool QzFile::Seek(std::int64_t position) {
+    int error = 0;
+    Platform::SeekFile(m_handle, position, error);
+    return Report(error);
+}
+
+std::int64_t QzFile::GetLength() const {
+    int error = 0;
+    return Platform::FileLength(m_handle, error);
+}
+
+bool QzFile::Sync() {
+    int error = 0;
+    Platform::SyncFile(m_handle, error);
+    return Report(error);
+}
+
+KeldMBString QzFile::GetError() const {
+    return ErrorText(m_error);
+}
+
+bool QzFile::ReadAll(const KeldMBString& path, KeldMBString& text, KeldMBString& error) {
+    QzFile file;
+    const bool opened = file.Open(path, Access::Read);
+    const std::int64_t length = opened ? file.GetLength() : 0;
+    if (length > KeldMBString::MaxLength) {
+        error = ErrorText(static_cast<int>(std::errc::file_too_large));
+        return false;
+    }
+    std::string bytes(static_cast<std::size_t>(length), '\0');
+    if (opened)
+        bytes.resize(static_cast<std::size_t>(file.Read(bytes.data(), length)));
+    if (file.GetErrorCode() != 0) {
+        error = file.GetError();
+        return false;
+    }
+    text = KeldMBString(std::move(bytes));
+    return true;
+}
+
+bool QzFile::ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error) {
+    const KeldMBString target = ToNativePath(path);
+    const KeldMBString temporary = target + ".new";
+    QzFile file;
+    if (!file.Open(temporary, Access::Write)) {
+        error = file.GetError();
+        return false;
+    }
+    // The bytes reach the device before the name changes hands, or a power cut could leave an empty file.
+    const bool written = file.Write(text.Cstr(), text.GetLength()) == text.GetLength() && file.Sync();
+    int failure = file.Close() && written ? 0 : file.GetErrorCode();
+    if (failure == 0)
+        Platform::ReplaceFile(temporary.Cstr(), target.Cstr(), failure);
+    if (failure != 0) {
+        Platform::RemoveFile(temporary.Cstr());
+        error = ErrorText(failure);
+    }
+    return failure == 0;
+}
+
+bool QzFile::IsExist(const KeldMBString& path) {
+    return Platform::FileExists(ToNativePath(path).Cstr());
+}
+
+void QzFile::Remove(const KeldMBString& path) {
+    Platform::RemoveFile(ToNativePath(path).Cstr());
+}
+
+KeldMBString QzFile::GetModulePath(const char* moduleName) {
+    const std::string path = moduleName != nullptr ? Platform::ModulePath(moduleName) : std::string();
+    const std::size_t separator = path.rfind(Separator);
+    return separator == std::string::npos ? KeldMBString() : KeldMBString(path.substr(0, separator + 1));
+}
+
+KeldMBString QzFile::GetAbsolutePath(const KeldMBString& directory, const KeldMBString& path) {
+    const std::filesystem::path base(ToNativePath(directory).Cstr());
+    return KeldMBString((base / ToNativePath(path).Cstr()).lexically_normal().string());
+}
+
+KeldMBString QzFile::ToNativePath(const KeldMBString& path) {
+    constexpr char Foreign = Separator == '/' ? '\\' : '/';
+    KeldMBString native = path;
+    if (native.Find(Foreign) < 0)
+        return native;
+    for (int i = 0; i < native.GetLength(); ++i) {
+        // The second byte of a two-byte character may look like a backslash.
+        if (KeldSystem::IsLeadByte(native.GetCharset(), static_cast<unsigned char>(native[i])))
+            ++i;
+        else if (native[i] == Foreign)
+            native.SetAt(i, Separator);
+    }
+    return native;
+}
+
+} // namespace Qzc

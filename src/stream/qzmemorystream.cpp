@@ -1,0 +1,50 @@
+#include "stream/qzmemorystream.h"
+
+#include <algorithm>
+
+namespace Qzc {
+
+QzMemoryStream::QzMemoryStream(const void* data, std::int64_t length) : m_isView(true) {
+    // The base keeps one kind of pointer for both uses; with no room to write it never writes through it.
+    m_window = const_cast<unsigned char*>(static_cast<const unsigned char*>(data));
+    m_cursor = m_window;
+    m_readEnd = m_window + (data != nullptr ? std::max<std::int64_t>(length, 0) : 0);
+    m_writeEnd = m_window;
+}
+
+QzMemoryStream::~QzMemoryStream() = default;
+
+bool QzMemoryStream::Seek(std::int64_t position) {
+    if (position < 0 || position > GetLength())
+        return false;
+    m_cursor = m_window + position;
+    return true;
+}
+
+void QzMemoryStream::Reserve(std::int64_t capacity) {
+    if (m_isView || capacity <= m_writeEnd - m_window)
+        return;
+    std::unique_ptr<unsigned char[]> storage(new unsigned char[static_cast<std::size_t>(capacity)]);
+    const std::int64_t position = GetPosition();
+    const std::int64_t length = GetLength();
+    std::copy_n(m_window, length, storage.get());
+    m_storage = std::move(storage);
+    m_window = m_storage.get();
+    m_cursor = m_window + position;
+    m_readEnd = m_window + length;
+    m_writeEnd = m_window + capacity;
+}
+
+std::int64_t QzMemoryStream::ReadMore(unsigned char* buffer, std::int64_t count) {
+    return Read(buffer, std::min(count, GetRemaining()));
+}
+
+std::int64_t QzMemoryStream::WriteMore(const unsigned char* buffer, std::int64_t count) {
+    if (m_isView)
+        return 0;
+    const std::int64_t capacity = m_writeEnd - m_window;
+    Reserve(std::max({GetPosition() + count, capacity + capacity / 2, std::int64_t{256}}));
+    return Write(buffer, count);
+}
+
+} // namespace Qzc

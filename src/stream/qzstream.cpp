@@ -1,0 +1,51 @@
+#include "stream/qzstream.h"
+
+#include <algorithm>
+
+#include "base/keldassert.h"
+
+namespace Qzc {
+
+QzStream::~QzStream() = default;
+
+std::int64_t QzStream::ReadRest(unsigned char* buffer, std::int64_t count) {
+    const std::int64_t done = ReadMore(buffer, count);
+    if (done < count) {
+        std::memset(buffer + done, 0, static_cast<std::size_t>(count - done));
+        m_good = false;
+    }
+    return done;
+}
+
+std::int64_t QzStream::WriteRest(const unsigned char* buffer, std::int64_t count) {
+    const std::int64_t done = WriteMore(buffer, count);
+    if (done < count)
+        m_good = false;
+    return done;
+}
+
+int QzStream::ReadCount(int elementSize) {
+    std::int32_t count = 0;
+    *this >> count;
+    if (count < 0 || static_cast<std::int64_t>(count) * elementSize > GetRemaining()) {
+        SetFailed();
+        return 0;
+    }
+    return count;
+}
+
+QzStream& QzStream::operator<<(const KeldMBString& text) {
+    *this << static_cast<std::int32_t>(text.GetLength());
+    Write(text.Cstr(), text.GetLength());
+    return *this;
+}
+
+QzStream& QzStream::operator>>(KeldMBString& text) {
+    text.Empty();
+    std::string bytes(static_cast<std::size_t>(ReadCount(1)), '\0');
+    Read(bytes.data(), static_cast<std::int64_t>(bytes.size()));
+    text.Append(bytes);
+    return *this;
+}
+
+} // namespace Qzc

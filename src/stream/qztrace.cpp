@@ -1,0 +1,31 @@
+#include "stream/qztrace.h"
+
+#include <atomic>
+#include <cstdio>
+
+namespace Qzc {
+
+namespace {
+
+void PrintTrace(const char* text) {
+    std::fputs(text, stderr);
+}
+
+std::atomic<QzTraceHandler> s_handler{PrintTrace};
+
+} // namespace
+
+void qztrace(const char* format, ...) {
+    KeldMBString text;
+    std::va_list arguments;
+    va_start(arguments, format);
+    text.FormatV(format, arguments);
+    va_end(arguments);
+    s_handler.load()(text.Cstr());
+}
+
+QzTraceHandler SetTraceHandler(QzTraceHandler handler) {
+    return s_handler.exchange(handler != nullptr ? handler : PrintTrace);
+}
+
+} // namespace Qzc

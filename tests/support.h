@@ -1,0 +1,75 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "base/keldassert.h"
+#include "base/keldsystem.h"
+
+/// Collects the texts of the assertions raised while it lives.
+class AssertionLog {
+public:
+    AssertionLog() : m_previous(KELD::SetAssertHandler(Record)) { Texts().clear(); }
+    ~AssertionLog() { KELD::SetAssertHandler(m_previous); }
+    AssertionLog(const AssertionLog&) = delete;
+    AssertionLog& operator=(const AssertionLog&) = delete;
+
+    static std::vector<std::string>& Texts() {
+        static std::vector<std::string> s_texts;
+        return s_texts;
+    }
+
+private:
+    static void Record(const char* expression, const char*, int) { Texts().emplace_back(expression); }
+
+    KELD::KeldAssertHandler m_previous;
+};
+
+/// Makes a charset the current one while it lives.
+class CurrentCharset {
+public:
+    explicit CurrentCharset(KELD::KELDCharset::Charset charset)
+        : m_previous(KELD::KeldSystem::GetCurCharset()) {
+        KELD::KeldSystem::SetCurCharset(charset);
+    }
+    ~CurrentCharset() { KELD::KeldSystem::SetCurCharset(m_previous); }
+    CurrentCharset(const CurrentCharset&) = delete;
+    CurrentCharset& operator=(const CurrentCharset&) = delete;
+
+private:
+    KELD::KELDCharset::Charset m_previous;
+};
+
+/// A directory of its own, removed with all that is in it.
+class ScratchDirectory {
+public:
+    ScratchDirectory() {
+        std::string name = (std::filesystem::temp_directory_path() / "motoolkit-XXXXXX").string();
+        m_path = mkdtemp(name.data());
+    }
+    ~ScratchDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
+    std::string Path() const { return m_path.string(); }
+
+private:
+    std::filesystem::path m_path;
+};
+
+inline std::string ReadBytes(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+inline void WriteBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
