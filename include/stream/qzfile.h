@@ -32,6 +32,8 @@ public:
     bool IsOpen() const { return m_handle != -1; }
 
     std::int64_t Read(void* buffer, std::int64_t count); ///< the number read; fewer at the end or on failure
+    /// Reads from the start to the end. False, and `text` left as it was, on failure or from 2^31 bytes on.
+    bool ReadAll(KeldMBString& text);
     std::int64_t Write(const void* buffer, std::int64_t count); ///< the number written; fewer only on failure
     bool Seek(std::int64_t position);                           ///< from the start
     std::int64_t GetLength() const;                             ///< -1 on failure
@@ -39,10 +41,6 @@ public:
 
     int GetErrorCode() const { return m_error; } ///< errno of the last operation that failed, 0 before any
     KeldMBString GetError() const;               ///< the system's words for it
-
-    /// Reads a whole file. False (and `text` left as it was) when it cannot be read or has 2^31 bytes or
-    /// more; the error then goes to `error`.
-    static bool ReadAll(const KeldMBString& path, KeldMBString& text, KeldMBString& error);
 
     /// Puts `text` in the place of the file in one step: at every moment the path names the old file or the
     /// new one, whole. On failure the old file is as it was.

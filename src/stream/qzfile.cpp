@@ -89,21 +89,18 @@ KeldMBString QzFile::GetError() const {
     return ErrorText(m_error);
 }
 
-bool QzFile::ReadAll(const KeldMBString& path, KeldMBString& text, KeldMBString& error) {
-    QzFile file;
-    const bool opened = file.Open(path, Access::Read);
-    const std::int64_t length = opened ? file.GetLength() : 0;
-    if (length > KeldMBString::MaxLength) {
-        error = ErrorText(static_cast<int>(std::errc::file_too_large));
+bool QzFile::ReadAll(KeldMBString& text) {
+    const std::int64_t length = GetLength();
+    if (length > KeldMBString::MaxLength)
+        return Report(static_cast<int>(std::errc::file_too_large));
+    if (length < 0 || !Seek(0))
         return false;
-    }
     std::string bytes(static_cast<std::size_t>(length), '\0');
-    if (opened)
-        bytes.resize(static_cast<std::size_t>(file.Read(bytes.data(), length)));
-    if (file.GetErrorCode() != 0) {
-        error = file.GetError();
+    int error = 0;
+    const std::int64_t done = Platform::ReadFile(m_handle, bytes.data(), length, error);
+    bytes.resize(static_cast<std::size_t>(done));
+    if (!Report(error))
         return false;
-    }
     text = KeldMBString(std::move(bytes));
     return true;
 }

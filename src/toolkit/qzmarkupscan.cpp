@@ -1,0 +1,81 @@
+#include "toolkit/qzmarkupscan.h"
+
+#include <cstring>
+
+#include "base/keldsystem.h"
+
+namespace Qzc::MarkupScan {
+
+namespace {
+
+const char* Behind(const char* p, const char* end) {
+    p = std::strstr(p, end);
+    return p != nullptr ? p + std::strlen(end) : nullptr;
+}
+
+// A two-byte character may end in the byte that otherwise is a backslash.
+bool IsSecondByte(const char* start, const char* p) {
+    using KELD::KELDCharset;
+    using KELD::KeldSystem;
+    bool second = false;
+    for (; start != p; ++start)
+        second = !second && KeldSystem::IsLeadByte(KELDCharset::Current, static_cast<unsigned char>(*start));
+    return second;
+}
+
+} // namespace
+
+const char* SkipName(const char* p) {
+    const char* const start = p;
+    p = SkipTo(p, Delimiter);
+    while (*p == '\\' && IsSecondByte(start, p))
+        p = SkipTo(p + 1, Delimiter);
+    return p;
+}
+
+const char* SkipComment(const char* p) {
+    return Behind(p + std::strlen("<!--"), "-->");
+}
+
+const char* SkipCData(const char* p) {
+    return Behind(p + std::strlen("<![CDATA["), "]]>");
+}
+
+const char* SkipInstruction(const char* p) {
+    return Behind(p + std::strlen("<?"), "?>");
+}
+
+const char* SkipDeclaration(const char* p) {
+    int brackets = 0;
+    int angles = 0;
+    while (p != nullptr && *p != '\0') {
+        switch (*p) {
+        case '"':
+        case '\'': p = std::strchr(p + 1, *p); break;
+        case '[': ++brackets; break;
+        case ']': --brackets; break;
+        case '<':
+            if (std::strncmp(p, "<!--", 4) == 0) {
+                p = SkipComment(p);
+                continue;
+            }
+            if (p[1] == '?') {
+                p = SkipInstruction(p);
+                continue;
+            }
+            ++angles;
+            break;
+        case '>':
+            --angles;
+            if (angles <= 0 && brackets <= 0)
+                return p + 1;
+            break;
+        default: break;
+        }
+        if (p != nullptr)
+            ++p;
+    }
+    return nullptr;
+}
+
+} // namespace Qzc::MarkupScan
