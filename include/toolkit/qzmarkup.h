@@ -200,6 +200,13 @@ protected:
         bool bIsString = false; ///< it stood in quotes, which are not part of it
     };
 
+    /// Sibling records that are not linked into the document yet.
+    struct Fragment {
+        int iFirst = 0;
+        int iLast = 0;
+        int nCount = 0;
+    };
+
     struct SavedPos {
         int iPosParent = 0;
         int iPos = 0;
@@ -243,10 +250,11 @@ protected:
     int LocateNew(int iPosParent, int iPosRel, unsigned char bInsert) const; ///< the offset for a new element
     unsigned char DocChange(int nLeft, int nReplace, const KeldMBString& strInsert);
     void Adjust(int iPos, int nShift,
-                unsigned char bAfterPos);     ///< moves iPos (or only what follows it) and all behind
-    void PosInsert(int iPos, int iPosBefore); ///< links a record into its parent's children; 0: as the first
+                unsigned char bAfterPos); ///< moves iPos (or only what follows it) and all behind
 
     // Records
+    void PosInsert(const Fragment& fragment, int iPosParent,
+                   int iPosBefore);   ///< behind a child; 0: in front of all
     bool AllocPosArray(int nNewSize); ///< adds at most one segment
     int GetFreePos();                 ///< 0 when memory has run out
     void ReleasePos(int iFirst);      ///< a record, its next siblings and all that is below them
@@ -266,12 +274,6 @@ private:
         TokenPos value;
         bool hasEqualsSign;
     };
-    struct Fragment {
-        int iFirst = 0;
-        int iLast = 0;
-        int nCount = 0; ///< elements at its top
-    };
-
     ElementPos& Pos(int i) {
         return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)];
     }
@@ -287,7 +289,7 @@ private:
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
 
     bool ParseTree();
-    int ParseElem(const char* szDoc, int& nNext, int nBase, int iPosParent);
+    int ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent);
     bool ParseFragment(const KeldMBString& text, int nBase, int iPosParent, Fragment& fragment);
     void ReleaseChildren(int iPos);
     bool IsReleased(int iPos) const { return Pos(iPos).iElemParent < 0; }

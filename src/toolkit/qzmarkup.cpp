@@ -619,11 +619,7 @@ unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bIn
             ReleasePos(fragment.iFirst);
             return 0;
         }
-        const int iAfter = iPosBefore != 0 ? Pos(iPosBefore).iElemNext : Pos(iPosParent).iElemChild;
-        Pos(fragment.iLast).iElemNext = iAfter;
-        (iPosBefore != 0 ? Pos(iPosBefore).iElemNext : Pos(iPosParent).iElemChild) = fragment.iFirst;
-        if (iAfter == 0)
-            Pos(iPosParent).iElemLast = fragment.iLast;
+        PosInsert(fragment, iPosParent, iPosBefore);
         Adjust(fragment.iLast, text.GetLength(), 1);
     }
     if (bAddChild)

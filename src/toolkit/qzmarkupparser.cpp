@@ -47,13 +47,15 @@ bool QzMarkup::ParseTree() {
 
 int QzMarkup::ParseElem(int iPosParent) {
     int nNext = iPosParent == 0 ? 0 : Clip(Pos(iPosParent).nStartR + 1);
-    return ParseElem(m_strDoc.Cstr(), nNext, 0, iPosParent);
+    return ParseElem(m_strDoc, nNext, 0, iPosParent);
 }
 
 // One pass over the text with the open elements kept in the records themselves (each knows its parent), so
 // depth costs neither stack nor a list of its own. The element's own records are linked; the caller links the
 // element.
-int QzMarkup::ParseElem(const char* szDoc, int& nNext, int nBase, int iPosParent) {
+int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent) {
+    const char* const szDoc = text.Cstr();
+    StopFinder stop(szDoc + nNext, szDoc + text.GetLength());
     const auto offset = [=](const char* p) { return static_cast<int>(p - szDoc) + nBase; };
     const auto nameOf = [=](int iPos) { return SkipBlanks(szDoc + (Pos(iPos).nStartL - nBase) + 1); };
     int iTop = 0;
@@ -71,7 +73,9 @@ int QzMarkup::ParseElem(const char* szDoc, int& nNext, int nBase, int iPosParent
 
     const char* p = szDoc + nNext;
     for (;;) {
-        p = SkipTo(p, ContentStop);
+        p = stop.Next(p);
+        while (*p != '<' && *p != '\0')
+            p = stop.Next(p + 1);
         if (*p == '\0')
             return iTop == 0 ? fail("Element tag not found", false)
                              : fail("End tag of %s element not found", true);
@@ -125,20 +129,19 @@ int QzMarkup::ParseElem(const char* szDoc, int& nNext, int nBase, int iPosParent
         }
 
         // ---- A start tag
-        p = SkipName(name);
         const char* unquoted = nullptr; // behind the last closing quote
-        for (;;) {
-            p = SkipTo(p, TagStop);
-            if (*p == '>')
-                break;
-            if (*p == '\0')
-                return fail("End of tag not found", false);
-            if (p == unquoted || Is(p[-1], Delimiter)) { // a quote inside a token is just a byte of it
-                p = SkipTo(p + 1, *p);
-                if (*p == '\0')
-                    return fail("End of tag not found", false);
+        for (p = stop.Next(name + 1); *p != '>'; p = stop.Next(p)) {
+            const char quote = *p;
+            // A quote inside a token is just a byte of it, and so is a '<'.
+            const bool opens = Is(quote, Quote) && (p == unquoted || Is(p[-1], Delimiter));
+            if (opens) {
+                do
+                    p = stop.Next(p + 1);
+                while (*p != quote && *p != '\0');
                 unquoted = p + 1;
             }
+            if (*p == '\0')
+                return fail("End of tag not found", false);
             ++p;
         }
         const int iPos = GetFreePos();
@@ -152,7 +155,7 @@ int QzMarkup::ParseElem(const char* szDoc, int& nNext, int nBase, int iPosParent
         if (iTop == 0)
             iTop = iPos;
         else
-            PosInsert(iPos, Pos(iOpen).iElemLast);
+            PosInsert({iPos, iPos, 1}, iOpen, Pos(iOpen).iElemLast);
         if (!empty)
             iOpen = iPos;
         else if (iTop == iPos)
@@ -171,7 +174,7 @@ bool QzMarkup::ParseFragment(const KeldMBString& text, int nBase, int iPosParent
             continue;
         // The error text tells of documents; a refused fragment leaves the document as it was.
         KeldMBString kept = m_strError;
-        const int iPos = node == NodeElement ? ParseElem(szText, token.nNext, nBase, iPosParent) : -1;
+        const int iPos = node == NodeElement ? ParseElem(text, token.nNext, nBase, iPosParent) : -1;
         m_strError = std::move(kept);
         if (iPos <= 0) {
             if (fragment.iFirst != 0)
@@ -351,14 +354,13 @@ void QzMarkup::ReleasePos(int iFirst) {
     }
 }
 
-void QzMarkup::PosInsert(int iPos, int iPosBefore) {
-    ElementPos& pos = Pos(iPos);
-    ElementPos& parent = Pos(pos.iElemParent);
+void QzMarkup::PosInsert(const Fragment& fragment, int iPosParent, int iPosBefore) {
+    ElementPos& parent = Pos(iPosParent);
     int& link = iPosBefore != 0 ? Pos(iPosBefore).iElemNext : parent.iElemChild;
-    pos.iElemNext = link;
-    link = iPos;
-    if (pos.iElemNext == 0)
-        parent.iElemLast = iPos;
+    Pos(fragment.iLast).iElemNext = link;
+    if (link == 0)
+        parent.iElemLast = fragment.iLast;
+    link = fragment.iFirst;
 }
 
 void QzMarkup::SetPos(int iPosParent, int iPos, int iPosChild) {

@@ -27,9 +27,8 @@ bool IsSecondByte(const char* start, const char* p) {
 
 const char* SkipName(const char* p) {
     const char* const start = p;
-    p = SkipTo(p, Delimiter);
-    while (*p == '\\' && IsSecondByte(start, p))
-        p = SkipTo(p + 1, Delimiter);
+    while (!Is(*p, Delimiter) || (*p == '\\' && IsSecondByte(start, p)))
+        ++p;
     return p;
 }
 

@@ -1,6 +1,12 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace Qzc::MarkupScan {
 
@@ -9,8 +15,7 @@ enum ByteClass : unsigned char {
     Blank = 1,     ///< white space
     Delimiter = 2, ///< ends a token: white space, one of <>=\/?! and the terminator
     Quote = 4,
-    TagStop = 8,     ///< a start tag cannot be run over without a look: > ' " and the terminator
-    ContentStop = 16 ///< the same for content: < and the terminator
+    Stop = 8 ///< the parser cannot run over it without a look: < > " ' and the terminator
 };
 
 constexpr std::array<unsigned char, 256> MakeClasses() {
@@ -20,11 +25,9 @@ constexpr std::array<unsigned char, 256> MakeClasses() {
     for (const char c : {'<', '>', '=', '\\', '/', '?', '!', '\0'})
         classes[static_cast<unsigned char>(c)] |= Delimiter;
     for (const char c : {'"', '\''})
-        classes[static_cast<unsigned char>(c)] |= Quote | TagStop;
-    for (const char c : {'>', '\0'})
-        classes[static_cast<unsigned char>(c)] |= TagStop;
-    for (const char c : {'<', '\0'})
-        classes[static_cast<unsigned char>(c)] |= ContentStop;
+        classes[static_cast<unsigned char>(c)] |= Quote | Stop;
+    for (const char c : {'<', '>', '\0'})
+        classes[static_cast<unsigned char>(c)] |= Stop;
     return classes;
 }
 
@@ -54,6 +57,66 @@ inline const char* SkipTo(const char* p, char c) {
         ++p;
     return p;
 }
+
+/// Finds stops, 64 bytes at a time: one look gives a bit for each byte of a block, and the runs between
+/// stops, which are most of a document, cost nothing more.
+class StopFinder {
+public:
+    /// In the zero-terminated text that ends at `end`, from `start` on.
+    StopFinder(const char* start, const char* end) : m_blockEnd(start), m_end(end) {}
+
+    /// The first stop at or behind `p`, which never goes back.
+    const char* Next(const char* p) {
+        if (p < m_blockEnd) {
+            const std::uint64_t stops = m_stops >> (BlockSize - (m_blockEnd - p));
+            if (stops != 0)
+                return p + __builtin_ctzll(stops);
+            p = m_blockEnd;
+        }
+        while ((m_stops = FindStops(p)) == 0)
+            p += BlockSize;
+        m_blockEnd = p + BlockSize;
+        return p + __builtin_ctzll(m_stops);
+    }
+
+private:
+    static constexpr std::ptrdiff_t BlockSize = 64;
+
+    std::uint64_t FindStops(const char* p) const {
+        if (m_end - p >= BlockSize)
+            return FindBlockStops(p);
+        char tail[BlockSize] =
+            {}; // what is behind the text must not be read; the zeros stand for the terminator
+        std::memcpy(tail, p, static_cast<std::size_t>(m_end - p));
+        return FindBlockStops(tail);
+    }
+
+#if defined(__SSE2__)
+    static std::uint64_t FindBlockStops(const char* block) {
+        std::uint64_t stops = 0;
+        for (int i = 0; i < BlockSize; i += 16) {
+            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + i));
+            const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+            const __m128i found = _mm_or_si128(
+                _mm_or_si128(_mm_or_si128(equals('<'), equals('>')), _mm_or_si128(equals('"'), equals('\''))),
+                equals('\0'));
+            stops |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(found))) << i;
+        }
+        return stops;
+    }
+#else
+    static std::uint64_t FindBlockStops(const char* block) {
+        std::uint64_t stops = 0;
+        for (int i = 0; i < BlockSize; ++i)
+            stops |= static_cast<std::uint64_t>(Is(block[i], Stop)) << i;
+        return stops;
+    }
+#endif
+
+    const char* m_blockEnd; // m_stops tells of the BlockSize bytes before it
+    const char* m_end;
+    std::uint64_t m_stops = 0;
+};
 
 /// Behind the name (or the unquoted value) that starts at `p`.
 const char* SkipName(const char* p);
