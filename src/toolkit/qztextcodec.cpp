@@ -106,7 +106,7 @@ unsigned char QzTextCodec::Convert(KeldMBString& dst, const char* src, int len) 
     if (!IsOpen() || len < 0)
         return 0;
     if (m_isSameCharset) {
-        dst.Replace(0, dst.GetLength(), KeldMBString(src).View()); // `src` may point into `dst`
+        dst.Replace(0, dst.GetLength(), src != nullptr ? std::string_view(src) : std::string_view());
         return 1;
     }
     const std::size_t length = src != nullptr ? static_cast<std::size_t>(len) : 0;
