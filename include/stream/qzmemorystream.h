@@ -21,7 +21,8 @@ public:
         return m_window;
     } ///< GetLength() bytes; valid until the next write
 
-    /// Makes room for `capacity` bytes in all, so that writing that many moves nothing.
+    /// Makes room for `capacity` bytes in all, so that writing that many moves nothing. Room that cannot be
+    /// had is not made.
     void Reserve(std::int64_t capacity);
 
 protected:

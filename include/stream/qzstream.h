@@ -25,10 +25,10 @@ public:
     std::int64_t Read(void* buffer, std::int64_t count) {
         if (count > m_readEnd - m_cursor)
             return ReadRest(static_cast<unsigned char*>(buffer), count);
-        if (count > 0) {
-            std::memcpy(buffer, m_cursor, static_cast<std::size_t>(count));
-            m_cursor += count;
-        }
+        if (count <= 0)
+            return 0;
+        std::memcpy(buffer, m_cursor, static_cast<std::size_t>(count));
+        m_cursor += count;
         return count;
     }
 
@@ -36,12 +36,12 @@ public:
     std::int64_t Write(const void* buffer, std::int64_t count) {
         if (count > m_writeEnd - m_cursor)
             return WriteRest(static_cast<const unsigned char*>(buffer), count);
-        if (count > 0) {
-            std::memcpy(m_cursor, buffer, static_cast<std::size_t>(count));
-            m_cursor += count;
-            if (m_cursor > m_readEnd)
-                m_readEnd = m_cursor;
-        }
+        if (count <= 0)
+            return 0;
+        std::memcpy(m_cursor, buffer, static_cast<std::size_t>(count));
+        m_cursor += count;
+        if (m_cursor > m_readEnd)
+            m_readEnd = m_cursor;
         return count;
     }
 

@@ -106,20 +106,22 @@ bool QzFile::ReadAll(KeldMBString& text) {
 }
 
 bool QzFile::ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error) {
-    const KeldMBString target = ToNativePath(path);
-    const KeldMBString temporary = target + ".new";
+    Platform::Replacement replacement;
+    int failure = 0;
     QzFile file;
-    if (!file.Open(temporary, Access::Write)) {
-        error = file.GetError();
+    file.m_handle = Platform::CreateReplacement(ToNativePath(path).Cstr(), replacement, failure);
+    if (!file.IsOpen()) {
+        error = ErrorText(failure);
         return false;
     }
     // The bytes reach the device before the name changes hands, or a power cut could leave an empty file.
     const bool written = file.Write(text.Cstr(), text.GetLength()) == text.GetLength() && file.Sync();
-    int failure = file.Close() && written ? 0 : file.GetErrorCode();
-    if (failure == 0)
-        Platform::ReplaceFile(temporary.Cstr(), target.Cstr(), failure);
+    if (file.Close() && written)
+        Platform::CommitReplacement(replacement, failure);
+    else
+        failure = file.GetErrorCode();
     if (failure != 0) {
-        Platform::RemoveFile(temporary.Cstr());
+        Platform::RemoveFile(replacement.temporary.c_str());
         error = ErrorText(failure);
     }
     return failure == 0;

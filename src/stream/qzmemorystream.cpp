@@ -1,6 +1,7 @@
 #include "stream/qzmemorystream.h"
 
 #include <algorithm>
+#include <new>
 
 namespace Qzc {
 
@@ -24,7 +25,10 @@ bool QzMemoryStream::Seek(std::int64_t position) {
 void QzMemoryStream::Reserve(std::int64_t capacity) {
     if (m_isView || capacity <= m_writeEnd - m_window)
         return;
-    std::unique_ptr<unsigned char[]> storage(new unsigned char[static_cast<std::size_t>(capacity)]);
+    std::unique_ptr<unsigned char[]> storage(
+        new (std::nothrow) unsigned char[static_cast<std::size_t>(capacity)]);
+    if (storage == nullptr)
+        return;
     const std::int64_t position = GetPosition();
     const std::int64_t length = GetLength();
     std::copy_n(m_window, length, storage.get());
@@ -44,7 +48,7 @@ std::int64_t QzMemoryStream::WriteMore(const unsigned char* buffer, std::int64_t
         return 0;
     const std::int64_t capacity = m_writeEnd - m_window;
     Reserve(std::max({GetPosition() + count, capacity + capacity / 2, std::int64_t{256}}));
-    return Write(buffer, count);
+    return count <= m_writeEnd - m_cursor ? Write(buffer, count) : 0;
 }
 
 } // namespace Qzc

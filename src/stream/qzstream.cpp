@@ -27,7 +27,9 @@ std::int64_t QzStream::WriteRest(const unsigned char* buffer, std::int64_t count
 int QzStream::ReadCount(int elementSize) {
     std::int32_t count = 0;
     *this >> count;
-    if (count < 0 || static_cast<std::int64_t>(count) * elementSize > GetRemaining()) {
+    const std::int64_t size = static_cast<std::int64_t>(count) * elementSize;
+    // The window is looked at first: a file is asked for its length only about what lies beyond.
+    if (count < 0 || (size > m_readEnd - m_cursor && size > GetRemaining())) {
         SetFailed();
         return 0;
     }
@@ -41,10 +43,13 @@ QzStream& QzStream::operator<<(const KeldMBString& text) {
 }
 
 QzStream& QzStream::operator>>(KeldMBString& text) {
-    text.Empty();
-    std::string bytes(static_cast<std::size_t>(ReadCount(1)), '\0');
-    Read(bytes.data(), static_cast<std::int64_t>(bytes.size()));
-    text.Append(bytes);
+    const KELDCharset::Charset charset = text.GetCharset();
+    const int size = ReadCount(1);
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    if (Read(bytes.data(), size) != size)
+        bytes.clear();
+    text = KeldMBString(std::move(bytes));
+    text.SetCharset(charset);
     return *this;
 }
 

@@ -1,0 +1,90 @@
+#include "toolkit/qzhashcode.h"
+
+#include <cstring>
+
+#include "toolkit/qzstringucs2le.h"
+
+namespace Qzc {
+
+namespace {
+
+// Wraps in 32 bits; the right shift is the one that keeps the sign.
+std::uint32_t Step(std::uint32_t hash) {
+    return (hash << 5) + hash + static_cast<std::uint32_t>(static_cast<std::int32_t>(hash) >> 27);
+}
+
+struct Lanes {
+    std::uint32_t first = 0x15051505;
+    std::uint32_t second = 0x15051505;
+
+    int Join() const { return static_cast<int>(first + second * 0x5D588B65); }
+};
+
+} // namespace
+
+int QzHashCode::ByteToHashCode(unsigned char value) {
+    return value;
+}
+
+int QzHashCode::BoolToHashCode(unsigned char value) {
+    return value != 0 ? 1 : 0;
+}
+
+int QzHashCode::ShortToHashCode(short value) {
+    const auto extended = static_cast<std::uint32_t>(value);
+    return static_cast<int>(extended | extended << 16);
+}
+
+int QzHashCode::LONGToHashCode(std::int64_t value) {
+    return static_cast<int>(static_cast<std::uint32_t>(value));
+}
+
+int QzHashCode::PointerToHashCode(const void* value) {
+    return static_cast<int>(static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(value)));
+}
+
+int QzHashCode::FloatToHashCode(float value) {
+    if (value == 0.0F)
+        return 0;
+    std::uint32_t bits = 0;
+    static_assert(sizeof(bits) == sizeof(value));
+    std::memcpy(&bits, &value, sizeof(bits));
+    return static_cast<int>(bits);
+}
+
+int QzHashCode::DoubleToHashCode(double value) {
+    if (value == 0.0)
+        return 0;
+    std::uint64_t bits = 0;
+    static_assert(sizeof(bits) == sizeof(value));
+    std::memcpy(&bits, &value, sizeof(bits));
+    return static_cast<int>(static_cast<std::uint32_t>(bits ^ bits >> 32));
+}
+
+int QzHashCode::FastStringToHashCode(const KeldMBString& text) {
+    Lanes lanes;
+    bool odd = false;
+    for (const char c : text.View()) {
+        std::uint32_t& lane = odd ? lanes.second : lanes.first;
+        lane = Step(lane) ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
+        odd = !odd;
+    }
+    return lanes.Join();
+}
+
+int QzHashCode::StringToHashCode(const KeldMBString& text) {
+    const QzStringUCS2LE wide(text, KELDCharset::Current);
+    const unsigned short* const units = wide.Cstr();
+    const int length = wide.GetLength();
+    Lanes lanes;
+    // Not two units a step: stored codes depend on this overlapping walk. An empty text still takes a step,
+    // over its terminator.
+    lanes.first = Step(lanes.first) ^ units[0];
+    for (int i = 1; i < length; ++i) {
+        lanes.first = Step(lanes.first) ^ units[i];
+        lanes.second = Step(lanes.second) ^ units[i];
+    }
+    return lanes.Join();
+}
+
+} // namespace Qzc

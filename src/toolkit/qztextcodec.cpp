@@ -1,5 +1,6 @@
 #include "toolkit/qztextcodec.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <iconv.h>
@@ -77,14 +78,16 @@ bool QzTextCodec::ConvertBytes(const char* src, std::size_t length, char* dst, s
     InputPointer in(src);
     std::size_t inLeft = length;
     std::size_t outLeft = room;
-    const std::size_t result = iconv(m_handle, in, &inLeft, &dst, &outLeft);
-    if (inLeft != 0 || result == static_cast<std::size_t>(-1)) {
-        iconv(m_handle, nullptr, nullptr, nullptr,
-              nullptr); // what is left of this text must not meet the next
-        return false;
+    constexpr std::size_t Failed = static_cast<std::size_t>(-1);
+    // A charset with combining marks holds its last letter back until told that nothing follows: the second
+    // call tells it, and leaves the descriptor as new.
+    if (iconv(m_handle, in, &inLeft, &dst, &outLeft) != Failed && inLeft == 0 &&
+        iconv(m_handle, nullptr, nullptr, &dst, &outLeft) != Failed) {
+        produced = room - outLeft;
+        return true;
     }
-    produced = room - outLeft;
-    return true;
+    iconv(m_handle, nullptr, nullptr, nullptr, nullptr); // what is left of this text must not meet the next
+    return false;
 }
 
 unsigned char QzTextCodec::Convert(KeldMBString& dst, const KeldMBString& src) {
@@ -103,18 +106,18 @@ unsigned char QzTextCodec::Convert(KeldMBString& dst, const char* src, int len) 
     if (!IsOpen() || len < 0)
         return 0;
     if (m_isSameCharset) {
-        dst.Replace(0, dst.GetLength(), KeldMBString(src).View()); // `src` may point into `dst`
+        dst.Replace(0, dst.GetLength(), src != nullptr ? std::string_view(src) : std::string_view());
         return 1;
     }
     const std::size_t length = src != nullptr ? static_cast<std::size_t>(len) : 0;
-    const std::size_t room = length * Expansion;
+    const std::size_t room = std::min(length * Expansion, std::size_t{KeldMBString::MaxLength});
     // Short texts, which most are, need no allocation for the room; a large one's pages are not touched in
     // vain.
     char small[512];
     const std::unique_ptr<char[]> large(room > sizeof(small) ? new char[room] : nullptr);
     char* const buffer = large != nullptr ? large.get() : small;
     std::size_t produced = 0;
-    if (!ConvertBytes(src, length, buffer, room, produced) || produced > KeldMBString::MaxLength)
+    if (!ConvertBytes(src, length, buffer, room, produced))
         return 0;
     dst.Empty();
     dst.Append(buffer, static_cast<int>(produced));
