@@ -4,7 +4,7 @@
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-program=$(basename "$0")
+program=${program:-$(basename "$0")} # how messages name the caller
 jobs=$(nproc)
 export CXX=${CXX:-g++}
 
