@@ -24,8 +24,7 @@ function(pkg_config_flags variable prefix)
     set(ENV{PKG_CONFIG_PATH} ${folder})
     execute_process(COMMAND pkg-config --cflags --libs motoolkit
         OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-    execute_process(COMMAND pkg-config --variable=libdir motoolkit
-        OUTPUT_VARIABLE libdir OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    cmake_path(GET folder PARENT_PATH libdir)
     separate_arguments(flags UNIX_COMMAND "${flags}")
     set(${variable} ${flags} -Wl,-rpath,${libdir} PARENT_SCOPE)
 endfunction()
