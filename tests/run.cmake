@@ -1,0 +1,30 @@
+# Helpers of the scripts beside this one: each stops its script with what went wrong.
+
+function(run)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    if(NOT result EQUAL 0)
+        list(JOIN ARGN " " command)
+        message(FATAL_ERROR "Failed (${result}): ${command}\n${output}")
+    endif()
+endfunction()
+
+# run_expecting(<standard output> <command>...)
+function(run_expecting expected)
+    execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output)
+    if(NOT result EQUAL 0 OR NOT output STREQUAL expected)
+        list(JOIN ARGN " " command)
+        message(FATAL_ERROR "${command} (${result}) printed\n${output}instead of\n${expected}")
+    endif()
+endfunction()
+
+# pkg_config_flags(<variable> <prefix>): what compiles and links against the prefix; the program finds its libraries.
+function(pkg_config_flags variable prefix)
+    file(GLOB_RECURSE pc ${prefix}/motoolkit.pc)
+    cmake_path(GET pc PARENT_PATH folder)
+    set(ENV{PKG_CONFIG_PATH} ${folder})
+    execute_process(COMMAND pkg-config --cflags --libs motoolkit
+        OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    cmake_path(GET folder PARENT_PATH libdir)
+    separate_arguments(flags UNIX_COMMAND "${flags}")
+    set(${variable} ${flags} -Wl,-rpath,${libdir} PARENT_SCOPE)
+endfunction()

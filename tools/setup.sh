@@ -1,0 +1,99 @@
+# shellcheck shell=bash disable=SC2034 # the lists of packages are used by those who source this
+# What ./test, ./demo, ./benchmark and .ci/run share. Sourced by them; they may be called from any directory.
+
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+program=${program:-$(basename "$0")} # how messages name the caller
+jobs=$(nproc)
+export CXX=${CXX:-g++}
+
+build_packages=(g++ cmake ninja-build)
+test_packages=("${build_packages[@]}" libgtest-dev pkg-config iso-codes shared-mime-info)
+bench_packages=("${build_packages[@]}" libbenchmark-dev libpugixml-dev librapidxml-dev libtinyxml2-dev
+    libexpat1-dev libxml2-dev iso-codes shared-mime-info)
+
+say() { printf -- '-- %s\n' "$*"; }
+
+die() {
+    printf '%s: %s\n' "$program" "$*" >&2
+    exit 1
+}
+
+# A tool counts as there when it can be called, wherever it comes from; a library when its package is installed.
+have_package() {
+    case $1 in
+        ninja-build) command -v ninja ;;
+        clang) command -v clang++ ;;
+        g++ | cmake | pkg-config | clang-format | clang-tidy) command -v "$1" ;;
+        *) dpkg-query --show --showformat='${db:Status-Status}\n' "$1" 2>&1 | grep -qx installed ;;
+    esac >/dev/null
+}
+
+# Sets `missing` to those of the given packages that are not there.
+find_missing() {
+    missing=()
+    local package
+    for package in "$@"; do
+        have_package "$package" || missing+=("$package")
+    done
+}
+
+# Installs those of the given packages that are missing. Calls apt only when there are any.
+need() {
+    local missing install log
+    find_missing "$@"
+    [[ ${#missing[@]} -gt 0 ]] || return 0
+
+    local -a as_root=(env)
+    if [[ $(id -u) -ne 0 ]]; then
+        command -v sudo >/dev/null || die "needs these packages, and neither root nor sudo is at hand: ${missing[*]}"
+        as_root=(sudo env)
+    fi
+    command -v apt-get >/dev/null || die "needs these packages, and there is no apt-get: ${missing[*]}"
+    as_root+=(DEBIAN_FRONTEND=noninteractive)
+
+    say "Installing ${missing[*]}"
+    log=$(mktemp)
+    install=("${as_root[@]}" apt-get install -y --no-install-recommends -o DPkg::Lock::Timeout=120 "${missing[@]}")
+    if ! "${install[@]}" >"$log" 2>&1; then
+        say "Updating the package lists, then once more"
+        if ! { "${as_root[@]}" apt-get update && "${install[@]}"; } >"$log" 2>&1; then
+            tail -n 20 "$log" >&2
+            rm -f "$log"
+            die "cannot install ${missing[*]}"
+        fi
+    fi
+    rm -f "$log"
+
+    find_missing "${missing[@]}"
+    [[ ${#missing[@]} -eq 0 ]] || die "installed, but cannot be found on PATH: ${missing[*]}"
+}
+
+# clang with the run-times of its sanitizers and of libFuzzer, which Debian packages by version.
+need_clang() {
+    need clang
+    need "libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
+}
+
+# configure PRESET [CMAKE ARGUMENT...]: prints CMake's words only when it fails.
+configure() {
+    local preset=$1 log
+    shift
+    say "Configuring build/$preset"
+    log=$(mktemp)
+    if ! cmake -S "$root" --preset "$preset" "$@" >"$log" 2>&1; then
+        cat "$log" >&2
+        rm -f "$log"
+        die "configuring build/$preset failed"
+    fi
+    rm -f "$log"
+}
+
+# build PRESET [CMAKE ARGUMENT...]
+build() {
+    local preset=$1
+    shift
+    say "Building build/$preset"
+    cmake --build "$root/build/$preset" --parallel "$jobs" "$@" || die "building build/$preset failed"
+}
