@@ -122,8 +122,12 @@ public:
 
     // ---- Editing
     //
-    // A name that could not be read back (empty, or with a blank, a quote, "&" or one of <>=\/?! in it) is
-    // refused. So is a second top element, and markup that is not well formed.
+    // A name that is none (see IsName) is refused. So is a second top element, and markup that is not well
+    // formed.
+
+    /// Whether a text can name an element or an attribute: it is not empty, and holds no blank, no quote, no
+    /// "&" and none of <>=\/?!.
+    static unsigned char IsName(const char* szName);
 
     /// A new element behind (Add) or before (Insert) the main element; without a main element at the end
     /// (start) of the parent's content. It becomes the main element and ends its own line. Null or empty

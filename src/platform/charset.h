@@ -5,7 +5,7 @@
 namespace Platform {
 
 /// The name of the charset that this process's locale uses. When the program has left the locale at "C", that
-/// of the locale which the environment asks for. Empty when the system does not say. Not safe beside a thread
+/// of the locale which the environment asks for. Empty when there is none beside "C". Not safe beside a thread
 /// that changes the locale.
 std::string LocaleCharsetName();
 

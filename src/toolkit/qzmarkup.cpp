@@ -1,7 +1,6 @@
 #include "toolkit/qzmarkup.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "base/keldarray.h"
@@ -11,6 +10,7 @@
 #include "toolkit/qztoolkit.h"
 #include "toolkit/qzxmldeclaration.h"
 #include "toolkit/recordlog.h"
+#include "toolkit/xmltext.h"
 
 namespace Qzc {
 
@@ -29,12 +29,6 @@ KeldMBString ByteCount(int count) {
     KeldMBString text;
     text.Format("%d bytes", count);
     return text;
-}
-
-bool IsName(std::string_view name) {
-    return !name.empty() &&
-           std::none_of(name.begin(), name.end(), [](char c) { return c == '&' || Is(c, Quote); }) &&
-           SkipName(name.data()) == name.data() + name.size();
 }
 
 } // namespace
@@ -382,96 +376,15 @@ int QzMarkup::AttribCount(int iPos) const {
 
 KeldMBString QzMarkup::TextToDoc(const char* szText, unsigned char bAttrib) const {
     const std::string_view text = View(szText);
-    const std::string_view special = bAttrib ? "<&>'\"" : "<&>";
     KeldMBString escaped;
     escaped.Reserve(
         static_cast<int>(std::min<std::size_t>(text.size() + text.size() / 10, KeldMBString::MaxLength)));
-    std::size_t copied = 0;
-    for (std::size_t at = 0; (at = text.find_first_of(special, at)) != std::string_view::npos;
-         copied = ++at) {
-        escaped.Append(text.substr(copied, at - copied));
-        switch (text[at]) {
-        case '<': escaped += "&lt;"; break;
-        case '&': escaped += "&amp;"; break;
-        case '>': escaped += "&gt;"; break;
-        case '\'': escaped += "&apos;"; break;
-        default: escaped += "&quot;"; break;
-        }
-    }
-    return escaped.Append(text.substr(copied));
+    AppendEscaped(escaped, text, bAttrib ? "<&>'\"" : "<&>");
+    return escaped;
 }
-
-namespace {
-
-// A numeric reference without its "&#": the digits stand before `text`'s first semicolon. False when they are
-// too many or do not end.
-bool AppendReference(std::string& data, std::string_view& text) {
-    constexpr std::size_t MaxDigits = 7;
-    std::string_view digits = text;
-    const int base = !digits.empty() && digits[0] == 'x' ? 16 : 10;
-    digits.remove_prefix(base == 16 ? 1 : 0);
-    const std::size_t length = digits.substr(0, MaxDigits + 1).find(';');
-    if (length == std::string_view::npos)
-        return false;
-    char number[MaxDigits + 1] = {};
-    std::copy_n(digits.data(), length, number);
-    const auto value = static_cast<unsigned>(std::strtol(number, nullptr, base));
-    const auto put = [&](unsigned byte) { data += static_cast<char>(byte); };
-    if (value < 0x80) {
-        put(value);
-    } else if (value < 0x800) {
-        put(0xC0 | value >> 6);
-        put(0x80 | (value & 0x3F));
-    } else {
-        put(0xE0 | (value >> 12 & 0x0F));
-        put(0x80 | (value >> 6 & 0x3F));
-        put(0x80 | (value & 0x3F));
-    }
-    text = digits.substr(length + 1);
-    return true;
-}
-
-bool AppendEntity(std::string& data, std::string_view& text) {
-    static constexpr struct {
-        std::string_view name;
-        char c;
-    } Entities[] = {{"lt;", '<'}, {"amp;", '&'}, {"gt;", '>'}, {"apos;", '\''}, {"quot;", '"'}};
-    for (const auto& entity : Entities) {
-        if (text.substr(0, entity.name.size()) == entity.name) {
-            data += entity.c;
-            text.remove_prefix(entity.name.size());
-            return true;
-        }
-    }
-    return false;
-}
-
-} // namespace
 
 KeldMBString QzMarkup::TextFromDoc(int nLeft, int nRight) const {
-    std::string_view text = Range(nLeft, nRight);
-    std::size_t at = text.find('&');
-    if (at == std::string_view::npos)
-        return KeldMBString(text);
-    std::string data;
-    data.reserve(text.size());
-    for (; at != std::string_view::npos; at = text.find('&')) {
-        data.append(text.substr(0, at));
-        text.remove_prefix(at + 1);
-        bool resolved = false;
-        if (!text.empty() && text[0] == '#') {
-            std::string_view rest = text.substr(1);
-            resolved = AppendReference(data, rest);
-            if (resolved)
-                text = rest;
-        } else {
-            resolved = AppendEntity(data, text);
-        }
-        if (!resolved)
-            data += '&';
-    }
-    data.append(text);
-    return KeldMBString(std::move(data));
+    return Unescaped(Range(nLeft, nRight));
 }
 
 unsigned char QzMarkup::CreateNode(KeldMBString& strNode, int nNodeType, const char* szText) {
@@ -484,6 +397,13 @@ unsigned char QzMarkup::CreateNode(KeldMBString& strNode, int nNodeType, const c
 }
 
 // ---- Editing
+
+unsigned char QzMarkup::IsName(const char* szName) {
+    const std::string_view name = View(szName);
+    return !name.empty() &&
+           std::none_of(name.begin(), name.end(), [](char c) { return c == '&' || Is(c, Quote); }) &&
+           SkipName(name.data()) == name.data() + name.size();
+}
 
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData) {
     return AddElem(szName, szData, 0, 0);
@@ -571,7 +491,7 @@ unsigned char QzMarkup::RemoveChildElem() {
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned char bInsert,
                                 unsigned char bAddChild) {
     const std::string_view name = View(szName);
-    if (!IsName(name))
+    if (!IsName(szName))
         return 0;
     KeldMBString markup;
     markup.Append("<").Append(name);
@@ -661,7 +581,7 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, int nValue) {
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* szValue) {
     const std::string_view name = View(szAttrib);
-    if (iPos == 0 || !IsName(name))
+    if (iPos == 0 || !IsName(szAttrib))
         return 0;
     KeldMBString value = KeldMBString("\"") + TextToDoc(szValue, 1) + "\"";
     int nLeft = 0;

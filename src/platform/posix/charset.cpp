@@ -1,22 +1,27 @@
 #include "platform/charset.h"
 
-#include <clocale>
-#include <cstring>
 #include <langinfo.h>
 #include <locale.h>
 
 namespace Platform {
 
-std::string LocaleCharsetName() {
-    const char* locale = std::setlocale(LC_CTYPE, nullptr);
-    if (locale != nullptr && std::strcmp(locale, "C") != 0 && std::strcmp(locale, "POSIX") != 0)
-        return nl_langinfo(CODESET);
-    const locale_t asked = newlocale(LC_CTYPE_MASK, "", nullptr);
-    if (asked == nullptr)
+namespace {
+
+// Takes the locale over. Empty for none, and for the plain "C" locale, which names ASCII for want of a
+// choice.
+std::string CharsetNameOf(locale_t locale) {
+    if (locale == nullptr)
         return std::string();
-    std::string name = nl_langinfo_l(CODESET, asked);
-    freelocale(asked);
-    return name;
+    std::string name = nl_langinfo_l(CODESET, locale);
+    freelocale(locale);
+    return name == "ANSI_X3.4-1968" ? std::string() : name;
+}
+
+} // namespace
+
+std::string LocaleCharsetName() {
+    const std::string name = CharsetNameOf(duplocale(LC_GLOBAL_LOCALE));
+    return !name.empty() ? name : CharsetNameOf(newlocale(LC_CTYPE_MASK, "", nullptr));
 }
 
 } // namespace Platform

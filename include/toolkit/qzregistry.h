@@ -1,0 +1,127 @@
+#pragma once
+
+#include <memory>
+
+#include "base/keldarray.h"
+#include "base/keldmbstring.h"
+#include "base/namespaces.h"
+#include "toolkit/motoolkitexport.h"
+#include "toolkit/qzhash.h"
+
+namespace Qzc {
+
+class QzMarkup;
+
+/// The engine's configuration: a tree of typed entries, read from "Zephyron.xml" and from the files that it
+/// names.
+///
+/// The table that it is itself holds the plain values, by name. Beside them stand objects (tables of name and
+/// value), sequences of texts, sequences of objects, nested registries, and external files, each kind under
+/// names of its own. An entry's name is its element's tag, its kind the element's `type` attribute
+/// (docs/configuration.md):
+///     QzRegistry& root = QzRegistry::Root();
+///     KeldMBString version = root["Version"];
+///     KeldMBString code = root.Obj("LogSetting")["InfoID"];
+///     KeldMBString text = root.SubFile("resource")["1001"];
+///
+/// Nothing fails for being absent: a missing value reads as empty, and the other getters then return one
+/// shared empty object, which must not be changed. All text is in the current charset. A registry is meant to
+/// be loaded once and then only read, which several threads may do; SubFile loads on first use and is not
+/// guarded.
+class MOTOOLKIT_API QzRegistry : public QzHash<KeldMBString> {
+public:
+    using Object = QzHash<KeldMBString>;
+    using Sequence = KeldArray<KeldMBString>;
+    using ObjectSequence = KeldArray<Object>;
+
+    /// The kinds of entries, as the `type` attribute names them (without regard to case).
+    enum ElemType {
+        ElemValue = 0,          ///< "value", also for no type or an unknown one: the element's text
+        ElemObject = 1,         ///< "object": each child element's tag and text
+        ElemSequence = 2,       ///< "sequence": the texts of the child elements
+        ElemObjectSequence = 3, ///< "objectsequence": an object of each child element
+        ElemSubReg = 4,         ///< "subreg": a nested registry
+        ElemExternal = 5        ///< "external": a file name, relative to the configuration directory
+    };
+
+    QzRegistry(const QzRegistry& other); ///< deep, also of loaded external registries
+    QzRegistry& operator=(const QzRegistry& other);
+    virtual ~QzRegistry();
+
+    /// The process's configuration, read on the first call (which one thread must make before others follow)
+    /// from "Zephyron.xml" in the configuration directory. Empty when that file is missing or not well
+    /// formed.
+    static QzRegistry& Root();
+
+    /// The configuration directory: the base library's, or the one above it when "Zephyron.xml" is not beside
+    /// the library. It ends with a separator. When the file is in neither, a trace line says so. Empty when
+    /// the base library cannot be found.
+    static KeldMBString XmlPath();
+
+    KeldMBString Name() const { return m_strName; }    ///< the top element's tag
+    KeldMBString Encoding() const { return "GB2312"; } ///< what configuration files are in by convention
+
+    Object& Obj(const KeldMBString& strName) const;
+    Sequence& Seq(const KeldMBString& strName) const;
+    ObjectSequence& ObjSeq(const KeldMBString& strName) const;
+    QzRegistry& SubReg(const KeldMBString& strName) const;
+
+    /// The registry of an external file, loaded when it is first asked for. "resource" gives a
+    /// QzRegistryResource, "EPSFont" a QzRegistryEpsFont (without regard to case), any other name a plain
+    /// registry.
+    QzRegistry& SubFile(const KeldMBString& strName) const;
+    KeldMBString
+    GetSubFileName(const KeldMBString& strName) const; ///< its absolute path, empty if there is none
+
+    /// The names of the entries of one kind, in the order in which they were read.
+    Sequence Names(ElemType type) const;
+
+    /// Writes the registry back to its file, in the current charset and with a declaration that says so,
+    /// entries in the order in which they were read and then those added since. The file is replaced in one
+    /// step: when anything fails (no file, a name that is no tag, a full disk) the result is 0 and the old
+    /// file is whole. External registries are not written, only the names of their files, relative to the
+    /// configuration directory where they lie in it.
+    unsigned char Save();
+
+protected:
+    QzRegistry();
+    explicit QzRegistry(const KeldMBString& strFile); ///< loaded by LoadFile
+
+    /// Reads a file in the encoding that it declares and hands its text to LoadDoc. Save then writes to this
+    /// file. A file that cannot be read leaves a trace line and the registry empty.
+    void LoadFile(const KeldMBString& strFile);
+    virtual void LoadDoc(const KeldMBString& strDoc);    ///< parses and calls LoadFromMarkup
+    virtual void LoadFromMarkup(const QzMarkup& markup); ///< adds the entries of the document's top element
+    virtual unsigned char
+    SaveDoc(QzMarkup& markup) const; ///< adds the entries at the end of the markup's parent
+
+    void SetName(const KeldMBString& strName) { m_strName = strName; }
+
+private:
+    template <class T>
+    using Owned = QzHash<std::unique_ptr<T>>;
+    struct OrderedEntry {
+        ElemType type;
+        KeldMBString name;
+    };
+    class Writer;
+
+    static std::unique_ptr<QzRegistry> MakeExternal(const KeldMBString& strName);
+    void CopyTables(const QzRegistry& other);
+    void Swap(QzRegistry& other) noexcept;
+    QzRegistry* LoadEntry(QzMarkup& markup);
+    KeldArray<OrderedEntry> EntriesInOrder() const;
+    unsigned char WriteEntry(Writer& writer, const OrderedEntry& entry) const;
+
+    Owned<Object> m_objects;
+    Owned<Sequence> m_sequences;
+    Owned<ObjectSequence> m_objectSequences;
+    Owned<QzRegistry> m_subRegistries;
+    mutable Owned<QzRegistry> m_loadedFiles;
+    QzHash<KeldMBString> m_externalFiles;
+    KeldMBString m_strName;
+    KeldMBString m_strFile;
+    KeldArray<OrderedEntry> m_order; ///< the entries as they were read, across the kinds
+};
+
+} // namespace Qzc

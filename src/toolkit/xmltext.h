@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "base/keldmbstring.h"
+#include "base/namespaces.h"
+
+namespace Qzc {
+
+/// Appends a text with the bytes of `special`, each one of <>&'", as entities. A zero byte, which would end
+/// the document, becomes a numeric reference.
+void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view special);
+
+/// A text with its references resolved: the five entities, and numeric references of at most seven digits,
+/// whose characters become UTF-8 bytes whatever the charset. An ampersand that starts neither stands for
+/// itself.
+KeldMBString Unescaped(std::string_view text);
+
+} // namespace Qzc
