@@ -29,26 +29,19 @@ std::string Bytes(const QzByteArray& array) {
 
 } // namespace
 
-// The library's name for each charset must be one that iconv opens, both ways.
-TEST(Codec, OpensEveryCharsetThatHasAName) {
-    for (const char* name :
-         {"ISO-8859-1",     "ISO-8859-2",  "ISO-8859-3",   "ISO-8859-4",  "ISO-8859-5",   "ISO-8859-6",
-          "ISO-8859-7",     "ISO-8859-8",  "ISO-8859-9",   "ISO-8859-10", "ISO-8859-11",  "ISO-8859-13",
-          "ISO-8859-14",    "ISO-8859-15", "ISO-8859-16",  "KOI8-R",      "KOI8-U",       "windows-1250",
-          "cp1251",         "CP1252",      "windows-1253", "cp1254",      "windows-1255", "CP1256",
-          "CP1257",         "CP1258",      "TIS-620",      "CP874",       "GB2312",       "GBK",
-          "gb18030",        "Big5",        "Shift_JIS",    "x-sjis",      "EUC-JP",       "EUC-KR",
-          "ks_c_5601-1987", "johab",       "US-ASCII",     "UTF-8",       "UTF-16LE",     "utf-16be",
-          "UCS-2LE",        "UCS-2BE",     "UTF-32LE",     "UTF-32BE",    "macintosh"}) {
-        const Charset number = QzTextCodec::GetCharset(name);
-        ASSERT_NE(number, KELDCharset::Unknown) << name;
-        EXPECT_TRUE(QzTextCodec(KELDCharset::UCS4LE, number).IsOpen()) << name;
-        EXPECT_TRUE(QzTextCodec(number, KELDCharset::UTF8).IsOpen()) << name;
-        EXPECT_EQ(QzTextCodec::GetCharset(QzTextCodec::GetCharsetName(number)), number) << name;
+TEST(Codec, OpensEveryCharsetOfTheTable) {
+    for (const int number :
+         {0,     1,     77,    128,   129,   130,   132,   134,   136,   137,   161,   162,
+          163,   177,   178,   186,   204,   222,   238,   250,   251,   252,   253,   254,
+          1200,  1201,  20127, 20866, 21866, 28591, 28592, 28593, 28594, 28595, 28596, 28597,
+          28598, 28599, 28600, 28601, 28603, 28604, 28605, 28606, 51932, 54936}) {
+        const auto charset = static_cast<Charset>(number);
+        EXPECT_TRUE(QzTextCodec(KELDCharset::UTF16LE, charset).IsOpen()) << number;
+        EXPECT_TRUE(QzTextCodec(charset, KELDCharset::UTF8).IsOpen()) << number;
+        // What is read back is at least another number of the same name: 1, 132 and 137 share theirs.
+        const KeldMBString name = QzTextCodec::GetCharsetName(charset);
+        EXPECT_EQ(QzTextCodec::GetCharsetName(QzTextCodec::GetCharset(name)), name);
     }
-    for (const int number : {0,   1,   77,  128, 129, 130, 132, 134, 136, 137, 161, 162,
-                             163, 177, 178, 186, 204, 222, 238, 250, 251, 252, 253, 254})
-        EXPECT_TRUE(QzTextCodec(KELDCharset::UTF16LE, static_cast<Charset>(number)).IsOpen()) << number;
 }
 
 TEST(Codec, Converts) {
@@ -63,8 +56,7 @@ TEST(Codec, Converts) {
         {"UTF-16BE", "UTF-8", Zhongwen, "\x4E\x2D\x65\x87"},
         {"UTF-8", "UTF-16LE", std::string("a\0\0\0b\0", 6), std::string("a\0b", 3)},
         {"UTF-8", "UTF-16LE", std::string("\x3D\xD8\x00\xDE", 4), "\xF0\x9F\x98\x80"}, // a surrogate pair
-        {"UTF-8", "WINDOWS-1258", "Vi\xEA\xF2t e",
-         "Vi\xE1\xBB\x87t e"}, // ends in a letter that marks may follow
+        {"UTF-8", "WINDOWS-1258", "Vi\xEA\xF2t e", "Vi\xE1\xBB\x87t e"}, // a mark may follow the e
         {"UTF-8", "UTF8", "a\xC3\xA4", "a\xC3\xA4"},
     };
     for (const auto& row : cases) {
@@ -78,10 +70,8 @@ TEST(Codec, Converts) {
         EXPECT_EQ(result.GetCharset(), KELDCharset::Thai);
     }
     // Real files carry characters of GBK under the label GB2312: U+9555 is E9 46 there.
-    KeldMBString name;
-    EXPECT_TRUE(QzTextCodec(KELDCharset::UTF8, QzTextCodec::GetCharset("gb2312"))
-                    .Convert(name, "\xD6\xEC\xE9\x46\xBB\xF9"));
-    EXPECT_EQ(name, "\xE6\x9C\xB1\xE9\x95\x95\xE5\x9F\xBA");
+    EXPECT_STREQ(QzStringUTF8("\xD6\xEC\xE9\x46\xBB\xF9", QzTextCodec::GetCharset("gb2312")).Cstr(),
+                 "\xE6\x9C\xB1\xE9\x95\x95\xE5\x9F\xBA");
 }
 
 TEST(Codec, FailureLeavesTheDestination) {
