@@ -155,6 +155,7 @@ TEST(Codec, JudgesLocalesBySubstring) {
     EXPECT_EQ(QzTextCodec::GetGlobalCharset(), 0);
     QzTextCodec::SetGlobalCharset("zh-tw", 1);
     EXPECT_EQ(QzTextCodec::GetGlobalCharset() + QzTextCodec::IsUseGlobalCharset(), 137);
+    QzTextCodec::SetGlobalCharset(KELDCharset::Ansi, 0);
 }
 
 TEST(StringW, TakesParts) {
