@@ -96,6 +96,15 @@ std::int64_t FileLength(FileHandle file, int& error) {
     return Report(fstat(Descriptor(file), &status) == 0, error) ? status.st_size : -1;
 }
 
+bool TruncateFile(FileHandle file, std::int64_t length, int& error) {
+    return Report(ftruncate(Descriptor(file), length) == 0, error);
+}
+
+bool FileHasName(FileHandle file) {
+    struct stat status = {};
+    return fstat(Descriptor(file), &status) == 0 && status.st_nlink != 0;
+}
+
 bool SyncFile(FileHandle file, int& error) {
     return Report(fsync(Descriptor(file)) == 0, error);
 }
