@@ -665,7 +665,8 @@ TEST_F(LogTest, CallBacksMayLog) {
 TEST_F(LogTest, DatabaseTakesItems) {
     std::string source;
     Log::SetOpenCallBack([](void* data, const char* name) -> unsigned char {
-        *static_cast<std::string*>(data) += name + ":"s;
+        if (data != nullptr)
+            *static_cast<std::string*>(data) += name + ":"s;
         return *name != '\0';
     });
     Log::SetCloseCallBack([](void* data) { *static_cast<std::string*>(data) += "closed"; });
@@ -684,9 +685,12 @@ TEST_F(LogTest, DatabaseTakesItems) {
     Record("last");
     EXPECT_EQ(log.Close(), 1);
     EXPECT_EQ(source, ":table:kept;3+1+closed");
+    EXPECT_EQ(log.Open(Log::Memory), 0); // the open call-back gets an empty name
+    Log::SetOpenCallBack(nullptr);
+    Log::SetCloseCallBack(nullptr);
     Log::SetWriteCallBack(nullptr);
     Log::SetWriteCallBacks(nullptr);
-    log.Open(Log::Memory);
+    EXPECT_EQ(log.Open(Log::Memory), 1);
     log.SetLogCountInMemory(2);
     for (const char* message : {"1", "2", "3"})
         EXPECT_EQ(Record(message), 1);
@@ -734,7 +738,6 @@ TEST_F(LogTest, ThreadsLoseAndTearNothing) {
     }
     for (std::thread& thread : threads)
         thread.join();
-    // The filter goes by a sum of hashes, so a few of these distinct items may count as repeats of others.
     std::vector<int> next(Threads, 0);
     std::vector<std::string> ids(Threads);
     int found = 0;
@@ -751,8 +754,8 @@ TEST_F(LogTest, ThreadsLoseAndTearNothing) {
         known = id;
         ++found;
     }
-    EXPECT_EQ(found + failed, Threads * Count);
     EXPECT_EQ(failed, 0);
+    EXPECT_EQ(found, Threads * Count);
 }
 
 // ---- Configuration
@@ -763,8 +766,7 @@ TEST(LogConfiguration, CodesAlwaysRecorded) {
     std::filesystem::create_directory(scratch / "lib");
     for (const auto& entry : std::filesystem::directory_iterator(QzFile::GetModulePath("MoBase").Cstr())) {
         if (entry.path().filename().string().rfind("libMoBase", 0) == 0)
-            std::filesystem::copy(entry.path(), scratch / "lib",
-                                  std::filesystem::copy_options::copy_symlinks);
+            std::filesystem::copy_file(entry.path(), scratch / ("lib/" + entry.path().filename().string()));
     }
     WriteBytes(scratch / "Zephyron.xml",
                "<Zephyron><LogSetting type=\"Object\"><InfoID>4711</InfoID></LogSetting></Zephyron>");
