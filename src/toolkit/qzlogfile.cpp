@@ -223,10 +223,13 @@ struct QzLogFile::State {
         std::deque<Pending> items;
         void* dataSource = nullptr;
     };
+    bool WritesFile() const { return HasFile() && m_bOpen != 0 && m_bSaveToPhysical != 0; }
+    bool Append(Delivery& delivery);
     bool Write(Delivery& delivery);
     bool WriteFile();
     bool Deliver(Delivery& delivery);
     void DropOldest();
+    void ReleaseBuffers();
     void DealTimeInterval();
     void DealFileSizeLimit();
 
@@ -263,6 +266,7 @@ struct QzLogFile::State {
     KeldMBString m_strPeriod;
 
     RepeatFilter m_repeats;
+    QzLogItem m_item; ///< the one being recorded; its texts keep their memory for the next one
     std::deque<Pending> m_pending;
     std::string m_buffer;
     bool m_failing = false; ///< the last write failed
@@ -355,12 +359,39 @@ void QzLogFile::State::DropOldest() {
         m_pending.pop_front();
 }
 
+// Takes m_item into the batch, and writes the batch when it is full.
+bool QzLogFile::State::Append(Delivery& delivery) {
+    if (m_nCountToDisk == 1 && m_pending.empty() && WritesFile()) {
+        // A batch of this one item, which need not be copied to wait for others.
+        DealTimeInterval();
+        DealFileSizeLimit();
+        m_buffer.clear();
+        m_formats->AppendWhole(m_buffer, m_item, m_output.GetForm());
+        m_failing = !m_output.Write(m_buffer);
+        ReleaseBuffers();
+        if (!m_failing)
+            return true;
+        m_pending.push_back({m_item, m_formats});
+        return false;
+    }
+    m_pending.push_back({m_item, m_formats});
+    return m_pending.size() < std::min(m_nCountToDisk, m_nCountInMemory) || Write(delivery);
+}
+
+// What a very long message has left behind.
+void QzLogFile::State::ReleaseBuffers() {
+    if (m_buffer.capacity() > 4 * WriteSize)
+        m_buffer = std::string();
+    if (m_item.m_strDescription.GetLength() > static_cast<int>(WriteSize))
+        m_item.m_strDescription = KeldMBString();
+}
+
 // Writes to the file, or takes what the caller is to hand to the call-backs. True also when the items are to
 // stay in memory.
 bool QzLogFile::State::Write(Delivery& delivery) {
     bool written = true;
     if (HasFile()) {
-        if (m_bOpen != 0 && m_bSaveToPhysical != 0)
+        if (WritesFile())
             written = WriteFile();
     } else if (!t_inCallBack && (ms_writeCallBack.load() != nullptr || ms_writeCallBacks.load() != nullptr)) {
         delivery.items = std::exchange(m_pending, {});
@@ -389,8 +420,7 @@ bool QzLogFile::State::WriteFile() {
             return false;
         m_pending.erase(m_pending.begin(), m_pending.begin() + static_cast<std::ptrdiff_t>(count));
     }
-    if (m_buffer.capacity() > 4 * WriteSize)
-        m_buffer = std::string();
+    ReleaseBuffers();
     return true;
 }
 
@@ -562,9 +592,8 @@ unsigned char QzLogFile::RecordLog(LogLevelType level, int code, const KeldMBStr
     bool written = true;
     {
         const LogGuard guard(state.m_mutex);
-        State::Pending pending;
-        pending.formats = state.m_formats;
-        QzLogItem& item = pending.item;
+        QzLogItem& item = state.m_item;
+        item.m_nThreadID = 0;
         if (state.m_formats->lineLayout.HasThreadID())
             item.m_nThreadID = QzThread::GetCurrentThreadId();
         item.m_strDescription = message;
@@ -581,9 +610,7 @@ unsigned char QzLogFile::RecordLog(LogLevelType level, int code, const KeldMBStr
             QzErrorObj::GetInstance().Add(code, message, codeFile, codeLine);
         if (echo != nullptr)
             state.m_formats->lineLayout.Append(line, item);
-        state.m_pending.push_back(std::move(pending));
-        if (state.m_pending.size() >= std::min(state.m_nCountToDisk, state.m_nCountInMemory))
-            written = state.Write(delivery);
+        written = state.Append(delivery);
     }
     if (echo != nullptr) {
         const CallBackScope scope;

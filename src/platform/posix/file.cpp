@@ -101,8 +101,9 @@ bool TruncateFile(FileHandle file, std::int64_t length, int& error) {
 }
 
 bool FileHasName(FileHandle file) {
-    struct stat status = {};
-    return fstat(Descriptor(file), &status) == 0 && status.st_nlink != 0;
+    // Not fstat: asking for the times too would make the next write stamp and journal the file anew.
+    struct statx status = {};
+    return statx(Descriptor(file), "", AT_EMPTY_PATH, STATX_NLINK, &status) == 0 && status.stx_nlink != 0;
 }
 
 bool SyncFile(FileHandle file, int& error) {
