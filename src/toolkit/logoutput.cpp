@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include "toolkit/qztoolkit.h"
 
@@ -21,6 +22,10 @@ std::string XmlHead() {
 bool LogOutput::Open(const KeldMBString& path, Form form, Start start) {
     Close(false);
     m_path = path;
+    return Reopen(form, start);
+}
+
+bool LogOutput::Reopen(Form form, Start start) {
     m_form = form;
     const bool opened = form == Form::Xml ? OpenXml(start) : OpenText(start);
     if (!opened)
@@ -29,11 +34,13 @@ bool LogOutput::Open(const KeldMBString& path, Form form, Start start) {
 }
 
 bool LogOutput::Close(bool sync) {
+    const bool kept = m_unasked.empty() || (m_file.IsOpen() && m_file.HasName()) || WriteAgain({});
+    m_unasked.clear();
     m_path.Empty();
     if (!m_file.IsOpen())
-        return true;
+        return kept;
     const bool synced = !sync || m_file.Sync();
-    return m_file.Close() && synced;
+    return m_file.Close() && synced && kept;
 }
 
 bool LogOutput::OpenText(Start start) {
@@ -122,18 +129,48 @@ bool LogOutput::WriteAt(std::int64_t position, const std::string& bytes) {
 }
 
 bool LogOutput::Write(std::string& items) {
-    const auto length = static_cast<std::int64_t>(items.size());
+    const std::size_t length = items.size();
     if (m_form == Form::Xml)
         items.append(EndTag);
+    const std::string_view itemsAlone = std::string_view(items).substr(0, length);
     if (m_file.IsOpen()) {
-        // A removed file takes the write as any other does; asked behind it, the question misses no removal.
-        if (!TryToWrite(items, length))
+        if (!TryToWrite(items, static_cast<std::int64_t>(length)))
             return false;
-        if (m_file.HasName())
+        if (!IsNameToBeAsked()) {
+            m_unasked.append(itemsAlone);
             return true;
+        }
+        // A removed file takes the write as any other does; asked behind it, the question misses no removal.
+        m_writesUnasked = 0;
+        if (m_file.HasName()) {
+            m_unasked.clear();
+            return true;
+        }
     }
-    const KeldMBString path = m_path;
-    return Open(path, m_form, Start::Append) && TryToWrite(items, length);
+    return WriteAgain(itemsAlone);
+}
+
+// A pause ends a burst: to remove a file takes longer than a write.
+bool LogOutput::IsNameToBeAsked() {
+    constexpr int LongestBurst = 16;
+    constexpr std::size_t MostBytes = 1 << 16;
+    constexpr std::chrono::microseconds Pause(5);
+    const auto before = std::exchange(m_lastWrite, std::chrono::steady_clock::now());
+    return ++m_writesUnasked >= LongestBurst || m_unasked.size() > MostBytes || m_lastWrite - before > Pause;
+}
+
+bool LogOutput::WriteAgain(std::string_view items) {
+    std::string all = m_unasked;
+    all.append(items);
+    const auto length = static_cast<std::int64_t>(all.size());
+    if (m_form == Form::Xml)
+        all.append(EndTag);
+    if (!Reopen(m_form, Start::Append) || !TryToWrite(all, length)) {
+        m_file.Close();
+        return false;
+    }
+    m_unasked.clear();
+    return true;
 }
 
 bool LogOutput::TryToWrite(const std::string& items, std::int64_t itemsLength) {

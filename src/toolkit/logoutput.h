@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
@@ -26,6 +28,9 @@ public:
 
     /// Writes items, to which an XML file's end tag is added. When the file was removed behind our back it is
     /// made again. False: nothing of it stands in the file.
+    ///
+    /// Whether the file was removed costs half a write to ask, so in a burst of writes it is asked for every
+    /// few of them. What was written since is kept until then, and goes into the new file too.
     bool Write(std::string& items);
 
     void Rewind() { m_position = 0; } ///< the next write goes over the oldest items; text only
@@ -41,6 +46,9 @@ private:
     bool WriteHere(const std::string& bytes);
     bool WriteAt(std::int64_t position, const std::string& bytes);
     bool TryToWrite(const std::string& items, std::int64_t itemsLength);
+    bool Reopen(Form form, Start start);
+    bool WriteAgain(std::string_view items);
+    bool IsNameToBeAsked();
 
     QzFile m_file;
     KeldMBString m_path;
@@ -48,6 +56,10 @@ private:
     std::int64_t m_position = 0; ///< where the next items go; the end tag stands there in an XML file
     std::int64_t m_end = 0;      ///< behind the last item; the same unless the file is being overwritten
     std::int64_t m_cursor = 0;   ///< the system's position in the file
+
+    std::string m_unasked; ///< the items written since the file was last known to have a name
+    int m_writesUnasked = 0;
+    std::chrono::steady_clock::time_point m_lastWrite; ///< when it ended
 };
 
 } // namespace Qzc

@@ -220,7 +220,7 @@ struct QzLogFile::State {
 
     /// What a thread hands to the write call-backs once it has left the mutex.
     struct Delivery {
-        std::deque<Pending> items;
+        std::vector<Pending> items;
         void* dataSource = nullptr;
     };
     bool WritesFile() const { return HasFile() && m_bOpen != 0 && m_bSaveToPhysical != 0; }
@@ -237,13 +237,13 @@ struct QzLogFile::State {
 
     QzMutex m_mutex;
     std::atomic<unsigned char> m_bBlocked{0};
+    std::atomic<unsigned char> m_bFilterRepeat{1};
     std::atomic<int> m_nLevel{debug};
     std::vector<int> m_arrInfoID; ///< the codes that pass any threshold; never changes
 
     Mode m_eMode = Text;
     unsigned char m_bOpen = 0;
     unsigned char m_bSaveToPhysical = 1;
-    unsigned char m_bFilterRepeat = 1;
     KeldMBString m_strLogFormat;
     KeldMBString m_strDateTimeFormat;
     std::shared_ptr<Formats> m_formats;
@@ -394,7 +394,9 @@ bool QzLogFile::State::Write(Delivery& delivery) {
         if (WritesFile())
             written = WriteFile();
     } else if (!t_inCallBack && (ms_writeCallBack.load() != nullptr || ms_writeCallBacks.load() != nullptr)) {
-        delivery.items = std::exchange(m_pending, {});
+        delivery.items.assign(std::make_move_iterator(m_pending.begin()),
+                              std::make_move_iterator(m_pending.end()));
+        m_pending.clear();
         delivery.dataSource = m_pDataSource;
     }
     DropOldest();
@@ -430,6 +432,7 @@ bool QzLogFile::State::Deliver(Delivery& delivery) {
         return true;
     const auto takeAll = ms_writeCallBacks.load();
     const auto takeOne = ms_writeCallBack.load();
+    auto left = delivery.items.begin();
     {
         const CallBackScope scope;
         if (takeAll != nullptr) {
@@ -437,17 +440,16 @@ bool QzLogFile::State::Deliver(Delivery& delivery) {
             for (const Pending& pending : delivery.items)
                 items.Add(pending.item);
             if (takeAll(delivery.dataSource, items) != 0)
-                delivery.items.clear();
-        } else {
-            while (!delivery.items.empty() && takeOne != nullptr &&
-                   takeOne(delivery.dataSource, delivery.items.front().item) != 0)
-                delivery.items.pop_front();
+                left = delivery.items.end();
+        } else if (takeOne != nullptr) {
+            while (left != delivery.items.end() && takeOne(delivery.dataSource, left->item) != 0)
+                ++left;
         }
     }
-    if (delivery.items.empty())
+    if (left == delivery.items.end())
         return true;
     const LogGuard guard(m_mutex);
-    m_pending.insert(m_pending.begin(), std::make_move_iterator(delivery.items.begin()),
+    m_pending.insert(m_pending.begin(), std::make_move_iterator(left),
                      std::make_move_iterator(delivery.items.end()));
     DropOldest();
     return false;
@@ -586,6 +588,8 @@ unsigned char QzLogFile::RecordLog(LogLevelType level, int code, const KeldMBStr
         return 0;
     if (LevelName(level) == nullptr)
         GetLevelAsString(level); // its assertion, raised here because the handler may use the log
+    const bool filters = state.m_bFilterRepeat.load(std::memory_order_relaxed) != 0;
+    const std::uint32_t hash = filters ? RepeatFilter::Hash(message) : 0;
     const auto echo = t_inCallBack ? nullptr : ms_callBack.load();
     State::Delivery delivery;
     std::string line;
@@ -603,7 +607,7 @@ unsigned char QzLogFile::RecordLog(LogLevelType level, int code, const KeldMBStr
         item.m_eLevel = level;
         item.m_dtDateTime = ms_clock.load()();
         item.m_nTimeSpan = KeldTime::GetMilliseconds();
-        if (state.m_bFilterRepeat != 0 && state.m_repeats.IsFilterRepeat(message, codeFile, codeLine))
+        if (filters && state.m_repeats.IsFilterRepeat(message, hash, codeFile, codeLine))
             return 0;
         state.m_repeats.SetLast(message, codeFile, codeLine);
         if (level >= error)

@@ -15,8 +15,14 @@ namespace Qzc {
 /// among the last 1000 of those that were none. One thread at a time.
 class RepeatFilter {
 public:
-    /// Whether this is a repeat; what is none counts from now on.
-    bool IsFilterRepeat(const KeldMBString& message, const KeldMBString& codeFile, int codeLine) {
+    static std::uint32_t Hash(const KeldMBString& text) {
+        return static_cast<std::uint32_t>(QzHashCode::FastStringToHashCode(text));
+    }
+
+    /// Whether this is a repeat; what is none counts from now on. The message's hash is the caller's, who may
+    /// take it outside the lock.
+    bool IsFilterRepeat(const KeldMBString& message, std::uint32_t messageHash, const KeldMBString& codeFile,
+                        int codeLine) {
         if (m_hasLast && m_lastLine == codeLine && m_lastMessage == message.View() &&
             m_lastFile == codeFile.View())
             return true;
@@ -24,7 +30,7 @@ public:
             m_fileHash = Hash(codeFile);
             m_hashedFile = codeFile.View();
         }
-        const std::uint32_t key = m_fileHash + Hash(message) + static_cast<std::uint32_t>(codeLine);
+        const std::uint32_t key = m_fileHash + messageHash + static_cast<std::uint32_t>(codeLine);
         if (Count(key) >= MaxCount)
             return true;
         if (m_used == MaxKeys)
@@ -53,9 +59,6 @@ private:
     static constexpr int MaxCount = 5;
     static constexpr int BucketBits = 12;
 
-    static std::uint32_t Hash(const KeldMBString& text) {
-        return static_cast<std::uint32_t>(QzHashCode::FastStringToHashCode(text));
-    }
     std::uint16_t& Bucket(std::uint32_t key) {
         constexpr std::uint32_t GoldenRatio = 0x9E3779B9;
         return m_buckets[key * GoldenRatio >> (32 - BucketBits)];
