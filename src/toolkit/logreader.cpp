@@ -69,6 +69,10 @@ void SplitItems(Window& window, const Predicate& startsItem, bool midLine, const
         }
         std::size_t end = window.View().find('\n', line);
         while (end == std::string_view::npos && more) {
+            if (window.View().size() > LongestItem) {
+                window.Drop(window.View().size());
+                inItem = false;
+            }
             const std::size_t known = window.View().size();
             more = window.ReadMore();
             end = window.View().find('\n', known);

@@ -1,5 +1,7 @@
 #include "toolkit/qzerrorobj.h"
 
+#include "toolkit/logguard.h"
+
 namespace Qzc {
 
 QzErrorObj& QzErrorObj::GetInstance() {
@@ -8,22 +10,19 @@ QzErrorObj& QzErrorObj::GetInstance() {
 }
 
 void QzErrorObj::Add(int code, const KeldMBString& message, const KeldMBString& codeFile, int codeLine) {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const LogGuard guard(m_mutex);
     m_entries.push_front({code, message, codeFile, codeLine});
     if (m_entries.size() > MaxCount)
         m_entries.pop_back();
 }
 
 int QzErrorObj::GetCount() const {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const LogGuard guard(m_mutex);
     return static_cast<int>(m_entries.size());
 }
 
 bool QzErrorObj::GetAt(int index, Entry& entry) const {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const LogGuard guard(m_mutex);
     if (index < 0 || index >= static_cast<int>(m_entries.size()))
         return false;
     entry = m_entries[static_cast<std::size_t>(index)];
@@ -31,8 +30,7 @@ bool QzErrorObj::GetAt(int index, Entry& entry) const {
 }
 
 KeldArray<QzErrorObj::Entry> QzErrorObj::GetAll() const {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const LogGuard guard(m_mutex);
     KeldArray<Entry> entries;
     entries.Reserve(static_cast<int>(m_entries.size()));
     for (const Entry& entry : m_entries)
@@ -41,8 +39,7 @@ KeldArray<QzErrorObj::Entry> QzErrorObj::GetAll() const {
 }
 
 void QzErrorObj::Clear() {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const LogGuard guard(m_mutex);
     m_entries.clear();
 }
 

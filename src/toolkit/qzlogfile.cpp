@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "base/keldassert.h"
-#include "platform/thread.h"
 #include "stream/qzfile.h"
 #include "stream/qztrace.h"
 #include "toolkit/logclock.h"
+#include "toolkit/logguard.h"
 #include "toolkit/loglayout.h"
 #include "toolkit/logoutput.h"
 #include "toolkit/logreader.h"
@@ -55,10 +55,13 @@ thread_local bool t_inCallBack = false;
 
 class CallBackScope {
 public:
-    CallBackScope() { t_inCallBack = true; }
-    ~CallBackScope() { t_inCallBack = false; }
+    CallBackScope() : m_outer(std::exchange(t_inCallBack, true)) {}
+    ~CallBackScope() { t_inCallBack = m_outer; }
     CallBackScope(const CallBackScope&) = delete;
     CallBackScope& operator=(const CallBackScope&) = delete;
+
+private:
+    bool m_outer;
 };
 
 // ---- Names and values
@@ -163,17 +166,6 @@ KeldMBString XmlFormatFor(const KeldMBString& lineFormat) {
         markup.AddChildElem(element, lineFormat.Find(placeholder) >= 0 ? placeholder : nullptr);
     return markup.GetDoc();
 }
-
-// Holds the mutex. A thread that is ended by force meanwhile first leaves it, or the whole process would
-// stand still at its next error.
-class LogGuard {
-public:
-    explicit LogGuard(QzMutex& mutex) : m_lock(mutex) { m_lock.lock(); }
-
-private:
-    Platform::TerminationShield m_shield; // goes after the lock
-    QzMutexLock m_lock;
-};
 
 } // namespace
 
