@@ -314,6 +314,16 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     EXPECT_EQ(Registry(path)["a"], "镕") << "and declared as that: " << bytes;
 }
 
+TEST_F(RegistryTest, AnEntryReadAgainAfterItsRemovalIsSavedOnce) {
+    const std::string path = m_scratch / "conf.xml";
+    WriteBytes(path, "<r><a>1</a><b>2</b></r>");
+    Registry registry(path);
+    registry.RemoveKey("a");
+    registry.LoadFile(KeldMBString(path));
+    const std::string saved = Save(registry, path);
+    EXPECT_EQ(saved.find("<a "), saved.rfind("<a ")) << saved;
+}
+
 TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
     const std::string directory = m_scratch / "dir";
     const std::string path = directory + "/conf.xml";

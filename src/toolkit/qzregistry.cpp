@@ -421,11 +421,11 @@ KeldArray<QzRegistry::OrderedEntry> QzRegistry::EntriesInOrder() const {
     KeldArray<OrderedEntry> entries;
     std::unordered_set<std::string_view> values;
     for (const OrderedEntry& entry : m_order) {
-        if (entry.type == ElemValue && Find(entry.name) == nullptr)
-            continue;
-        entries.Add(entry);
-        if (entry.type == ElemValue)
-            values.insert(entry.name.View());
+        // A value that was removed and then read again stands in the list twice.
+        const bool isGone = entry.type == ElemValue && Find(entry.name) == nullptr;
+        const bool isKnown = entry.type == ElemValue && !values.insert(entry.name.View()).second;
+        if (!isGone && !isKnown)
+            entries.Add(entry);
     }
     for (const Entry& value : *this) {
         if (values.count(value.first.View()) == 0)
