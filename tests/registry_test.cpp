@@ -324,6 +324,15 @@ TEST_F(RegistryTest, AnEntryReadAgainAfterItsRemovalIsSavedOnce) {
     EXPECT_EQ(saved.find("<a "), saved.rfind("<a ")) << saved;
 }
 
+TEST_F(RegistryTest, ANestedRegistryKeepsItsEntryNameInTheFile) {
+    const std::string path = m_scratch / "conf.xml";
+    WriteBytes(path, "<r><a type='subreg'><x>1</x></a><b type='subreg'><y>2</y></b></r>");
+    Registry registry(path);
+    registry.SubReg("a") = registry.SubReg("b");
+    EXPECT_TRUE(registry.Save());
+    EXPECT_EQ(Registry(path).SubReg("a")["y"], "2");
+}
+
 TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
     const std::string directory = m_scratch / "dir";
     const std::string path = directory + "/conf.xml";

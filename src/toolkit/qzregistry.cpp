@@ -389,18 +389,19 @@ unsigned char QzRegistry::Save() {
 
 unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
     struct Level {
+        KeldMBString name; // that of the entry, which the registry's own need not be after an assignment
         const QzRegistry* registry;
         KeldArray<OrderedEntry> entries;
         int next;
     };
     Writer writer;
     std::vector<Level> open;
-    open.push_back({this, EntriesInOrder(), 0});
+    open.push_back({m_strName, this, EntriesInOrder(), 0});
     while (!open.empty()) {
         Level& level = open.back();
         if (level.next == level.entries.GetSize()) {
             if (open.size() > 1)
-                writer.Close(level.registry->m_strName);
+                writer.Close(level.name);
             open.pop_back();
             continue;
         }
@@ -409,7 +410,7 @@ unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
             return 0;
         if (entry.type == ElemSubReg) {
             const QzRegistry& nested = level.registry->SubReg(entry.name);
-            open.push_back({&nested, nested.EntriesInOrder(), 0});
+            open.push_back({entry.name, &nested, nested.EntriesInOrder(), 0});
         }
     }
     return writer.Text().IsEmpty() || markup.AddSubDoc(writer.Text().Cstr());
