@@ -247,7 +247,7 @@ TEST_F(RegistryTest, ResourceAndFontFiles) {
     EXPECT_EQ(Keys(fonts), "Q1 Q2 ");
     EXPECT_EQ(fonts["Q1"], "E1");
 
-    const std::string text = "<&>'\"]]> \t\r\n ";
+    const std::string text = "<&>'\"]]> \0\t\r\n "s;
     const auto survivesSave = [&](auto& registry) {
         using Class = std::decay_t<decltype(registry)>;
         WriteBytes(m_scratch / "file.xml", "<top/>");
