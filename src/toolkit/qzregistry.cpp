@@ -316,7 +316,7 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
         break;
     }
     case ElemExternal: set(m_externalFiles, QzFile::GetAbsolutePath(XmlPath(), markup.GetData())); break;
-    default: KELDASSERT(!"an entry of no kind"); break;
+    default: KELDASSERT_TEXT(false, "an entry of no kind"); break;
     }
     if (isNew)
         m_order.Add(OrderedEntry{type, name});
