@@ -264,10 +264,11 @@ void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
         return;
     SetName(walk.GetTagName());
     walk.IntoElem();
+    KeldMBString directory;
     std::vector<QzRegistry*> open{this}; // the registries whose elements the walk is in, innermost last
     while (!open.empty()) {
         if (walk.FindElem()) {
-            QzRegistry* const nested = open.back()->LoadEntry(walk);
+            QzRegistry* const nested = open.back()->LoadEntry(walk, directory);
             if (nested != nullptr) {
                 open.push_back(nested);
                 walk.IntoElem();
@@ -279,8 +280,9 @@ void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
     }
 }
 
-// Adds the entry at the main position. A nested registry is returned, for its elements to be added to it.
-QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
+// Adds the entry at the main position. A nested registry is returned, for its elements to be added to it. The
+// configuration directory is looked for when the first external file is met, and not again.
+QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
     const KeldMBString name = markup.GetTagName();
     const ElemType type = ToElemType(markup.GetAttrib("type"));
     QzRegistry* nested = nullptr;
@@ -315,7 +317,11 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
         set(m_subRegistries, std::move(registry));
         break;
     }
-    case ElemExternal: set(m_externalFiles, QzFile::GetAbsolutePath(XmlPath(), markup.GetData())); break;
+    case ElemExternal:
+        if (directory.IsEmpty())
+            directory = XmlPath();
+        set(m_externalFiles, QzFile::GetAbsolutePath(directory, markup.GetData()));
+        break;
     default: KELDASSERT_TEXT(false, "an entry of no kind"); break;
     }
     if (isNew)
@@ -330,6 +336,11 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
 class QzRegistry::Writer {
 public:
     const KeldMBString& Text() const { return m_text; }
+    const KeldMBString& Directory() { ///< that of the configuration
+        if (m_directory.IsEmpty())
+            m_directory = XmlPath();
+        return m_directory;
+    }
 
     unsigned char Open(const KeldMBString& name, ElemType type) {
         return Open(name, KeldMBString(" type=\"") + TypeNames[type] + "\"");
@@ -373,6 +384,7 @@ private:
     void Indent() { m_text += KeldMBString('\t', std::min(m_depth, 16)); }
 
     KeldMBString m_text;
+    KeldMBString m_directory;
     int m_depth = 1;
 };
 
@@ -447,7 +459,7 @@ unsigned char QzRegistry::WriteEntry(Writer& writer, const OrderedEntry& entry) 
         return writer.Leaf(entry.name, ElemValue, (*this)[entry.name]);
     if (entry.type == ElemExternal) {
         const std::filesystem::path path(GetSubFileName(entry.name).Cstr());
-        const std::filesystem::path relative = path.lexically_relative(XmlPath().Cstr());
+        const std::filesystem::path relative = path.lexically_relative(writer.Directory().Cstr());
         return writer.Leaf(entry.name, ElemExternal,
                            KeldMBString((relative.empty() ? path : relative).string()));
     }
