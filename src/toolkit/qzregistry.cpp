@@ -293,10 +293,11 @@ void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
         return;
     SetName(walk.GetTagName());
     walk.IntoElem();
+    KeldMBString directory;
     std::vector<QzRegistry*> open{this}; // the registries whose elements the walk is in, innermost last
     while (!open.empty()) {
         if (walk.FindElem()) {
-            QzRegistry* const nested = open.back()->LoadEntry(walk);
+            QzRegistry* const nested = open.back()->LoadEntry(walk, directory);
             if (nested != nullptr) {
                 open.push_back(nested);
                 walk.IntoElem();
@@ -308,8 +309,9 @@ void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
     }
 }
 
-// Adds the entry at the main position. A nested registry is returned, for its elements to be added to it.
-QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
+// Adds the entry at the main position. A nested registry is returned, for its elements to be added to it. The
+// configuration directory is looked for when the first external file is met, and not again.
+QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
     const KeldMBString name = markup.GetTagName();
     const ElemType type = ToElemType(markup.GetAttrib("type"));
     QzRegistry* nested = nullptr;
@@ -344,8 +346,12 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
         set(m_subRegistries, std::move(registry));
         break;
     }
-    case ElemExternal: set(m_externalFiles, QzFile::GetAbsolutePath(XmlPath(), markup.GetData())); break;
-    default: KELDASSERT(!"an entry of no kind"); break;
+    case ElemExternal:
+        if (directory.IsEmpty())
+            directory = XmlPath();
+        set(m_externalFiles, QzFile::GetAbsolutePath(directory, markup.GetData()));
+        break;
+    default: KELDASSERT_TEXT(false, "an entry of no kind"); break;
     }
     if (isNew)
         m_order.Add(OrderedEntry{type, name});
@@ -359,6 +365,11 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
 class QzRegistry::Writer {
 public:
     const KeldMBString& Text() const { return m_text; }
+    const KeldMBString& Directory() { ///< that of the configuration
+        if (m_directory.IsEmpty())
+            m_directory = XmlPath();
+        return m_directory;
+    }
 
     unsigned char Open(const KeldMBString& name, ElemType type) {
         return Open(name, KeldMBString(" type=\"") + TypeNames[type] + "\"");
@@ -402,6 +413,7 @@ private:
     void Indent() { m_text += KeldMBString('\t', std::min(m_depth, 16)); }
 
     KeldMBString m_text;
+    KeldMBString m_directory;
     int m_depth = 1;
 };
 
@@ -418,18 +430,19 @@ unsigned char QzRegistry::Save() {
 
 unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
     struct Level {
+        KeldMBString name; // that of the entry, which the registry's own need not be after an assignment
         const QzRegistry* registry;
         KeldArray<OrderedEntry> entries;
         int next;
     };
     Writer writer;
     std::vector<Level> open;
-    open.push_back({this, EntriesInOrder(), 0});
+    open.push_back({m_strName, this, EntriesInOrder(), 0});
     while (!open.empty()) {
         Level& level = open.back();
         if (level.next == level.entries.GetSize()) {
             if (open.size() > 1)
-                writer.Close(level.registry->m_strName);
+                writer.Close(level.name);
             open.pop_back();
             continue;
         }
@@ -438,7 +451,7 @@ unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
             return 0;
         if (entry.type == ElemSubReg) {
             const QzRegistry& nested = level.registry->SubReg(entry.name);
-            open.push_back({&nested, nested.EntriesInOrder(), 0});
+            open.push_back({entry.name, &nested, nested.EntriesInOrder(), 0});
         }
     }
     return writer.Text().IsEmpty() || markup.AddSubDoc(writer.Text().Cstr());
@@ -450,11 +463,11 @@ KeldArray<QzRegistry::OrderedEntry> QzRegistry::EntriesInOrder() const {
     KeldArray<OrderedEntry> entries;
     std::unordered_set<std::string_view> values;
     for (const OrderedEntry& entry : m_order) {
-        if (entry.type == ElemValue && Find(entry.name) == nullptr)
-            continue;
-        entries.Add(entry);
-        if (entry.type == ElemValue)
-            values.insert(entry.name.View());
+        // A value that was removed and then read again stands in the list twice.
+        const bool isGone = entry.type == ElemValue && Find(entry.name) == nullptr;
+        const bool isKnown = entry.type == ElemValue && !values.insert(entry.name.View()).second;
+        if (!isGone && !isKnown)
+            entries.Add(entry);
     }
     for (const Entry& value : *this) {
         if (values.count(value.first.View()) == 0)
@@ -475,7 +488,7 @@ unsigned char QzRegistry::WriteEntry(Writer& writer, const OrderedEntry& entry) 
         return writer.Leaf(entry.name, ElemValue, (*this)[entry.name]);
     if (entry.type == ElemExternal) {
         const std::filesystem::path path(GetSubFileName(entry.name).Cstr());
-        const std::filesystem::path relative = path.lexically_relative(XmlPath().Cstr());
+        const std::filesystem::path relative = path.lexically_relative(writer.Directory().Cstr());
         return writer.Leaf(entry.name, ElemExternal,
                            KeldMBString((relative.empty() ? path : relative).string()));
     }
