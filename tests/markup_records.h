@@ -87,7 +87,7 @@ std::string RandomStep(CheckedMarkup& markup, Next next) {
         "y=\">\"", "x",         "<c//>", "<c / />",   "<c z= >", "</c>", "<?xml v?>", "<a y=/>"};
     const auto markupText = [&] {
         std::string text;
-        for (unsigned count = next(7); count != 0; --count)
+        for (auto count = next(7); count != 0; --count)
             text += Pieces[next(sizeof(Pieces) / sizeof(*Pieces))];
         return text;
     };
