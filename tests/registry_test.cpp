@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <typeinfo>
 
 #include "registry_support.h"
 #include "stream/qztrace.h"
@@ -218,8 +219,9 @@ TEST_F(RegistryTest, EveryFileIsReadInItsOwnEncoding) {
     EXPECT_EQ(registry.SubFile("epsFONT")["宋体"], "S");
     EXPECT_NE(dynamic_cast<QzRegistryResource*>(&registry.SubFile("Resource")), nullptr);
     EXPECT_NE(dynamic_cast<QzRegistryEpsFont*>(&registry.SubFile("epsFONT")), nullptr);
-    EXPECT_EQ(typeid(registry.SubFile("plain")), typeid(QzRegistry));
-    EXPECT_EQ(registry.SubFile("plain")["a"], "\xE4") << "what cannot be converted stays as it was read";
+    const QzRegistry& plain = registry.SubFile("plain");
+    EXPECT_EQ(typeid(plain), typeid(QzRegistry));
+    EXPECT_EQ(plain["a"], "\xE4") << "what cannot be converted stays as it was read";
 
     m_trace.Texts().clear();
     QzRegistry& gone = registry.SubFile("gone");
