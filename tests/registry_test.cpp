@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <random>
+#include <typeinfo>
 
 #include "registry_support.h"
 #include "stream/qztrace.h"
@@ -136,6 +138,42 @@ TEST(Hash, CopiesAreIndependentAndMovesTakeTheEntries) {
     EXPECT_EQ(taken["b"], nullptr);
 }
 
+TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
+    // Sizes wander across the one at which the table begins to index its keys.
+    std::mt19937 random(7);
+    std::vector<std::pair<std::string, int>> expected;
+    QzHash<int> hash;
+    for (int step = 0; step < 5000; ++step) {
+        const std::string key = "key" + std::to_string(random() % 20);
+        const auto known = std::find_if(expected.begin(), expected.end(),
+                                        [&](const auto& entry) { return entry.first == key; });
+        if (random() % 5 < 2 + random() % 2) {
+            hash.SetAt(KeldMBString(key), step);
+            if (known != expected.end())
+                known->second = step;
+            else
+                expected.emplace_back(key, step);
+        } else {
+            EXPECT_EQ(hash.RemoveKey(KeldMBString(key)), known != expected.end());
+            if (known != expected.end())
+                expected.erase(known);
+        }
+        if (step % 50 == 0)
+            hash = QzHash<int>(hash);
+        if (step % 500 == 0) {
+            hash.RemoveAll();
+            expected.clear();
+        }
+        ASSERT_EQ(hash.GetCount(), static_cast<int>(expected.size()));
+        auto entry = hash.begin();
+        for (const auto& [name, value] : expected) {
+            ASSERT_EQ(entry->first.View(), name);
+            ASSERT_EQ(hash[KeldMBString(name)], value);
+            ++entry;
+        }
+    }
+}
+
 TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
     Registry registry;
     registry.LoadDoc(EveryKind);
@@ -218,8 +256,9 @@ TEST_F(RegistryTest, EveryFileIsReadInItsOwnEncoding) {
     EXPECT_EQ(registry.SubFile("epsFONT")["宋体"], "S");
     EXPECT_NE(dynamic_cast<QzRegistryResource*>(&registry.SubFile("Resource")), nullptr);
     EXPECT_NE(dynamic_cast<QzRegistryEpsFont*>(&registry.SubFile("epsFONT")), nullptr);
-    EXPECT_EQ(typeid(registry.SubFile("plain")), typeid(QzRegistry));
-    EXPECT_EQ(registry.SubFile("plain")["a"], "\xE4") << "what cannot be converted stays as it was read";
+    const QzRegistry& plain = registry.SubFile("plain");
+    EXPECT_EQ(typeid(plain), typeid(QzRegistry));
+    EXPECT_EQ(plain["a"], "\xE4") << "what cannot be converted stays as it was read";
 
     m_trace.Texts().clear();
     QzRegistry& gone = registry.SubFile("gone");
