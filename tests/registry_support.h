@@ -25,7 +25,9 @@ inline bool SameTables(const Qzc::QzRegistry& first, const Qzc::QzRegistry& seco
     while (!pending.empty()) {
         const auto [a, b] = pending.back();
         pending.pop_back();
-        if (a->Name() != b->Name() || *a != *b)
+        // The registries' own comparison would look at all that is below them, at every level.
+        const Qzc::QzHash<KELD::KeldMBString>& values = *a;
+        if (a->Name() != b->Name() || values != *b)
             return false;
         for (int type = Registry::ElemValue; type <= Registry::ElemExternal; ++type) {
             const auto kind = static_cast<Registry::ElemType>(type);

@@ -342,6 +342,7 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     Save(registry, path);
     const Registry again(path);
     EXPECT_TRUE(SameTables(again, registry)) << ReadBytes(path);
+    EXPECT_TRUE(again == registry);
     EXPECT_EQ(Keys(again), "Size Odd GB Awkward ");
 
     KeldSystem::SetCurCharset(KELDCharset::GB2312);
@@ -456,6 +457,7 @@ TEST_F(RegistryTest, NestingCostsNoStack) {
     ASSERT_TRUE(copy.Save());
     registry.LoadFile(KeldMBString(path));
     EXPECT_TRUE(SameTables(registry, copy));
+    EXPECT_TRUE(registry == copy);
     const QzRegistry* innermost = &registry;
     int depth = 0;
     for (; !innermost->Names(QzRegistry::ElemSubReg).IsEmpty(); ++depth)
