@@ -343,6 +343,12 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     const Registry again(path);
     EXPECT_TRUE(SameTables(again, registry)) << ReadBytes(path);
     EXPECT_TRUE(again == registry);
+    Registry other(registry);
+    other.SubReg("Deep").SubReg("Deep").SetAt("Awkward", "x");
+    EXPECT_TRUE(other != registry);
+    other = registry;
+    other.Seq("Fonts").Add("x");
+    EXPECT_TRUE(other != registry);
     EXPECT_EQ(Keys(again), "Size Odd GB Awkward ");
 
     KeldSystem::SetCurCharset(KELDCharset::GB2312);
