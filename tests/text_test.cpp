@@ -1,1 +1,405 @@
 #include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "stream/qzbytearray.h"
+#include "stream/qztrace.h"
+#include "support.h"
+#include "toolkit/qzhashcode.h"
+#include "toolkit/qzstringex.h"
+#include "toolkit/qzstringucs2le.h"
+#include "toolkit/qzstringutf8.h"
+#include "toolkit/qzstringw.h"
+#include "toolkit/qztextcodec.h"
+
+using namespace Qzc;
+
+namespace {
+
+using Charset = KELDCharset::Charset;
+
+const char Zhongwen[] = "\xE4\xB8\xAD\xE6\x96\x87"; // U+4E2D U+6587, "Chinese"
+
+std::string Bytes(const QzByteArray& array) {
+    return std::string(reinterpret_cast<const char*>(array.GetData()),
+                       static_cast<std::size_t>(array.GetLength()));
+}
+
+} // namespace
+
+TEST(Codec, OpensEveryCharsetOfTheTable) {
+    for (const int number :
+         {0,     1,     77,    128,   129,   130,   132,   134,   136,   137,   161,   162,
+          163,   177,   178,   186,   204,   222,   238,   250,   251,   252,   253,   254,
+          1200,  1201,  20127, 20866, 21866, 28591, 28592, 28593, 28594, 28595, 28596, 28597,
+          28598, 28599, 28600, 28601, 28603, 28604, 28605, 28606, 51932, 54936}) {
+        const auto charset = static_cast<Charset>(number);
+        EXPECT_TRUE(QzTextCodec(KELDCharset::UTF16LE, charset).IsOpen()) << number;
+        EXPECT_TRUE(QzTextCodec(charset, KELDCharset::UTF8).IsOpen()) << number;
+        // What is read back is at least another number of the same name: 1, 132 and 137 share theirs.
+        const KeldMBString name = QzTextCodec::GetCharsetName(charset);
+        EXPECT_EQ(QzTextCodec::GetCharsetName(QzTextCodec::GetCharset(name)), name);
+    }
+}
+
+TEST(Codec, Converts) {
+    const struct {
+        const char* to;
+        const char* from;
+        std::string source;
+        std::string result;
+    } cases[] = {
+        {"GBK", "UTF-8", Zhongwen, "\xD6\xD0\xCE\xC4"},
+        {"BIG5", "UTF-8", Zhongwen, "\xA4\xA4\xA4\xE5"},
+        {"UTF-16BE", "UTF-8", Zhongwen, "\x4E\x2D\x65\x87"},
+        {"UTF-8", "UTF-16LE", std::string("a\0\0\0b\0", 6), std::string("a\0b", 3)},
+        {"UTF-8", "UTF-16LE", std::string("\x3D\xD8\x00\xDE", 4), "\xF0\x9F\x98\x80"}, // a surrogate pair
+        {"UTF-8", "WINDOWS-1258", "Vi\xEA\xF2t e", "Vi\xE1\xBB\x87t e"}, // a mark may follow the e
+        {"UTF-8", "UTF8", "a\xC3\xA4", "a\xC3\xA4"},
+    };
+    for (const auto& row : cases) {
+        KeldMBString result("old");
+        result.SetCharset(KELDCharset::Thai);
+        QzTextCodec codec(row.to, row.from);
+        for (int again = 0; again < 2; ++again) {
+            EXPECT_TRUE(codec.Convert(result, KeldMBString(row.source)));
+            EXPECT_EQ(result.View(), row.result) << row.to << " from " << row.from;
+        }
+        EXPECT_EQ(result.GetCharset(), KELDCharset::Thai);
+    }
+    // Real files carry characters of GBK under the label GB2312: U+9555 is E9 46 there.
+    EXPECT_STREQ(QzStringUTF8("\xD6\xEC\xE9\x46\xBB\xF9", QzTextCodec::GetCharset("gb2312")).Cstr(),
+                 "\xE6\x9C\xB1\xE9\x95\x95\xE5\x9F\xBA");
+}
+
+TEST(Codec, FailureLeavesTheDestination) {
+    const struct {
+        const char* to;
+        const char* from;
+        const char* source;
+    } cases[] = {
+        {"UTF-16LE", "UTF-8", "ab\xFF\x80"},
+        {"UTF-16LE", "UTF-8", "ab\xE4\xB8"},
+        {"GBK", "UTF-8", "\xF0\x9F\x98\x80"},
+        {"UTF-8", "GBK", "a\x81"},
+        {"UTF-8", "NO-SUCH", "a"},
+        {"", "UTF-8", "a"},
+        {"UTF-32", "UTF-8", "a"}, // byte-order mark and character: eight bytes of one
+    };
+    for (const auto& row : cases) {
+        QzTextCodec codec(row.to, row.from);
+        const KeldMBString source(row.source);
+        KeldMBString result("old");
+        int length = 77;
+        unsigned char raw[64] = {};
+        EXPECT_FALSE(codec.Convert(result, source)) << row.source;
+        EXPECT_EQ(result, "old");
+        EXPECT_FALSE(codec.Convert(raw, 64, length, reinterpret_cast<const unsigned char*>(source.Cstr()),
+                                   source.GetLength()));
+        EXPECT_EQ(length, 77);
+        KeldMBString fresh("old"); // nothing of the failed text meets the next
+        QzTextCodec(row.to, row.from).Convert(fresh, "abcd");
+        codec.Convert(result, "abcd");
+        EXPECT_EQ(result, fresh);
+    }
+    QzTextCodec codec(KELDCharset::UTF8, KELDCharset::GB2312);
+    codec.Close();
+    KeldMBString result;
+    EXPECT_FALSE(codec.IsOpen());
+    EXPECT_FALSE(codec.Convert(result, "a"));
+    EXPECT_FALSE(QzTextCodec().IsOpen());
+    EXPECT_FALSE(codec.Open(static_cast<Charset>(99), KELDCharset::UTF8));
+    EXPECT_FALSE(codec.Open(KELDCharset::UTF8, KELDCharset::Unknown));
+}
+
+TEST(Codec, CopiesBetweenEqualNames) {
+    QzTextCodec codec(KELDCharset::UTF8, KELDCharset::UTF8);
+    const KeldMBString source("a\0\xFF", 3); // copied, not looked at
+    KeldMBString result;
+    EXPECT_TRUE(codec.Convert(result, source));
+    EXPECT_EQ(result, source);
+    EXPECT_TRUE(codec.Convert(result, source.Cstr(), 3));
+    EXPECT_EQ(result, "a");
+    EXPECT_TRUE(codec.Convert(result, "abcdef", 2));
+    EXPECT_EQ(result, "abcdef");
+
+    unsigned char raw[4] = {'x', 'x', 'x', 'x'};
+    const auto* const abc = reinterpret_cast<const unsigned char*>("abc");
+    int length = 77;
+    EXPECT_TRUE(codec.Convert(raw, 3, length, abc, 3));
+    EXPECT_EQ(length, 77);
+    EXPECT_EQ(raw[0], 'x');
+    EXPECT_TRUE(codec.Convert(raw, 4, length, abc, 3));
+    EXPECT_EQ(length, 3);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(raw), 4), "abcx");
+
+    // Otherwise the size of the room is the caller's affair, not dstSize's.
+    unsigned char room[15] = {};
+    EXPECT_TRUE(QzTextCodec(KELDCharset::UCS2BE, KELDCharset::UTF8).Convert(room, 0, length, abc, 3));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(room), 7), std::string("\0a\0b\0c\0", 7));
+    EXPECT_EQ(length, 6);
+}
+
+TEST(Codec, JudgesLocalesBySubstring) {
+    const struct {
+        const char* locale;
+        int charset;
+    } cases[] = {{"ja-jp", 128}, {"xJAx", 128},  {"zh-cn", 134},   {"zh-Hans-SG", 134},
+                 {"zh-sg", 136}, {"ZH-TW", 136}, {"zh-Hant", 136}, {"zh-mo", 136},
+                 {"zh-hk", 136}, {"sv-SE", 137}, {"ar-sa", 178},   {"es-ES", 137},
+                 {"en-us", 1},   {"es-mx", 1},   {"", 1},          {"zh", 1}};
+    for (const auto& row : cases)
+        EXPECT_EQ(QzTextCodec::GetStrGlobalCharset(row.locale), row.charset) << row.locale;
+    EXPECT_EQ(QzTextCodec::GetGlobalCharset(), 0);
+    QzTextCodec::SetGlobalCharset("zh-tw", 1);
+    EXPECT_EQ(QzTextCodec::GetGlobalCharset() + QzTextCodec::IsUseGlobalCharset(), 137);
+    QzTextCodec::SetGlobalCharset(KELDCharset::Ansi, 0);
+}
+
+TEST(StringW, TakesParts) {
+    const QzStringW text(L"abcd");
+    const struct {
+        QzStringW part;
+        const wchar_t* expected;
+    } cases[] = {
+        {text.Left(-1), L""},
+        {text.Left(0), L""},
+        {text.Left(2), L"ab"},
+        {text.Left(4), L"abcd"},
+        {text.Right(-1), L"abcd"},
+        {text.Right(0), L""},
+        {text.Right(3), L"bcd"},
+        {text.Right(4), L""},
+        {text.Mid(-2), L"abcd"},
+        {text.Mid(3), L"d"},
+        {text.Mid(4), L""},
+        {text.Mid(1, -1), L""},
+        {text.Mid(-3, 2), L"ab"},
+        {text.Mid(4, 1), L""},
+        {text.Mid(2, 9), L"cd"},
+        {text.Mid(1, 0), L""},
+        {text.SpanIncluding(L"ba"), L"ab"},
+        {text.SpanIncluding(L"dcba"), L"abcd"},
+        {text.SpanIncluding(L""), L""},
+        {text.SpanExcluding(L"dc"), L"ab"},
+        {text.SpanExcluding(L"x"), L"abcd"},
+        {text.SpanExcluding(L"a"), L""},
+    };
+    for (const auto& row : cases)
+        EXPECT_TRUE(row.part == row.expected) << &row - cases;
+    EXPECT_EQ(text.Find(L'c'), 2);
+    EXPECT_EQ(text.Find(L'a', 1), -1);
+    EXPECT_EQ(text.Find(L"cd", -7), 2);
+    EXPECT_EQ(text.Find(L"cd", 3), -1);
+    EXPECT_EQ(QzStringW(L"abab").ReverseFind(L'a'), 2);
+    EXPECT_EQ(text.FindOneOf(L"xdc"), 2);
+    EXPECT_LT(text.Compare(L"abd"), 0);
+    EXPECT_GT(text.Compare(L"abc"), 0);
+    EXPECT_EQ(text.CompareNoCase(L"ABCD"), 0);
+    EXPECT_NE(QzStringW(L"\u00C9").CompareNoCase(L"\u00E9"), 0);
+}
+
+TEST(StringW, Edits) {
+    QzStringW text(L"aab");
+    EXPECT_EQ(text.Remove(L'a'), 1);
+    EXPECT_TRUE(text == L"ab");
+    text = L"xaaaxa";
+    EXPECT_EQ(text.Remove(L'a'), 3);
+    EXPECT_TRUE(text == L"xax");
+    EXPECT_EQ(text.Delete(-5, 1), 2);
+    EXPECT_EQ(text.Delete(0, -1), 2);
+    EXPECT_EQ(text.Delete(1, 99), 1);
+    EXPECT_EQ(text.Delete(1, 1), 1);
+    EXPECT_EQ(text.Insert(99, text), 2); // itself
+    EXPECT_EQ(text.Insert(-1, L'<', 2), 4);
+    EXPECT_EQ(text.Insert(1, L'!', -3), 4);
+    EXPECT_TRUE(text == L"<<aa");
+    EXPECT_EQ(text.Replace(L"<", L"<<"), 2);
+    EXPECT_EQ(text.Replace(L'a', L'a'), 0);
+    EXPECT_EQ(text.Replace(L'a', L'b'), 2);
+    EXPECT_TRUE(text.MakeInverse() == L"bb<<<<");
+    EXPECT_TRUE(text.TrimRight(L'<').TrimLeft(L"xb") == L"");
+    text = L"\t\r\n \u00A0a\u00A0 ";
+    EXPECT_TRUE(text.TrimLeft().TrimRight() == L"\u00A0a\u00A0");
+    text = L"a\u00DF\u00E9z";
+    EXPECT_TRUE(text.MakeUpper() == L"A\u00DF\u00E9Z");
+    EXPECT_TRUE(text.MakeLower() == L"a\u00DF\u00E9z");
+
+    KeldArray<QzStringW> pieces;
+    pieces.Add(L" ,");
+    EXPECT_EQ(QzStringW(L"  a,,b ").Split(pieces, pieces[0]), 2);
+    EXPECT_EQ(pieces.GetSize(), 3);
+    EXPECT_TRUE(pieces[1] == L"a" && pieces[2] == L"b");
+    EXPECT_EQ(QzStringW(L" , ").Split(pieces, L", "), 0);
+    EXPECT_EQ(QzStringW(L"a b").Split(pieces, L""), 1);
+}
+
+TEST(StringW, AnswersNullPointersAndBadIndices) {
+    AssertionLog assertions;
+    const wchar_t* const null = nullptr;
+    QzStringW text(null);
+    EXPECT_TRUE(text.IsEmpty() && QzStringW(null, 3).IsEmpty());
+    text = L"ab";
+    EXPECT_EQ(text.GetAt(2), L'\0');
+    text.SetAt(-1, L'x');
+    text[2] = L'x';
+    EXPECT_EQ(text[2], L'\0');
+    EXPECT_GT(text.Compare(null), 0);
+    EXPECT_EQ(text.Find(null, 1), 1);
+    EXPECT_EQ(text.FindOneOf(null), -1);
+    EXPECT_EQ(text.Replace(L"a", null) + text.Replace(null, L"a"), 0);
+    const std::string index = "nIndex >= 0&&nIndex < GetLength()";
+    EXPECT_EQ(AssertionLog::Texts(), (std::vector<std::string>{"str != 0", "str != 0", index, index, index,
+                                                               index, "pstr", "lpszSub", "lpszCharSet"}));
+    // No null terminator is looked for and nothing is taken from the heap for counts like these.
+    text.SetCapacity(-1);
+    text.SetCapacity(std::numeric_limits<int>::max());
+    EXPECT_EQ(text.Insert(0, L'x', std::numeric_limits<int>::max()), 2);
+    EXPECT_LT(text.GetCapacity(), 100);
+    text.SetCapacity(100);
+    EXPECT_GE(text.GetCapacity(), 100);
+    EXPECT_TRUE(text == L"ab");
+}
+
+TEST(StringW, ConvertsFromAndTo) {
+    const CurrentCharset current(KELDCharset::GB2312);
+    QzStringW text(KeldMBString("\xD6\xD0\xCE\xC4")); // the text says 1, the current charset
+    EXPECT_TRUE(text == L"\u4E2D\u6587");
+    EXPECT_EQ(text.ToString(KELDCharset::Current), "\xD6\xD0\xCE\xC4");
+    EXPECT_EQ(text.ToString(KELDCharset::Current).GetCharset(), KELDCharset::GB2312);
+    EXPECT_EQ(text.ToString(KELDCharset::UCS2LE), "\x2D\x4E\x87\x65");
+    EXPECT_EQ(text.ToString(KELDCharset::ISO8859_1), "");
+    EXPECT_EQ(text.ToString(KELDCharset::ISO8859_1).GetCharset(), KELDCharset::ISO8859_1);
+    EXPECT_EQ(QzStringW().ToString(KELDCharset::Big5).GetCharset(), KELDCharset::Big5);
+
+    text.Insert(1, L'\0');
+    const KeldMBString utf8 = text.ToString(KELDCharset::UTF8);
+    EXPECT_EQ(utf8, KeldMBString("\xE4\xB8\xAD\0\xE6\x96\x87", 7));
+    text.FromString(utf8, KELDCharset::UTF8);
+    EXPECT_TRUE(text == L"\u4E2D");
+    text.FromString("\xEF\xBB\xBF"
+                    "a",
+                    KELDCharset::UTF8);
+    EXPECT_TRUE(text == L"\uFEFF"
+                        L"a");
+    text.FromString("\xFF", KELDCharset::UTF8);
+    EXPECT_TRUE(text.IsEmpty());
+    text.FromString(KeldMBString("a\0\0\0b", 5), KELDCharset::Wide); // ends within a unit
+    EXPECT_TRUE(text == L"ab");
+}
+
+TEST(StringUTF8, ConvertsAndCutsAtZero) {
+    EXPECT_STREQ(QzStringUTF8("\xD6\xD0\xCE\xC4", KELDCharset::GB2312).Cstr(), Zhongwen);
+    EXPECT_STREQ(QzStringUTF8("\xD6", KELDCharset::GB2312).Cstr(), "");
+    EXPECT_EQ(QzStringUTF8(KeldMBString("a\xFF\0b", 4), KELDCharset::UTF8).GetLength(), 2);
+    EXPECT_EQ(QzStringUTF8(KeldMBString("a\0b", 3), KELDCharset::ISO8859_1).GetLength(), 1);
+    const QzStringUTF8 text(Zhongwen, KELDCharset::UTF8);
+    EXPECT_EQ(text.ToString(KELDCharset::Big5), "\xA4\xA4\xA4\xE5");
+    EXPECT_EQ(text.ToString(KELDCharset::Big5).GetCharset(), KELDCharset::Current);
+    EXPECT_EQ(text.ToString(KELDCharset::UTF8), Zhongwen);
+    EXPECT_EQ(text.ToString(KELDCharset::Ansi), "");
+    EXPECT_EQ(QzStringUTF8("a", KELDCharset::UTF8).ToString(KELDCharset::UCS2LE),
+              "a"); // the zero byte is dropped
+}
+
+TEST(StringUCS2LE, StreamsItsUnits) {
+    QzByteArray bytes;
+    bytes << QzStringUCS2LE(Zhongwen, KELDCharset::UTF8) << QzStringUCS2LE();
+    EXPECT_EQ(Bytes(bytes), std::string("\x04\0\0\0\x2D\x4E\x87\x65\0\0\0\0", 12));
+    bytes.Seek(0);
+    QzStringUCS2LE text;
+    static_cast<QzStream&>(bytes) >> text;
+    EXPECT_EQ(text.ToString(KELDCharset::UTF8), Zhongwen);
+
+    const struct {
+        std::string bytes;
+        std::vector<int> units;
+        bool good;
+    } cases[] = {
+        {std::string("\3\0\0\0a\0b", 7), {'a', 'b', 0}, true}, // half a unit
+        {std::string("\3\0\0\0a\0\0", 7), {'a', 0}, true},
+        {std::string("\4\0\0\0a\0\0\0", 8), {'a', 0, 0}, true},
+        {std::string("\6\0\0\0a\0b\0", 8), {0}, false},
+        {"\xFF\xFF\xFF\xFF"
+         "ab",
+         {0},
+         false},
+        {"\xFE\xFF\xFF\x7F"
+         "ab",
+         {0},
+         false},
+        {"\x02", {0}, false},
+    };
+    for (const auto& row : cases) {
+        QzByteArray array(row.bytes.data(), static_cast<std::int64_t>(row.bytes.size()));
+        array >> text;
+        EXPECT_EQ(std::vector<int>(text.GetChars().begin(), text.GetChars().end()), row.units);
+        EXPECT_EQ(array.IsGood(), row.good);
+    }
+    EXPECT_EQ(QzStringUCS2LE("\xFF", KELDCharset::UTF8).GetLength(), 0);
+    EXPECT_EQ(QzStringUCS2LE(KeldMBString("a\0b", 3), KELDCharset::UTF8).GetLength(), 3);
+}
+
+TEST(StringEx, HashesStreamsAndChangesCharset) {
+    QzStringEx text(KeldMBString{Zhongwen});
+    text.SetCharset(KELDCharset::UTF8);
+    EXPECT_EQ(QzStringEx("").HashVal(), 0U);
+    EXPECT_EQ(QzStringEx("Zephyron").HashVal(), 0x0418D42DU);
+    EXPECT_EQ(text.HashVal(), 0x45AC77E6U);
+    EXPECT_FALSE(text.ChangeCharset(99));
+    EXPECT_FALSE(text.ChangeCharset(KELDCharset::Ansi));
+    EXPECT_EQ(text, Zhongwen);
+    EXPECT_EQ(text.GetCharset(), KELDCharset::UTF8);
+    EXPECT_TRUE(text.ChangeCharset(134));
+    EXPECT_EQ(text, "\xD6\xD0\xCE\xC4");
+    EXPECT_EQ(text.GetCharset(), KELDCharset::GB2312);
+
+    QzByteArray bytes;
+    bytes << text << KeldMBString("b");
+    EXPECT_EQ(Bytes(bytes), std::string("\4\0\0\0\xD6\xD0\xCE\xC4\1\0\0\0b", 13));
+    bytes.Seek(8);
+    bytes >> text;
+    EXPECT_EQ(text, "b");
+    bytes >> text;
+    EXPECT_EQ(text, "");
+}
+
+// The codes of texts come from another implementation of the same scheme.
+TEST(HashCode, IsWhatStoredCodesAre) {
+    const CurrentCharset current(KELDCharset::UTF8);
+    const struct {
+        const char* text;
+        int fast;
+        int full;
+    } cases[] = {
+        {"", 757602046, -842352736},
+        {"a", -842352705, -842352705},
+        {"ab", 2101109631, 842210263},
+        {"abc", 842210264, 268834208},
+        {"Zephyron", 1537827447, 538389516},
+        {Zhongwen, 2112040548, 1591576039},
+        {"r\xC3\xA9sum\xC3\xA9 \xC3\xA4", -298068370, -133879394},
+    };
+    for (const auto& row : cases) {
+        EXPECT_EQ(QzHashCode::FastStringToHashCode(row.text), row.fast) << row.text;
+        EXPECT_EQ(QzHashCode::StringToHashCode(row.text), row.full) << row.text;
+    }
+    const CurrentCharset other(KELDCharset::GB2312);
+    EXPECT_EQ(QzHashCode::StringToHashCode("\xD6\xD0\xCE\xC4"), 1591576039);
+
+    EXPECT_EQ(QzHashCode::ByteToHashCode(0xFF), 255);
+    EXPECT_EQ(QzHashCode::BoolToHashCode(2), 1);
+    EXPECT_EQ(QzHashCode::ShortToHashCode(1), 0x00010001);
+    EXPECT_EQ(QzHashCode::ShortToHashCode(-2), -2);
+    EXPECT_EQ(QzHashCode::LONGToHashCode(0x100000000), 0);
+    EXPECT_EQ(QzHashCode::LONGToHashCode(-1), -1);
+    EXPECT_EQ(QzHashCode::FloatToHashCode(-0.0F), 0);
+    EXPECT_EQ(static_cast<std::uint32_t>(QzHashCode::FloatToHashCode(-2.5F)), 0xC0200000U);
+    EXPECT_EQ(QzHashCode::DoubleToHashCode(-0.0), 0);
+    EXPECT_EQ(QzHashCode::DoubleToHashCode(3.141592653589793), 340593891);
+    EXPECT_NE(QzHashCode::DoubleToHashCode(std::nan("")), 0);
+    EXPECT_EQ(QzHashCode::PointerToHashCode(reinterpret_cast<void*>(std::uintptr_t{0x180000001})),
+              std::numeric_limits<int>::min() + 1);
+}

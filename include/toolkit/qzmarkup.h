@@ -257,6 +257,7 @@ protected:
                 unsigned char bAfterPos); ///< moves iPos (or only what follows it) and all behind
 
     // Records
+    const ElementPos& Pos(int i) const { return const_cast<QzMarkup&>(*this).Pos(i); }
     void PosInsert(const Fragment& fragment, int iPosParent,
                    int iPosBefore);   ///< behind a child; 0: in front of all
     bool AllocPosArray(int nNewSize); ///< adds at most one segment
@@ -281,7 +282,6 @@ private:
     ElementPos& Pos(int i) {
         return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)];
     }
-    const ElementPos& Pos(int i) const { return const_cast<QzMarkup&>(*this).Pos(i); }
     bool IsEmptyElement(int iPos) const { return Pos(iPos).nEndL == Pos(iPos).nStartL; }
     int Clip(int offset) const; ///< into the text: after Save, records may point behind its end
     std::string_view Range(int nLeft, int nRight) const;

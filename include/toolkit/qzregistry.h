@@ -48,6 +48,11 @@ public:
     QzRegistry& operator=(const QzRegistry& other);
     virtual ~QzRegistry();
 
+    /// Whether all tables are equal, those of nested registries included. External files compare by their
+    /// paths.
+    friend MOTOOLKIT_API bool operator==(const QzRegistry& a, const QzRegistry& b);
+    friend bool operator!=(const QzRegistry& a, const QzRegistry& b) { return !(a == b); }
+
     /// The process's configuration, read on the first call (which one thread must make before others follow)
     /// from "Zephyron.xml" in the configuration directory. Empty when that file is missing or not well
     /// formed.

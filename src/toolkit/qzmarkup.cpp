@@ -718,9 +718,10 @@ int QzMarkup::TagBodyEnd(int iPos) const {
     const int nFirst = Clip(Pos(iPos).nStartL + 1);
     int nEnd = Clip(Pos(iPos).nStartR);
     const std::string_view doc = m_strDoc.View();
-    if (IsEmptyElement(iPos) && nEnd > nFirst)
-        --nEnd; // the '/'
-    while (nEnd > nFirst && Is(doc[static_cast<std::size_t>(nEnd) - 1], Blank))
+    // An empty element's slash may follow other slashes, which must not stay behind to end an opened tag.
+    const bool empty = IsEmptyElement(iPos);
+    const auto isFiller = [empty](char c) { return Is(c, Blank) || (empty && c == '/'); };
+    while (nEnd > nFirst && isFiller(doc[static_cast<std::size_t>(nEnd) - 1]))
         --nEnd;
     return nEnd;
 }

@@ -147,6 +147,35 @@ void QzRegistry::Swap(QzRegistry& other) noexcept {
     std::swap(m_order, other.m_order);
 }
 
+bool operator==(const QzRegistry& a, const QzRegistry& b) {
+    const auto sameItems = [](const auto& left, const auto& right) {
+        return left.GetCount() == right.GetCount() &&
+               std::all_of(left.begin(), left.end(), [&](const auto& entry) {
+                   const auto* const other = right.Find(entry.first);
+                   return other != nullptr && **other == *entry.second;
+               });
+    };
+    std::vector<std::pair<const QzRegistry*, const QzRegistry*>> pending{{&a, &b}};
+    while (!pending.empty()) {
+        const auto [left, right] = pending.back();
+        pending.pop_back();
+        if (left->m_strName != right->m_strName || left->m_externalFiles != right->m_externalFiles ||
+            static_cast<const QzHash<KeldMBString>&>(*left) != *right ||
+            left->m_subRegistries.GetCount() != right->m_subRegistries.GetCount() ||
+            !sameItems(left->m_objects, right->m_objects) ||
+            !sameItems(left->m_sequences, right->m_sequences) ||
+            !sameItems(left->m_objectSequences, right->m_objectSequences))
+            return false;
+        for (const auto& [name, registry] : left->m_subRegistries) {
+            const auto* const other = right->m_subRegistries.Find(name);
+            if (other == nullptr)
+                return false;
+            pending.emplace_back(registry.get(), other->get());
+        }
+    }
+    return true;
+}
+
 // ---- Reading
 
 QzRegistry& QzRegistry::Root() {

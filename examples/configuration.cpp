@@ -1,0 +1,222 @@
+// Reads the engine's configuration, shows it, looks messages up, changes a value and saves a copy.
+// With arguments: says what an XML file holds, and writes it in another encoding.
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "toolkit/qzmarkup.h"
+#include "toolkit/qzregistry.h"
+#include "toolkit/qzstringex.h"
+#include "toolkit/qztextcodec.h"
+#include "toolkit/qztoolkit.h"
+
+using namespace Qzc;
+
+namespace {
+
+// ---- The configuration
+
+// Root() is the process's one configuration. A registry on another file is a class of one's own.
+class Configuration : public QzRegistry {
+public:
+    explicit Configuration(const KeldMBString& file) : QzRegistry(file) {}
+};
+
+void PrintLine(int depth, const char* kind, const KeldMBString& name, const KeldMBString& value) {
+    const int indent = 2 * depth;
+    std::printf("  %-15s%*s%-*s  %s\n", kind, indent, "", 18 - indent, name.Cstr(), value.Cstr());
+}
+
+void PrintObject(int depth, const QzRegistry::Object& object) {
+    for (const auto& [name, value] : object)
+        PrintLine(depth, "", name, value);
+}
+
+KeldMBString Number(int n) {
+    KeldMBString text;
+    text.Format("[%d]", n);
+    return text;
+}
+
+void PrintRegistry(int depth, const QzRegistry& registry) {
+    for (const auto& [name, value] : registry)
+        PrintLine(depth, "value", name, value);
+    for (const KeldMBString& name : registry.Names(QzRegistry::ElemObject)) {
+        PrintLine(depth, "object", name, "");
+        PrintObject(depth + 1, registry.Obj(name));
+    }
+    for (const KeldMBString& name : registry.Names(QzRegistry::ElemSequence)) {
+        PrintLine(depth, "sequence", name, "");
+        int n = 0;
+        for (const KeldMBString& text : registry.Seq(name))
+            PrintLine(depth + 1, "", Number(n++), text);
+    }
+    for (const KeldMBString& name : registry.Names(QzRegistry::ElemObjectSequence)) {
+        PrintLine(depth, "objectsequence", name, "");
+        int n = 0;
+        for (const QzRegistry::Object& object : registry.ObjSeq(name)) {
+            PrintLine(depth + 1, "", Number(n++), "");
+            PrintObject(depth + 2, object);
+        }
+    }
+    for (const KeldMBString& name : registry.Names(QzRegistry::ElemSubReg)) {
+        PrintLine(depth, "subreg", name, "");
+        PrintRegistry(depth + 1, registry.SubReg(name));
+    }
+    for (const KeldMBString& name : registry.Names(QzRegistry::ElemExternal)) {
+        KeldMBString held;
+        held.Format("%s (%d entries)", registry.GetSubFileName(name).Cstr(),
+                    registry.SubFile(name).GetCount());
+        PrintLine(depth, "external", name, held);
+    }
+}
+
+void PrintMessage(const char* key) {
+    QzStringEx text;
+    const bool missing = text.LoadResString(KeldMBString(key)) != 0;
+    std::printf("  %-6s %s\n", key, missing ? "(no such message)" : text.Cstr());
+}
+
+int ShowConfiguration() {
+    const QzRegistry& root = QzRegistry::Root();
+    const KeldMBString file = QzRegistry::XmlPath() + "Zephyron.xml";
+    if (root.Name().IsEmpty()) {
+        std::fprintf(stderr, "configuration: %s cannot be read\n", file.Cstr());
+        return 1;
+    }
+    std::printf("%s holds \"%s\":\n", file.Cstr(), root.Name().Cstr());
+    PrintRegistry(0, root);
+
+    std::printf("\nMessages:\n");
+    for (const char* key : {"1001", "2001", "undo", "9999"})
+        PrintMessage(key);
+
+    const KeldMBString font = root.SubReg("Display")["Font"];
+    std::printf("\nThe display font %s is %s in EPS files.\n", font.Cstr(),
+                root.SubFile("EPSFont")[font].Cstr());
+
+    std::error_code failed;
+    const std::filesystem::path copy = std::filesystem::temp_directory_path(failed) / "Zephyron-copy.xml";
+    if (!failed)
+        std::filesystem::copy_file(file.Cstr(), copy, std::filesystem::copy_options::overwrite_existing,
+                                   failed);
+    if (failed) {
+        std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.c_str(),
+                     failed.message().c_str());
+        return 1;
+    }
+    Configuration changed{KeldMBString(copy.string())};
+    changed.SetAt("Unit", "km");
+    const bool saved = changed.Save() != 0;
+    const Configuration again{KeldMBString(copy.string())};
+    const bool equal = saved && again == changed && again["Unit"] == "km";
+    std::printf("\nUnit: %s, changed to %s, saved to %s and loaded again: the tables are %s.\n",
+                root["Unit"].Cstr(), again["Unit"].Cstr(), copy.c_str(), equal ? "equal" : "NOT EQUAL");
+    std::filesystem::remove(copy, failed);
+    return equal ? 0 : 1;
+}
+
+// ---- Any XML file
+
+struct Shape {
+    int elements = 0;
+    int depth = 0;
+};
+
+// Visits every element, however deep, without recursion.
+Shape Measure(QzMarkup& markup) {
+    Shape shape;
+    int depth = 0;
+    markup.ResetPos();
+    for (;;) {
+        if (markup.FindElem()) {
+            ++shape.elements;
+            shape.depth = depth + 1 > shape.depth ? depth + 1 : shape.depth;
+            if (markup.HasChild()) {
+                markup.IntoElem();
+                ++depth;
+            }
+        } else if (depth > 0) {
+            markup.OutOfElem();
+            --depth;
+        } else {
+            return shape;
+        }
+    }
+}
+
+bool DeclaresEncoding(const KeldMBString& text) {
+    const int declared = text.Find("encoding");
+    return declared >= 0 && declared < text.Find("?>");
+}
+
+KeldMBString TopElement(QzMarkup& markup) {
+    markup.ResetPos();
+    markup.FindElem();
+    return markup.GetSubDoc();
+}
+
+int Fail(const char* file, const KeldMBString& reason) {
+    std::fprintf(stderr, "configuration: %s: %s\n", file, reason.Cstr());
+    return 1;
+}
+
+int Convert(const char* file, QzMarkup& markup, const char* encodingName) {
+    const KELDCharset::Charset encoding = QzTextCodec::GetCharset(encodingName);
+    KeldMBString probe;
+    if (!QzTextCodec(encoding, QzToolkit::GetCurCharset()).Convert(probe, KeldMBString("<?xml")))
+        return Fail(file, KeldMBString("the encoding ") + encodingName + " is not known");
+    if (probe != "<?xml")
+        return Fail(file,
+                    KeldMBString("a file in ") + encodingName + " does not say its encoding in plain ASCII");
+    if (markup.GetEncoding() == KELDCharset::Unknown ||
+        !QzTextCodec(KELDCharset::UCS4LE, QzToolkit::GetCurCharset()).Convert(probe, markup.GetDoc()))
+        return Fail(file, "the text is not in the encoding that it declares, or in one that is not known");
+
+    std::filesystem::path path(file);
+    path.replace_extension(std::string(".") + encodingName + path.extension().string());
+    const KeldMBString original = TopElement(markup);
+    markup.SetEncoding(encoding);
+    if (!markup.Save(path.c_str()))
+        return Fail(path.c_str(), markup.GetError());
+    QzMarkup copy;
+    if (!copy.Load(path.c_str()))
+        return Fail(path.c_str(), copy.GetError());
+    if (TopElement(copy) != original)
+        return Fail(path.c_str(), "the copy does not load to the same content");
+    std::printf("copy      %s, in %s; it loads to the same content\n", path.c_str(),
+                QzTextCodec::GetCharsetName(copy.GetEncoding()).Cstr());
+    return 0;
+}
+
+int ShowDocument(const char* file, const char* encodingName) {
+    QzMarkup markup;
+    if (!markup.Load(file))
+        return Fail(file, markup.GetError());
+    const Shape shape = Measure(markup);
+    markup.ResetPos();
+    markup.FindElem();
+    KeldMBString encoding = QzTextCodec::GetCharsetName(markup.GetEncoding());
+    if (encoding.IsEmpty())
+        encoding = "not known; the text is shown as it was read";
+    else if (!DeclaresEncoding(markup.GetDoc()))
+        encoding += " (not declared)";
+    std::printf("file      %s, %s\n", file, markup.GetError().Cstr());
+    std::printf("encoding  %s\n", encoding.Cstr());
+    std::printf("root      %s\n", markup.GetTagName().Cstr());
+    std::printf("elements  %d\n", shape.elements);
+    std::printf("depth     %d\n", shape.depth);
+    return encodingName != nullptr ? Convert(file, markup, encodingName) : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc > 3) {
+        std::fprintf(stderr, "usage: configuration [FILE.xml [ENCODING]]\n");
+        return 2;
+    }
+    return argc == 1 ? ShowConfiguration() : ShowDocument(argv[1], argc == 3 ? argv[2] : nullptr);
+}
