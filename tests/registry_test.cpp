@@ -188,6 +188,20 @@ TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
     for (int type = 0; type < 6; ++type)
         EXPECT_EQ(ToTexts(registry.Names(static_cast<QzRegistry::ElemType>(type))), kinds[type]) << type;
 
+    const char* const others[] = {"<R/>",
+                                  "<Root><Size> 12 </Size></Root>",
+                                  "<Root><Log type='object'/></Root>",
+                                  "<Root><Fonts type='sequence'><f/></Fonts></Root>",
+                                  "<Root><Layers type='objectsequence'/></Root>",
+                                  "<Root><Deep type='subreg'><Size>4</Size></Deep></Root>",
+                                  "<Root><resource type='external'>x</resource></Root>"};
+    for (const char* const other : others) {
+        Registry changed = registry;
+        EXPECT_EQ(changed == registry, true);
+        changed.LoadDoc(other);
+        EXPECT_EQ(changed == registry, std::string(other).find("> 12 <") != std::string::npos) << other;
+    }
+
     registry.LoadDoc("<Other><Size>13</Size><Log type='object'/><New>1</New><Deep type='subreg'/>"
                      "<Deep type='subreg'><b>1</b></Deep></Other>");
     EXPECT_EQ(registry.Name(), "Other");
@@ -280,7 +294,7 @@ TEST_F(RegistryTest, ResourceAndFontFiles) {
         registry.SetAt(KeldMBString(text), KeldMBString(text));
         registry.RemoveKey("2");
         EXPECT_TRUE(registry.Save());
-        EXPECT_TRUE(SameTables(Class(m_scratch / "file.xml"), registry)) << ReadBytes(m_scratch / "file.xml");
+        EXPECT_TRUE(Class(m_scratch / "file.xml") == registry) << ReadBytes(m_scratch / "file.xml");
     };
     survivesSave(resource);
     survivesSave(fonts);
@@ -304,7 +318,7 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
                                                                "<GB>&#x4E2D;</GB>"));
     Registry registry(path);
     const std::string saved = Save(registry, path);
-    EXPECT_TRUE(SameTables(Registry(path), registry)) << saved;
+    EXPECT_TRUE(Registry(path) == registry) << saved;
     QzMarkup markup(saved.c_str());
     ASSERT_TRUE(markup.FindElem("Root") && markup.IntoElem());
     std::string tags;
@@ -327,7 +341,7 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     registry.SetAt("Size", "");
     Save(registry, path);
     const Registry again(path);
-    EXPECT_TRUE(SameTables(again, registry)) << ReadBytes(path);
+    EXPECT_TRUE(again == registry) << ReadBytes(path);
     EXPECT_EQ(Keys(again), "Size Odd GB Awkward ");
 
     KeldSystem::SetCurCharset(KELDCharset::GB2312);
@@ -413,7 +427,7 @@ TEST_F(RegistryTest, CopiesShareNothing) {
     Registry expected;
     expected.LoadDoc(KeldMBString(document));
     for (const Registry* const one : {&copy, &assigned}) {
-        EXPECT_TRUE(SameTables(*one, expected));
+        EXPECT_TRUE(*one == expected);
         EXPECT_NE(dynamic_cast<QzRegistryResource*>(&one->SubFile("resource")), nullptr);
         EXPECT_EQ(one->SubFile("resource")["1"], "x") << "the loaded file came along";
     }
@@ -436,7 +450,7 @@ TEST_F(RegistryTest, NestingCostsNoStack) {
     registry = Registry();
     ASSERT_TRUE(copy.Save());
     registry.LoadFile(KeldMBString(path));
-    EXPECT_TRUE(SameTables(registry, copy));
+    EXPECT_TRUE(registry == copy);
     const QzRegistry* innermost = &registry;
     int depth = 0;
     for (; !innermost->Names(QzRegistry::ElemSubReg).IsEmpty(); ++depth)
@@ -460,13 +474,13 @@ TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
     for (const auto& c : cases) {
         WriteBytes(m_scratch / c.name, c.bytes);
         Registry registry(m_scratch / c.name);
-        EXPECT_TRUE(SameTables(registry, Registry())) << c.name;
+        EXPECT_TRUE(registry == Registry()) << c.name;
         EXPECT_FALSE(registry.Save()) << "there is no top element to write";
         EXPECT_EQ(ReadBytes(m_scratch / c.name), c.bytes);
     }
     for (const std::string& path : {m_scratch / "gone.xml", m_scratch.Path(), std::string("/dev/null/x")}) {
         m_trace.Texts().clear();
-        EXPECT_TRUE(SameTables(Registry(path), Registry()));
+        EXPECT_TRUE(Registry(path) == Registry());
         ASSERT_EQ(m_trace.Texts().size(), 1U) << path;
         EXPECT_NE(m_trace.Texts()[0].find(path), std::string::npos) << m_trace.Texts()[0];
     }
