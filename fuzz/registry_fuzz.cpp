@@ -59,7 +59,7 @@ void LoadCopySave(const KeldMBString& document, bool isConfiguration) {
     OpenRegistry<Base> registry;
     registry.LoadDoc(document);
     const OpenRegistry<Base> copy(registry);
-    Require(SameTables(copy, registry));
+    Require(copy == registry);
 
     QzMarkup markup;
     const bool written = markup.AddElem(copy.Name().Cstr()) && markup.IntoElem() && copy.SaveDoc(markup);
@@ -68,7 +68,7 @@ void LoadCopySave(const KeldMBString& document, bool isConfiguration) {
         return;
     OpenRegistry<Base> again;
     again.LoadDoc(markup.GetDoc());
-    Require(SameTables(again, registry));
+    Require(again == registry);
 }
 
 } // namespace

@@ -24,5 +24,5 @@ int main(int argc, char** argv) {
                                          : text.LoadResString(KeldMBString(argv[i])) != 0;
         std::printf("%s %d %s\n", argv[i], missing, text.Cstr());
     }
-    return &QzRegistry::Root() == &QzRegistry::Root() ? 0 : 1;
+    return 0;
 }

@@ -83,29 +83,19 @@ constexpr const char* EveryKind = R"(<?xml version="1.0" encoding="UTF-8"?>
 
 } // namespace
 
-TEST(Hash, KeepsTheOrderInWhichKeysWereAdded) {
+TEST(Hash, ReadingAddsNothing) {
     QzHash<int> hash;
-    for (const char* key : {"b", "a", "d", "", "c"})
-        hash.SetAt(key, static_cast<int>(*key));
+    hash.SetAt("", 1);
     hash.SetAt("a", 5);
-    EXPECT_EQ(Keys(hash), "b a d  c ");
-    EXPECT_TRUE(hash.RemoveKey("d"));
-    EXPECT_FALSE(hash.RemoveKey("d"));
-    hash.SetAt("d", 9);
-    EXPECT_EQ(Keys(hash), "b a  c d ");
-    EXPECT_TRUE(hash.RemoveKey(hash.begin()->first)) << "a key that lies in the table";
     int value = -1;
     EXPECT_TRUE(hash.Lookup("a", value));
-    EXPECT_EQ(value, 5);
     EXPECT_FALSE(hash.Lookup("b", value));
     EXPECT_EQ(value, 5) << "left alone";
-
     EXPECT_EQ(hash["none"], 0);
     EXPECT_EQ(hash.Find(KeldMBString("a\0", 2)), nullptr) << "keys are all their bytes";
-    EXPECT_EQ(hash.GetCount(), 4) << "reading adds nothing";
-    hash.RemoveAll();
-    EXPECT_TRUE(hash.IsEmpty());
-    EXPECT_EQ(hash.Find("a"), nullptr);
+    EXPECT_EQ(Keys(hash), " a ");
+    EXPECT_TRUE(hash.RemoveKey(hash.begin()->first)) << "a key that lies in the table";
+    EXPECT_EQ(Keys(hash), "a ");
 }
 
 TEST(Hash, CopiesAreIndependentAndMovesTakeTheEntries) {
@@ -160,10 +150,6 @@ TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
         }
         if (step % 50 == 0)
             hash = QzHash<int>(hash);
-        if (step % 500 == 0) {
-            hash.RemoveAll();
-            expected.clear();
-        }
         ASSERT_EQ(hash.GetCount(), static_cast<int>(expected.size()));
         auto entry = hash.begin();
         for (const auto& [name, value] : expected) {
@@ -201,6 +187,20 @@ TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
         {"Size", "Plain", "Odd"}, {"Log"}, {"Fonts", "Size"}, {"Layers"}, {"Deep"}, {"resource"}};
     for (int type = 0; type < 6; ++type)
         EXPECT_EQ(ToTexts(registry.Names(static_cast<QzRegistry::ElemType>(type))), kinds[type]) << type;
+
+    const char* const others[] = {"<R/>",
+                                  "<Root><Size> 12 </Size></Root>",
+                                  "<Root><Log type='object'/></Root>",
+                                  "<Root><Fonts type='sequence'><f/></Fonts></Root>",
+                                  "<Root><Layers type='objectsequence'/></Root>",
+                                  "<Root><Deep type='subreg'><Size>4</Size></Deep></Root>",
+                                  "<Root><resource type='external'>x</resource></Root>"};
+    for (const char* const other : others) {
+        Registry changed = registry;
+        EXPECT_EQ(changed == registry, true);
+        changed.LoadDoc(other);
+        EXPECT_EQ(changed == registry, std::string(other).find("> 12 <") != std::string::npos) << other;
+    }
 
     registry.LoadDoc("<Other><Size>13</Size><Log type='object'/><New>1</New><Deep type='subreg'/>"
                      "<Deep type='subreg'><b>1</b></Deep></Other>");
@@ -294,7 +294,7 @@ TEST_F(RegistryTest, ResourceAndFontFiles) {
         registry.SetAt(KeldMBString(text), KeldMBString(text));
         registry.RemoveKey("2");
         EXPECT_TRUE(registry.Save());
-        EXPECT_TRUE(SameTables(Class(m_scratch / "file.xml"), registry)) << ReadBytes(m_scratch / "file.xml");
+        EXPECT_TRUE(Class(m_scratch / "file.xml") == registry) << ReadBytes(m_scratch / "file.xml");
     };
     survivesSave(resource);
     survivesSave(fonts);
@@ -318,7 +318,7 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
                                                                "<GB>&#x4E2D;</GB>"));
     Registry registry(path);
     const std::string saved = Save(registry, path);
-    EXPECT_TRUE(SameTables(Registry(path), registry)) << saved;
+    EXPECT_TRUE(Registry(path) == registry) << saved;
     QzMarkup markup(saved.c_str());
     ASSERT_TRUE(markup.FindElem("Root") && markup.IntoElem());
     std::string tags;
@@ -341,14 +341,7 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     registry.SetAt("Size", "");
     Save(registry, path);
     const Registry again(path);
-    EXPECT_TRUE(SameTables(again, registry)) << ReadBytes(path);
-    EXPECT_TRUE(again == registry);
-    Registry other(registry);
-    other.SubReg("Deep").SubReg("Deep").SetAt("Awkward", "x");
-    EXPECT_TRUE(other != registry);
-    other = registry;
-    other.Seq("Fonts").Add("x");
-    EXPECT_TRUE(other != registry);
+    EXPECT_TRUE(again == registry) << ReadBytes(path);
     EXPECT_EQ(Keys(again), "Size Odd GB Awkward ");
 
     KeldSystem::SetCurCharset(KELDCharset::GB2312);
@@ -361,23 +354,18 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     EXPECT_EQ(Registry(path)["a"], "镕") << "and declared as that: " << bytes;
 }
 
-TEST_F(RegistryTest, AnEntryReadAgainAfterItsRemovalIsSavedOnce) {
+TEST_F(RegistryTest, SavesWhatBecameOfItsEntries) {
     const std::string path = m_scratch / "conf.xml";
-    WriteBytes(path, "<r><a>1</a><b>2</b></r>");
-    Registry registry(path);
-    registry.RemoveKey("a");
-    registry.LoadFile(KeldMBString(path));
-    const std::string saved = Save(registry, path);
-    EXPECT_EQ(saved.find("<a "), saved.rfind("<a ")) << saved;
-}
-
-TEST_F(RegistryTest, ANestedRegistryKeepsItsEntryNameInTheFile) {
-    const std::string path = m_scratch / "conf.xml";
-    WriteBytes(path, "<r><a type='subreg'><x>1</x></a><b type='subreg'><y>2</y></b></r>");
+    WriteBytes(path, "<r><v>1</v><a type='subreg'><x>1</x></a><b type='subreg'><y>2</y></b></r>");
     Registry registry(path);
     registry.SubReg("a") = registry.SubReg("b");
     EXPECT_TRUE(registry.Save());
-    EXPECT_EQ(Registry(path).SubReg("a")["y"], "2");
+    EXPECT_EQ(Registry(path).SubReg("a")["y"], "2") << "under the entry's name, not its own";
+
+    registry.RemoveKey("v");
+    registry.LoadDoc("<r><v>1</v></r>");
+    const std::string saved = Save(registry, path);
+    EXPECT_EQ(saved.find("<v "), saved.rfind("<v ")) << "read again, saved once: " << saved;
 }
 
 TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
@@ -439,7 +427,7 @@ TEST_F(RegistryTest, CopiesShareNothing) {
     Registry expected;
     expected.LoadDoc(KeldMBString(document));
     for (const Registry* const one : {&copy, &assigned}) {
-        EXPECT_TRUE(SameTables(*one, expected));
+        EXPECT_TRUE(*one == expected);
         EXPECT_NE(dynamic_cast<QzRegistryResource*>(&one->SubFile("resource")), nullptr);
         EXPECT_EQ(one->SubFile("resource")["1"], "x") << "the loaded file came along";
     }
@@ -462,7 +450,6 @@ TEST_F(RegistryTest, NestingCostsNoStack) {
     registry = Registry();
     ASSERT_TRUE(copy.Save());
     registry.LoadFile(KeldMBString(path));
-    EXPECT_TRUE(SameTables(registry, copy));
     EXPECT_TRUE(registry == copy);
     const QzRegistry* innermost = &registry;
     int depth = 0;
@@ -487,13 +474,13 @@ TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
     for (const auto& c : cases) {
         WriteBytes(m_scratch / c.name, c.bytes);
         Registry registry(m_scratch / c.name);
-        EXPECT_TRUE(SameTables(registry, Registry())) << c.name;
+        EXPECT_TRUE(registry == Registry()) << c.name;
         EXPECT_FALSE(registry.Save()) << "there is no top element to write";
         EXPECT_EQ(ReadBytes(m_scratch / c.name), c.bytes);
     }
     for (const std::string& path : {m_scratch / "gone.xml", m_scratch.Path(), std::string("/dev/null/x")}) {
         m_trace.Texts().clear();
-        EXPECT_TRUE(SameTables(Registry(path), Registry()));
+        EXPECT_TRUE(Registry(path) == Registry());
         ASSERT_EQ(m_trace.Texts().size(), 1U) << path;
         EXPECT_NE(m_trace.Texts()[0].find(path), std::string::npos) << m_trace.Texts()[0];
     }

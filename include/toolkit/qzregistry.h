@@ -114,6 +114,8 @@ private:
     static std::unique_ptr<QzRegistry> MakeExternal(const KeldMBString& strName);
     void CopyTables(const QzRegistry& other);
     void Swap(QzRegistry& other) noexcept;
+    bool ReadFile(const KeldMBString& strFile, KeldMBString& text);
+    void AddEntries(QzMarkup walk);
     QzRegistry* LoadEntry(QzMarkup& markup, KeldMBString& directory);
     KeldArray<OrderedEntry> EntriesInOrder() const;
     unsigned char WriteEntry(Writer& writer, const OrderedEntry& entry) const;

@@ -70,26 +70,29 @@ QzRegistry::Object ReadObject(QzMarkup& markup) {
 
 QzRegistry::QzRegistry() = default;
 
+// As LoadFile, but nothing that a derived class overrides can be called yet.
 QzRegistry::QzRegistry(const KeldMBString& strFile) {
-    LoadFile(strFile);
+    KeldMBString text;
+    if (ReadFile(strFile, text))
+        AddEntries(QzMarkup(text.Cstr()));
 }
 
-QzRegistry::QzRegistry(const QzRegistry& other) : QzHash<KeldMBString>() {
+QzRegistry::QzRegistry(const QzRegistry& other) : QzHash<KeldMBString>(other) {
     std::vector<std::pair<const QzRegistry*, QzRegistry*>> pending{{&other, this}};
+    const auto copyValues = [&](const QzRegistry& from, std::unique_ptr<QzRegistry> to) {
+        static_cast<QzHash<KeldMBString>&>(*to) = from;
+        pending.emplace_back(&from, to.get());
+        return to;
+    };
     while (!pending.empty()) {
         const auto [from, to] = pending.back();
         pending.pop_back();
         to->CopyTables(*from);
-        for (const auto& [name, registry] : from->m_subRegistries) {
-            std::unique_ptr<QzRegistry> copy(new QzRegistry);
-            pending.emplace_back(registry.get(), copy.get());
-            to->m_subRegistries.SetAt(name, std::move(copy));
-        }
-        for (const auto& [name, registry] : from->m_loadedFiles) {
-            std::unique_ptr<QzRegistry> copy = MakeExternal(name);
-            pending.emplace_back(registry.get(), copy.get());
-            to->m_loadedFiles.SetAt(name, std::move(copy));
-        }
+        for (const auto& [name, registry] : from->m_subRegistries)
+            to->m_subRegistries.SetAt(name,
+                                      copyValues(*registry, std::unique_ptr<QzRegistry>(new QzRegistry)));
+        for (const auto& [name, registry] : from->m_loadedFiles)
+            to->m_loadedFiles.SetAt(name, copyValues(*registry, MakeExternal(name)));
     }
 }
 
@@ -116,9 +119,8 @@ QzRegistry::~QzRegistry() {
     }
 }
 
-// Everything but the registries below this one.
+// Everything but the values and the registries below this one.
 void QzRegistry::CopyTables(const QzRegistry& other) {
-    static_cast<QzHash<KeldMBString>&>(*this) = other;
     const auto copy = [](auto& to, const auto& from) {
         for (const auto& [name, item] : from)
             to.SetAt(name, std::make_unique<std::decay_t<decltype(*item)>>(*item));
@@ -182,7 +184,7 @@ QzRegistry& QzRegistry::Root() {
 }
 
 KeldMBString QzRegistry::XmlPath() {
-    const KeldMBString beside = QzFile::GetModulePath(BaseModule);
+    KeldMBString beside = QzFile::GetModulePath(BaseModule);
     if (beside.IsEmpty() || QzFile::IsExist(beside + ConfigurationFile))
         return beside;
     KeldMBString above = ParentDirectory(beside);
@@ -261,7 +263,7 @@ QzRegistry::Sequence QzRegistry::Names(ElemType type) const {
 
 // ---- Loading
 
-void QzRegistry::LoadFile(const KeldMBString& strFile) {
+bool QzRegistry::ReadFile(const KeldMBString& strFile, KeldMBString& text) {
     m_strFile = strFile;
     QzFileStream stream(strFile, QzFileStream::Direction::Read, BufferSize);
     const std::int64_t length = stream.GetLength();
@@ -274,12 +276,18 @@ void QzRegistry::LoadFile(const KeldMBString& strFile) {
     }
     if (!stream.IsGood()) {
         qztrace("cannot read file: %s %s\n", strFile.Cstr(), stream.GetError().Cstr());
-        return;
+        return false;
     }
     stream.Close();
-    KeldMBString text(std::move(bytes));
+    text = KeldMBString(std::move(bytes));
     DecodeXmlFile(text);
-    LoadDoc(text);
+    return true;
+}
+
+void QzRegistry::LoadFile(const KeldMBString& strFile) {
+    KeldMBString text;
+    if (ReadFile(strFile, text))
+        LoadDoc(text);
 }
 
 void QzRegistry::LoadDoc(const KeldMBString& strDoc) {
@@ -287,7 +295,10 @@ void QzRegistry::LoadDoc(const KeldMBString& strDoc) {
 }
 
 void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
-    QzMarkup walk = markup;
+    AddEntries(markup);
+}
+
+void QzRegistry::AddEntries(QzMarkup walk) {
     walk.ResetPos();
     if (!walk.FindElem())
         return;
