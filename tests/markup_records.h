@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <iterator>
 #include <map>
 #include <string>
 #include <utility>
@@ -71,108 +72,81 @@ inline int WalkAll(Qzc::QzMarkup& markup) {
 }
 
 /// Moves or edits a document in one of all possible ways, as the numbers say that `next(n)` draws below n,
-/// and holds the outcome against what the operation promises. The broken promise; empty when all is well.
+/// and holds the outcome against what the operation promises. What is broken; empty when all is well.
 template <class Next>
 std::string RandomStep(CheckedMarkup& markup, Next next) {
-    static const char* const Names[] = {
-        "a", "b",   "x:y", "n-1.", "\xC3\xA9", "\x95\\", // refused from here on
-        "",  "a b", "x=",  "<",    "q\"",      "e&",     nullptr};
-    static const char* const Texts[] = {"",      "t",          "two\r\nlines", "<&>'\"", "&amp;&#65;",
-                                        "a]]>b", "]]>",        "\x95\\",       " / ",    "=",
-                                        nullptr, "<![CDATA[x", "a\"b",         "-->",    "?>"};
+    static const char* const Names[] = {"a", "b",   "x:y", "n-1.", "\xC3\xA9", "\x95\\", // the rest are none
+                                        "",  "a b", "x=",  "<",    "q\"",      "e&",     nullptr};
+    static const char* const Texts[] = {"",      "t",    "two\r\nlines", "<&>'\"",    "&amp;&#65;",
+                                        "a]]>b", "]]>",  "\x95\\",       " /",        "=",
+                                        nullptr, "a\"b", "-->",          "<![CDATA[", "?>"};
     static const char* const Pieces[] = {
-        "<a>",     "</a>",      "<b/>",  "<b x='1'>", "</b>",    "<",    ">",         "/",      "<!--",
-        "-->",     "<![CDATA[", "]]>",   "<?",        "?>",      "<!d",  "[",         "]",      "\"",
-        "'",       "=",         " ",     "\r\n",      "text",    "&lt;", "\x95",      "\\",     "\n  ",
-        "y=\">\"", "x",         "<c//>", "<c / />",   "<c z= >", "</c>", "<?xml v?>", "<a y=/>"};
-    const auto markupText = [&] {
-        std::string text;
-        for (auto count = next(7); count != 0; --count)
-            text += Pieces[next(sizeof(Pieces) / sizeof(*Pieces))];
-        return text;
-    };
-    const char* const name = Names[next(sizeof(Names) / sizeof(*Names))];
-    const char* const text = Texts[next(sizeof(Texts) / sizeof(*Texts))];
-    const std::string data = text != nullptr ? text : "";
-    const std::string place = std::string(next(2) != 0 ? "p" : "q");
+        "<a>",     "</a>",      "<b/>",  "<b x='1'>", "</b>",    "<",        ">",    "/",  "<!--",
+        "-->",     "<![CDATA[", "]]>",   "<?",        "?>",      "<!d",      "[",    "]",  "\"",
+        "'",       "=",         " ",     "\r\n",      "t",       "&lt;",     "\x95", "\\", "\n  ",
+        "y=\">\"", "x",         "<c//>", "<c / />",   "<c z= >", "<?xml v?>"};
+    const auto pick = [&](const auto& table) { return table[next(static_cast<unsigned>(std::size(table)))]; };
+    const unsigned step = next(27);
+    const bool ofChild = step % 2 == 1;
+    const char* const name = pick(Names);
+    const char* const text = pick(Texts);
+    std::string fragment;
+    for (auto count = next(7); count != 0; --count)
+        fragment += pick(Pieces);
+    const char* const place = next(2) != 0 ? "p" : "q";
+    const char* const wanted = next(4) == 0 ? name : nullptr;
 
-    const std::string doc = markup.GetDoc().Cstr();
+    const Qzc::KeldMBString doc = markup.GetDoc();
     const Qzc::KeldMBString main = markup.GetSubDoc();
     const Qzc::KeldMBString child = markup.GetChildSubDoc();
-    const auto kept = [&] {
-        return markup.GetDoc() == doc.c_str() && markup.GetSubDoc() == main &&
-               markup.GetChildSubDoc() == child;
-    };
-    const auto added = [&](bool done, bool ofChild) -> std::string {
-        if (!done)
-            return kept() ? "" : "a refused element left a trace";
-        const bool holds = ofChild ? markup.GetChildTagName() == name && markup.GetChildData() == text
-                                   : markup.GetTagName() == name && markup.GetData() == text;
-        return holds ? "" : "an added element does not read back";
-    };
-    const auto addedMarkup = [&](bool done, bool ofChild) -> std::string {
-        if (!done)
-            return kept() ? "" : "refused markup left a trace";
-        return !(ofChild ? markup.GetChildTagName() : markup.GetTagName()).IsEmpty()
-                   ? ""
-                   : "added markup is no position";
-    };
-    const auto attributeSet = [&](bool ofChild) -> std::string {
-        AttributeList expected = Attributes(markup, ofChild);
-        const bool done = ofChild ? markup.SetChildAttrib(name, text) : markup.SetAttrib(name, text);
-        if (!done)
-            return kept() ? "" : "a refused attribute left a trace";
-        bool replaced = false;
-        for (auto& [attribute, value] : expected) { // a name that stands twice is read as the first
-            if (attribute == name) {
-                value = data;
-                replaced = true;
-            }
+    AttributeList attributes = Attributes(markup, ofChild);
+    bool replaces = false;
+    for (auto& [attribute, value] : attributes) { // one that stands twice reads as the first
+        if (name != nullptr && attribute == name) {
+            value = text != nullptr ? text : "";
+            replaces = true;
         }
-        if (!replaced)
-            expected.emplace_back(name, data);
-        return Attributes(markup, ofChild) == expected ? "" : "a set attribute does not read back";
-    };
-    const auto dataSet = [&](bool done, bool ofChild) -> std::string {
-        if (!done)
-            return kept() ? "" : "refused data left a trace";
-        return (ofChild ? markup.GetChildData() : markup.GetData()) == text ? ""
-                                                                            : "set data do not read back";
-    };
-    const auto moved = [&](bool) -> std::string {
-        return markup.GetDoc() == doc.c_str() ? "" : "a move changed the text";
-    };
-
-    switch (next(27)) {
-    case 0: return added(markup.AddElem(name, text), false);
-    case 1: return added(markup.InsertElem(name, text), false);
-    case 2: return added(markup.AddChildElem(name, text), true);
-    case 3: return added(markup.InsertChildElem(name, text), true);
-    case 4: return addedMarkup(markup.AddSubDoc(markupText().c_str()), false);
-    case 5: return addedMarkup(markup.InsertSubDoc(markupText().c_str()), false);
-    case 6: return addedMarkup(markup.AddChildSubDoc(markupText().c_str()), true);
-    case 7: return addedMarkup(markup.InsertChildSubDoc(markupText().c_str()), true);
-    case 8:
-    case 9: return attributeSet(false);
-    case 10:
-    case 11: return attributeSet(true);
-    case 12: return dataSet(markup.SetData(text, static_cast<int>(next(2))), false);
-    case 13: return dataSet(markup.SetChildData(text, static_cast<int>(next(2))), true);
-    case 14:
-        if (markup.SetRealData(markupText().c_str()))
-            return markup.GetChildTagName().IsEmpty() || markup.GetChildSubDoc() == child ? ""
-                                                                                          : "a lost child";
-        return kept() ? "" : "refused content left a trace";
-    case 15: return markup.RemoveElem() || kept() ? "" : "a refused removal left a trace";
-    case 16: return markup.RemoveChildElem() || kept() ? "" : "a refused removal left a trace";
-    case 17: markup.SavePos(place.c_str()); return moved(true);
-    case 18: return moved(markup.RestorePos(place.c_str()));
-    case 19: markup.ResetPos(); return moved(true);
-    case 20: markup.ResetMainPos(); return moved(true);
-    case 21: markup.ResetChildPos(); return moved(true);
-    case 22: return moved(markup.OutOfElem());
-    case 23: return moved(markup.IntoElem());
-    case 24: return moved(markup.FindChildElem(next(4) == 0 ? name : nullptr));
-    default: return moved(markup.FindElem(next(4) == 0 ? name : nullptr));
     }
+    if (!replaces)
+        attributes.emplace_back(name != nullptr ? name : "", text != nullptr ? text : "");
+
+    bool done = false;
+    switch (step) {
+    case 0: done = markup.AddElem(name, text); break;
+    case 1: done = markup.AddChildElem(name, text); break;
+    case 2: done = markup.InsertElem(name, text); break;
+    case 3: done = markup.InsertChildElem(name, text); break;
+    case 4: done = markup.AddSubDoc(fragment.c_str()); break;
+    case 5: done = markup.AddChildSubDoc(fragment.c_str()); break;
+    case 6: done = markup.InsertSubDoc(fragment.c_str()); break;
+    case 7: done = markup.InsertChildSubDoc(fragment.c_str()); break;
+    case 8: done = markup.SetAttrib(name, text); break;
+    case 9: done = markup.SetChildAttrib(name, text); break;
+    case 10: done = markup.SetData(text, wanted != nullptr); break;
+    case 11: done = markup.SetChildData(text, wanted != nullptr); break;
+    case 12: done = markup.RemoveElem(); break;
+    case 13: done = markup.RemoveChildElem(); break;
+    case 14: done = markup.SetRealData(fragment.c_str()); break;
+    case 15: markup.SavePos(place); break;
+    case 16: markup.RestorePos(place); break;
+    case 17: markup.ResetPos(); break;
+    case 18: markup.ResetMainPos(); break;
+    case 19: markup.ResetChildPos(); break;
+    case 20: markup.OutOfElem(); break;
+    case 21: markup.IntoElem(); break;
+    case 22: markup.FindChildElem(wanted); break;
+    default: markup.FindElem(wanted); break;
+    }
+    if (!done) {
+        const bool kept = step > 14 || (markup.GetSubDoc() == main && markup.GetChildSubDoc() == child);
+        return kept && markup.GetDoc() == doc ? "" : "a refused step left a trace";
+    }
+    const Qzc::KeldMBString tag = ofChild ? markup.GetChildTagName() : markup.GetTagName();
+    const Qzc::KeldMBString data = ofChild ? markup.GetChildData() : markup.GetData();
+    const bool holds = step < 4    ? tag == name && data == text
+                       : step < 8  ? !tag.IsEmpty()
+                       : step < 10 ? Attributes(markup, ofChild) == attributes
+                       : step < 12 ? data == text
+                                   : true;
+    return holds ? "" : "step " + std::to_string(step) + " does not read back";
 }
