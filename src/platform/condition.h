@@ -39,7 +39,7 @@ public:
                 return Leave(ticket, true);
             std::int64_t left = NoTimeout;
             if (milliseconds >= 0) {
-                left = std::chrono::ceil<std::chrono::milliseconds>(limit - Clock::now()).count();
+                left = std::chrono::ceil<std::chrono::microseconds>(limit - Clock::now()).count();
                 left = left > 0 ? left : 0;
             }
             inTime = WaitOnWord(&m_generation, generation, left);

@@ -15,6 +15,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/posix/interruption.h"
 #include "platform/waitword.h"
 
 // Ending a thread by force
@@ -27,6 +28,10 @@
 // would find the victim's thread-specific data, so the handler clears it. And the C library's count of its
 // threads stays one too high, which it uses only to call exit() when the main thread has left by pthread_exit
 // before the others.
+//
+// A victim in the middle of malloc would leave the heap locked, and soon the process would stand still. So
+// the handler lets a victim go on that was interrupted in the C library, and the signal is sent again a
+// moment later. One that never leaves the library is ended all the same after a while.
 //
 // ThreadSanitizer takes a thread that vanishes like this for running, and waits for it for ever. Built with
 // it, the victim leaps out of its body and ends as threads do.
@@ -66,6 +71,7 @@ public:
     std::atomic<std::uint32_t> state{Running};
     std::atomic<std::uint32_t> id{0}; ///< 0 until the thread has told it
     std::atomic<bool> toTerminate{false};
+    std::atomic<bool> atAnyPlace{false}; ///< no more consideration for where it is
     std::atomic<int> terminationCode{0};
     int exitCode = 0; ///< valid from `Ended` on
     pthread_t handle = {};
@@ -122,20 +128,29 @@ void ForgetThreadSpecifics() {
 #endif
 }
 
-void OnTerminationSignal(int) {
+void OnTerminationSignal(int, siginfo_t*, void* context) {
     Thread* self = t_current;
-    if (self != nullptr && t_shields == 0 && IsDoomed(*self))
-        Die(*self);
+    if (self == nullptr || t_shields != 0 || !IsDoomed(*self))
+        return;
+#if !defined(VICTIM_LEAPS) // there the signal comes where the sanitizer's own code is in order
+    if (!self->atAnyPlace.load() && MayHoldSystemLock(context))
+        return;
+#else
+    static_cast<void>(context);
+#endif
+    Die(*self);
 }
 
 // Takes the highest real-time signal that nobody handles. 0 when there is none.
 int ReserveSignal() {
+    LocateSystemCode();
     for (int number = SIGRTMAX; number >= SIGRTMIN; --number) {
         struct sigaction action = {};
         if (sigaction(number, nullptr, &action) != 0 || (action.sa_flags & SA_SIGINFO) != 0 ||
             action.sa_handler != SIG_DFL)
             continue;
-        action.sa_handler = OnTerminationSignal;
+        action.sa_sigaction = OnTerminationSignal;
+        action.sa_flags = SA_SIGINFO;
         sigfillset(&action.sa_mask);
         if (sigaction(number, &action, nullptr) == 0)
             return number;
@@ -368,11 +383,18 @@ bool TerminateThread(Thread& thread, int exitCode) {
         return WaitForThread(thread);
     thread.terminationCode.store(exitCode);
     thread.toTerminate.store(true);
-    const std::uint32_t id = thread.id.load();
-    // If the thread has just ended by itself the number may meanwhile be another thread's of this process,
-    // which has no request and ignores the signal.
-    if (id != 0 && id != Thread::IdAwaited)
-        syscall(SYS_tgkill, getpid(), id, TerminationSignal());
+    // A request is repeated after 50 microseconds at first, and without consideration after 2 seconds.
+    constexpr int Patience = 2000;
+    for (int sent = 0; !thread.HasEnded(); ++sent) {
+        const std::uint32_t id = thread.id.load();
+        // If the thread has just ended by itself the number may meanwhile be another thread's of this
+        // process, which has no request and ignores the signal.
+        if (id != 0 && id != Thread::IdAwaited)
+            syscall(SYS_tgkill, getpid(), id, TerminationSignal());
+        if (sent == Patience)
+            thread.atAnyPlace.store(true);
+        WaitOnWord(&thread.state, Thread::RunningAwaited, 50 + sent);
+    }
     return WaitForThread(thread);
 }
 
