@@ -282,6 +282,28 @@ TEST(TaskLoop, CountAndQueueStayTogether) {
     }
 }
 
+// A task goes while a thread that has its unit already waits for the queue. The filter keeps it waiting
+// there.
+TEST(TaskLoop, ALateUnitIsSettled) {
+    Loop loop;
+    auto* removed = new Task(1);
+    loop.AddTask(removed, true);
+    std::thread taker;
+    Sieve holding([&](int event, int, bool&) {
+        if (event == QzTaskFilter::EventAdd) {
+            taker = std::thread([&] { loop.Run(); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            loop.RemoveTask(removed);
+        }
+        return 1;
+    });
+    loop.AddTaskFilter(&holding);
+    loop.AddTask(new Task(2), true);
+    taker.join();
+    loop.RemoveTaskFilter(&holding);
+    EXPECT_EQ(loop.Drain(), 0);
+}
+
 TEST(TaskManager, WorksThroughTheQueue) {
     QzTaskManager manager;
     {
