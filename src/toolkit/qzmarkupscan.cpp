@@ -25,13 +25,6 @@ bool IsSecondByte(const char* start, const char* p) {
     return second;
 }
 
-const char* SkipName(const char* p) {
-    const char* const start = p;
-    while (!EndsName(start, p))
-        ++p;
-    return p;
-}
-
 const char* SkipComment(const char* p) {
     return Behind(p + std::strlen("<!--"), "-->");
 }

@@ -128,7 +128,12 @@ private:
 };
 
 /// Behind the name (or the unquoted value) that starts at `p`.
-const char* SkipName(const char* p);
+inline const char* SkipName(const char* p) {
+    const char* const start = p;
+    while (!EndsName(start, p))
+        ++p;
+    return p;
+}
 
 /// At "<!" or "<?": behind the node that starts there, null when it does not end.
 const char* SkipComment(const char* p);
