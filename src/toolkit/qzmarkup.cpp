@@ -125,7 +125,7 @@ unsigned char QzMarkup::Save(const char* szFileName) {
     KeldMBString text = m_strDoc;
     const int declaration = text.Find("<?");
     const int end = text.Find("?>");
-    if (end <= 0)
+    if (end <= 0 && m_encoding != KELDCharset::Unknown)
         text.Insert(0, GetXMLFileHeader() + LineEnd);
     else if (converts && declaration >= 0 && declaration < end)
         text.Replace(declaration, end + 2 - declaration, GetXMLFileHeader().View());
