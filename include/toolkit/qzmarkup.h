@@ -64,10 +64,11 @@ public:
     unsigned char Load(const char* szFileName);
 
     /// Writes the document in its encoding (see SetEncoding), with a declaration that names it: one is put in
-    /// front where there is none, and replaced where the encoding is not the current charset. The declaration
-    /// becomes part of the document's own text, but the records are not moved for it, so until the next
-    /// SetDoc or Load what is read from elements is not to be relied on: save last. A text that the encoding
-    /// cannot hold is not written (false, the file and the document are as they were). An unknown encoding is
+    /// front where there is none, and replaced where the encoding is not the current charset; a document in
+    /// the current charset keeps the declaration that it has, whatever that says. The declaration becomes
+    /// part of the document's own text, but the records are not moved for it, so until the next SetDoc or
+    /// Load what is read from elements is not to be relied on: save last. A text that the encoding cannot
+    /// hold is not written (false, the file and the document are as they were). An unknown encoding is
     /// written as the text stands.
     unsigned char Save(const char* szFileName);
 
