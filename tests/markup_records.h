@@ -86,7 +86,7 @@ std::string RandomStep(CheckedMarkup& markup, Next next) {
         "'",       "=",         " ",     "\r\n",      "t",       "&lt;",     "\x95", "\\", "\n  ",
         "y=\">\"", "x",         "<c//>", "<c / />",   "<c z= >", "<?xml v?>"};
     const auto pick = [&](const auto& table) { return table[next(static_cast<unsigned>(std::size(table)))]; };
-    const unsigned step = next(27);
+    const auto step = static_cast<unsigned>(next(27));
     const bool ofChild = step % 2 == 1;
     const char* const name = pick(Names);
     const char* const text = pick(Texts);
