@@ -337,7 +337,7 @@ int QzMarkup::GetFreePos() {
         m_iPosReleased = Pos(iPos).iElemNext;
         return iPos;
     }
-    if (m_iPosFree == m_nPosCapacity && !AllocPosArray(m_nPosCapacity + m_nPosCapacity / 2))
+    if (m_iPosFree >= m_nPosCapacity && !AllocPosArray(std::max(m_nPosCapacity + m_nPosCapacity / 2, 8)))
         return 0;
     return m_iPosFree++;
 }
