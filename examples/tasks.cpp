@@ -41,8 +41,7 @@ public:
 /// Renders a tile to a checksum of its pixels. Several workers call it at once; each tile has its own place.
 class Renderer : public QzTaskProcessor {
 public:
-    Renderer(int side, int iterations)
-        : m_side(side), m_iterations(iterations), m_tiles(static_cast<std::size_t>(side * side)) {}
+    Renderer(int side, int iterations) : m_side(side), m_iterations(iterations), m_tiles(Index(side, 0)) {}
 
     bool Process(QzTaskBase* task) override {
         const std::uint64_t start = QzThread::time();
@@ -50,11 +49,13 @@ public:
         const double scale = 3.0 / (m_side * TilePixels);
         std::uint32_t checksum = 2166136261U;
         for (int pixel = 0; pixel < TilePixels * TilePixels; ++pixel) {
-            const double a = (tile->column * TilePixels + pixel % TilePixels) * scale - 2.25;
-            const double b = (tile->row * TilePixels + pixel / TilePixels) * scale - 1.5;
+            const int x = pixel % TilePixels;
+            const int y = pixel / TilePixels;
+            const double a = (tile->column * TilePixels + x) * scale - 2.25;
+            const double b = (tile->row * TilePixels + y) * scale - 1.5;
             checksum = (checksum ^ Shade(a, b)) * 16777619U;
         }
-        m_tiles[static_cast<std::size_t>(tile->row * m_side + tile->column)] = checksum;
+        m_tiles[Index(tile->row, tile->column)] = checksum;
         m_work += QzThread::time() - start;
         ++m_rendered;
         finished.Post();
@@ -69,6 +70,11 @@ public:
     QzSemaphore finished{0}; // one unit per tile
 
 private:
+    std::size_t Index(int row, int column) const {
+        return static_cast<std::size_t>(row) * static_cast<std::size_t>(m_side) +
+               static_cast<std::size_t>(column);
+    }
+
     /// Where the orbit of a point lies in the end; every pixel takes the same time.
     std::uint32_t Shade(double a, double b) const {
         double x = 0;

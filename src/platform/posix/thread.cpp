@@ -243,7 +243,7 @@ class Attributes {
 public:
     explicit Attributes(std::size_t stackSize) {
         // Less than this does not carry the C++ library's own calls.
-        constexpr std::size_t Least = 64 * 1024;
+        constexpr std::size_t Least = 65536;
         constexpr std::size_t Page = 4096;
         pthread_attr_init(&m_attributes);
         if (stackSize == 0)
