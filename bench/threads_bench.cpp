@@ -240,7 +240,7 @@ std::map<std::string, std::pair<double, double>> s_medians;
 
 void Compare(benchmark::State& state, const Comparison& comparison) {
     std::vector<double> ours, peers, ratios;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         ours.push_back(comparison.ours());
         peers.push_back(comparison.peer());
         state.SetIterationTime(ours.back());

@@ -34,6 +34,6 @@ inline void PauseSpinning() {
 
 /// How often a lock is looked at again before its thread goes to sleep: about as long as going to sleep
 /// takes.
-constexpr int SpinCount = 40;
+constexpr int SpinCount = 10;
 
 } // namespace Platform
