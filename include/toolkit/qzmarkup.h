@@ -64,10 +64,11 @@ public:
     unsigned char Load(const char* szFileName);
 
     /// Writes the document in its encoding (see SetEncoding), with a declaration that names it: one is put in
-    /// front where there is none, and replaced where the encoding is not the current charset. The declaration
-    /// becomes part of the document's own text, but the records are not moved for it, so until the next
-    /// SetDoc or Load what is read from elements is not to be relied on: save last. A text that the encoding
-    /// cannot hold is not written (false, the file and the document are as they were). An unknown encoding is
+    /// front where there is none, and replaced where the encoding is not the current charset; a document in
+    /// the current charset keeps the declaration that it has, whatever that says. The declaration becomes
+    /// part of the document's own text, but the records are not moved for it, so until the next SetDoc or
+    /// Load what is read from elements is not to be relied on: save last. A text that the encoding cannot
+    /// hold is not written (false, the file and the document are as they were). An unknown encoding is
     /// written as the text stands.
     unsigned char Save(const char* szFileName);
 
@@ -90,9 +91,9 @@ public:
     unsigned char MoveNextChildElem();
     unsigned char IntoElem();       ///< the main element becomes the parent, its child the main position
     unsigned char OutOfElem();      ///< the parent becomes the main element again, the main element its child
-    void ResetPos();                ///< before the top element
-    void ResetMainPos();            ///< before the first element of the current parent
-    void ResetChildPos();           ///< before the first child of the main element
+    unsigned char ResetPos();       ///< before the top element; always 1, as the next two
+    unsigned char ResetMainPos();   ///< before the first element of the current parent
+    unsigned char ResetChildPos();  ///< before the first child of the main element
     unsigned char HasChild() const; ///< whether the main element has child elements
 
     /// Keeps the position under a name until the text is replaced or one of its elements is removed.
@@ -124,6 +125,9 @@ public:
     //
     // A name that is none (see IsName) is refused. So is a second top element, and markup that is not well
     // formed.
+
+    // A value or a text of more than MaxValueLength bytes is refused, for it may grow when it is escaped.
+    static constexpr int MaxValueLength = KeldMBString::MaxLength / 6;
 
     /// Whether a text can name an element or an attribute: it is not empty, and holds no blank, no quote, no
     /// "&" and none of <>=\/?!.
@@ -257,6 +261,7 @@ protected:
                 unsigned char bAfterPos); ///< moves iPos (or only what follows it) and all behind
 
     // Records
+    const ElementPos& Pos(int i) const { return const_cast<QzMarkup&>(*this).Pos(i); }
     void PosInsert(const Fragment& fragment, int iPosParent,
                    int iPosBefore);   ///< behind a child; 0: in front of all
     bool AllocPosArray(int nNewSize); ///< adds at most one segment
@@ -281,7 +286,6 @@ private:
     ElementPos& Pos(int i) {
         return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)];
     }
-    const ElementPos& Pos(int i) const { return const_cast<QzMarkup&>(*this).Pos(i); }
     bool IsEmptyElement(int iPos) const { return Pos(iPos).nEndL == Pos(iPos).nStartL; }
     int Clip(int offset) const; ///< into the text: after Save, records may point behind its end
     std::string_view Range(int nLeft, int nRight) const;

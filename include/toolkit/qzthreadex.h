@@ -68,8 +68,6 @@ private:
     QzThreadEx(const KeldMBString& name, int (*func)(void*), void* arg, unsigned char managed);
     ~QzThreadEx();
     static int execute(void* object);
-    void Finish();
-    bool Leave(); ///< the thread's last step on the object, which it deletes (true) if nobody else will
 
     std::atomic<unsigned int> m_nThreadID{0};
     KeldMBString m_strName;

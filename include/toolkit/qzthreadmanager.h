@@ -50,6 +50,7 @@ private:
     ~QzThreadManager() = default;
 
     void DestoryManagedThread(const KeldMBString& name);
+    void Leave(QzThreadEx* thread, bool byExit); ///< the thread's last step on its object
     void ReleaseAll();
     int Find(const KeldMBString& name) const; ///< -1 when there is none
     void Remove(int index);

@@ -12,10 +12,10 @@ namespace Platform {
 
 constexpr std::int64_t NoTimeout = -1;
 
-/// Sleeps for as long as the word holds `expected`, until a wake or the timeout in milliseconds (NoTimeout:
+/// Sleeps for as long as the word holds `expected`, until a wake or the timeout in microseconds (NoTimeout:
 /// none). It may return without any reason, so callers look at the word again. False only when the time is
 /// up.
-bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t milliseconds = NoTimeout);
+bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds = NoTimeout);
 
 void WakeOneWaiter(const void* word);
 void WakeAllWaiters(const void* word);
@@ -34,6 +34,6 @@ inline void PauseSpinning() {
 
 /// How often a lock is looked at again before its thread goes to sleep: about as long as going to sleep
 /// takes.
-constexpr int SpinCount = 40;
+constexpr int SpinCount = 10;
 
 } // namespace Platform

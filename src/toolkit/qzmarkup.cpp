@@ -50,7 +50,16 @@ QzMarkup::QzMarkup(const QzMarkup& other)
       m_mapSavedPos(other.m_mapSavedPos) {
     while (m_nPosCapacity < m_iPosFree && AllocPosArray(other.m_nPosCapacity)) {
     }
-    for (int i = 0; i < std::min(m_iPosFree, m_nPosCapacity); i += SegmentSize)
+    if (m_nPosCapacity < m_iPosFree) { // no memory: the text alone, as if it were not well formed
+        SetPos(0, 0, 0);
+        m_mapSavedPos.RemoveAll();
+        m_segments.clear();
+        m_nPosCapacity = 0;
+        m_iPosFree = 1;
+        m_iPosReleased = 0;
+        return;
+    }
+    for (int i = 0; i < m_iPosFree; i += SegmentSize)
         std::copy_n(&other.Pos(i), std::min(m_iPosFree - i, SegmentSize), &Pos(i));
 }
 
@@ -125,7 +134,7 @@ unsigned char QzMarkup::Save(const char* szFileName) {
     KeldMBString text = m_strDoc;
     const int declaration = text.Find("<?");
     const int end = text.Find("?>");
-    if (end <= 0)
+    if (end <= 0 && m_encoding != KELDCharset::Unknown)
         text.Insert(0, GetXMLFileHeader() + LineEnd);
     else if (converts && declaration >= 0 && declaration < end)
         text.Replace(declaration, end + 2 - declaration, GetXMLFileHeader().View());
@@ -196,16 +205,19 @@ unsigned char QzMarkup::OutOfElem() {
     return 1;
 }
 
-void QzMarkup::ResetPos() {
+unsigned char QzMarkup::ResetPos() {
     SetPos(0, 0, 0);
+    return 1;
 }
 
-void QzMarkup::ResetMainPos() {
+unsigned char QzMarkup::ResetMainPos() {
     SetPos(m_iPosParent, 0, 0);
+    return 1;
 }
 
-void QzMarkup::ResetChildPos() {
+unsigned char QzMarkup::ResetChildPos() {
     m_iPosChild = 0;
+    return 1;
 }
 
 unsigned char QzMarkup::HasChild() const {
@@ -499,7 +511,7 @@ unsigned char QzMarkup::RemoveChildElem() {
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned char bInsert,
                                 unsigned char bAddChild) {
     const std::string_view name = View(szName);
-    if (!IsName(szName))
+    if (!IsName(szName) || View(szData).size() > MaxValueLength)
         return 0;
     KeldMBString markup;
     markup.Append("<").Append(name);
@@ -590,7 +602,7 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, int nValue) {
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* szValue) {
     const std::string_view name = View(szAttrib);
-    if (iPos == 0 || !IsName(szAttrib))
+    if (iPos == 0 || !IsName(szAttrib) || View(szValue).size() > MaxValueLength)
         return 0;
     KeldMBString value = KeldMBString("\"") + TextToDoc(szValue, 1) + "\"";
     int nLeft = 0;
@@ -628,6 +640,8 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
 }
 
 unsigned char QzMarkup::SetData(int iPos, const char* szData, int nCDATA) {
+    if (View(szData).size() > MaxValueLength)
+        return 0;
     KeldMBString content;
     if (nCDATA == 0 || !CreateNode(content, NodeCData, szData))
         content = TextToDoc(szData, 0);
@@ -727,9 +741,10 @@ int QzMarkup::TagBodyEnd(int iPos) const {
     const int nFirst = Clip(Pos(iPos).nStartL + 1);
     int nEnd = Clip(Pos(iPos).nStartR);
     const std::string_view doc = m_strDoc.View();
-    if (IsEmptyElement(iPos) && nEnd > nFirst)
-        --nEnd; // the '/'
-    while (nEnd > nFirst && Is(doc[static_cast<std::size_t>(nEnd) - 1], Blank))
+    // An empty element's slash may follow other slashes, which must not stay behind to end an opened tag.
+    const bool empty = IsEmptyElement(iPos);
+    const auto isFiller = [empty](char c) { return Is(c, Blank) || (empty && c == '/'); };
+    while (nEnd > nFirst && isFiller(doc[static_cast<std::size_t>(nEnd) - 1]))
         --nEnd;
     return nEnd;
 }

@@ -78,8 +78,7 @@ int QzThreadEx::execute(void* object) {
     self->m_nThreadID = GetCurrentThreadId();
     ThreadHandle::GetCurrent() = {self, [](void* current) {
                                       auto* left = static_cast<QzThreadEx*>(current);
-                                      ThreadHandle::Close(left->m_handle);
-                                      left->Leave();
+                                      QzThreadManager::GetInstance().Leave(left, true);
                                   }};
     try {
         self->m_nReturn = self->m_func(self->m_arg);
@@ -87,25 +86,8 @@ int QzThreadEx::execute(void* object) {
     }
     ThreadHandle::GetCurrent() = {};
     const int exitCode = self->m_nReturn;
-    self->Finish();
+    QzThreadManager::GetInstance().Leave(self, false);
     return exitCode;
-}
-
-bool QzThreadEx::Leave() {
-    if (m_owner.exchange(NoThread) != ThreadAlone)
-        return false;
-    delete this;
-    return true;
-}
-
-void QzThreadEx::Finish() {
-    if (m_bManaged == 0) {
-        Leave();
-        return;
-    }
-    const KeldMBString name = m_strName;
-    if (!Leave())
-        QzThreadManager::GetInstance().DestoryManagedThread(name);
 }
 
 bool QzThreadEx::Join() {

@@ -94,6 +94,19 @@ void QzThreadManager::DestoryManagedThread(const KeldMBString& name) {
     delete thread;
 }
 
+// Objects are deleted under the mutex, so a thread takes its last step on its object under it too. Only a
+// thread that ReleaseAll has left alone does not, and deletes its object itself.
+void QzThreadManager::Leave(QzThreadEx* thread, bool byExit) {
+    QzMutexLock lock(m_mutex);
+    lock.lock();
+    if (thread->m_owner.exchange(QzThreadEx::NoThread) == QzThreadEx::ThreadAlone)
+        delete thread;
+    else if (byExit)
+        ThreadHandle::Close(thread->m_handle);
+    else if (thread->m_bManaged != 0)
+        DestoryManagedThread(thread->m_strName);
+}
+
 void QzThreadManager::ReleaseAll() {
     QzMutexLock lock(m_mutex);
     lock.lock();

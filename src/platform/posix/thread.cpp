@@ -15,6 +15,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/posix/interruption.h"
 #include "platform/waitword.h"
 
 // Ending a thread by force
@@ -27,6 +28,10 @@
 // would find the victim's thread-specific data, so the handler clears it. And the C library's count of its
 // threads stays one too high, which it uses only to call exit() when the main thread has left by pthread_exit
 // before the others.
+//
+// A victim in the middle of malloc would leave the heap locked, and soon the process would stand still. So
+// the handler lets a victim go on that was interrupted in the C library, and the signal is sent again a
+// moment later. One that never leaves the library is ended all the same after a while.
 //
 // ThreadSanitizer takes a thread that vanishes like this for running, and waits for it for ever. Built with
 // it, the victim leaps out of its body and ends as threads do.
@@ -44,10 +49,12 @@ namespace Platform {
 class Thread {
 public:
     // Who takes the stack back. A thread that nobody waits for detaches itself at its end. One that is waited
-    // for stays joinable, and of those who wait one joins it.
+    // for stays joinable, and of those who wait one joins it: at its end, or right away if the one who waits
+    // cannot be ended by force, which would leave the join half done.
     enum State : std::uint32_t {
         Running,
         RunningAwaited,
+        RunningJoined,
         Ended,   ///< to be joined
         Joining, ///< somebody does
         Gone
@@ -66,9 +73,11 @@ public:
     std::atomic<std::uint32_t> state{Running};
     std::atomic<std::uint32_t> id{0}; ///< 0 until the thread has told it
     std::atomic<bool> toTerminate{false};
+    std::atomic<bool> atAnyPlace{false}; ///< no more consideration for where it is
     std::atomic<int> terminationCode{0};
-    int exitCode = 0; ///< valid from `Ended` on
-    pthread_t handle = {};
+    int exitCode = 0;                ///< valid from `Ended` on
+    std::atomic<pthread_t> handle{}; ///< valid from `isStarted` or `Ended` on
+    std::atomic<bool> isStarted{false};
 
     // Used by the thread itself, also in its signal handler.
     std::atomic<Phase> phase{Phase::Starting};
@@ -76,7 +85,7 @@ public:
 
     bool HasEnded() const {
         const std::uint32_t now = state.load(std::memory_order_acquire);
-        return now == Ended || now == Joining || now == Gone;
+        return now >= Ended;
     }
 };
 
@@ -102,9 +111,17 @@ void ForgetThreadSpecifics() {
         syscall(SYS_exit, 0);
 }
 
+void EndAwaited(Thread& self) {
+    std::uint32_t state = self.state.load();
+    while (!self.state.compare_exchange_weak(state, state == Thread::RunningJoined ? Thread::Joining
+                                                                                   : Thread::Ended)) {
+    }
+    if (state != Thread::RunningJoined) // else the end of the join wakes whoever else waits
+        WakeAllWaiters(&self.state);
+}
+
 [[noreturn]] void VanishAsEnded(Thread& self) {
-    self.state.store(Thread::Ended, std::memory_order_release);
-    WakeAllWaiters(&self.state);
+    EndAwaited(self);
     // Not the last reference: whoever ends a thread by force holds one until it has joined it.
     self.references.fetch_sub(1, std::memory_order_release);
     Vanish();
@@ -122,20 +139,29 @@ void ForgetThreadSpecifics() {
 #endif
 }
 
-void OnTerminationSignal(int) {
+void OnTerminationSignal(int, siginfo_t*, void* context) {
     Thread* self = t_current;
-    if (self != nullptr && t_shields == 0 && IsDoomed(*self))
-        Die(*self);
+    if (self == nullptr || t_shields != 0 || !IsDoomed(*self))
+        return;
+#if !defined(VICTIM_LEAPS) // there the signal comes where the sanitizer's own code is in order
+    if (!self->atAnyPlace.load() && MayHoldSystemLock(context))
+        return;
+#else
+    static_cast<void>(context);
+#endif
+    Die(*self);
 }
 
 // Takes the highest real-time signal that nobody handles. 0 when there is none.
 int ReserveSignal() {
+    LocateSystemCode();
     for (int number = SIGRTMAX; number >= SIGRTMIN; --number) {
         struct sigaction action = {};
         if (sigaction(number, nullptr, &action) != 0 || (action.sa_flags & SA_SIGINFO) != 0 ||
             action.sa_handler != SIG_DFL)
             continue;
-        action.sa_handler = OnTerminationSignal;
+        action.sa_sigaction = OnTerminationSignal;
+        action.sa_flags = SA_SIGINFO;
         sigfillset(&action.sa_mask);
         if (sigaction(number, &action, nullptr) == 0)
             return number;
@@ -159,12 +185,10 @@ void FinishThread(void* argument) {
     auto* self = static_cast<Thread*>(argument);
     t_current = nullptr;
     std::uint32_t expected = Thread::Running;
-    if (self->state.compare_exchange_strong(expected, Thread::Gone)) {
+    if (self->state.compare_exchange_strong(expected, Thread::Gone))
         pthread_detach(pthread_self());
-    } else {
-        self->state.store(Thread::Ended, std::memory_order_release);
-        WakeAllWaiters(&self->state);
-    }
+    else
+        EndAwaited(*self);
     CloseThread(self);
 }
 
@@ -193,22 +217,21 @@ void RunBody(Thread& self) {
 constexpr std::array<int, 5> NiceValues = {19, 10, 0, -5, -10};
 
 bool SetNice(unsigned int id, ThreadPriority priority) {
-    const auto level =
-        static_cast<std::size_t>(priority == ThreadPriority::Other ? ThreadPriority::Normal : priority);
-    return setpriority(PRIO_PROCESS, id, NiceValues[level - 1]) == 0;
+    return setpriority(PRIO_PROCESS, id, NiceValues[static_cast<std::size_t>(priority) - 1]) == 0;
 }
 
 void* ThreadEntry(void* argument) {
     Thread& self = *static_cast<Thread*>(argument);
     t_current = &self;
-    self.handle = pthread_self();
+    self.handle.store(pthread_self());
     pthread_setspecific(FinishKey(), argument);
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, TerminationSignal());
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     const unsigned int id = CurrentThreadId();
-    SetNice(id, self.priority);
+    if (self.priority != ThreadPriority::Other)
+        SetNice(id, self.priority);
     // From here on the thread can be found. A request that came earlier is seen by RunBody.
     if (self.id.exchange(id) == Thread::IdAwaited)
         WakeAllWaiters(&self.id);
@@ -220,7 +243,7 @@ class Attributes {
 public:
     explicit Attributes(std::size_t stackSize) {
         // Less than this does not carry the C++ library's own calls.
-        constexpr std::size_t Least = 64 * 1024;
+        constexpr std::size_t Least = 65536;
         constexpr std::size_t Page = 4096;
         pthread_attr_init(&m_attributes);
         if (stackSize == 0)
@@ -243,11 +266,13 @@ private:
 
 bool CreateSystemThread(Thread& thread) {
     TerminationSignal(); // reserved before there is a thread to send it to
-    pthread_t ignored = {};
-    if (thread.stackSize == 0)
-        return pthread_create(&ignored, nullptr, ThreadEntry, &thread) == 0;
+    pthread_t handle = {};
     const Attributes attributes(thread.stackSize);
-    return attributes.IsGood() && pthread_create(&ignored, attributes.Get(), ThreadEntry, &thread) == 0;
+    if (!attributes.IsGood() || pthread_create(&handle, attributes.Get(), ThreadEntry, &thread) != 0)
+        return false;
+    thread.handle.store(handle); // the thread does the same; whoever comes first
+    thread.isStarted.store(true);
+    return true;
 }
 
 } // namespace
@@ -300,7 +325,12 @@ bool WaitForThread(Thread& thread) {
         return false;
     std::uint32_t state = thread.state.load(std::memory_order_acquire);
     while (state != Thread::Gone) {
-        if (state == Thread::Running) {
+        const bool joinsNow = t_current == nullptr && thread.isStarted.load() &&
+                              (state == Thread::Running || state == Thread::RunningAwaited);
+        if (joinsNow) {
+            if (thread.state.compare_exchange_strong(state, Thread::RunningJoined))
+                Join(thread);
+        } else if (state == Thread::Running) {
             thread.state.compare_exchange_strong(state, Thread::RunningAwaited);
         } else if (state == Thread::Ended) {
             const TerminationShield shield;
@@ -373,11 +403,20 @@ bool TerminateThread(Thread& thread, int exitCode) {
         return WaitForThread(thread);
     thread.terminationCode.store(exitCode);
     thread.toTerminate.store(true);
-    const std::uint32_t id = thread.id.load();
-    // If the thread has just ended by itself the number may meanwhile be another thread's of this process,
-    // which has no request and ignores the signal.
-    if (id != 0 && id != Thread::IdAwaited)
-        syscall(SYS_tgkill, getpid(), id, TerminationSignal());
+    // A request is repeated after 50 microseconds at first, and without consideration after 2 seconds.
+    constexpr int Patience = 2000;
+    for (int sent = 0; !thread.HasEnded(); ++sent) {
+        const std::uint32_t id = thread.id.load();
+        // If the thread has just ended by itself the number may meanwhile be another thread's of this
+        // process, which has no request and ignores the signal.
+        if (id != 0 && id != Thread::IdAwaited)
+            syscall(SYS_tgkill, getpid(), id, TerminationSignal());
+        if (sent == Patience)
+            thread.atAnyPlace.store(true);
+        const std::uint32_t state = thread.state.load();
+        if (state < Thread::Ended)
+            WaitOnWord(&thread.state, state, 50 + sent);
+    }
     return WaitForThread(thread);
 }
 

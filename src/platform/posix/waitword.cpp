@@ -21,15 +21,15 @@ void Wake(const void* word, int count) {
 
 } // namespace
 
-bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t milliseconds) {
+bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds) {
     std::timespec timeout = {};
-    if (milliseconds >= 0) {
-        timeout.tv_sec = static_cast<std::time_t>(milliseconds / 1000);
-        timeout.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    if (microseconds >= 0) {
+        timeout.tv_sec = static_cast<std::time_t>(microseconds / 1000000);
+        timeout.tv_nsec = static_cast<long>(microseconds % 1000000) * 1000;
     }
     t_waitedWord = word;
     const long result = syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected,
-                                milliseconds >= 0 ? &timeout : nullptr, nullptr, 0);
+                                microseconds >= 0 ? &timeout : nullptr, nullptr, 0);
     return result == 0 || errno != ETIMEDOUT;
 }
 
