@@ -1,9 +1,11 @@
 // Records into the log at every level, in three formats; lets its file roll over; looks items up again; and
 // keeps the log as an XML document. The files lie in a directory of their own, which goes at the end.
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 #include <system_error>
 
@@ -26,9 +28,11 @@ void PrintFile(const std::filesystem::path& path) {
 
 void PrintFiles(const std::filesystem::path& directory) {
     std::error_code failed;
+    std::map<std::string, std::uintmax_t> sizes;
     for (const auto& entry : std::filesystem::directory_iterator(directory, failed))
-        std::printf("  %-12s %3d bytes\n", entry.path().filename().c_str(),
-                    static_cast<int>(entry.file_size()));
+        sizes[entry.path().filename().string()] = entry.file_size(failed);
+    for (const auto& [name, size] : sizes)
+        std::printf("  %-12s %3d bytes\n", name.c_str(), static_cast<int>(size));
 }
 
 KeldMBString Path(const std::filesystem::path& directory, const char* name) {
@@ -58,7 +62,8 @@ bool ShowLevelsAndFormats(const std::filesystem::path& directory) {
 bool ShowRollover(const std::filesystem::path& directory) {
     std::printf("\nA new file whenever one is longer than 60 bytes\n");
     QzLogFile& log = QzLogFile::GetInstance(false);
-    std::filesystem::create_directory(directory);
+    std::error_code failed; // shows when the log is opened
+    std::filesystem::create_directory(directory, failed);
     if (!log.Open(Path(directory, "tiles.log")))
         return false;
     log.SetFileSizeLimit(60, QzLogFile::NewFile);

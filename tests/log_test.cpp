@@ -721,6 +721,7 @@ TEST_F(LogTest, ThreadsLoseAndTearNothing) {
     constexpr int Count = 100000;
 #endif
     constexpr int Threads = 8;
+    const auto padding = [](int i) { return std::string(static_cast<std::size_t>(i % 50), '.'); };
     log.SetLogFormat("%THREADID %CODELINE %MSG");
     log.SetFilterRepeat(1);
     log.Open(K(m_file));
@@ -729,8 +730,7 @@ TEST_F(LogTest, ThreadsLoseAndTearNothing) {
     for (int t = 0; t < Threads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < Count; ++i) {
-                const std::string message =
-                    std::to_string(t) + ":" + std::to_string(i) + std::string(i % 50, '.');
+                const std::string message = std::to_string(t) + ":" + std::to_string(i) + padding(i);
                 if (!log.RecordLog(Log::info, 0, K(message), "thread.cpp", i))
                     ++failed;
                 if (i % 1000 == 0)
@@ -748,7 +748,7 @@ TEST_F(LogTest, ThreadsLoseAndTearNothing) {
         char id[16] = {};
         ASSERT_EQ(std::sscanf(line.c_str(), "%15s %d %d:%d", id, &line_number, &t, &i), 4) << line;
         ASSERT_EQ(line_number, i);
-        ASSERT_EQ(line.substr(line.rfind(':')), ":" + std::to_string(i) + std::string(i % 50, '.'));
+        ASSERT_EQ(line.substr(line.rfind(':')), ":" + std::to_string(i) + padding(i));
         ASSERT_GE(i, next[static_cast<std::size_t>(t)]) << "order of a thread's items";
         next[static_cast<std::size_t>(t)] = i + 1;
         std::string& known = ids[static_cast<std::size_t>(t)];
