@@ -7,8 +7,8 @@
 #include <system_error>
 
 #include "markup_records.h"
-#include "stream/qztrace.h"
 #include "support.h"
+#include "toolkit/qzlogfile.h"
 
 using namespace Qzc;
 
@@ -232,17 +232,19 @@ TEST(Markup, ReadsAttributes) {
 
 // ---- Files
 
-std::string s_trace;
+std::string s_logged;
 
 class MarkupFile : public testing::Test {
 protected:
-    MarkupFile() { s_trace.clear(); }
-    ~MarkupFile() override { SetTraceHandler(m_previous); }
+    MarkupFile() {
+        s_logged.clear();
+        QzLogFile::SetCallBack([](const char* line) { s_logged += line; });
+    }
+    ~MarkupFile() override { QzLogFile::SetCallBack(nullptr); }
 
     ScratchDirectory m_directory;
     std::string m_path = m_directory / "file.xml";
     CurrentCharset m_current{KELDCharset::UTF8};
-    QzTraceHandler m_previous = SetTraceHandler([](const char* text) { s_trace += text; });
 };
 
 TEST_F(MarkupFile, LoadsWhatTheDeclarationSays) {
@@ -290,7 +292,7 @@ TEST_F(MarkupFile, LoadsWhatTheDeclarationSays) {
     QzMarkup markup;
     EXPECT_TRUE(markup.Load(m_path.c_str()));
     EXPECT_EQ(markup.GetDoc(), "<a>\xE9</a>");
-    EXPECT_TRUE(s_trace.empty()) << s_trace;
+    EXPECT_TRUE(s_logged.empty()) << s_logged;
 }
 
 TEST_F(MarkupFile, TellsWhyItCannotLoad) {
@@ -304,17 +306,17 @@ TEST_F(MarkupFile, TellsWhyItCannotLoad) {
         const std::string path = m_directory / name;
         if (code == EACCES && std::ifstream(path))
             continue; // the superuser reads everything
-        s_trace.clear();
+        s_logged.clear();
         QzMarkup markup("<kept/>");
         EXPECT_FALSE(markup.Load(path.c_str()));
         EXPECT_EQ(markup.GetError(), ErrorOf(code).c_str());
         EXPECT_EQ(markup.GetDoc(), "<kept/>");
         const std::string message = "Can not open file  " + path + " Error message " + ErrorOf(code);
-        EXPECT_NE(s_trace.find(message), std::string::npos) << s_trace;
-        EXPECT_NE(s_trace.find("-100"), std::string::npos) << s_trace;
-        EXPECT_NE(s_trace.find("qzmarkup"), std::string::npos) << s_trace;
+        EXPECT_NE(s_logged.find(message), std::string::npos) << s_logged;
+        EXPECT_NE(s_logged.find("-100"), std::string::npos) << s_logged;
+        EXPECT_NE(s_logged.find("qzmarkup"), std::string::npos) << s_logged;
     }
-    s_trace.clear();
+    s_logged.clear();
     QzMarkup markup("<kept/>");
     std::ofstream(m_path).close();
     std::filesystem::resize_file(m_path, std::uintmax_t{1} << 31); // sparse
@@ -337,7 +339,7 @@ TEST_F(MarkupFile, TellsWhyItCannotLoad) {
         EXPECT_EQ(markup.GetError(), error);
         EXPECT_FALSE(markup.IsWellFormed() || markup.FindElem());
     }
-    EXPECT_TRUE(s_trace.empty()) << s_trace;
+    EXPECT_TRUE(s_logged.empty()) << s_logged;
 }
 
 TEST_F(MarkupFile, SavesWithADeclaration) {
@@ -398,7 +400,7 @@ TEST_F(MarkupFile, TellsWhyItCannotSave) {
     EXPECT_FALSE(markup.Save(m_path.c_str()));
     EXPECT_EQ(ReadBytes(m_path), "old");
     EXPECT_EQ(markup.GetDoc(), doc);
-    EXPECT_TRUE(s_trace.empty()) << s_trace;
+    EXPECT_TRUE(s_logged.empty()) << s_logged;
 }
 
 // ---- Sizes
