@@ -1,0 +1,469 @@
+#include "toolkit/qzstyle.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "base/keldassert.h"
+#include "stream/qzwincolor.h"
+#include "toolkit/numbertext.h"
+#include "toolkit/qzhashcode.h"
+#include "toolkit/record.h"
+
+namespace Qzc {
+
+namespace {
+
+constexpr std::uint32_t MaxSymbolLength = std::numeric_limits<std::int32_t>::max();
+
+// The back colour's word in a region's record has the place of the top byte for this.
+constexpr std::uint32_t TransparentBack = 0xFF;
+
+// The back colour in the record of all fields when the back is not painted.
+constexpr std::uint32_t NoBackColor = 0xFFFFFFFF;
+
+} // namespace
+
+// ---- Symbols
+
+bool QzStyle::Symbol::Allocate(std::uint32_t length) {
+    if (pBytes == nullptr || nLength != length) {
+        Clear();
+        pBytes.reset(new (std::nothrow) unsigned char[length]);
+        nLength = pBytes != nullptr ? length : 0;
+    }
+    return pBytes != nullptr;
+}
+
+void QzStyle::Symbol::CopyBytes(const Symbol& other) {
+    if (other.pBytes == nullptr)
+        Clear();
+    else if (this != &other && Allocate(other.nLength))
+        std::memcpy(pBytes.get(), other.pBytes.get(), nLength);
+}
+
+unsigned char QzStyle::Symbol::Set(unsigned char* buffer, std::uint32_t length, std::uint32_t version,
+                                   bool copy) {
+    if (length == 0 || length > MaxSymbolLength)
+        return 0;
+    if (copy) {
+        // Into new memory, not Allocate's: the bytes may be those of this very symbol.
+        unsigned char* const bytes = new (std::nothrow) unsigned char[length];
+        if (bytes == nullptr)
+            return 0;
+        std::memcpy(bytes, buffer, length);
+        pBytes.reset(bytes);
+    } else if (buffer != pBytes.get()) {
+        pBytes.reset(buffer);
+    }
+    nLength = length;
+    nVersion = version;
+    return 1;
+}
+
+unsigned char QzStyle::Symbol::Set(const QzMemoryStream& stream, std::uint32_t version) {
+    if (stream.GetLength() > MaxSymbolLength)
+        return 0;
+    return Set(const_cast<unsigned char*>(stream.GetData()), static_cast<std::uint32_t>(stream.GetLength()),
+               version, true);
+}
+
+void QzStyle::Symbol::Save(QzStream& stream) const {
+    stream.Write(pBytes.get(), nLength);
+    stream << nVersion;
+}
+
+// Behind the length. False when the bytes are not there, with the stream failed and no symbol held.
+bool QzStyle::Symbol::Load(QzStream& stream, std::uint32_t length) {
+    if (length == 0) {
+        Clear();
+        return true;
+    }
+    if (length > MaxSymbolLength || length > stream.GetRemaining() || !Allocate(length)) {
+        Clear();
+        stream.SetFailed();
+        return false;
+    }
+    stream.Read(pBytes.get(), length);
+    stream >> nVersion;
+    return true;
+}
+
+bool QzStyle::Symbol::AreSame(const Symbol& a, const Symbol& b) {
+    if (a.pBytes == nullptr || b.pBytes == nullptr)
+        return a.pBytes == b.pBytes;
+    return a.nLength == b.nLength && a.nVersion == b.nVersion &&
+           std::memcmp(a.pBytes.get(), b.pBytes.get(), a.nLength) == 0;
+}
+
+unsigned char QzStyle::SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length,
+                                          unsigned int version, unsigned char copy) {
+    if (!KELDASSERT(pMarkerSymbolBuffer))
+        return 0;
+    return m_markerSymbol.Set(pMarkerSymbolBuffer, length, version, copy != 0);
+}
+
+unsigned char QzStyle::SetMarkSymbolStyle(const QzMemoryStream* pMarkerSymbolStream, unsigned int version) {
+    if (!KELDASSERT(pMarkerSymbolStream))
+        return 0;
+    return m_markerSymbol.Set(*pMarkerSymbolStream, version);
+}
+
+unsigned char QzStyle::SetLineSymbolStyle(unsigned char* pLineSymbolBuffer, unsigned int length,
+                                          unsigned int version, unsigned char copy) {
+    if (!KELDASSERT(pLineSymbolBuffer))
+        return 0;
+    return m_lineSymbol.Set(pLineSymbolBuffer, length, version, copy != 0);
+}
+
+unsigned char QzStyle::SetLineSymbolStyle(const QzMemoryStream* pLineSymbolStream, unsigned int version) {
+    if (!KELDASSERT(pLineSymbolStream))
+        return 0;
+    return m_lineSymbol.Set(*pLineSymbolStream, version);
+}
+
+unsigned char QzStyle::SetFillSymbolStyle(unsigned char* pFillSymbolBuffer, unsigned int length,
+                                          unsigned int version, unsigned char copy) {
+    if (!KELDASSERT(pFillSymbolBuffer))
+        return 0;
+    return m_fillSymbol.Set(pFillSymbolBuffer, length, version, copy != 0);
+}
+
+unsigned char QzStyle::SetFillSymbolStyle(const QzMemoryStream* pFillSymbolStream, unsigned int version) {
+    if (!KELDASSERT(pFillSymbolStream))
+        return 0;
+    return m_fillSymbol.Set(*pFillSymbolStream, version);
+}
+
+void QzStyle::ClearSymbolStyle() {
+    ClearMarkSymbolStyle();
+    ClearLineSymbolStyle();
+    ClearFillSymbolStyle();
+    ClearSymbolStyle3D();
+}
+
+// ---- Comparison
+
+bool QzStyle::operator==(const QzStyle& other) const {
+    return IsSameFillStyle(*this, other) && IsSameLineStyle(*this, other) &&
+           IsSameMarkerStyle(*this, other) && IsSameMarkerSymbolStyle(*this, other) &&
+           IsSameLineSymbolStyle(*this, other) && IsSameFillSymbolStyle(*this, other) &&
+           IsSame3DSymbolStyle(*this, other);
+}
+
+unsigned char QzStyle::IsSameFillStyle(const QzStyle& a, const QzStyle& b) {
+    return a.m_nFillBackColor == b.m_nFillBackColor && a.m_nFillForeColor == b.m_nFillForeColor &&
+           a.m_nFillStyle == b.m_nFillStyle && a.m_bFillBackOpaque == b.m_bFillBackOpaque &&
+           a.m_nFillOpaqueRate == b.m_nFillOpaqueRate && a.m_nFillGradientType == b.m_nFillGradientType &&
+           a.m_nFillAngle == b.m_nFillAngle && a.m_nFillCenterOffsetX == b.m_nFillCenterOffsetX &&
+           a.m_nFillCenterOffsetY == b.m_nFillCenterOffsetY;
+}
+
+unsigned char QzStyle::IsSameLineStyle(const QzStyle& a, const QzStyle& b) {
+    return a.m_nLineColor == b.m_nLineColor && a.m_nLineStyle == b.m_nLineStyle &&
+           a.m_nLineWidth == b.m_nLineWidth;
+}
+
+unsigned char QzStyle::IsSameMarkerStyle(const QzStyle& a, const QzStyle& b) {
+    return a.m_nMarkerAngle == b.m_nMarkerAngle && a.m_nMarkerSize == b.m_nMarkerSize &&
+           a.m_nMarkerStyle == b.m_nMarkerStyle && a.m_nMarkerWidth == b.m_nMarkerWidth &&
+           a.m_nMarkerHeight == b.m_nMarkerHeight && a.m_nLineColor == b.m_nLineColor;
+}
+
+unsigned char QzStyle::IsSameDimensionStyle(const QzStyle& a, const QzStyle& b, int kind) {
+    switch (kind) {
+    case 0: return IsSameMarkerStyle(a, b) && IsSameMarkerSymbolStyle(a, b) && IsSame3DSymbolStyle(a, b);
+    case 1: return IsSameLineStyle(a, b) && IsSameLineSymbolStyle(a, b) && IsSame3DSymbolStyle(a, b);
+    case 2:
+        return IsSameLineStyle(a, b) && IsSameFillStyle(a, b) && IsSameLineSymbolStyle(a, b) &&
+               IsSameFillSymbolStyle(a, b) && IsSame3DSymbolStyle(a, b);
+    default: return a == b;
+    }
+}
+
+unsigned char QzStyle::IsSameMarkerSymbolStyle(const QzStyle& a, const QzStyle& b) {
+    return Symbol::AreSame(a.m_markerSymbol, b.m_markerSymbol);
+}
+
+unsigned char QzStyle::IsSameLineSymbolStyle(const QzStyle& a, const QzStyle& b) {
+    return Symbol::AreSame(a.m_lineSymbol, b.m_lineSymbol);
+}
+
+unsigned char QzStyle::IsSameFillSymbolStyle(const QzStyle& a, const QzStyle& b) {
+    return Symbol::AreSame(a.m_fillSymbol, b.m_fillSymbol);
+}
+
+unsigned char QzStyle::IsSame3DSymbolStyle(const QzStyle& a, const QzStyle& b) {
+    if (a.m_pStyleEx == nullptr || b.m_pStyleEx == nullptr)
+        return a.m_pStyleEx == b.m_pStyleEx;
+    return *a.m_pStyleEx == *b.m_pStyleEx;
+}
+
+int QzStyle::GetHashCode() const {
+    return GetHashCodeWithoutAngle() ^ QzHashCode::DoubleToHashCode(m_nMarkerAngle / 10.0);
+}
+
+int QzStyle::GetHashCodeWithoutAngle() const {
+    std::uint32_t hash = 0;
+    std::uint32_t scale = 1; // another odd number for each field, so that equal fields do not cancel out
+    const auto add = [&](std::uint32_t field) {
+        hash ^= field * scale;
+        scale *= 0x9E3779B1;
+    };
+    add(static_cast<std::uint32_t>(m_nMarkerStyle));
+    add(static_cast<std::uint32_t>(m_nMarkerSize));
+    add(static_cast<std::uint32_t>(m_nLineStyle));
+    add(m_nLineColor);
+    add(static_cast<std::uint32_t>(m_nLineWidth));
+    add(static_cast<std::uint32_t>(m_nFillStyle));
+    add(m_nFillForeColor);
+    add(m_nFillBackColor);
+    add(m_bFillBackOpaque);
+    return static_cast<int>(hash);
+}
+
+// ---- Fields
+
+std::int32_t QzStyle::Tenths(double value) {
+    const double tenths = value * 10.0;
+    return Truncated(tenths > 0 ? tenths + 0.5 : tenths - 0.5);
+}
+
+void QzStyle::SetLineColor(unsigned int color) {
+    m_nLineColor = color;
+    if (m_pStyleEx != nullptr) {
+        QzColorValue3D color3D(color);
+        color3D.alpha = m_pStyleEx->GetLineColor().alpha;
+        m_pStyleEx->SetLineColor(color3D);
+    }
+}
+
+void QzStyle::SetFillForeColor(unsigned int color) {
+    m_nFillForeColor = color;
+    if (m_pStyleEx != nullptr) {
+        QzColorValue3D color3D(color);
+        color3D.alpha = m_pStyleEx->GetFillColor().alpha;
+        m_pStyleEx->SetFillColor(color3D);
+    }
+}
+
+// ---- Three-dimensional attributes
+
+const QzStyleEx& QzStyle::DefaultStyleEx() {
+    static const QzStyleEx s_default;
+    return s_default;
+}
+
+QzStyleEx& QzStyle::NeedStyleEx() {
+    if (m_pStyleEx == nullptr)
+        m_pStyleEx.reset(new QzStyleEx);
+    return *m_pStyleEx;
+}
+
+void QzStyle::Convert2DTo3DStyle() {
+    SetLineColor3D(QzColorValue3D(m_nLineColor));
+    SetPointColor(QzColorValue3D(m_nLineColor));
+    SetFillColor(QzColorValue3D(m_nFillForeColor));
+}
+
+void QzStyle::Convert3DTo2DStyle() {
+    if (m_pStyleEx == nullptr)
+        return;
+    const auto withoutAlpha = [](const QzColorValue3D& color) {
+        const std::uint32_t value = color.GetValue();
+        return KELDRGB(KELDREDVAL(value), KELDGREENVAL(value), KELDBLUEVAL(value));
+    };
+    m_nFillForeColor = withoutAlpha(m_pStyleEx->GetFillColor());
+    m_nLineColor = withoutAlpha(m_pStyleEx->GetLineColor());
+}
+
+void QzStyle::UpdateStyleAttribute() {
+    if (m_pStyleEx == nullptr)
+        return;
+    SetMarkerStyle(m_pStyleEx->GetMarkerStyle());
+    SetLineWidth(m_pStyleEx->GetLineWidth());
+    SetLineStyle(m_pStyleEx->GetLineStyle());
+}
+
+// ---- The base library's record
+
+void QzStyle::ToKeldStyle(KeldStyle& style) const {
+    style.bFixedColor = m_bFixedColor != 0;
+    style.nFixedColor = m_nFixedColor;
+    style.nMarkerStyle = m_nMarkerStyle;
+    style.nMarkerAngle = m_nMarkerAngle;
+    style.nMarkerSize = m_nMarkerSize;
+    style.nMarkerWidth = m_nMarkerWidth;
+    style.nMarkerHeight = m_nMarkerHeight;
+    style.nLineStyle = m_nLineStyle;
+    style.nLineColor = m_nLineColor;
+    style.nLineWidth = m_nLineWidth;
+    style.nFillStyle = m_nFillStyle;
+    style.nFillBackColor = m_nFillBackColor;
+    style.nFillForeColor = m_nFillForeColor;
+    style.bFillBackOpaque = m_bFillBackOpaque != 0;
+    style.nFillOpaqueRate = m_nFillOpaqueRate;
+    style.nFillGradientType = m_nFillGradientType;
+    style.nFillAngle = m_nFillAngle;
+    style.nFillCenterOffsetX = m_nFillCenterOffsetX;
+    style.nFillCenterOffsetY = m_nFillCenterOffsetY;
+    style.bScaleBySymbol = m_bScaleBySymbol != 0;
+}
+
+void QzStyle::FromKeldStyle(const KeldStyle& style) {
+    m_bFixedColor = style.bFixedColor ? 1 : 0;
+    m_nFixedColor = style.nFixedColor;
+    m_nMarkerStyle = style.nMarkerStyle;
+    m_nMarkerAngle = style.nMarkerAngle;
+    m_nMarkerSize = style.nMarkerSize;
+    m_nMarkerWidth = style.nMarkerWidth;
+    m_nMarkerHeight = style.nMarkerHeight;
+    m_nLineStyle = style.nLineStyle;
+    SetLineColor(style.nLineColor);
+    m_nLineWidth = style.nLineWidth;
+    m_nFillStyle = style.nFillStyle;
+    m_nFillBackColor = style.nFillBackColor;
+    SetFillForeColor(style.nFillForeColor);
+    m_bFillBackOpaque = style.bFillBackOpaque ? 1 : 0;
+    m_nFillOpaqueRate = style.nFillOpaqueRate;
+    m_nFillGradientType = style.nFillGradientType;
+    m_nFillAngle = style.nFillAngle;
+    m_nFillCenterOffsetX = style.nFillCenterOffsetX;
+    m_nFillCenterOffsetY = style.nFillCenterOffsetY;
+    m_bScaleBySymbol = style.bScaleBySymbol ? 1 : 0;
+}
+
+// ---- Streams
+
+unsigned int QzStyle::GetStyleSize(int kind) const {
+    unsigned int size = 4; // the size word itself
+    switch (kind) {
+    case 0: size += 40 + m_markerSymbol.GetStoreSize(); break;
+    case 1: size += 16 + m_lineSymbol.GetStoreSize(); break;
+    case 2: size += 40 + m_lineSymbol.GetStoreSize() + m_fillSymbol.GetStoreSize(); break;
+    default: break;
+    }
+    return m_pStyleEx != nullptr ? size + m_pStyleEx->GetStyleSize(kind) : size;
+}
+
+void QzStyle::Save(QzStream& stream, int kind) const {
+    RecordWriter<44> record;
+    const auto writeSymbol = [&](const Symbol& symbol) {
+        record << symbol.nLength;
+        if (symbol.pBytes != nullptr) {
+            record.WriteTo(stream);
+            symbol.Save(stream);
+        }
+    };
+    if (kind >= 0 && kind <= 4)
+        record << GetStyleSize(kind);
+    else
+        record << std::int32_t{0};
+    switch (kind) {
+    case 0:
+        record << m_nMarkerStyle << m_nMarkerSize << m_nMarkerAngle << QzCurrentColortoWinColor(m_nLineColor)
+               << m_nMarkerWidth << m_nMarkerHeight;
+        writeSymbol(m_markerSymbol);
+        record << m_nFillOpaqueRate << m_nFillGradientType << m_nFillAngle << m_nFillCenterOffsetX
+               << m_nFillCenterOffsetY << QzCurrentColortoWinColor(m_nFillBackColor);
+        break;
+    case 1:
+        record << m_nLineStyle << m_nLineWidth << QzCurrentColortoWinColor(m_nLineColor);
+        writeSymbol(m_lineSymbol);
+        break;
+    case 2:
+        record << m_nLineStyle << m_nLineWidth << QzCurrentColortoWinColor(m_nLineColor) << m_nFillStyle
+               << QzCurrentColortoWinColor(m_nFillForeColor) << KELDREDVAL(m_nFillBackColor)
+               << KELDGREENVAL(m_nFillBackColor) << KELDBLUEVAL(m_nFillBackColor)
+               << static_cast<std::uint8_t>(m_bFillBackOpaque ? 0 : TransparentBack) << m_nFillOpaqueRate
+               << m_nFillGradientType << m_nFillAngle << m_nFillCenterOffsetX << m_nFillCenterOffsetY;
+        writeSymbol(m_lineSymbol);
+        writeSymbol(m_fillSymbol);
+        break;
+    default: break;
+    }
+    record.WriteTo(stream);
+    if (m_pStyleEx != nullptr)
+        m_pStyleEx->Save(stream, kind);
+}
+
+int QzStyle::Load(QzStream& stream, int kind) {
+    bool complete = true;
+    switch (kind) {
+    case 0: {
+        RecordReader<28> record(stream);
+        record >> m_nMarkerStyle >> m_nMarkerSize >> m_nMarkerAngle;
+        m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
+        record >> m_nMarkerWidth >> m_nMarkerHeight;
+        complete = m_markerSymbol.Load(stream, record.Take<std::uint32_t>());
+        if (!complete)
+            break;
+        RecordReader<12> rest(stream);
+        rest >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
+            m_nFillCenterOffsetY;
+        m_nFillBackColor = QzWinColortoCurrentColor(rest.Take<std::uint32_t>());
+        break;
+    }
+    case 1: {
+        RecordReader<16> record(stream);
+        record >> m_nLineStyle >> m_nLineWidth;
+        m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
+        complete = m_lineSymbol.Load(stream, record.Take<std::uint32_t>());
+        break;
+    }
+    case 2: {
+        RecordReader<36> record(stream);
+        record >> m_nLineStyle >> m_nLineWidth;
+        m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
+        record >> m_nFillStyle;
+        m_nFillForeColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
+        const auto back = record.Take<std::uint32_t>();
+        m_bFillBackOpaque = back >> 24 == TransparentBack ? 0 : 1;
+        m_nFillBackColor = QzWinColortoCurrentColor(back);
+        record >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
+            m_nFillCenterOffsetY;
+        complete = m_lineSymbol.Load(stream, record.Take<std::uint32_t>());
+        if (complete)
+            complete = m_fillSymbol.Load(stream, RecordReader<4>(stream).Take<std::uint32_t>());
+        break;
+    }
+    default: break;
+    }
+    if (complete && stream.GetPosition() != stream.GetLength())
+        NeedStyleEx().Load(stream, kind);
+    return static_cast<int>(GetStyleSize(kind)) - 4;
+}
+
+void QzStyle::SaveAll(QzStream& stream) const {
+    RecordWriter<44> record;
+    record << m_nMarkerStyle << m_nMarkerSize << m_nMarkerAngle << m_nLineStyle << m_nLineWidth
+           << QzCurrentColortoWinColor(m_nLineColor) << m_nFillStyle
+           << QzCurrentColortoWinColor(m_nFillForeColor)
+           << (m_bFillBackOpaque ? QzCurrentColortoWinColor(m_nFillBackColor) : NoBackColor)
+           << m_nFillOpaqueRate << m_nFillGradientType << m_nFillAngle << m_nFillCenterOffsetX
+           << m_nFillCenterOffsetY;
+    record.WriteTo(stream);
+}
+
+unsigned char QzStyle::LoadAll(QzStream& stream, int size) {
+    if (size < 36)
+        return 0;
+    RecordReader<36> record(stream);
+    record >> m_nMarkerStyle >> m_nMarkerSize >> m_nMarkerAngle >> m_nLineStyle >> m_nLineWidth;
+    m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
+    record >> m_nFillStyle;
+    m_nFillForeColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
+    const auto back = record.Take<std::uint32_t>();
+    m_nFillBackColor = QzWinColortoCurrentColor(back);
+    if (back == NoBackColor)
+        m_bFillBackOpaque = 0;
+    if (size >= 44) {
+        RecordReader<8> fill(stream);
+        fill >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
+            m_nFillCenterOffsetY;
+    }
+    return 1;
+}
+
+} // namespace Qzc
