@@ -147,9 +147,17 @@ Shape Measure(QzMarkup& markup) {
     }
 }
 
-bool DeclaresEncoding(const KeldMBString& text) {
-    const int declared = text.Find("encoding");
-    return declared >= 0 && declared < text.Find("?>");
+// The XML declaration in front of a document, empty when it has none.
+KeldMBString Declaration(const KeldMBString& text) {
+    return text.Left(5) == "<?xml" ? text.Left(text.Find("?>") + 2) : KeldMBString();
+}
+
+// The name that stands in quotes behind the declaration's word "encoding", empty when it is not there.
+KeldMBString DeclaredEncoding(const KeldMBString& declaration) {
+    const int word = declaration.Find("encoding");
+    const KeldMBString rest = word >= 0 ? declaration.Mid(word) : KeldMBString();
+    const int quote = rest.FindOneOf("\"'");
+    return quote >= 0 ? rest.Mid(quote + 1, rest.Find(rest[quote], quote + 1) - quote - 1) : KeldMBString();
 }
 
 KeldMBString TopElement(QzMarkup& markup) {
@@ -177,17 +185,19 @@ int Convert(const char* file, QzMarkup& markup, const char* encodingName) {
 
     std::filesystem::path path(file);
     path.replace_extension(std::string(".") + encodingName + path.extension().string());
-    const KeldMBString original = TopElement(markup);
-    markup.SetEncoding(encoding);
-    if (!markup.Save(path.c_str()))
-        return Fail(path.c_str(), markup.GetError());
     QzMarkup copy;
-    if (!copy.Load(path.c_str()))
+    copy.SetEncoding(encoding);
+    // Save leaves the declaration of a text in the current charset alone, so it is put right here.
+    const int declaration = Declaration(markup.GetDoc()).GetLength();
+    copy.SetDoc(
+        (copy.GetXMLFileHeader() + (declaration == 0 ? "\r\n" : "") + markup.GetDoc().Mid(declaration))
+            .Cstr());
+    if (!copy.Save(path.c_str()) || !copy.Load(path.c_str()))
         return Fail(path.c_str(), copy.GetError());
-    if (TopElement(copy) != original)
+    if (copy.GetEncoding() != encoding || TopElement(copy) != TopElement(markup))
         return Fail(path.c_str(), "the copy does not load to the same content");
     std::printf("copy      %s, in %s; it loads to the same content\n", path.c_str(),
-                QzTextCodec::GetCharsetName(copy.GetEncoding()).Cstr());
+                QzTextCodec::GetCharsetName(encoding).Cstr());
     return 0;
 }
 
@@ -198,11 +208,13 @@ int ShowDocument(const char* file, const char* encodingName) {
     const Shape shape = Measure(markup);
     markup.ResetPos();
     markup.FindElem();
-    KeldMBString encoding = QzTextCodec::GetCharsetName(markup.GetEncoding());
-    if (encoding.IsEmpty())
-        encoding = "not known; the text is shown as it was read";
-    else if (!DeclaresEncoding(markup.GetDoc()))
-        encoding += " (not declared)";
+    const KeldMBString declared = DeclaredEncoding(Declaration(markup.GetDoc()));
+    const KeldMBString name = QzTextCodec::GetCharsetName(markup.GetEncoding());
+    KeldMBString encoding = declared.IsEmpty() ? KeldMBString("none declared") : declared;
+    if (name.IsEmpty())
+        encoding += ", which is not known; the text stands as it was read";
+    else if (name.CompareNoCase(declared) != 0)
+        encoding += ", read as " + name;
     std::printf("file      %s, %s\n", file, markup.GetError().Cstr());
     std::printf("encoding  %s\n", encoding.Cstr());
     std::printf("root      %s\n", markup.GetTagName().Cstr());

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/keldassert.h"
 #include "base/keldcharset.h"
 #include "base/mobaseexport.h"
 
@@ -32,7 +33,10 @@ public:
     KeldMBString(const char* text, int length); ///< exactly `length` bytes; a negative length counts as 0
     explicit KeldMBString(char c, int count = 1);
     explicit KeldMBString(std::string text);
-    explicit KeldMBString(std::string_view text);
+    explicit KeldMBString(std::string_view text) {
+        if (KELDASSERT(text.size() <= MaxLength))
+            m_text = text;
+    }
 
     const char* Cstr() const { return m_text.c_str(); }
     int GetLength() const { return static_cast<int>(m_text.size()); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <list>
+#include <memory>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -23,10 +24,7 @@ public:
     };
 
     QzHash() = default;
-    QzHash(const QzHash& other) {
-        for (const Entry& entry : other)
-            SetAt(entry.first, entry.second);
-    }
+    QzHash(const QzHash& other) : m_entries(other.m_entries) { IndexWhenLarge(); }
     QzHash(QzHash&& other) noexcept { Swap(other); }
     QzHash& operator=(QzHash other) noexcept {
         Swap(other);
@@ -46,8 +44,8 @@ public:
     }
     /// The value in the table, null when the key is missing. Valid until the key is removed.
     const V* Find(const KeldMBString& key) const {
-        const auto entry = m_index.find(key.View());
-        return entry != m_index.end() ? &entry->second->second : nullptr;
+        const auto entry = Locate(key);
+        return entry != m_entries.end() ? &entry->second : nullptr;
     }
     /// The value, an empty one when the key is missing. Reading adds nothing to the table; SetAt writes.
     const V& operator[](const KeldMBString& key) const {
@@ -58,25 +56,28 @@ public:
 
     /// Adds the key at the end, or replaces its value where it stands.
     void SetAt(const KeldMBString& key, V value) {
-        const auto known = m_index.find(key.View());
-        if (known != m_index.end()) {
-            known->second->second = std::move(value);
+        const auto known = Locate(key);
+        if (known != m_entries.end()) {
+            known->second = std::move(value);
             return;
         }
         const auto added = m_entries.insert(m_entries.end(), Entry{key, std::move(value)});
-        m_index.emplace(added->first.View(), added);
+        if (m_index != nullptr)
+            m_index->emplace(added->first.View(), added);
+        else
+            IndexWhenLarge();
     }
     bool RemoveKey(const KeldMBString& key) { ///< whether it was there
-        const auto known = m_index.find(key.View());
-        if (known == m_index.end())
+        const auto known = Locate(key);
+        if (known == m_entries.end())
             return false;
-        const auto entry = known->second;
-        m_index.erase(known);
-        m_entries.erase(entry);
+        if (m_index != nullptr)
+            m_index->erase(known->first.View());
+        m_entries.erase(known);
         return true;
     }
     void RemoveAll() {
-        m_index.clear();
+        m_index.reset();
         m_entries.clear();
     }
 
@@ -101,14 +102,38 @@ public:
 
 private:
     using Entries = std::list<Entry>; // entries stay where they are, so the index can refer to their keys
+    using Iterator = typename Entries::iterator;
+    using Index = std::unordered_map<std::string_view, Iterator>;
 
+    // Most tables of a configuration are small. Those are searched, which is as fast as an index of them and
+    // spares its memory.
+    static constexpr std::size_t SearchedCount = 8;
+
+    Iterator Locate(const KeldMBString& key) const {
+        auto& entries = const_cast<Entries&>(m_entries);
+        if (m_index != nullptr) {
+            const auto found = m_index->find(key.View());
+            return found != m_index->end() ? found->second : entries.end();
+        }
+        auto entry = entries.begin();
+        while (entry != entries.end() && entry->first != key)
+            ++entry;
+        return entry;
+    }
+    void IndexWhenLarge() {
+        if (m_entries.size() <= SearchedCount)
+            return;
+        m_index = std::make_unique<Index>();
+        for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry)
+            m_index->emplace(entry->first.View(), entry);
+    }
     void Swap(QzHash& other) noexcept {
         m_entries.swap(other.m_entries);
         m_index.swap(other.m_index);
     }
 
     Entries m_entries;
-    std::unordered_map<std::string_view, typename Entries::iterator> m_index;
+    std::unique_ptr<Index> m_index; // null while the entries are searched
 };
 
 } // namespace Qzc

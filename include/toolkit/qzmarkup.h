@@ -64,10 +64,11 @@ public:
     unsigned char Load(const char* szFileName);
 
     /// Writes the document in its encoding (see SetEncoding), with a declaration that names it: one is put in
-    /// front where there is none, and replaced where the encoding is not the current charset. The declaration
-    /// becomes part of the document's own text, but the records are not moved for it, so until the next
-    /// SetDoc or Load what is read from elements is not to be relied on: save last. A text that the encoding
-    /// cannot hold is not written (false, the file and the document are as they were). An unknown encoding is
+    /// front where there is none, and replaced where the encoding is not the current charset; a document in
+    /// the current charset keeps the declaration that it has, whatever that says. The declaration becomes
+    /// part of the document's own text, but the records are not moved for it, so until the next SetDoc or
+    /// Load what is read from elements is not to be relied on: save last. A text that the encoding cannot
+    /// hold is not written (false, the file and the document are as they were). An unknown encoding is
     /// written as the text stands.
     unsigned char Save(const char* szFileName);
 
@@ -257,6 +258,7 @@ protected:
                 unsigned char bAfterPos); ///< moves iPos (or only what follows it) and all behind
 
     // Records
+    const ElementPos& Pos(int i) const { return const_cast<QzMarkup&>(*this).Pos(i); }
     void PosInsert(const Fragment& fragment, int iPosParent,
                    int iPosBefore);   ///< behind a child; 0: in front of all
     bool AllocPosArray(int nNewSize); ///< adds at most one segment
@@ -281,7 +283,6 @@ private:
     ElementPos& Pos(int i) {
         return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)];
     }
-    const ElementPos& Pos(int i) const { return const_cast<QzMarkup&>(*this).Pos(i); }
     bool IsEmptyElement(int iPos) const { return Pos(iPos).nEndL == Pos(iPos).nStartL; }
     int Clip(int offset) const; ///< into the text: after Save, records may point behind its end
     std::string_view Range(int nLeft, int nRight) const;

@@ -59,8 +59,8 @@ public:
     static QzRegistry& Root();
 
     /// The configuration directory: the base library's, or the one above it when "Zephyron.xml" is not beside
-    /// the library. It ends with a separator. When the file is in neither, a trace line says so. Empty when
-    /// the base library cannot be found.
+    /// the library. It ends with a separator (but is "." above the file system's root). When the file is in
+    /// neither, a trace line says so. Empty when the base library cannot be found.
     static KeldMBString XmlPath();
 
     KeldMBString Name() const { return m_strName; }    ///< the top element's tag
@@ -85,7 +85,7 @@ public:
     /// entries in the order in which they were read and then those added since. The file is replaced in one
     /// step: when anything fails (no file, a name that is no tag, a full disk) the result is 0 and the old
     /// file is whole. External registries are not written, only the names of their files, relative to the
-    /// configuration directory where they lie in it.
+    /// configuration directory.
     unsigned char Save();
 
 protected:
@@ -114,7 +114,9 @@ private:
     static std::unique_ptr<QzRegistry> MakeExternal(const KeldMBString& strName);
     void CopyTables(const QzRegistry& other);
     void Swap(QzRegistry& other) noexcept;
-    QzRegistry* LoadEntry(QzMarkup& markup);
+    bool ReadFile(const KeldMBString& strFile, KeldMBString& text);
+    void AddEntries(QzMarkup walk);
+    QzRegistry* LoadEntry(QzMarkup& markup, KeldMBString& directory);
     KeldArray<OrderedEntry> EntriesInOrder() const;
     unsigned char WriteEntry(Writer& writer, const OrderedEntry& entry) const;
 

@@ -23,14 +23,9 @@ int ToIndex(std::size_t position) {
     return position == std::string::npos ? -1 : static_cast<int>(position);
 }
 
-std::string_view Cut(std::string_view text) {
-    const bool fits = KELDASSERT(text.size() <= KeldMBString::MaxLength);
-    return fits ? text : std::string_view();
-}
-
 } // namespace
 
-KeldMBString::KeldMBString(const char* text) : m_text(Cut(Text(text))) {}
+KeldMBString::KeldMBString(const char* text) : KeldMBString(Text(text)) {}
 
 KeldMBString::KeldMBString(const char* text, int length) {
     if (text != nullptr && length > 0)
@@ -43,8 +38,6 @@ KeldMBString::KeldMBString(std::string text) {
     if (KELDASSERT(text.size() <= MaxLength))
         m_text = std::move(text);
 }
-
-KeldMBString::KeldMBString(std::string_view text) : m_text(Cut(text)) {}
 
 char KeldMBString::GetAt(int index) const {
     if (!KELDASSERT(index >= 0 && index < GetLength()))

@@ -125,7 +125,7 @@ unsigned char QzMarkup::Save(const char* szFileName) {
     KeldMBString text = m_strDoc;
     const int declaration = text.Find("<?");
     const int end = text.Find("?>");
-    if (end <= 0)
+    if (end <= 0 && m_encoding != KELDCharset::Unknown)
         text.Insert(0, GetXMLFileHeader() + LineEnd);
     else if (converts && declaration >= 0 && declaration < end)
         text.Replace(declaration, end + 2 - declaration, GetXMLFileHeader().View());
@@ -727,9 +727,10 @@ int QzMarkup::TagBodyEnd(int iPos) const {
     const int nFirst = Clip(Pos(iPos).nStartL + 1);
     int nEnd = Clip(Pos(iPos).nStartR);
     const std::string_view doc = m_strDoc.View();
-    if (IsEmptyElement(iPos) && nEnd > nFirst)
-        --nEnd; // the '/'
-    while (nEnd > nFirst && Is(doc[static_cast<std::size_t>(nEnd) - 1], Blank))
+    // An empty element's slash may follow other slashes, which must not stay behind to end an opened tag.
+    const bool empty = IsEmptyElement(iPos);
+    const auto isFiller = [empty](char c) { return Is(c, Blank) || (empty && c == '/'); };
+    while (nEnd > nFirst && isFiller(doc[static_cast<std::size_t>(nEnd) - 1]))
         --nEnd;
     return nEnd;
 }

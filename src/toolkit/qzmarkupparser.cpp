@@ -110,11 +110,10 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
                     return fail("End tag not completed for element %s", true);
                 const char* const opened = nameOf(iOpen);
                 std::size_t length = 0;
-                while (name[length] == opened[length] && !Is(name[length], Delimiter))
+                while (name[length] == opened[length] && !EndsName(name, name + length))
                     ++length;
-                if (!Is(name[length], Delimiter) || !Is(opened[length], Delimiter)) {
+                if (!EndsName(name, name + length) || !EndsName(opened, opened + length))
                     return fail("End tag does not correspond to %s", true);
-                }
                 p = SkipBlanks(name + length);
                 if (*p != '>')
                     return fail("End tag not completed for element %s", true);
@@ -134,7 +133,7 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         for (p = stop.Next(name + 1); *p != '>'; p = stop.Next(p)) {
             const char quote = *p;
             // A quote inside a token is just a byte of it, and so is a '<'.
-            const bool opens = Is(quote, Quote) && (p == unquoted || Is(p[-1], Delimiter));
+            const bool opens = Is(quote, Quote) && (p == unquoted || EndsName(name, p - 1));
             if (opens) {
                 do
                     p = stop.Next(p + 1);
@@ -167,6 +166,8 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
 }
 
 bool QzMarkup::ParseFragment(const KeldMBString& text, int nBase, int iPosParent, Fragment& fragment) {
+    if (nBase > KeldMBString::MaxLength - text.GetLength())
+        return false;
     const char* const szText = text.Cstr();
     TokenPos token(szText);
     while (FindChar(szText, token.nNext, '<')) {

@@ -13,23 +13,16 @@ const char* Behind(const char* p, const char* end) {
     return p != nullptr ? p + std::strlen(end) : nullptr;
 }
 
-// A two-byte character may end in the byte that otherwise is a backslash.
+} // namespace
+
 bool IsSecondByte(const char* start, const char* p) {
     using KELD::KELDCharset;
     using KELD::KeldSystem;
+    // What stands before a run of lead bytes ends a character, so the run pairs up from its start.
     bool second = false;
-    for (; start != p; ++start)
-        second = !second && KeldSystem::IsLeadByte(KELDCharset::Current, static_cast<unsigned char>(*start));
+    while (p != start && KeldSystem::IsLeadByte(KELDCharset::Current, static_cast<unsigned char>(*--p)))
+        second = !second;
     return second;
-}
-
-} // namespace
-
-const char* SkipName(const char* p) {
-    const char* const start = p;
-    while (!Is(*p, Delimiter) || (*p == '\\' && IsSecondByte(start, p)))
-        ++p;
-    return p;
 }
 
 const char* SkipComment(const char* p) {

@@ -58,6 +58,15 @@ inline const char* SkipTo(const char* p, char c) {
     return p;
 }
 
+/// Whether the byte is the second of a two-byte character; `start` is the start of some character before it.
+bool IsSecondByte(const char* start, const char* p);
+
+/// Whether a name (or an unquoted value) behind `start` ends at `p`. A two-byte character may end in the byte
+/// that otherwise is a backslash.
+inline bool EndsName(const char* start, const char* p) {
+    return Is(*p, Delimiter) && (*p != '\\' || !IsSecondByte(start, p));
+}
+
 /// Finds stops, 64 bytes at a time: one look gives a bit for each byte of a block, and the runs between
 /// stops, which are most of a document, cost nothing more.
 class StopFinder {
@@ -119,7 +128,12 @@ private:
 };
 
 /// Behind the name (or the unquoted value) that starts at `p`.
-const char* SkipName(const char* p);
+inline const char* SkipName(const char* p) {
+    const char* const start = p;
+    while (!EndsName(start, p))
+        ++p;
+    return p;
+}
 
 /// At "<!" or "<?": behind the node that starts there, null when it does not end.
 const char* SkipComment(const char* p);

@@ -70,26 +70,29 @@ QzRegistry::Object ReadObject(QzMarkup& markup) {
 
 QzRegistry::QzRegistry() = default;
 
+// As LoadFile, but nothing that a derived class overrides can be called yet.
 QzRegistry::QzRegistry(const KeldMBString& strFile) {
-    LoadFile(strFile);
+    KeldMBString text;
+    if (ReadFile(strFile, text))
+        AddEntries(QzMarkup(text.Cstr()));
 }
 
-QzRegistry::QzRegistry(const QzRegistry& other) : QzHash<KeldMBString>() {
+QzRegistry::QzRegistry(const QzRegistry& other) : QzHash<KeldMBString>(other) {
     std::vector<std::pair<const QzRegistry*, QzRegistry*>> pending{{&other, this}};
+    const auto copyValues = [&](const QzRegistry& from, std::unique_ptr<QzRegistry> to) {
+        static_cast<QzHash<KeldMBString>&>(*to) = from;
+        pending.emplace_back(&from, to.get());
+        return to;
+    };
     while (!pending.empty()) {
         const auto [from, to] = pending.back();
         pending.pop_back();
         to->CopyTables(*from);
-        for (const auto& [name, registry] : from->m_subRegistries) {
-            std::unique_ptr<QzRegistry> copy(new QzRegistry);
-            pending.emplace_back(registry.get(), copy.get());
-            to->m_subRegistries.SetAt(name, std::move(copy));
-        }
-        for (const auto& [name, registry] : from->m_loadedFiles) {
-            std::unique_ptr<QzRegistry> copy = MakeExternal(name);
-            pending.emplace_back(registry.get(), copy.get());
-            to->m_loadedFiles.SetAt(name, std::move(copy));
-        }
+        for (const auto& [name, registry] : from->m_subRegistries)
+            to->m_subRegistries.SetAt(name,
+                                      copyValues(*registry, std::unique_ptr<QzRegistry>(new QzRegistry)));
+        for (const auto& [name, registry] : from->m_loadedFiles)
+            to->m_loadedFiles.SetAt(name, copyValues(*registry, MakeExternal(name)));
     }
 }
 
@@ -116,9 +119,8 @@ QzRegistry::~QzRegistry() {
     }
 }
 
-// Everything but the registries below this one.
+// Everything but the values and the registries below this one.
 void QzRegistry::CopyTables(const QzRegistry& other) {
-    static_cast<QzHash<KeldMBString>&>(*this) = other;
     const auto copy = [](auto& to, const auto& from) {
         for (const auto& [name, item] : from)
             to.SetAt(name, std::make_unique<std::decay_t<decltype(*item)>>(*item));
@@ -182,7 +184,7 @@ QzRegistry& QzRegistry::Root() {
 }
 
 KeldMBString QzRegistry::XmlPath() {
-    const KeldMBString beside = QzFile::GetModulePath(BaseModule);
+    KeldMBString beside = QzFile::GetModulePath(BaseModule);
     if (beside.IsEmpty() || QzFile::IsExist(beside + ConfigurationFile))
         return beside;
     KeldMBString above = ParentDirectory(beside);
@@ -261,7 +263,7 @@ QzRegistry::Sequence QzRegistry::Names(ElemType type) const {
 
 // ---- Loading
 
-void QzRegistry::LoadFile(const KeldMBString& strFile) {
+bool QzRegistry::ReadFile(const KeldMBString& strFile, KeldMBString& text) {
     m_strFile = strFile;
     QzFileStream stream(strFile, QzFileStream::Direction::Read, BufferSize);
     const std::int64_t length = stream.GetLength();
@@ -274,12 +276,18 @@ void QzRegistry::LoadFile(const KeldMBString& strFile) {
     }
     if (!stream.IsGood()) {
         qztrace("cannot read file: %s %s\n", strFile.Cstr(), stream.GetError().Cstr());
-        return;
+        return false;
     }
     stream.Close();
-    KeldMBString text(std::move(bytes));
+    text = KeldMBString(std::move(bytes));
     DecodeXmlFile(text);
-    LoadDoc(text);
+    return true;
+}
+
+void QzRegistry::LoadFile(const KeldMBString& strFile) {
+    KeldMBString text;
+    if (ReadFile(strFile, text))
+        LoadDoc(text);
 }
 
 void QzRegistry::LoadDoc(const KeldMBString& strDoc) {
@@ -287,16 +295,20 @@ void QzRegistry::LoadDoc(const KeldMBString& strDoc) {
 }
 
 void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
-    QzMarkup walk = markup;
+    AddEntries(markup);
+}
+
+void QzRegistry::AddEntries(QzMarkup walk) {
     walk.ResetPos();
     if (!walk.FindElem())
         return;
     SetName(walk.GetTagName());
     walk.IntoElem();
+    KeldMBString directory;
     std::vector<QzRegistry*> open{this}; // the registries whose elements the walk is in, innermost last
     while (!open.empty()) {
         if (walk.FindElem()) {
-            QzRegistry* const nested = open.back()->LoadEntry(walk);
+            QzRegistry* const nested = open.back()->LoadEntry(walk, directory);
             if (nested != nullptr) {
                 open.push_back(nested);
                 walk.IntoElem();
@@ -308,8 +320,9 @@ void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
     }
 }
 
-// Adds the entry at the main position. A nested registry is returned, for its elements to be added to it.
-QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
+// Adds the entry at the main position. A nested registry is returned, for its elements to be added to it. The
+// configuration directory is looked for when the first external file is met, and not again.
+QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
     const KeldMBString name = markup.GetTagName();
     const ElemType type = ToElemType(markup.GetAttrib("type"));
     QzRegistry* nested = nullptr;
@@ -344,8 +357,12 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
         set(m_subRegistries, std::move(registry));
         break;
     }
-    case ElemExternal: set(m_externalFiles, QzFile::GetAbsolutePath(XmlPath(), markup.GetData())); break;
-    default: KELDASSERT(!"an entry of no kind"); break;
+    case ElemExternal:
+        if (directory.IsEmpty())
+            directory = XmlPath();
+        set(m_externalFiles, QzFile::GetAbsolutePath(directory, markup.GetData()));
+        break;
+    default: KELDASSERT_TEXT(false, "an entry of no kind"); break;
     }
     if (isNew)
         m_order.Add(OrderedEntry{type, name});
@@ -359,6 +376,11 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup) {
 class QzRegistry::Writer {
 public:
     const KeldMBString& Text() const { return m_text; }
+    const KeldMBString& Directory() { ///< that of the configuration
+        if (m_directory.IsEmpty())
+            m_directory = XmlPath();
+        return m_directory;
+    }
 
     unsigned char Open(const KeldMBString& name, ElemType type) {
         return Open(name, KeldMBString(" type=\"") + TypeNames[type] + "\"");
@@ -402,6 +424,7 @@ private:
     void Indent() { m_text += KeldMBString('\t', std::min(m_depth, 16)); }
 
     KeldMBString m_text;
+    KeldMBString m_directory;
     int m_depth = 1;
 };
 
@@ -418,18 +441,19 @@ unsigned char QzRegistry::Save() {
 
 unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
     struct Level {
+        KeldMBString name; // that of the entry, which the registry's own need not be after an assignment
         const QzRegistry* registry;
         KeldArray<OrderedEntry> entries;
         int next;
     };
     Writer writer;
     std::vector<Level> open;
-    open.push_back({this, EntriesInOrder(), 0});
+    open.push_back({m_strName, this, EntriesInOrder(), 0});
     while (!open.empty()) {
         Level& level = open.back();
         if (level.next == level.entries.GetSize()) {
             if (open.size() > 1)
-                writer.Close(level.registry->m_strName);
+                writer.Close(level.name);
             open.pop_back();
             continue;
         }
@@ -438,7 +462,7 @@ unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
             return 0;
         if (entry.type == ElemSubReg) {
             const QzRegistry& nested = level.registry->SubReg(entry.name);
-            open.push_back({&nested, nested.EntriesInOrder(), 0});
+            open.push_back({entry.name, &nested, nested.EntriesInOrder(), 0});
         }
     }
     return writer.Text().IsEmpty() || markup.AddSubDoc(writer.Text().Cstr());
@@ -450,11 +474,11 @@ KeldArray<QzRegistry::OrderedEntry> QzRegistry::EntriesInOrder() const {
     KeldArray<OrderedEntry> entries;
     std::unordered_set<std::string_view> values;
     for (const OrderedEntry& entry : m_order) {
-        if (entry.type == ElemValue && Find(entry.name) == nullptr)
-            continue;
-        entries.Add(entry);
-        if (entry.type == ElemValue)
-            values.insert(entry.name.View());
+        // A value that was removed and then read again stands in the list twice.
+        const bool isGone = entry.type == ElemValue && Find(entry.name) == nullptr;
+        const bool isKnown = entry.type == ElemValue && !values.insert(entry.name.View()).second;
+        if (!isGone && !isKnown)
+            entries.Add(entry);
     }
     for (const Entry& value : *this) {
         if (values.count(value.first.View()) == 0)
@@ -475,7 +499,7 @@ unsigned char QzRegistry::WriteEntry(Writer& writer, const OrderedEntry& entry) 
         return writer.Leaf(entry.name, ElemValue, (*this)[entry.name]);
     if (entry.type == ElemExternal) {
         const std::filesystem::path path(GetSubFileName(entry.name).Cstr());
-        const std::filesystem::path relative = path.lexically_relative(XmlPath().Cstr());
+        const std::filesystem::path relative = path.lexically_relative(writer.Directory().Cstr());
         return writer.Leaf(entry.name, ElemExternal,
                            KeldMBString((relative.empty() ? path : relative).string()));
     }

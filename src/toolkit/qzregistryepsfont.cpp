@@ -1,6 +1,7 @@
 #include "toolkit/qzregistryepsfont.h"
 
 #include "toolkit/qzmarkup.h"
+#include "toolkit/xmltext.h"
 
 namespace Qzc {
 
@@ -25,12 +26,15 @@ void QzRegistryEpsFont::LoadFromMarkup(const QzMarkup& markup) {
 }
 
 unsigned char QzRegistryEpsFont::SaveDoc(QzMarkup& markup) const {
+    KeldMBString fonts;
     for (const Entry& font : *this) {
-        if (!markup.AddElem("tml:fontname") || !markup.AddChildElem("tml:Qzc", font.first.Cstr()) ||
-            !markup.AddChildElem("tml:EPS", font.second.Cstr()))
-            return 0;
+        fonts += "\t<tml:fontname><tml:Qzc>";
+        AppendEscaped(fonts, font.first.View(), "<&>");
+        fonts += "</tml:Qzc><tml:EPS>";
+        AppendEscaped(fonts, font.second.View(), "<&>");
+        fonts += "</tml:EPS></tml:fontname>\r\n";
     }
-    return 1;
+    return fonts.IsEmpty() || markup.AddSubDoc(fonts.Cstr());
 }
 
 } // namespace Qzc

@@ -1,6 +1,7 @@
 #include "toolkit/qzregistryresource.h"
 
 #include "toolkit/qzmarkup.h"
+#include "toolkit/xmltext.h"
 
 namespace Qzc {
 
@@ -42,16 +43,16 @@ void QzRegistryResource::LoadFromMarkup(const QzMarkup& markup) {
 }
 
 unsigned char QzRegistryResource::SaveDoc(QzMarkup& markup) const {
-    QzMarkup messages("<section><ICode/></section>");
-    messages.FindElem();
-    messages.FindChildElem();
-    messages.IntoElem();
+    KeldMBString messages = "\t<section>\r\n\t\t<ICode>\r\n";
     for (const Entry& message : *this) {
-        if (!messages.AddChildElem("res", message.second.Cstr()) ||
-            !messages.SetChildAttrib("id", message.first.Cstr()))
-            return 0;
+        messages += "\t\t\t<res id=\"";
+        AppendEscaped(messages, message.first.View(), "<&>'\"");
+        messages += "\">";
+        AppendEscaped(messages, message.second.View(), "<&>");
+        messages += "</res>\r\n";
     }
-    return markup.AddSubDoc(messages.GetDoc().Cstr());
+    messages += "\t\t</ICode>\r\n\t</section>\r\n";
+    return markup.AddSubDoc(messages.Cstr());
 }
 
 } // namespace Qzc

@@ -63,16 +63,14 @@ Charset DecodeXmlFile(KeldMBString& text) {
     if (marked)
         text.Delete(0, static_cast<int>(ByteOrderMark.size()));
 
-    KeldMBString name = LastWord(text.View());
-    Charset encoding = QzTextCodec::GetCharset(name);
+    Charset encoding = QzTextCodec::GetCharset(LastWord(text.View()));
     if (encoding == KELDCharset::Unknown) {
-        const KeldMBString other = PseudoAttribute(text.View());
-        if (!other.IsEmpty())
-            name = other;
-        encoding = QzTextCodec::GetCharset(name);
+        const KeldMBString name = PseudoAttribute(text.View());
+        if (!name.IsEmpty())
+            encoding = QzTextCodec::GetCharset(name);
+        else
+            encoding = marked ? KELDCharset::UTF8 : current;
     }
-    if (name.IsEmpty())
-        encoding = marked ? KELDCharset::UTF8 : current;
     if (encoding != KELDCharset::Unknown && encoding != current && IsByteCharset(encoding))
         QzTextCodec(current, encoding).Convert(text, text);
     return encoding;

@@ -1,0 +1,152 @@
+#pragma once
+
+#include <array>
+#include <iterator>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "toolkit/qzmarkup.h"
+
+/// A document that shows its records.
+class CheckedMarkup : public Qzc::QzMarkup {
+public:
+    using QzMarkup::QzMarkup;
+
+    /// The records in the order of the text: their four offsets, then parent and last child as row numbers.
+    std::vector<std::array<int, 6>> Rows() const {
+        std::vector<std::array<int, 6>> rows;
+        std::map<int, int> rowOf{{0, 0}};
+        for (int i = Pos(0).iElemChild; i != 0;) {
+            const ElementPos& pos = Pos(i);
+            rows.push_back(
+                {pos.nStartL, pos.nStartR, pos.nEndL, pos.nEndR, rowOf[pos.iElemParent], pos.iElemLast});
+            rowOf[i] = static_cast<int>(rows.size());
+            if (pos.iElemChild != 0) {
+                i = pos.iElemChild;
+                continue;
+            }
+            while (i != 0 && Pos(i).iElemNext == 0)
+                i = Pos(i).iElemParent;
+            i = i != 0 ? Pos(i).iElemNext : 0;
+        }
+        for (auto& row : rows)
+            row[5] = rowOf[row[5]];
+        return rows;
+    }
+    bool RecordsMatchText() const { return Rows() == CheckedMarkup(GetDoc().Cstr()).Rows(); }
+};
+
+using AttributeList = std::vector<std::pair<std::string, std::string>>;
+
+inline AttributeList Attributes(const Qzc::QzMarkup& markup, bool ofChild) {
+    AttributeList list;
+    const int count = ofChild ? markup.GetChildAttribCount() : markup.GetAttribCount();
+    for (int i = 0; i < count; ++i) {
+        const Qzc::KeldMBString name = ofChild ? markup.GetChildAttribName(i) : markup.GetAttribName(i);
+        list.emplace_back(
+            name.Cstr(),
+            (ofChild ? markup.GetChildAttrib(name.Cstr()) : markup.GetAttrib(name.Cstr())).Cstr());
+    }
+    return list;
+}
+
+/// Reads every name, text and attribute below the top element; the number of elements.
+inline int WalkAll(Qzc::QzMarkup& markup) {
+    int count = 0;
+    int depth = 0;
+    markup.ResetPos();
+    for (;;) {
+        if (markup.FindElem()) {
+            ++count;
+            markup.GetTagName();
+            markup.GetData();
+            Attributes(markup, false);
+            markup.IntoElem();
+            ++depth;
+        } else if (depth-- == 0 || !markup.OutOfElem()) {
+            return count;
+        }
+    }
+}
+
+/// Moves or edits a document in one of all possible ways, as the numbers say that `next(n)` draws below n,
+/// and holds the outcome against what the operation promises. What is broken; empty when all is well.
+template <class Next>
+std::string RandomStep(CheckedMarkup& markup, Next next) {
+    static const char* const Names[] = {"a", "b",   "x:y", "n-1.", "\xC3\xA9", "\x95\\", // the rest are none
+                                        "",  "a b", "x=",  "<",    "q\"",      "e&",     nullptr};
+    static const char* const Texts[] = {"",      "t",    "two\r\nlines", "<&>'\"",    "&amp;&#65;",
+                                        "a]]>b", "]]>",  "\x95\\",       " /",        "=",
+                                        nullptr, "a\"b", "-->",          "<![CDATA[", "?>"};
+    static const char* const Pieces[] = {
+        "<a>",     "</a>",      "<b/>",  "<b x='1'>", "</b>",    "<",        ">",    "/",  "<!--",
+        "-->",     "<![CDATA[", "]]>",   "<?",        "?>",      "<!d",      "[",    "]",  "\"",
+        "'",       "=",         " ",     "\r\n",      "t",       "&lt;",     "\x95", "\\", "\n  ",
+        "y=\">\"", "x",         "<c//>", "<c / />",   "<c z= >", "<?xml v?>"};
+    const auto pick = [&](const auto& table) { return table[next(static_cast<unsigned>(std::size(table)))]; };
+    const auto step = static_cast<unsigned>(next(27));
+    const bool ofChild = step % 2 == 1;
+    const char* const name = pick(Names);
+    const char* const text = pick(Texts);
+    std::string fragment;
+    for (auto count = next(7); count != 0; --count)
+        fragment += pick(Pieces);
+    const char* const place = next(2) != 0 ? "p" : "q";
+    const char* const wanted = next(4) == 0 ? name : nullptr;
+
+    const Qzc::KeldMBString doc = markup.GetDoc();
+    const Qzc::KeldMBString main = markup.GetSubDoc();
+    const Qzc::KeldMBString child = markup.GetChildSubDoc();
+    AttributeList attributes = Attributes(markup, ofChild);
+    bool replaces = false;
+    for (auto& [attribute, value] : attributes) { // one that stands twice reads as the first
+        if (name != nullptr && attribute == name) {
+            value = text != nullptr ? text : "";
+            replaces = true;
+        }
+    }
+    if (!replaces)
+        attributes.emplace_back(name != nullptr ? name : "", text != nullptr ? text : "");
+
+    bool done = false;
+    switch (step) {
+    case 0: done = markup.AddElem(name, text); break;
+    case 1: done = markup.AddChildElem(name, text); break;
+    case 2: done = markup.InsertElem(name, text); break;
+    case 3: done = markup.InsertChildElem(name, text); break;
+    case 4: done = markup.AddSubDoc(fragment.c_str()); break;
+    case 5: done = markup.AddChildSubDoc(fragment.c_str()); break;
+    case 6: done = markup.InsertSubDoc(fragment.c_str()); break;
+    case 7: done = markup.InsertChildSubDoc(fragment.c_str()); break;
+    case 8: done = markup.SetAttrib(name, text); break;
+    case 9: done = markup.SetChildAttrib(name, text); break;
+    case 10: done = markup.SetData(text, wanted != nullptr); break;
+    case 11: done = markup.SetChildData(text, wanted != nullptr); break;
+    case 12: done = markup.RemoveElem(); break;
+    case 13: done = markup.RemoveChildElem(); break;
+    case 14: done = markup.SetRealData(fragment.c_str()); break;
+    case 15: markup.SavePos(place); break;
+    case 16: markup.RestorePos(place); break;
+    case 17: markup.ResetPos(); break;
+    case 18: markup.ResetMainPos(); break;
+    case 19: markup.ResetChildPos(); break;
+    case 20: markup.OutOfElem(); break;
+    case 21: markup.IntoElem(); break;
+    case 22: markup.FindChildElem(wanted); break;
+    default: markup.FindElem(wanted); break;
+    }
+    if (!done) {
+        const bool kept = step > 14 || (markup.GetSubDoc() == main && markup.GetChildSubDoc() == child);
+        return kept && markup.GetDoc() == doc ? "" : "a refused step left a trace";
+    }
+    const Qzc::KeldMBString tag = ofChild ? markup.GetChildTagName() : markup.GetTagName();
+    const Qzc::KeldMBString data = ofChild ? markup.GetChildData() : markup.GetData();
+    const bool holds = step < 4    ? tag == name && data == text
+                       : step < 8  ? !tag.IsEmpty()
+                       : step < 10 ? Attributes(markup, ofChild) == attributes
+                       : step < 12 ? data == text
+                                   : true;
+    return holds ? "" : "step " + std::to_string(step) + " does not read back";
+}

@@ -1,0 +1,363 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/keldlist.h"
+#include "support.h"
+#include "toolkit/qztaskmanager.h"
+#include "toolkit/qztaskmessageloop.h"
+#include "toolkit/qztaskworkthread.h"
+
+using namespace Qzc;
+
+namespace {
+
+struct Unrelated {
+    virtual ~Unrelated() = default;
+    long m_padding[5] = {};
+};
+
+/// Bigger than the base, aligned beyond malloc's promise and not at the start of its object: what giving it
+/// back must not depend on.
+class alignas(64) Task final : public Unrelated, public QzTaskBase {
+public:
+    explicit Task(int number, std::atomic<int>* executed = nullptr, bool throws = false)
+        : m_number(number), m_executed(executed), m_throws(throws) {}
+
+    int GetTaskType() override { return m_number; }
+    bool Execute() override {
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(dynamic_cast<void*>(this)) % 64, 0u);
+        if (m_executed != nullptr)
+            ++*m_executed;
+        if (m_throws)
+            throw m_number;
+        return true;
+    }
+    void Cancel() override { ADD_FAILURE(); }
+
+private:
+    int m_number;
+    std::atomic<int>* m_executed;
+    bool m_throws;
+};
+
+class Loop : public QzTaskMessageLoop {
+public:
+    using QzTaskMessageLoop::Run;
+
+    std::vector<int> Queued() {
+        std::vector<int> numbers;
+        for (QzTaskBase* task : GetTaskQueue())
+            numbers.push_back(task->GetTaskType());
+        return numbers;
+    }
+    /// Takes all tasks; how many. Fewer units than tasks hang it. With more units than tasks the last GetTask
+    /// finds an empty queue in place of waiting.
+    int Drain() {
+        int count = 0;
+        for (; !IsTaskEmpty(); ++count)
+            QzTaskBase::Release(GetTask());
+        QzTaskBase* waitedFor = nullptr;
+        std::thread taker([&] { waitedFor = GetTask(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        AddTask(new Task(0), true);
+        taker.join();
+        EXPECT_NE(waitedFor, nullptr);
+        QzTaskBase::Release(waitedFor);
+        return count;
+    }
+};
+
+class Sieve : public QzTaskFilter {
+public:
+    explicit Sieve(std::function<unsigned char(int, int, bool&)> filter) : m_filter(std::move(filter)) {}
+    unsigned char Filter(int event, QzTaskBase* task, bool& cancel) override {
+        return m_filter(event, task->GetTaskType(), cancel);
+    }
+
+private:
+    std::function<unsigned char(int, int, bool&)> m_filter;
+};
+
+class Processor : public QzTaskProcessor {
+public:
+    explicit Processor(std::function<void(int)> process) : m_process(std::move(process)) {}
+    bool Process(QzTaskBase* task) override {
+        m_process(task->GetTaskType());
+        return false;
+    }
+
+private:
+    std::function<void(int)> m_process;
+};
+
+std::vector<int> Sequence(int first, int last) {
+    std::vector<int> numbers;
+    for (int i = first; i != last; ++i)
+        numbers.push_back(i);
+    return numbers;
+}
+
+} // namespace
+
+TEST(List, HasTwoEnds) {
+    AssertionLog assertions;
+    KeldList<std::string> list;
+    list.AddTail("b");
+    list.AddTail("c");
+    list.AddHead("a");
+    list.AddTail("b");
+    EXPECT_EQ(list.GetHead() + list.GetTail(), "ab");
+    EXPECT_TRUE(list.Remove("b"));
+    EXPECT_FALSE(list.Remove("x"));
+    EXPECT_EQ(std::vector<std::string>(list.begin(), list.end()), (std::vector<std::string>{"a", "c", "b"}));
+    EXPECT_EQ(list.RemoveTail() + list.RemoveHead(), "ba");
+    EXPECT_EQ(list.GetCount(), 1);
+    list.RemoveAll();
+    EXPECT_TRUE(list.IsEmpty());
+    EXPECT_TRUE(AssertionLog::Texts().empty());
+    EXPECT_EQ(list.RemoveHead() + list.RemoveTail() + list.GetHead() + list.GetTail(), "");
+    EXPECT_EQ(AssertionLog::Texts().size(), 4u);
+}
+
+TEST(TaskLoop, AFullQueueDropsTheOtherEnd) {
+    Loop loop;
+    EXPECT_EQ(loop.GetTaskQueueSize(), 200);
+    for (const bool toTail : {true, false}) {
+        for (int i = 0; i < 200; ++i)
+            EXPECT_TRUE(loop.AddTask(new Task(i), true));
+        EXPECT_TRUE(loop.AddTask(new Task(200), toTail)); // drops the oldest, or the newest
+        std::vector<int> expected = toTail ? Sequence(1, 201) : Sequence(0, 199);
+        if (!toTail)
+            expected.insert(expected.begin(), 200);
+        EXPECT_EQ(loop.GetTaskCount(), 200);
+        EXPECT_EQ(loop.Queued(), expected);
+        EXPECT_EQ(loop.Drain(), 200);
+    }
+    AssertionLog assertions;
+    loop.SetTaskQueueSize(0);
+    EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>{"nQueueSize != 0"});
+    EXPECT_EQ(loop.GetTaskQueueSize(), 0);
+    EXPECT_TRUE(loop.AddTask(new Task(1), true) && loop.AddTask(new Task(2), true));
+    EXPECT_EQ(loop.Queued(), Sequence(2, 3));
+    EXPECT_FALSE(loop.AddTask(nullptr, true));
+    EXPECT_EQ(loop.Drain(), 1);
+}
+
+TEST(TaskLoop, FiltersVeto) {
+    Loop loop;
+    std::string calls;
+    const auto filter = [&calls](const std::string& name, int event, int number, unsigned char result) {
+        return Sieve([=, &calls](int e, int n, bool& cancel) {
+            calls += name + std::to_string(e) + " ";
+            EXPECT_FALSE(cancel);
+            cancel = e == event && n == number;
+            if (n == 9)
+                throw n;
+            return result;
+        });
+    };
+    Sieve a = filter("a", 1, 1, 0), b = filter("b", 1, 2, 7), c = filter("c", 2, 3, 1);
+    EXPECT_TRUE(loop.AddTaskFilter(&a) && loop.AddTaskFilter(&b) && loop.AddTaskFilter(&c));
+    struct Case {
+        int number;
+        bool result;
+        int queued;
+        const char* calls;
+    };
+    const Case cases[] = {{1, false, 0, "a1 "},
+                          {2, true, 0, "a1 b1 "}, // the filter's own result, and yet not queued
+                          {3, true, 1, "a1 b1 c1 "},
+                          {4, true, 1, "a1 b1 c1 "},
+                          {9, true, 1, "a1 b1 c1 "}}; // throwing filters veto nothing
+    for (const Case& test : cases) {
+        calls.clear();
+        auto* task = new Task(test.number);
+        EXPECT_EQ(loop.AddTask(task, true), test.result);
+        EXPECT_EQ(calls, test.calls);
+        EXPECT_EQ(loop.GetTaskCount(), test.queued);
+        if (test.queued == 0) {
+            EXPECT_EQ(task->GetTaskType(), test.number);
+            delete task; // still the caller's
+        } else {
+            calls.clear();
+            QzTaskBase* taken = loop.GetTask();
+            EXPECT_EQ(taken == nullptr, test.number == 3);
+            EXPECT_EQ(calls, "a2 b2 c2 ");
+            QzTaskBase::Release(taken);
+        }
+    }
+    EXPECT_TRUE(loop.RemoveTaskFilter(&b));
+    EXPECT_FALSE(loop.RemoveTaskFilter(&b));
+    EXPECT_TRUE(loop.AddTask(new Task(2), true));
+}
+
+TEST(TaskLoop, RunsTasksOrProcessors) {
+    Loop loop;
+    std::atomic<int> executed{0};
+    std::string processed;
+    loop.PostTask(-1);
+    loop.PostTask(1);
+    EXPECT_FALSE(loop.Run());
+    loop.AddTask(new Task(1, &executed), true);
+    loop.AddTask(new Task(2, &executed, true), true);
+    EXPECT_TRUE(loop.Run() && loop.Run());
+    EXPECT_EQ(executed, 2);
+
+    Processor throwing([&](int number) {
+        processed += "t" + std::to_string(number);
+        throw std::string("away");
+    });
+    Processor plain([&](int number) { processed += "p" + std::to_string(number); });
+    EXPECT_TRUE(loop.AddTaskProcessor(&throwing) && loop.AddTaskProcessor(&plain));
+    loop.AddTask(new Task(3, &executed), true);
+    loop.AddTask(new Task(4, &executed), false);
+    EXPECT_TRUE(loop.Run() && loop.Run());
+    EXPECT_EQ(processed, "t4p4t3p3");
+    EXPECT_EQ(executed, 2);
+    EXPECT_TRUE(loop.RemoveTaskProcessor(&throwing) && loop.RemoveTaskProcessor(&plain));
+    EXPECT_FALSE(loop.RemoveTaskProcessor(&plain));
+}
+
+TEST(TaskLoop, RemovesTasks) {
+    Loop loop;
+    auto* task = new Task(1);
+    EXPECT_FALSE(loop.RemoveTask(task));
+    EXPECT_EQ(loop.RemoveAllTask(), 0);
+    loop.AddTask(new Task(0), true);
+    EXPECT_TRUE(loop.RemoveTask(task)); // not there, and true all the same
+    EXPECT_EQ(loop.GetTaskCount(), 1);
+    loop.AddTask(task, true);
+    EXPECT_TRUE(loop.RemoveTask(task));
+    EXPECT_EQ(loop.Queued(), Sequence(0, 1));
+    loop.AddTask(new Task(2), true);
+    EXPECT_EQ(loop.RemoveAllTask(), 2);
+    EXPECT_EQ(loop.Drain(), 0);
+    loop.AddTask(new Task(3), true); // left to the destructor
+}
+
+// All operations at once, from several threads: afterwards there is one unit for each queued task.
+TEST(TaskLoop, CountAndQueueStayTogether) {
+    for (int round = 0; round < 20; ++round) {
+        Loop loop;
+        loop.SetTaskQueueSize(20);
+        std::atomic<bool> posting{true};
+        std::atomic<int> taking{0};
+        std::vector<std::thread> takers, posters;
+        for (int i = 0; i < 2; ++i) {
+            takers.emplace_back([&] {
+                ++taking;
+                while (posting)
+                    loop.Run();
+                --taking;
+            });
+            posters.emplace_back([&, i] {
+                for (int k = 0; k < 600; ++k) {
+                    auto* task = new Task(k);
+                    loop.AddTask(task, (k + i) % 3 != 0);
+                    if (k % 4 == 0)
+                        loop.RemoveTask(task);
+                    if (k % 50 == i)
+                        loop.RemoveAllTask();
+                }
+            });
+        }
+        for (std::thread& poster : posters)
+            poster.join();
+        posting = false;
+        while (taking > 0) { // each of these units is one null, or one task, for a taker
+            loop.AddTask(new Task(-1), true);
+            std::this_thread::yield();
+        }
+        for (std::thread& taker : takers)
+            taker.join();
+        loop.Drain();
+    }
+}
+
+// A task goes while a thread that has its unit already waits for the queue. The filter keeps it waiting
+// there.
+TEST(TaskLoop, ALateUnitIsSettled) {
+    Loop loop;
+    auto* removed = new Task(1);
+    loop.AddTask(removed, true);
+    std::thread taker;
+    Sieve holding([&](int event, int, bool&) {
+        if (event == QzTaskFilter::EventAdd) {
+            taker = std::thread([&] { loop.Run(); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            loop.RemoveTask(removed);
+        }
+        return 1;
+    });
+    loop.AddTaskFilter(&holding);
+    loop.AddTask(new Task(2), true);
+    taker.join();
+    loop.RemoveTaskFilter(&holding);
+    EXPECT_EQ(loop.Drain(), 0);
+}
+
+TEST(TaskManager, WorksThroughTheQueue) {
+    QzTaskManager manager;
+    {
+        AssertionLog assertions;
+        EXPECT_EQ(manager.GetThreadCount(), 1);
+        manager.SetThreadCount(0);
+        EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>{"nThreadsSize != 0"});
+        EXPECT_FALSE(manager.Start());
+    }
+    manager.SetThreadCount(3);
+    for (int run = 0; run < 2; ++run) {
+        std::atomic<int> executed{0};
+        EXPECT_TRUE(manager.Start());
+        for (int i = 0; i < 100; ++i)
+            EXPECT_TRUE(manager.PostTask(new Task(i, &executed, i % 10 == 0), i % 2 == 0));
+        for (int i = 0; i < 20000 && executed < 100; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        EXPECT_EQ(executed, 100);
+        EXPECT_TRUE(manager.Stop());
+    }
+    // One task at work runs to its end, those behind it are dropped.
+    std::atomic<int> finished{0};
+    std::atomic<bool> working{false};
+    Processor slow([&](int) {
+        working = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        ++finished;
+    });
+    manager.GetMessageLoop().AddTaskProcessor(&slow);
+    manager.SetThreadCount(1);
+    EXPECT_TRUE(manager.Start());
+    for (int i = 0; i < 5; ++i)
+        manager.PostTask(new Task(i), true);
+    while (!working)
+        std::this_thread::yield();
+    manager.Stop();
+    EXPECT_EQ(finished, 1);
+    EXPECT_TRUE(manager.GetMessageLoop().IsTaskEmpty());
+}
+
+TEST(TaskWorkThread, StopsAndDetaches) {
+    Loop loop;
+    QzTaskWorkThread worker;
+    worker.StopThread(); // not started: nothing
+    EXPECT_TRUE(worker.Attach(nullptr) && worker.StartThread());
+    worker.StopThread(); // without a loop
+    EXPECT_FALSE(worker.running());
+    EXPECT_TRUE(worker.Attach(&loop) && worker.StartThread());
+    const auto start = std::chrono::steady_clock::now();
+    worker.StopThread(); // out of its wait for a task
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    std::atomic<int> executed{0};
+    EXPECT_TRUE(worker.StartThread()); // detached: it leaves the loop alone
+    loop.AddTask(new Task(1, &executed), true);
+    worker.StopThread();
+    EXPECT_EQ(executed, 0);
+}
