@@ -187,9 +187,10 @@ const std::vector<PlainStyle>& PlainStyles() {
 // ---- Records
 
 void SaveQz(benchmark::State& state) {
+    Qzc::QzMemoryStream stream;
+    stream.Reserve(Room);
     for (auto _ : state) {
-        Qzc::QzMemoryStream stream;
-        stream.Reserve(Room);
+        stream.Seek(0);
         for (int i = 0; i < Records; ++i)
             QzStyles()[static_cast<std::size_t>(i % Styles)].Save(stream, i % 3);
         stream.Seek(0);
@@ -245,9 +246,9 @@ struct QtReader {
 };
 
 void SaveQt(benchmark::State& state) {
+    QByteArray bytes;
+    bytes.reserve(static_cast<int>(Room));
     for (auto _ : state) {
-        QByteArray bytes;
-        bytes.reserve(static_cast<int>(Room));
         {
             QDataStream stream(&bytes, QIODevice::WriteOnly);
             stream.setByteOrder(QDataStream::LittleEndian);
@@ -314,8 +315,8 @@ public:
 };
 
 void SaveBoost(benchmark::State& state) {
+    std::vector<char> bytes(static_cast<std::size_t>(Room));
     for (auto _ : state) {
-        std::vector<char> bytes(static_cast<std::size_t>(Room));
         MemoryBuffer buffer(bytes);
         {
             boost::archive::binary_oarchive archive(buffer, boost::archive::no_header);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -31,23 +32,53 @@ public:
 
     /// Whether both draw alike, symbols and 3D attributes included. The fixed colour, its flag and the
     /// scaling by symbol are states of a drawing in progress and take no part.
-    bool operator==(const QzStyle& other) const;
+    bool operator==(const QzStyle& other) const {
+        return IsSameFillStyle(*this, other) && IsSameLineStyle(*this, other) &&
+               IsSameMarkerStyle(*this, other) && IsSameMarkerSymbolStyle(*this, other) &&
+               IsSameLineSymbolStyle(*this, other) && IsSameFillSymbolStyle(*this, other) &&
+               IsSame3DSymbolStyle(*this, other);
+    }
     bool operator!=(const QzStyle& other) const { return !(*this == other); }
 
     // The fields of one kind, without symbol bytes.
-    static unsigned char IsSameFillStyle(const QzStyle& a, const QzStyle& b);
-    static unsigned char IsSameLineStyle(const QzStyle& a, const QzStyle& b);
-    static unsigned char IsSameMarkerStyle(const QzStyle& a, const QzStyle& b); ///< the line colour included
+    static unsigned char IsSameFillStyle(const QzStyle& a, const QzStyle& b) {
+        return a.m_nFillBackColor == b.m_nFillBackColor && a.m_nFillForeColor == b.m_nFillForeColor &&
+               a.m_nFillStyle == b.m_nFillStyle && a.m_bFillBackOpaque == b.m_bFillBackOpaque &&
+               a.m_nFillOpaqueRate == b.m_nFillOpaqueRate && a.m_nFillGradientType == b.m_nFillGradientType &&
+               a.m_nFillAngle == b.m_nFillAngle && a.m_nFillCenterOffsetX == b.m_nFillCenterOffsetX &&
+               a.m_nFillCenterOffsetY == b.m_nFillCenterOffsetY;
+    }
+    static unsigned char IsSameLineStyle(const QzStyle& a, const QzStyle& b) {
+        return a.m_nLineColor == b.m_nLineColor && a.m_nLineStyle == b.m_nLineStyle &&
+               a.m_nLineWidth == b.m_nLineWidth;
+    }
+    /// The line colour included.
+    static unsigned char IsSameMarkerStyle(const QzStyle& a, const QzStyle& b) {
+        return a.m_nMarkerAngle == b.m_nMarkerAngle && a.m_nMarkerSize == b.m_nMarkerSize &&
+               a.m_nMarkerStyle == b.m_nMarkerStyle && a.m_nMarkerWidth == b.m_nMarkerWidth &&
+               a.m_nMarkerHeight == b.m_nMarkerHeight && a.m_nLineColor == b.m_nLineColor;
+    }
 
     /// Whether both draw a geometry of this kind alike: 0 point (marker), 1 line, 2 region (line and fill),
     /// symbols and 3D attributes included. For any other kind the styles as a whole.
     static unsigned char IsSameDimensionStyle(const QzStyle& a, const QzStyle& b, int kind);
 
     /// Both without a symbol, or the same bytes and version.
-    static unsigned char IsSameMarkerSymbolStyle(const QzStyle& a, const QzStyle& b);
-    static unsigned char IsSameLineSymbolStyle(const QzStyle& a, const QzStyle& b);
-    static unsigned char IsSameFillSymbolStyle(const QzStyle& a, const QzStyle& b);
-    static unsigned char IsSame3DSymbolStyle(const QzStyle& a, const QzStyle& b);
+    static unsigned char IsSameMarkerSymbolStyle(const QzStyle& a, const QzStyle& b) {
+        return Symbol::AreSame(a.m_markerSymbol, b.m_markerSymbol);
+    }
+    static unsigned char IsSameLineSymbolStyle(const QzStyle& a, const QzStyle& b) {
+        return Symbol::AreSame(a.m_lineSymbol, b.m_lineSymbol);
+    }
+    static unsigned char IsSameFillSymbolStyle(const QzStyle& a, const QzStyle& b) {
+        return Symbol::AreSame(a.m_fillSymbol, b.m_fillSymbol);
+    }
+    /// Both without 3D attributes, or with equal ones.
+    static unsigned char IsSame3DSymbolStyle(const QzStyle& a, const QzStyle& b) {
+        if (a.m_pStyleEx == nullptr || b.m_pStyleEx == nullptr)
+            return a.m_pStyleEx == b.m_pStyleEx;
+        return *a.m_pStyleEx == *b.m_pStyleEx;
+    }
 
     /// Equal for equal styles, on every platform. Symbols and 3D attributes take no part.
     int GetHashCode() const;
@@ -313,7 +344,12 @@ private:
         void Save(QzStream& stream) const;
         bool Load(QzStream& stream, std::uint32_t length);
         std::uint32_t GetStoreSize() const { return pBytes != nullptr ? nLength + 4 : 0; }
-        static bool AreSame(const Symbol& a, const Symbol& b);
+        static bool AreSame(const Symbol& a, const Symbol& b) {
+            if (a.pBytes == nullptr || b.pBytes == nullptr)
+                return a.pBytes == b.pBytes;
+            return a.nLength == b.nLength && a.nVersion == b.nVersion &&
+                   std::memcmp(a.pBytes.get(), b.pBytes.get(), a.nLength) == 0;
+        }
 
         std::unique_ptr<unsigned char[]> pBytes;
         std::uint32_t nLength = 0;

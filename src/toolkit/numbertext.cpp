@@ -37,7 +37,10 @@ std::int64_t LeadingInteger(const char* text) {
 template <class... Arguments>
 NumberText NumberText::Of(Arguments... arguments) {
     NumberText number;
-    *std::to_chars(number.m_text, number.m_text + sizeof(number.m_text) - 1, arguments...).ptr = '\0';
+    char* const end =
+        std::to_chars(number.m_text, number.m_text + sizeof(number.m_text) - 1, arguments...).ptr;
+    *end = '\0';
+    number.m_length = static_cast<std::size_t>(end - number.m_text);
     return number;
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
@@ -16,12 +18,14 @@ public:
     static NumberText General(double value);             ///< as "%g" does
     static NumberText Shortest(double value);            ///< the fewest digits that read back to it
     const char* Cstr() const { return m_text; }
+    std::string_view View() const { return std::string_view(m_text, m_length); }
 
 private:
     NumberText() = default;
     template <class... Arguments>
     static NumberText Of(Arguments... arguments);
 
+    std::size_t m_length = 0;
     char m_text[336]; // a sign, the 309 digits of the largest double, a point, the decimals, a terminator
 };
 

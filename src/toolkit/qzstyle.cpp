@@ -90,13 +90,6 @@ bool QzStyle::Symbol::Load(QzStream& stream, std::uint32_t length) {
     return true;
 }
 
-bool QzStyle::Symbol::AreSame(const Symbol& a, const Symbol& b) {
-    if (a.pBytes == nullptr || b.pBytes == nullptr)
-        return a.pBytes == b.pBytes;
-    return a.nLength == b.nLength && a.nVersion == b.nVersion &&
-           std::memcmp(a.pBytes.get(), b.pBytes.get(), a.nLength) == 0;
-}
-
 unsigned char QzStyle::SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length,
                                           unsigned int version, unsigned char copy) {
     if (!KELDASSERT(pMarkerSymbolBuffer))
@@ -145,32 +138,6 @@ void QzStyle::ClearSymbolStyle() {
 
 // ---- Comparison
 
-bool QzStyle::operator==(const QzStyle& other) const {
-    return IsSameFillStyle(*this, other) && IsSameLineStyle(*this, other) &&
-           IsSameMarkerStyle(*this, other) && IsSameMarkerSymbolStyle(*this, other) &&
-           IsSameLineSymbolStyle(*this, other) && IsSameFillSymbolStyle(*this, other) &&
-           IsSame3DSymbolStyle(*this, other);
-}
-
-unsigned char QzStyle::IsSameFillStyle(const QzStyle& a, const QzStyle& b) {
-    return a.m_nFillBackColor == b.m_nFillBackColor && a.m_nFillForeColor == b.m_nFillForeColor &&
-           a.m_nFillStyle == b.m_nFillStyle && a.m_bFillBackOpaque == b.m_bFillBackOpaque &&
-           a.m_nFillOpaqueRate == b.m_nFillOpaqueRate && a.m_nFillGradientType == b.m_nFillGradientType &&
-           a.m_nFillAngle == b.m_nFillAngle && a.m_nFillCenterOffsetX == b.m_nFillCenterOffsetX &&
-           a.m_nFillCenterOffsetY == b.m_nFillCenterOffsetY;
-}
-
-unsigned char QzStyle::IsSameLineStyle(const QzStyle& a, const QzStyle& b) {
-    return a.m_nLineColor == b.m_nLineColor && a.m_nLineStyle == b.m_nLineStyle &&
-           a.m_nLineWidth == b.m_nLineWidth;
-}
-
-unsigned char QzStyle::IsSameMarkerStyle(const QzStyle& a, const QzStyle& b) {
-    return a.m_nMarkerAngle == b.m_nMarkerAngle && a.m_nMarkerSize == b.m_nMarkerSize &&
-           a.m_nMarkerStyle == b.m_nMarkerStyle && a.m_nMarkerWidth == b.m_nMarkerWidth &&
-           a.m_nMarkerHeight == b.m_nMarkerHeight && a.m_nLineColor == b.m_nLineColor;
-}
-
 unsigned char QzStyle::IsSameDimensionStyle(const QzStyle& a, const QzStyle& b, int kind) {
     switch (kind) {
     case 0: return IsSameMarkerStyle(a, b) && IsSameMarkerSymbolStyle(a, b) && IsSame3DSymbolStyle(a, b);
@@ -180,24 +147,6 @@ unsigned char QzStyle::IsSameDimensionStyle(const QzStyle& a, const QzStyle& b, 
                IsSameFillSymbolStyle(a, b) && IsSame3DSymbolStyle(a, b);
     default: return a == b;
     }
-}
-
-unsigned char QzStyle::IsSameMarkerSymbolStyle(const QzStyle& a, const QzStyle& b) {
-    return Symbol::AreSame(a.m_markerSymbol, b.m_markerSymbol);
-}
-
-unsigned char QzStyle::IsSameLineSymbolStyle(const QzStyle& a, const QzStyle& b) {
-    return Symbol::AreSame(a.m_lineSymbol, b.m_lineSymbol);
-}
-
-unsigned char QzStyle::IsSameFillSymbolStyle(const QzStyle& a, const QzStyle& b) {
-    return Symbol::AreSame(a.m_fillSymbol, b.m_fillSymbol);
-}
-
-unsigned char QzStyle::IsSame3DSymbolStyle(const QzStyle& a, const QzStyle& b) {
-    if (a.m_pStyleEx == nullptr || b.m_pStyleEx == nullptr)
-        return a.m_pStyleEx == b.m_pStyleEx;
-    return *a.m_pStyleEx == *b.m_pStyleEx;
 }
 
 int QzStyle::GetHashCode() const {

@@ -216,17 +216,16 @@ void QzStyle::FromXML2003(const KeldMBString& xml) {
 // ---- Colours and symbol bytes as text
 
 KeldMBString QzStyle::ConvertRGBColor(unsigned int color) {
-    KeldMBString text("RGB(");
-    text += NumberText::Integer(KELDREDVAL(color)).Cstr();
-    text += ',';
-    text += NumberText::Integer(KELDGREENVAL(color)).Cstr();
-    text += ',';
-    text += NumberText::Integer(KELDBLUEVAL(color)).Cstr();
-    return text += ')';
+    KeldMBString text("RGB(", 4);
+    for (const int part : {KELDREDVAL(color), KELDGREENVAL(color), KELDBLUEVAL(color)})
+        text.Append(NumberText::Integer(part).View()).Append(",");
+    text.SetAt(text.GetLength() - 1, ')');
+    return text;
 }
 
 unsigned int QzStyle::ConvertRGBColor(const KeldMBString& text) {
-    if (text.Find("RGB") < 0 && text.Find("rgb") < 0)
+    constexpr auto None = std::string_view::npos;
+    if (text.View().find("RGB") == None && text.View().find("rgb") == None)
         return qzatou(text.Cstr());
     const auto numberAt = [&](int index) { return qzatoi(text.Cstr() + std::min(index, text.GetLength())); };
     const auto behindComma = [&](int start) {
