@@ -96,11 +96,11 @@ int RecordSize(const QzStyle& style, int kind) {
     QzMemoryStream stream;
     style.Save(stream, kind);
 
-    // The size word tells how long the record is; the style is given just that.
+    // The size word tells how long the record is; the style is given what is behind it, here all the rest.
     stream.Seek(0);
     std::uint32_t size = 0;
     stream >> size;
-    QzMemoryStream record(stream.GetData() + stream.GetPosition(), size - sizeof(size));
+    QzMemoryStream record(stream.GetData() + stream.GetPosition(), stream.GetRemaining());
     QzStyle copy;
     copy.Load(record, kind);
 

@@ -44,7 +44,7 @@ private:
     static constexpr double Part(std::uint32_t value) { return (value & 0xFF) / 255.0; }
     static constexpr std::uint32_t Byte(double part) {
         // Written so that what is no number counts as 0.
-        return !(part > 0) ? 0 : part >= 1 ? 255 : static_cast<std::uint32_t>(part * 255 + 0.5);
+        return !(part > 0) ? 0 : part >= 1 ? 255 : static_cast<std::uint32_t>((part * 510 + 1) / 2);
     }
 };
 

@@ -69,7 +69,10 @@ unsigned char QzStyle::Symbol::Set(const QzMemoryStream& stream, std::uint32_t v
                version, true);
 }
 
+// Behind the length.
 void QzStyle::Symbol::Save(QzStream& stream) const {
+    if (pBytes == nullptr)
+        return;
     stream.Write(pBytes.get(), nLength);
     stream << nVersion;
 }
@@ -297,42 +300,36 @@ unsigned int QzStyle::GetStyleSize(int kind) const {
 }
 
 void QzStyle::Save(QzStream& stream, int kind) const {
-    RecordWriter<44> record;
-    const auto writeSymbol = [&](const Symbol& symbol) {
-        record << symbol.nLength;
-        if (symbol.pBytes != nullptr) {
-            record.WriteTo(stream);
-            symbol.Save(stream);
-        }
-    };
-    if (kind >= 0 && kind <= 4)
-        record << GetStyleSize(kind);
-    else
-        record << std::int32_t{0};
+    const std::uint32_t size = GetStyleSize(kind);
+    const std::uint32_t lineColor = QzCurrentColortoWinColor(m_nLineColor);
     switch (kind) {
     case 0:
-        record << m_nMarkerStyle << m_nMarkerSize << m_nMarkerAngle << QzCurrentColortoWinColor(m_nLineColor)
-               << m_nMarkerWidth << m_nMarkerHeight;
-        writeSymbol(m_markerSymbol);
-        record << m_nFillOpaqueRate << m_nFillGradientType << m_nFillAngle << m_nFillCenterOffsetX
-               << m_nFillCenterOffsetY << QzCurrentColortoWinColor(m_nFillBackColor);
+        WriteFields(stream, size, m_nMarkerStyle, m_nMarkerSize, m_nMarkerAngle, lineColor, m_nMarkerWidth,
+                    m_nMarkerHeight, m_markerSymbol.nLength);
+        m_markerSymbol.Save(stream);
+        WriteFields(stream, m_nFillOpaqueRate, m_nFillGradientType, m_nFillAngle, m_nFillCenterOffsetX,
+                    m_nFillCenterOffsetY, QzCurrentColortoWinColor(m_nFillBackColor));
         break;
     case 1:
-        record << m_nLineStyle << m_nLineWidth << QzCurrentColortoWinColor(m_nLineColor);
-        writeSymbol(m_lineSymbol);
+        WriteFields(stream, size, m_nLineStyle, m_nLineWidth, lineColor, m_lineSymbol.nLength);
+        m_lineSymbol.Save(stream);
         break;
     case 2:
-        record << m_nLineStyle << m_nLineWidth << QzCurrentColortoWinColor(m_nLineColor) << m_nFillStyle
-               << QzCurrentColortoWinColor(m_nFillForeColor) << KELDREDVAL(m_nFillBackColor)
-               << KELDGREENVAL(m_nFillBackColor) << KELDBLUEVAL(m_nFillBackColor)
-               << static_cast<std::uint8_t>(m_bFillBackOpaque ? 0 : TransparentBack) << m_nFillOpaqueRate
-               << m_nFillGradientType << m_nFillAngle << m_nFillCenterOffsetX << m_nFillCenterOffsetY;
-        writeSymbol(m_lineSymbol);
-        writeSymbol(m_fillSymbol);
+        WriteFields(stream, size, m_nLineStyle, m_nLineWidth, lineColor, m_nFillStyle,
+                    QzCurrentColortoWinColor(m_nFillForeColor),
+                    KELDRGB(KELDREDVAL(m_nFillBackColor), KELDGREENVAL(m_nFillBackColor),
+                            KELDBLUEVAL(m_nFillBackColor)) |
+                        (m_bFillBackOpaque ? 0 : TransparentBack << 24),
+                    m_nFillOpaqueRate, m_nFillGradientType, m_nFillAngle, m_nFillCenterOffsetX,
+                    m_nFillCenterOffsetY, m_lineSymbol.nLength);
+        m_lineSymbol.Save(stream);
+        WriteFields(stream, m_fillSymbol.nLength);
+        m_fillSymbol.Save(stream);
         break;
-    default: break;
+    case 3:
+    case 4: stream << size; break;
+    default: stream << std::int32_t{0};
     }
-    record.WriteTo(stream);
     if (m_pStyleEx != nullptr)
         m_pStyleEx->Save(stream, kind);
 }
@@ -385,14 +382,11 @@ int QzStyle::Load(QzStream& stream, int kind) {
 }
 
 void QzStyle::SaveAll(QzStream& stream) const {
-    RecordWriter<44> record;
-    record << m_nMarkerStyle << m_nMarkerSize << m_nMarkerAngle << m_nLineStyle << m_nLineWidth
-           << QzCurrentColortoWinColor(m_nLineColor) << m_nFillStyle
-           << QzCurrentColortoWinColor(m_nFillForeColor)
-           << (m_bFillBackOpaque ? QzCurrentColortoWinColor(m_nFillBackColor) : NoBackColor)
-           << m_nFillOpaqueRate << m_nFillGradientType << m_nFillAngle << m_nFillCenterOffsetX
-           << m_nFillCenterOffsetY;
-    record.WriteTo(stream);
+    WriteFields(
+        stream, m_nMarkerStyle, m_nMarkerSize, m_nMarkerAngle, m_nLineStyle, m_nLineWidth,
+        QzCurrentColortoWinColor(m_nLineColor), m_nFillStyle, QzCurrentColortoWinColor(m_nFillForeColor),
+        m_bFillBackOpaque ? QzCurrentColortoWinColor(m_nFillBackColor) : NoBackColor, m_nFillOpaqueRate,
+        m_nFillGradientType, m_nFillAngle, m_nFillCenterOffsetX, m_nFillCenterOffsetY);
 }
 
 unsigned char QzStyle::LoadAll(QzStream& stream, int size) {

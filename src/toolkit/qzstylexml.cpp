@@ -14,7 +14,8 @@ namespace {
 // no symbol but a length to exhaust the memory with.
 constexpr std::int64_t MaxMissingBytes = 65536;
 
-constexpr const char* GradientNames[] = {"None", "Linear", "Radial", "Conical", "Square"};
+constexpr int GradientCount = 5;
+constexpr const char* GradientNames[GradientCount] = {"None", "Linear", "Radial", "Conical", "Square"};
 
 struct SymbolNames {
     const char* block;
@@ -86,7 +87,7 @@ KeldMBString QzStyle::ToXML(int nVersion, const KeldMBString& tag) const {
     const auto addDecimal = [&](const char* name, double value) {
         writer.Add(name, NumberText::Fixed(value, 2));
     };
-    const bool hasGradient = m_nFillGradientType < sizeof(GradientNames) / sizeof(*GradientNames);
+    const bool hasGradient = m_nFillGradientType < GradientCount;
     writer.AddInteger("zpl:MarkerStyle", m_nMarkerStyle);
     addDecimal("zpl:MarkerSize", GetMarkerSize());
     addDecimal("zpl:MarkerAngle", GetMarkerAngle());
@@ -168,9 +169,9 @@ unsigned char QzStyle::FromXML(const KeldMBString& xml, int nVersion) {
     reader.ReadInteger("zpl:FillOpaqueRate", m_nFillOpaqueRate);
     reader.Read("zpl:FillGradientType", [&](const KeldMBString& text) {
         m_nFillGradientType = 0;
-        for (unsigned char i = 1; i < sizeof(GradientNames) / sizeof(*GradientNames); ++i) {
+        for (int i = 1; i < GradientCount; ++i) {
             if (text.CompareNoCase(GradientNames[i]) == 0)
-                m_nFillGradientType = i;
+                m_nFillGradientType = static_cast<unsigned char>(i);
         }
     });
     reader.Read("zpl:FillAngle", [&](const KeldMBString& text) { SetFillAngle(qzatof(text.Cstr())); });
@@ -243,16 +244,17 @@ unsigned char QzStyle::ByteConver2String(const unsigned char* bytes, int length,
     const auto append = [&](int start, int count) {
         char text[2 * Group];
         std::fill(std::begin(text), std::end(text), '0');
-        for (int k = 0; k < count; ++k) {
-            text[2 * k] = Digits[bytes[start + k] >> 4];
-            text[2 * k + 1] = Digits[bytes[start + k] & 0x0F];
+        char* next = text;
+        for (int i = start; i < start + count; ++i) {
+            *next++ = Digits[bytes[i] >> 4];
+            *next++ = Digits[bytes[i] & 0x0F];
         }
-        out.Append(text, 2 * Group);
+        out.Append(text, sizeof(text));
     };
     if (bytes == nullptr || length < 0)
         return 0;
-    out.Reserve(static_cast<int>(
-        std::min<std::int64_t>(out.GetLength() + 2LL * length + 2 * Group, KeldMBString::MaxLength)));
+    const std::int64_t capacity = std::int64_t{out.GetLength()} + (std::int64_t{length} + Group) * 2;
+    out.Reserve(static_cast<int>(std::min<std::int64_t>(capacity, KeldMBString::MaxLength)));
     int i = 0;
     for (; length - i > Group; i += Group)
         append(i, Group);

@@ -1,37 +1,42 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
-#include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 #include "stream/qzstream.h"
 
 namespace Qzc {
 
+/// A value as its bytes lie in a record, and back.
+template <class T>
+T LittleEndian(T value) {
+    static_assert(std::is_integral_v<T>);
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    unsigned char bytes[sizeof(T)];
+    std::memcpy(bytes, &value, sizeof(T));
+    std::reverse(bytes, bytes + sizeof(T));
+    std::memcpy(&value, bytes, sizeof(T));
+#endif
+    return value;
+}
+
 // The fixed parts of a record, in the byte order of QzStream, assembled here so that the stream is asked once
 // for all of them. Integers only.
 
-template <std::size_t Capacity>
-class RecordWriter {
-public:
-    template <class T>
-    RecordWriter& operator<<(T value) {
-        static_assert(std::is_integral_v<T>);
-        auto bits = static_cast<std::uint32_t>(value);
-        for (std::size_t i = 0; i < sizeof(T); ++i, bits >>= 8)
-            m_bytes[m_size++] = static_cast<unsigned char>(bits);
-        return *this;
-    }
-    /// Hands over what there is and starts anew.
-    void WriteTo(QzStream& stream) {
-        stream.Write(m_bytes, static_cast<std::int64_t>(m_size));
-        m_size = 0;
-    }
-
-private:
-    unsigned char m_bytes[Capacity];
-    std::size_t m_size = 0;
-};
+template <class... Fields>
+void WriteFields(QzStream& stream, Fields... fields) {
+    unsigned char bytes[(sizeof(Fields) + ...)];
+    unsigned char* next = bytes;
+    const auto put = [&](auto field) {
+        field = LittleEndian(field);
+        std::memcpy(next, &field, sizeof(field));
+        next += sizeof(field);
+    };
+    (put(fields), ...);
+    stream.Write(bytes, sizeof(bytes));
+}
 
 /// Reads `Size` bytes at once; those that are not there are 0, as everywhere in a stream.
 template <std::size_t Size>
@@ -46,11 +51,10 @@ public:
     }
     template <class T>
     T Take() {
-        static_assert(std::is_integral_v<T>);
-        std::uint32_t bits = 0;
-        for (std::size_t i = 0; i < sizeof(T); ++i)
-            bits |= static_cast<std::uint32_t>(m_bytes[m_next++]) << 8 * i;
-        return static_cast<T>(bits);
+        T value;
+        std::memcpy(&value, m_bytes + m_next, sizeof(T));
+        m_next += sizeof(T);
+        return LittleEndian(value);
     }
 
 private:
