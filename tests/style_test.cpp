@@ -143,30 +143,20 @@ TEST(Color, PartsLieRedFirst) {
 
 TEST(Style, TenthsAreRoundedAwayFromZeroAndCutToTheField) {
     constexpr double Inf = std::numeric_limits<double>::infinity();
-    const struct {
-        double set;
-        double got;
-    } rows[] = {{0.25, 0.3},
-                {-0.25, -0.3},
-                {0.0, 0.0},
-                {0.04, 0.0},
-                {-0.04, 0.0},
-                {1e300, 214748364.7},
-                {-Inf, -214748364.8},
-                {std::nan(""), 0.0},
-                {214748364.7, 214748364.7},
-                {12.34, 12.3},
-                {-214748364.8, -214748364.8}};
-    for (const auto& row : rows) {
+    const std::pair<double, double> rows[] = {
+        {0.25, 0.3},          {-0.25, -0.3},      {0.0, 0.0},           {0.04, 0.0},
+        {-0.04, 0.0},         {12.34, 12.3},      {1e300, 214748364.7}, {214748364.7, 214748364.7},
+        {-Inf, -214748364.8}, {std::nan(""), 0.0}};
+    for (const auto& [set, expected] : rows) {
         QzStyle style;
-        style.SetLineWidth(row.set);
-        style.SetMarkerAngle(row.set);
-        style.SetMarkerSize(row.set);
-        style.SetMarkerWidth(row.set);
-        style.SetMarkerHeight(row.set);
+        style.SetLineWidth(set);
+        style.SetMarkerAngle(set);
+        style.SetMarkerSize(set);
+        style.SetMarkerWidth(set);
+        style.SetMarkerHeight(set);
         for (const double got : {style.GetLineWidth(), style.GetMarkerAngle(), style.GetMarkerSize(),
                                  style.GetMarkerWidth(), style.GetMarkerHeight()})
-            EXPECT_EQ(got, row.got) << row.set;
+            EXPECT_EQ(got, expected) << set;
     }
     QzStyle style;
     style.SetFillAngle(6553.7); // 65537 tenths: one more than 16 bits
@@ -182,43 +172,31 @@ TEST(Style, EqualityLeavesTheFixedColourAndTheScalingOut) {
     EXPECT_TRUE(style == other);
     EXPECT_EQ(style.GetHashCode(), other.GetHashCode());
 
-    using Change = void (*)(QzStyle&);
-    const struct {
-        Change change;
-        const char* sameKinds; ///< the kinds that still look the same
-    } rows[] = {
-        {[](QzStyle& s) { s.SetFillBackColor(1); }, "01"},
-        {[](QzStyle& s) { s.SetFillForeColor(1); }, "01"},
-        {[](QzStyle& s) { s.SetFillStyle(1); }, "01"},
-        {[](QzStyle& s) { s.SetLineColor(1); }, ""},
-        {[](QzStyle& s) { s.SetLineStyle(1); }, "0"},
-        {[](QzStyle& s) { s.SetLineWidth(1); }, "0"},
-        {[](QzStyle& s) { s.SetMarkerAngle(1); }, "12"},
-        {[](QzStyle& s) { s.SetMarkerSize(1); }, "12"},
-        {[](QzStyle& s) { s.SetMarkerStyle(1); }, "12"},
-        {[](QzStyle& s) { s.SetFillBackOpaque(0); }, "01"},
-        {[](QzStyle& s) { s.SetFillOpaqueRate(1); }, "01"},
-        {[](QzStyle& s) { s.SetFillGradientType(1); }, "01"},
-        {[](QzStyle& s) { s.SetFillAngle(1); }, "01"},
-        {[](QzStyle& s) { s.SetFillCenterOffsetX(1); }, "01"},
-        {[](QzStyle& s) { s.SetFillCenterOffsetY(1); }, "01"},
-        {[](QzStyle& s) { s.SetMarkerWidth(1); }, "12"},
-        {[](QzStyle& s) { s.SetMarkerHeight(1); }, "12"},
-        {[](QzStyle& s) { s.SetTessellate(0); }, ""},
+    // Every other field counts; `sameKinds` are the kinds that still look the same when it has changed.
+    const auto check = [&](const char* sameKinds, auto... setters) {
+        const auto checkOne = [&](auto set) {
+            QzStyle changed;
+            (changed.*set)(1);
+            EXPECT_TRUE(style != changed) << sameKinds;
+            std::string same;
+            for (int kind = 0; kind < 3; ++kind)
+                same += QzStyle::IsSameDimensionStyle(style, changed, kind) ? std::to_string(kind) : "";
+            EXPECT_EQ(same, sameKinds);
+            (other.*set)(1);
+        };
+        (checkOne(setters), ...);
     };
-    int n = 0;
-    for (const auto& row : rows) {
-        QzStyle changed;
-        row.change(changed);
-        EXPECT_TRUE(style != changed) << n;
-        std::string same;
-        for (int kind = 0; kind < 3; ++kind) {
-            if (QzStyle::IsSameDimensionStyle(style, changed, kind))
-                same += std::to_string(kind);
-        }
-        EXPECT_EQ(same, row.sameKinds) << n++;
-        row.change(other);
-    }
+    using S = QzStyle;
+    check("01", &S::SetFillBackColor, &S::SetFillForeColor, &S::SetFillStyle, &S::SetFillOpaqueRate,
+          &S::SetFillGradientType, &S::SetFillAngle, &S::SetFillCenterOffsetX, &S::SetFillCenterOffsetY);
+    check("12", &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerStyle, &S::SetMarkerWidth,
+          &S::SetMarkerHeight);
+    check("0", static_cast<void (S::*)(int)>(&S::SetLineStyle), &S::SetLineWidth);
+    check("", &S::SetLineColor, &S::SetTessellate);
+    QzStyle transparent;
+    transparent.SetFillBackOpaque(0);
+    EXPECT_FALSE(QzStyle::IsSameFillStyle(style, transparent));
+    EXPECT_FALSE(transparent == style);
     EXPECT_FALSE(QzStyle::IsSameDimensionStyle(style, other, 3));
 
     QzStyle turned;
@@ -327,63 +305,39 @@ TEST(Style, ColoursFollowBetween2DAnd3D) {
 }
 
 TEST(StyleEx, OnlyRealChangesRaiseTheModifiedFlag) {
-    using Set = void (*)(QzStyleEx&);
-    const Set raising[] = {
-        [](QzStyleEx& s) { s.SetFill3DMode(FILL_LINE); },
-        [](QzStyleEx& s) { s.SetAltitudeMode(Absolute); },
-        [](QzStyleEx& s) { s.SetIconName("a"); },
-        [](QzStyleEx& s) { s.SetIconScale(2); },
-        [](QzStyleEx& s) { s.SetPointSize(2); },
-        [](QzStyleEx& s) { s.SetPointColor(QzColorValue3D::Red); },
-        [](QzStyleEx& s) { s.SetLineWidth(0.1F); },
-        [](QzStyleEx& s) { s.SetLineColor(QzColorValue3D::Red); },
-        [](QzStyleEx& s) {
-            s.SetFillColor({1, 1, 1, 0.5});
-        },
-        [](QzStyleEx& s) { s.SetBottomAltitude(0.1F); },
-        [](QzStyleEx& s) { s.SetExtendHeight(0.1F); },
-        [](QzStyleEx& s) { s.SetSideTexture("a"); },
-        [](QzStyleEx& s) { s.SetTopTexture("a"); },
-        [](QzStyleEx& s) { s.SetTilingU(2); },
-        [](QzStyleEx& s) { s.SetTilingV(2); },
-        [](QzStyleEx& s) { s.SetTextureRepeatMode(RealSize); },
-        [](QzStyleEx& s) { s.SetTopTilingU(2); },
-        [](QzStyleEx& s) { s.SetTopTilingV(2); },
-        [](QzStyleEx& s) { s.SetTopTextureRepeatMode(RealSize); },
-        [](QzStyleEx& s) {
-            s.SetIconAnchorPoint({0, 1});
-        },
-        [](QzStyleEx& s) { s.SetFixedPixelSize(0); },
-        [](QzStyleEx& s) { s.SetBillBoardMode(FIXED_ANGLE); },
-        [](QzStyleEx& s) { s.SetLineStyle(LINE_PIPELINE); },
-        [](QzStyleEx& s) { s.SetPipeSides(3); },
-        [](QzStyleEx& s) { s.SetMarkerStyle(3); },
-    };
-    const Set quiet[] = {
-        [](QzStyleEx& s) { s.SetMarker3D(1); },        [](QzStyleEx& s) { s.SetMarker3DScaleX(2); },
-        [](QzStyleEx& s) { s.SetMarker3DScaleY(2); },  [](QzStyleEx& s) { s.SetMarker3DScaleZ(2); },
-        [](QzStyleEx& s) { s.SetMarker3DRotateX(2); }, [](QzStyleEx& s) { s.SetMarker3DRotateY(2); },
-        [](QzStyleEx& s) { s.SetMarker3DRotateZ(2); }, [](QzStyleEx& s) { s.SetFiletEnable(1); },
-        [](QzStyleEx& s) { s.SetTessellate(1); },
-    };
-    const QzStyleEx untouched;
-    const auto check = [&](Set set, bool raises, int n) {
-        QzStyleEx style;
-        set(style);
-        EXPECT_EQ(style.IsModified(), raises) << n;
-        EXPECT_FALSE(style == untouched) << n;
-        style.SetModifiedFlag(0);
-        const QzStyleEx copy = style;
-        set(style);
-        EXPECT_FALSE(style.IsModified()) << n;
-        style.SetModifiedFlag();
-        EXPECT_TRUE(style == copy) << n; // the flag takes no part
-    };
     int n = 0;
-    for (const Set set : raising)
-        check(set, true, n++);
-    for (const Set set : quiet)
-        check(set, false, n++);
+    const auto check = [&](bool raises, auto value, auto... setters) {
+        const auto checkOne = [&](auto set) {
+            QzStyleEx style;
+            (style.*set)(value);
+            EXPECT_EQ(style.IsModified(), raises) << n;
+            EXPECT_FALSE(style == QzStyleEx()) << n;
+            style.SetModifiedFlag(0);
+            const QzStyleEx copy = style;
+            (style.*set)(value);
+            EXPECT_FALSE(style.IsModified()) << n;
+            style.SetModifiedFlag();
+            EXPECT_TRUE(style == copy) << n++; // the flag takes no part
+        };
+        (checkOne(setters), ...);
+    };
+    using S = QzStyleEx;
+    check(true, 0.1F, &S::SetIconScale, &S::SetPointSize, &S::SetLineWidth, &S::SetBottomAltitude,
+          &S::SetExtendHeight, &S::SetTilingU, &S::SetTilingV, &S::SetTopTilingU, &S::SetTopTilingV);
+    check(true, KeldMBString("a"), &S::SetIconName, &S::SetSideTexture, &S::SetTopTexture);
+    check(true, QzColorValue3D(1, 1, 1, 0.5), &S::SetPointColor, &S::SetLineColor, &S::SetFillColor);
+    check(true, RealSize, &S::SetTextureRepeatMode, &S::SetTopTextureRepeatMode);
+    check(true, FILL_LINE, &S::SetFill3DMode);
+    check(true, Absolute, &S::SetAltitudeMode);
+    check(true, FIXED_ANGLE, &S::SetBillBoardMode);
+    check(true, LINE_PIPELINE, &S::SetLineStyle);
+    check(true, KeldPoint2D{0, 1}, &S::SetIconAnchorPoint);
+    check(true, static_cast<unsigned char>(0), &S::SetFixedPixelSize);
+    check(true, 3, &S::SetPipeSides, &S::SetMarkerStyle);
+    check(false, static_cast<unsigned char>(1), &S::SetMarker3D, &S::SetFiletEnable, &S::SetTessellate);
+    check(false, 2.0, &S::SetMarker3DScaleX, &S::SetMarker3DScaleY, &S::SetMarker3DScaleZ,
+          &S::SetMarker3DRotateX, &S::SetMarker3DRotateY, &S::SetMarker3DRotateZ);
+    EXPECT_EQ(n, 34);
 }
 
 TEST(StyleRecord, HasTheBytesOfItsLayout) {

@@ -66,8 +66,7 @@ const Fields Default3D = {
     {"ScaleZ", "1.000000"},
     {"RotateX", "0.000000"},
     {"RotateY", "0.000000"},
-    {"RotateZ", "0.000000"},
-};
+    {"RotateZ", "0.000000"}};
 
 void SetSymbols(QzStyle& style) {
     unsigned char bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
