@@ -317,7 +317,8 @@ TEST(StyleEx, OnlyRealChangesRaiseTheModifiedFlag) {
             (style.*set)(value);
             EXPECT_FALSE(style.IsModified()) << n;
             style.SetModifiedFlag();
-            EXPECT_TRUE(style == copy) << n++; // the flag takes no part
+            EXPECT_TRUE(style == copy) << n; // the flag takes no part
+            ++n;
         };
         (checkOne(setters), ...);
     };
