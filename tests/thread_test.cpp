@@ -247,6 +247,24 @@ TEST(Thread, IsEndedByForce) {
     sleeper.cancel();
 }
 
+TEST(Thread, EndedByForceLeavesTheHeapUsable) {
+    for (int round = 0; round < 40; ++round) {
+        std::atomic<bool> ready{false};
+        BodyThread thread([&] {
+            for (unsigned int size = 1;; size = size * 5 % 99991) {
+                void* volatile memory = std::malloc(size % 30000);
+                std::free(memory);
+                ready = true;
+            }
+            return 0;
+        });
+        ASSERT_TRUE(thread.start(0));
+        ASSERT_TRUE(Eventually([&] { return ready.load(); }));
+        EXPECT_TRUE(thread.cancel());
+        Helper([] { std::vector<std::string> texts(100, std::string(1000, 'x')); });
+    }
+}
+
 // The moments around a thread's end: a join, a cancel, a second join and the delete meet it in every order.
 TEST(Thread, OwnershipRaces) {
     const int rounds = 1500;
