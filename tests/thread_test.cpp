@@ -248,6 +248,9 @@ TEST(Thread, IsEndedByForce) {
 }
 
 TEST(Thread, EndedByForceLeavesTheHeapUsable) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the leak check rightly reports the memory that a victim had just been given";
+#endif
     static std::array<void* volatile, 40> s_memory; // what the victims leave is still to be found here
     for (auto& memory : s_memory) {
         std::atomic<bool> ready{false};
