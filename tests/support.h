@@ -4,10 +4,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "base/keldassert.h"
+#include "base/keldmbstring.h"
 #include "base/keldsystem.h"
 
 /// Collects the texts of the assertions raised while it lives.
@@ -73,3 +75,18 @@ inline std::string ReadBytes(const std::string& path) {
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
+
+/// The bytes that a memory stream or a byte array holds.
+template <class Stream>
+std::string Bytes(const Stream& stream) {
+    return std::string(reinterpret_cast<const char*>(stream.GetData()),
+                       static_cast<std::size_t>(stream.GetLength()));
+}
+
+namespace KELD {
+
+inline void PrintTo(const KeldMBString& text, std::ostream* out) {
+    *out << '"' << text.View() << '"';
+}
+
+} // namespace KELD

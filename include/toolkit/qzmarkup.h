@@ -91,9 +91,9 @@ public:
     unsigned char MoveNextChildElem();
     unsigned char IntoElem();       ///< the main element becomes the parent, its child the main position
     unsigned char OutOfElem();      ///< the parent becomes the main element again, the main element its child
-    void ResetPos();                ///< before the top element
-    void ResetMainPos();            ///< before the first element of the current parent
-    void ResetChildPos();           ///< before the first child of the main element
+    unsigned char ResetPos();       ///< before the top element; always 1, as the next two
+    unsigned char ResetMainPos();   ///< before the first element of the current parent
+    unsigned char ResetChildPos();  ///< before the first child of the main element
     unsigned char HasChild() const; ///< whether the main element has child elements
 
     /// Keeps the position under a name until the text is replaced or one of its elements is removed.
@@ -125,6 +125,9 @@ public:
     //
     // A name that is none (see IsName) is refused. So is a second top element, and markup that is not well
     // formed.
+
+    // A value or a text of more than MaxValueLength bytes is refused, for it may grow when it is escaped.
+    static constexpr int MaxValueLength = KeldMBString::MaxLength / 6;
 
     /// Whether a text can name an element or an attribute: it is not empty, and holds no blank, no quote, no
     /// "&" and none of <>=\/?!.

@@ -31,9 +31,9 @@ public:
     QzThread(const QzThread&) = delete;
     QzThread& operator=(const QzThread&) = delete;
 
-    /// Starts `run` in a new thread; the stack size is in bytes, 0 for the system's default. False when the
-    /// system refuses. A thread that is already attached runs on but loses its handle to the new one, and as
-    /// it ends it clears the new one's.
+    /// Starts `run` in a new thread, with the priority of the calling one; the stack size is in bytes, 0 for
+    /// the system's default. False when the system refuses. A thread that is already attached runs on but
+    /// loses its handle to the new one, and as it ends it clears the new one's.
     bool start(unsigned long stackSize);
 
     void* id() const;                  ///< the handle, null when none is attached

@@ -29,27 +29,42 @@ public:
     }
     void Post() {
         std::uint64_t state = m_state.load(std::memory_order_relaxed);
+        std::uint64_t posted = 0;
         do {
             if (Count(state) == Maximum)
                 return;
-        } while (!m_state.compare_exchange_weak(state, state + 1, std::memory_order_release,
+            posted = state + 1;
+            if (state >= OneSleeper)
+                posted = NextWake(posted) - OneSleeper;
+        } while (!m_state.compare_exchange_weak(state, posted, std::memory_order_release,
                                                 std::memory_order_relaxed));
         // From here on the semaphore may be gone: what was read with the exchange has to do.
-        if (state >= OneWaiter)
-            WakeOneWaiter(CountWord());
+        if (state >= OneSleeper)
+            WakeOneWaiter(SleepersWord());
     }
 
 private:
-    // The count and the number of sleepers in one word, so that a post sees both at one moment.
-    static constexpr std::uint64_t OneWaiter = std::uint64_t(1) << 32;
+    // In one word, so that a post sees and changes all of it at one moment, from the low bits: the count (32
+    // bits), a running number of the wakes (16) and the number of sleepers that nobody has woken yet (16). A
+    // post takes the sleeper that it wakes out of the number itself. Those that follow then spare the system
+    // call, which matters because it takes a while until the sleeper runs. A thread on its way to sleep sees
+    // by the running number whether it was meant. The number of sleepers may be too high, which costs a wake
+    // in vain, but never too low.
+    static constexpr std::uint64_t OneWake = std::uint64_t(1) << 32;
+    static constexpr std::uint64_t OneSleeper = std::uint64_t(1) << 48;
+    static constexpr std::uint64_t Wakes = OneSleeper - OneWake;
 
     static std::uint32_t Count(std::uint64_t state) { return static_cast<std::uint32_t>(state); }
+    static std::uint32_t Upper(std::uint64_t state) { return static_cast<std::uint32_t>(state >> 32); }
+    static std::uint64_t NextWake(std::uint64_t state) {
+        return (state & ~Wakes) | ((state + OneWake) & Wakes);
+    }
 
-    const void* CountWord() const {
+    const void* SleepersWord() const {
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-        return reinterpret_cast<const std::uint32_t*>(&m_state) + 1;
-#else
         return &m_state;
+#else
+        return reinterpret_cast<const std::uint32_t*>(&m_state) + 1;
 #endif
     }
 
@@ -59,14 +74,23 @@ private:
             if (TryWait())
                 return;
         }
-        std::uint64_t state = m_state.fetch_add(OneWaiter, std::memory_order_relaxed) + OneWaiter;
+        std::uint64_t state = m_state.load(std::memory_order_relaxed);
+        std::uint64_t counted = 0; // 1 sleeper while this thread is one of them
+        std::uint64_t wakes = 0;   // and the running number since when
         for (;;) {
-            if (Count(state) == 0) {
-                WaitOnWord(CountWord(), 0);
+            if (counted != 0 && (state & Wakes) != wakes)
+                counted = 0; // a post has taken some sleeper out, perhaps this one
+            if (Count(state) != 0) {
+                if (m_state.compare_exchange_weak(state, state - counted - 1, std::memory_order_acquire,
+                                                  std::memory_order_relaxed))
+                    return;
+            } else if (counted != 0) {
+                WaitOnWord(SleepersWord(), Upper(state));
                 state = m_state.load(std::memory_order_relaxed);
-            } else if (m_state.compare_exchange_weak(state, state - OneWaiter - 1, std::memory_order_acquire,
-                                                     std::memory_order_relaxed)) {
-                return;
+            } else if (m_state.compare_exchange_weak(state, state + OneSleeper, std::memory_order_relaxed)) {
+                state += OneSleeper;
+                counted = OneSleeper;
+                wakes = state & Wakes;
             }
         }
     }

@@ -15,7 +15,8 @@ constexpr int StillActive = 259;
 enum class ThreadPriority { Other, Idle, BelowNormal, Normal, AboveNormal, Highest };
 
 /// A thread that does not run yet; the caller owns one reference. Null when memory is short.
-/// `stackSize` in bytes, 0 for the system's default. Normal is tried as the priority where `Other` is given.
+/// `stackSize` in bytes, 0 for the system's default. With `Other` it has the priority of the thread that
+/// starts it; anything else is tried.
 Thread* NewThread(ThreadMain main, void* argument, std::size_t stackSize, ThreadPriority priority);
 
 /// Makes it run, once. False when the system refuses; the thread then counts as ended.

@@ -16,7 +16,9 @@ QzCondition::QzCondition() {
     new (m_data) Condition;
 }
 
-QzCondition::~QzCondition() = default;
+QzCondition::~QzCondition() {
+    std::destroy_at(&Opaque<Condition>(m_data));
+}
 
 void QzCondition::signal() {
     Opaque<Condition>(m_data).Signal();

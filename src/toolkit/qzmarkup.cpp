@@ -51,7 +51,16 @@ QzMarkup::QzMarkup(const QzMarkup& other)
       m_mapSavedPos(other.m_mapSavedPos) {
     while (m_nPosCapacity < m_iPosFree && AllocPosArray(other.m_nPosCapacity)) {
     }
-    for (int i = 0; i < std::min(m_iPosFree, m_nPosCapacity); i += SegmentSize)
+    if (m_nPosCapacity < m_iPosFree) { // no memory: the text alone, as if it were not well formed
+        SetPos(0, 0, 0);
+        m_mapSavedPos.RemoveAll();
+        m_segments.clear();
+        m_nPosCapacity = 0;
+        m_iPosFree = 1;
+        m_iPosReleased = 0;
+        return;
+    }
+    for (int i = 0; i < m_iPosFree; i += SegmentSize)
         std::copy_n(&other.Pos(i), std::min(m_iPosFree - i, SegmentSize), &Pos(i));
 }
 
@@ -197,16 +206,19 @@ unsigned char QzMarkup::OutOfElem() {
     return 1;
 }
 
-void QzMarkup::ResetPos() {
+unsigned char QzMarkup::ResetPos() {
     SetPos(0, 0, 0);
+    return 1;
 }
 
-void QzMarkup::ResetMainPos() {
+unsigned char QzMarkup::ResetMainPos() {
     SetPos(m_iPosParent, 0, 0);
+    return 1;
 }
 
-void QzMarkup::ResetChildPos() {
+unsigned char QzMarkup::ResetChildPos() {
     m_iPosChild = 0;
+    return 1;
 }
 
 unsigned char QzMarkup::HasChild() const {
@@ -509,7 +521,7 @@ unsigned char QzMarkup::RemoveChildElem() {
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned char bInsert,
                                 unsigned char bAddChild) {
     const std::string_view name = View(szName);
-    if (!IsName(szName))
+    if (!IsName(szName) || View(szData).size() > MaxValueLength)
         return 0;
     const std::string_view data = View(szData);
     KeldMBString markup;
@@ -617,7 +629,7 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, int nValue) {
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* szValue) {
     const std::string_view name = View(szAttrib);
-    if (iPos == 0 || !IsName(szAttrib))
+    if (iPos == 0 || !IsName(szAttrib) || View(szValue).size() > MaxValueLength)
         return 0;
     KeldMBString value = KeldMBString("\"") + TextToDoc(szValue, 1) + "\"";
     int nLeft = 0;
@@ -655,6 +667,8 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
 }
 
 unsigned char QzMarkup::SetData(int iPos, const char* szData, int nCDATA) {
+    if (View(szData).size() > MaxValueLength)
+        return 0;
     KeldMBString content;
     if (nCDATA == 0 || !CreateNode(content, NodeCData, szData))
         content = TextToDoc(szData, 0);

@@ -110,8 +110,11 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
                     return fail("End tag not completed for element %s", true);
                 const char* const opened = nameOf(iOpen);
                 std::size_t length = 0;
-                while (name[length] == opened[length] && !EndsName(name, name + length))
-                    ++length;
+                do {
+                    while (name[length] == opened[length] && !Is(name[length], Delimiter))
+                        ++length;
+                } while (name[length] == '\\' && opened[length] == '\\' &&
+                         IsSecondByte(name, name + length) && ++length != 0);
                 if (!EndsName(name, name + length) || !EndsName(opened, opened + length))
                     return fail("End tag does not correspond to %s", true);
                 p = SkipBlanks(name + length);
@@ -133,7 +136,7 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         for (p = stop.Next(name + 1); *p != '>'; p = stop.Next(p)) {
             const char quote = *p;
             // A quote inside a token is just a byte of it, and so is a '<'.
-            const bool opens = Is(quote, Quote) && (p == unquoted || EndsName(name, p - 1));
+            const bool opens = Is(quote, Quote) && (p[-1] == '=' || p == unquoted || EndsName(name, p - 1));
             if (opens) {
                 do
                     p = stop.Next(p + 1);
@@ -334,7 +337,7 @@ int QzMarkup::GetFreePos() {
         m_iPosReleased = Pos(iPos).iElemNext;
         return iPos;
     }
-    if (m_iPosFree == m_nPosCapacity && !AllocPosArray(m_nPosCapacity + m_nPosCapacity / 2))
+    if (m_iPosFree >= m_nPosCapacity && !AllocPosArray(std::max(m_nPosCapacity + m_nPosCapacity / 2, 8)))
         return 0;
     return m_iPosFree++;
 }

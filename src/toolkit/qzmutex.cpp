@@ -13,7 +13,9 @@ QzMutex::QzMutex(unsigned char) {
     new (m_data) RecursiveLock;
 }
 
-QzMutex::~QzMutex() = default;
+QzMutex::~QzMutex() {
+    std::destroy_at(&Opaque<RecursiveLock>(m_data));
+}
 
 void QzMutex::lock() {
     Opaque<RecursiveLock>(m_data).Lock();

@@ -13,7 +13,9 @@ QzReadWriteLock::QzReadWriteLock() {
     new (m_data) ReadWriteLock;
 }
 
-QzReadWriteLock::~QzReadWriteLock() = default;
+QzReadWriteLock::~QzReadWriteLock() {
+    std::destroy_at(&Opaque<ReadWriteLock>(m_data));
+}
 
 void QzReadWriteLock::readLock() {
     Opaque<ReadWriteLock>(m_data).LockRead();

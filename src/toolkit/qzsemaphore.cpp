@@ -13,7 +13,9 @@ QzSemaphore::QzSemaphore(int initialCount) {
     new (m_data) Semaphore(KELDASSERT(initialCount >= 0) ? static_cast<unsigned int>(initialCount) : 0);
 }
 
-QzSemaphore::~QzSemaphore() = default;
+QzSemaphore::~QzSemaphore() {
+    std::destroy_at(&Opaque<Semaphore>(m_data));
+}
 
 void QzSemaphore::Wait() {
     Opaque<Semaphore>(m_data).Wait();

@@ -1,6 +1,7 @@
 #include "toolkit/qztaskbase.h"
 
 #include <cstdlib>
+#include <type_traits>
 
 namespace Qzc {
 
@@ -15,13 +16,10 @@ void* Checked(void* memory) {
 } // namespace
 
 void QzTaskBase::Release(QzTaskBase* task) {
-    if (task == nullptr)
-        return;
-    // A delete expression would take the object for a QzTaskBase. This ends the life of the base, which is
-    // trivial, and gives back the block that the whole object was made in.
-    void* const whole = dynamic_cast<void*>(task);
-    task->~QzTaskBase();
-    operator delete(whole);
+    // A delete expression would take the object for a bare QzTaskBase. This gives back the block that the
+    // whole object was made in; the object ends with it, without a destructor.
+    static_assert(std::is_trivially_destructible_v<QzTaskBase>);
+    operator delete(dynamic_cast<void*>(task));
 }
 
 void* QzTaskBase::operator new(std::size_t size) {

@@ -21,7 +21,7 @@ QzThread::~QzThread() {
 }
 
 bool QzThread::start(unsigned long stackSize) {
-    return ThreadHandle::Start(m_handle, execute, this, stackSize, Platform::ThreadPriority::Normal);
+    return ThreadHandle::Start(m_handle, execute, this, stackSize, Platform::ThreadPriority::Other);
 }
 
 int QzThread::execute(void* object) {

@@ -49,10 +49,12 @@ namespace Platform {
 class Thread {
 public:
     // Who takes the stack back. A thread that nobody waits for detaches itself at its end. One that is waited
-    // for stays joinable, and of those who wait one joins it.
+    // for stays joinable, and of those who wait one joins it: at its end, or right away if the one who waits
+    // cannot be ended by force, which would leave the join half done.
     enum State : std::uint32_t {
         Running,
         RunningAwaited,
+        RunningJoined,
         Ended,   ///< to be joined
         Joining, ///< somebody does
         Gone
@@ -73,8 +75,9 @@ public:
     std::atomic<bool> toTerminate{false};
     std::atomic<bool> atAnyPlace{false}; ///< no more consideration for where it is
     std::atomic<int> terminationCode{0};
-    int exitCode = 0; ///< valid from `Ended` on
-    pthread_t handle = {};
+    int exitCode = 0;                ///< valid from `Ended` on
+    std::atomic<pthread_t> handle{}; ///< valid from `isStarted` or `Ended` on
+    std::atomic<bool> isStarted{false};
 
     // Used by the thread itself, also in its signal handler.
     std::atomic<Phase> phase{Phase::Starting};
@@ -82,7 +85,7 @@ public:
 
     bool HasEnded() const {
         const std::uint32_t now = state.load(std::memory_order_acquire);
-        return now == Ended || now == Joining || now == Gone;
+        return now >= Ended;
     }
 };
 
@@ -108,9 +111,17 @@ void ForgetThreadSpecifics() {
         syscall(SYS_exit, 0);
 }
 
+void EndAwaited(Thread& self) {
+    std::uint32_t state = self.state.load();
+    while (!self.state.compare_exchange_weak(state, state == Thread::RunningJoined ? Thread::Joining
+                                                                                   : Thread::Ended)) {
+    }
+    if (state != Thread::RunningJoined) // else the end of the join wakes whoever else waits
+        WakeAllWaiters(&self.state);
+}
+
 [[noreturn]] void VanishAsEnded(Thread& self) {
-    self.state.store(Thread::Ended, std::memory_order_release);
-    WakeAllWaiters(&self.state);
+    EndAwaited(self);
     // Not the last reference: whoever ends a thread by force holds one until it has joined it.
     self.references.fetch_sub(1, std::memory_order_release);
     Vanish();
@@ -174,12 +185,10 @@ void FinishThread(void* argument) {
     auto* self = static_cast<Thread*>(argument);
     t_current = nullptr;
     std::uint32_t expected = Thread::Running;
-    if (self->state.compare_exchange_strong(expected, Thread::Gone)) {
+    if (self->state.compare_exchange_strong(expected, Thread::Gone))
         pthread_detach(pthread_self());
-    } else {
-        self->state.store(Thread::Ended, std::memory_order_release);
-        WakeAllWaiters(&self->state);
-    }
+    else
+        EndAwaited(*self);
     CloseThread(self);
 }
 
@@ -208,22 +217,21 @@ void RunBody(Thread& self) {
 constexpr std::array<int, 5> NiceValues = {19, 10, 0, -5, -10};
 
 bool SetNice(unsigned int id, ThreadPriority priority) {
-    const auto level =
-        static_cast<std::size_t>(priority == ThreadPriority::Other ? ThreadPriority::Normal : priority);
-    return setpriority(PRIO_PROCESS, id, NiceValues[level - 1]) == 0;
+    return setpriority(PRIO_PROCESS, id, NiceValues[static_cast<std::size_t>(priority) - 1]) == 0;
 }
 
 void* ThreadEntry(void* argument) {
     Thread& self = *static_cast<Thread*>(argument);
     t_current = &self;
-    self.handle = pthread_self();
+    self.handle.store(pthread_self());
     pthread_setspecific(FinishKey(), argument);
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, TerminationSignal());
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     const unsigned int id = CurrentThreadId();
-    SetNice(id, self.priority);
+    if (self.priority != ThreadPriority::Other)
+        SetNice(id, self.priority);
     // From here on the thread can be found. A request that came earlier is seen by RunBody.
     if (self.id.exchange(id) == Thread::IdAwaited)
         WakeAllWaiters(&self.id);
@@ -235,7 +243,7 @@ class Attributes {
 public:
     explicit Attributes(std::size_t stackSize) {
         // Less than this does not carry the C++ library's own calls.
-        constexpr std::size_t Least = 64 * 1024;
+        constexpr std::size_t Least = 65536;
         constexpr std::size_t Page = 4096;
         pthread_attr_init(&m_attributes);
         if (stackSize == 0)
@@ -258,11 +266,13 @@ private:
 
 bool CreateSystemThread(Thread& thread) {
     TerminationSignal(); // reserved before there is a thread to send it to
-    pthread_t ignored = {};
-    if (thread.stackSize == 0)
-        return pthread_create(&ignored, nullptr, ThreadEntry, &thread) == 0;
+    pthread_t handle = {};
     const Attributes attributes(thread.stackSize);
-    return attributes.IsGood() && pthread_create(&ignored, attributes.Get(), ThreadEntry, &thread) == 0;
+    if (!attributes.IsGood() || pthread_create(&handle, attributes.Get(), ThreadEntry, &thread) != 0)
+        return false;
+    thread.handle.store(handle); // the thread does the same; whoever comes first
+    thread.isStarted.store(true);
+    return true;
 }
 
 } // namespace
@@ -315,7 +325,12 @@ bool WaitForThread(Thread& thread) {
         return false;
     std::uint32_t state = thread.state.load(std::memory_order_acquire);
     while (state != Thread::Gone) {
-        if (state == Thread::Running) {
+        const bool joinsNow = t_current == nullptr && thread.isStarted.load() &&
+                              (state == Thread::Running || state == Thread::RunningAwaited);
+        if (joinsNow) {
+            if (thread.state.compare_exchange_strong(state, Thread::RunningJoined))
+                Join(thread);
+        } else if (state == Thread::Running) {
             thread.state.compare_exchange_strong(state, Thread::RunningAwaited);
         } else if (state == Thread::Ended) {
             const TerminationShield shield;
@@ -393,7 +408,9 @@ bool TerminateThread(Thread& thread, int exitCode) {
             syscall(SYS_tgkill, getpid(), id, TerminationSignal());
         if (sent == Patience)
             thread.atAnyPlace.store(true);
-        WaitOnWord(&thread.state, Thread::RunningAwaited, 50 + sent);
+        const std::uint32_t state = thread.state.load();
+        if (state < Thread::Ended)
+            WaitOnWord(&thread.state, state, 50 + sent);
     }
     return WaitForThread(thread);
 }
