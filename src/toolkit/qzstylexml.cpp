@@ -251,7 +251,7 @@ unsigned char QzStyle::ByteConver2String(const unsigned char* bytes, int length,
         }
         out.Append(text, sizeof(text));
     };
-    if (bytes == nullptr || length < 0)
+    if (length < 0 || (bytes == nullptr && length > 0))
         return 0;
     const std::int64_t capacity = std::int64_t{out.GetLength()} + (std::int64_t{length} + Group) * 2;
     out.Reserve(static_cast<int>(std::min<std::int64_t>(capacity, KeldMBString::MaxLength)));
