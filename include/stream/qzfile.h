@@ -37,6 +37,8 @@ public:
     std::int64_t Write(const void* buffer, std::int64_t count); ///< the number written; fewer only on failure
     bool Seek(std::int64_t position);                           ///< from the start
     std::int64_t GetLength() const;                             ///< -1 on failure
+    bool Truncate(std::int64_t length); ///< cuts the file off at `length`; the position stays
+    bool HasName() const;               ///< false for a file that was removed after it was opened
     bool Sync(); ///< waits until what was written is on the storage device
 
     int GetErrorCode() const { return m_error; } ///< errno of the last operation that failed, 0 before any
@@ -55,6 +57,12 @@ public:
 
     /// `path` seen from `directory`, without "." and ".." steps; an absolute `path` stands as it is.
     static KeldMBString GetAbsolutePath(const KeldMBString& directory, const KeldMBString& path);
+
+    /// Takes a path apart, so that joining the three gives it back: the directory with the separator at its
+    /// end, the name, and the extension with its dot. What a path lacks is empty; a dot that starts the name
+    /// starts no extension.
+    static void SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name,
+                          KeldMBString& extension);
 
     /// `path` with the system's own separators.
     static KeldMBString ToNativePath(const KeldMBString& path);

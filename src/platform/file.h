@@ -35,6 +35,13 @@ bool SeekFile(FileHandle file, std::int64_t position, int& error);
 /// The length in bytes, -1 on failure.
 std::int64_t FileLength(FileHandle file, int& error);
 
+/// Cuts the file off at `length`; the position stays.
+bool TruncateFile(FileHandle file, std::int64_t length, int& error);
+
+/// Whether a path still leads to the file. One that was removed while it was open takes writes all the same,
+/// which nobody will ever read.
+bool FileHasName(FileHandle file);
+
 /// Waits until what was written is on the storage device.
 bool SyncFile(FileHandle file, int& error);
 

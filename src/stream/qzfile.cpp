@@ -79,6 +79,16 @@ std::int64_t QzFile::GetLength() const {
     return Platform::FileLength(m_handle, error);
 }
 
+bool QzFile::Truncate(std::int64_t length) {
+    int error = 0;
+    Platform::TruncateFile(m_handle, length, error);
+    return Report(error);
+}
+
+bool QzFile::HasName() const {
+    return Platform::FileHasName(m_handle);
+}
+
 bool QzFile::Sync() {
     int error = 0;
     Platform::SyncFile(m_handle, error);
@@ -144,6 +154,17 @@ KeldMBString QzFile::GetModulePath(const char* moduleName) {
 KeldMBString QzFile::GetAbsolutePath(const KeldMBString& directory, const KeldMBString& path) {
     const std::filesystem::path base(ToNativePath(directory).Cstr());
     return KeldMBString((base / ToNativePath(path).Cstr()).lexically_normal().string());
+}
+
+void QzFile::SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name,
+                       KeldMBString& extension) {
+    const KeldMBString native = ToNativePath(path);
+    const int start = native.ReverseFind(Separator) + 1;
+    const int dot = native.ReverseFind('.');
+    const int end = dot > start ? dot : native.GetLength();
+    directory = native.Left(start);
+    name = native.Mid(start, end - start);
+    extension = native.Mid(end);
 }
 
 KeldMBString QzFile::ToNativePath(const KeldMBString& path) {

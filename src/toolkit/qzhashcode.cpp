@@ -62,13 +62,18 @@ int QzHashCode::DoubleToHashCode(double value) {
 }
 
 int QzHashCode::FastStringToHashCode(const KeldMBString& text) {
+    const std::string_view bytes = text.View();
+    const auto extended = [&](std::size_t i) {
+        return static_cast<std::uint32_t>(static_cast<signed char>(bytes[i]));
+    };
     Lanes lanes;
-    bool odd = false;
-    for (const char c : text.View()) {
-        std::uint32_t& lane = odd ? lanes.second : lanes.first;
-        lane = Step(lane) ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
-        odd = !odd;
+    std::size_t i = 0;
+    for (; i + 1 < bytes.size(); i += 2) { // both lanes at a time, for neither waits for the other
+        lanes.first = Step(lanes.first) ^ extended(i);
+        lanes.second = Step(lanes.second) ^ extended(i + 1);
     }
+    if (i < bytes.size())
+        lanes.first = Step(lanes.first) ^ extended(i);
     return lanes.Join();
 }
 

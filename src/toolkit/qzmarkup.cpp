@@ -6,11 +6,11 @@
 
 #include "base/keldarray.h"
 #include "stream/qzfile.h"
+#include "toolkit/qzlogfile.h"
 #include "toolkit/qzmarkupscan.h"
 #include "toolkit/qztextcodec.h"
 #include "toolkit/qztoolkit.h"
 #include "toolkit/qzxmldeclaration.h"
-#include "toolkit/recordlog.h"
 #include "toolkit/xmltext.h"
 
 namespace Qzc {
@@ -114,7 +114,7 @@ unsigned char QzMarkup::Load(const char* szFileName) {
         KeldMBString message;
         message.Format("Can not open file  %s Error message %s", szFileName != nullptr ? szFileName : "",
                        m_strError.Cstr());
-        RecordError(OpenFailure, message, "qzmarkup", __LINE__);
+        QzLogFile::GetInstance(false).RecordLog(QzLogFile::error, OpenFailure, message, "qzmarkup", __LINE__);
         return 0;
     }
     KeldMBString text;

@@ -96,6 +96,16 @@ std::int64_t FileLength(FileHandle file, int& error) {
     return Report(fstat(Descriptor(file), &status) == 0, error) ? status.st_size : -1;
 }
 
+bool TruncateFile(FileHandle file, std::int64_t length, int& error) {
+    return Report(ftruncate(Descriptor(file), length) == 0, error);
+}
+
+bool FileHasName(FileHandle file) {
+    // Not fstat: asking for the times too would make the next write stamp and journal the file anew.
+    struct statx status = {};
+    return statx(Descriptor(file), "", AT_EMPTY_PATH, STATX_NLINK, &status) == 0 && status.stx_nlink != 0;
+}
+
 bool SyncFile(FileHandle file, int& error) {
     return Report(fsync(Descriptor(file)) == 0, error);
 }

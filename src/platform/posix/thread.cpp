@@ -365,7 +365,12 @@ unsigned int ThreadId(Thread& thread) {
 }
 
 unsigned int CurrentThreadId() {
-    return static_cast<unsigned int>(syscall(SYS_gettid));
+    // Kept, for asking is a system call. The child of a fork starts with this memory but has an id of its own.
+    static thread_local unsigned int t_id [[gnu::tls_model("initial-exec")]] = 0;
+    static const bool s_forgotten = pthread_atfork(nullptr, nullptr, [] { t_id = 0; }) == 0;
+    if (t_id == 0 || !s_forgotten)
+        t_id = static_cast<unsigned int>(syscall(SYS_gettid));
+    return t_id;
 }
 
 bool SetThreadPriority(Thread& thread, ThreadPriority priority) {

@@ -1,0 +1,174 @@
+#pragma once
+
+#include <memory>
+
+#include "base/keldarray.h"
+#include "base/keldmbstring.h"
+#include "base/namespaces.h"
+#include "toolkit/motoolkitexport.h"
+
+namespace Qzc {
+
+class QzLogItem;
+class QzLogQueryDef;
+
+/// The library's one log. Every failure that its caller's result alone does not tell is recorded here:
+///     QzLogFile::GetInstance(true).SetLevel(QzLogFile::info);
+///     QzLogFile::GetInstance(false).RecordLog(QzLogFile::error, 17, "No such map", "viewer", __LINE__);
+///
+/// Items are collected in memory and written in batches, to a text file or an XML file, or handed to
+/// call-backs (docs/log.md has the formats). With the default batch of one item, an item is with the
+/// operating system when RecordLog returns: ending the process, by whatever means, loses none. What cannot be
+/// written (no file is open, the disk is full, the directory is gone) waits in memory, the oldest dropped
+/// when there are too many, and is written as soon as writing works again.
+///
+/// Text is in the current charset, but a message may hold any bytes. Any thread may call any operation; one
+/// mutex guards all of it. Call-backs run outside the mutex, possibly in several threads at once, and may
+/// use the log; what they record is written to the log's file, or waits for the next batch, but is not
+/// handed to a call-back by that same call. Nothing throws. Results are booleans (1: done) unless stated.
+class MOTOOLKIT_API QzLogFile {
+public:
+    enum LogLevelType : int { debug = 100, info = 200, warning = 300, error = 400, fatal = 500 };
+
+    enum Mode : int {
+        Text = 0,     ///< a line per item
+        XML = 1,      ///< an element per item; the file is a well-formed document between any two writes
+        Database = 2, ///< handed to the write call-backs, with the data source
+        Memory = 3    ///< handed to the write call-backs; kept in memory where there are none
+    };
+
+    /// When the log goes on in a new file: at the first write after the local hour, day, week (it starts on
+    /// Monday) or month has changed. The file is named by the time: NAME_2026-11-21_09-00-01.log.
+    enum TimeInterval : int { None = 0, Hour = 1, Day = 2, Week = 3, Month = 4 };
+
+    /// What happens before a write when the file is longer than the limit.
+    enum SizeLimitMode : int {
+        Rolling = 0, ///< text: the write goes to the file's start, over the oldest lines; XML: nothing
+        ReOpen = 1,  ///< the file starts afresh
+        NewFile = 2  ///< the log goes on in NAME(1).log, NAME(2).log...; existing files are left alone
+    };
+
+    /// The process's log, made on first use. With `open`, a text log of the default name is opened in the
+    /// current directory unless a log is open. What is pending when the process exits is written then.
+    static QzLogFile& GetInstance(bool open);
+
+    QzLogFile(const QzLogFile&) = delete;
+    QzLogFile& operator=(const QzLogFile&) = delete;
+
+    // ---- Opening: closes what was open before. On failure nothing is open.
+    //
+    // An existing file is added to unless `append` is 0, which empties it. An XML file that is no log in the
+    // current charset is not added to (0). The default file name is made of the current time:
+    // Zp2026-11-21_09-22-56.log.
+
+    /// A file `name` in the directory `path`, each of which may be empty: the default name, the current
+    /// directory. Directories are not created.
+    unsigned char Open(const KeldMBString& path, const KeldMBString& name, TimeInterval interval = None,
+                       Mode mode = Text, unsigned char append = 1);
+    unsigned char Open(const KeldMBString& file, unsigned char append = 1, Mode mode = Text);
+    /// The file of the default name; in the modes without a file, call-backs alone.
+    unsigned char Open(Mode mode);
+    /// Mode `Database`: the source and the name go to the open call-back, whose result is the result.
+    unsigned char Open(void* dataSource, const KeldMBString& name);
+
+    /// Writes what is pending and closes. With `sync`, also waits until the file is on the storage device.
+    /// 0 when something could not be written; it stays pending.
+    unsigned char Close(unsigned char sync = 0);
+    unsigned char IsOpen() const;
+    unsigned char Flush(); ///< writes what is pending; 0 when that fails or there is nothing to write to
+
+    // ---- Recording
+
+    /// Records one item. Levels from `error` on are recorded whatever the threshold, as are the codes that
+    /// the configuration names (LogSetting/InfoID); they also go to QzErrorObj.
+    ///
+    /// 0 when the item was not recorded (the log is blocked, the level is below the threshold, the item is a
+    /// repeat), and when it is in memory but could not be written.
+    unsigned char RecordLog(LogLevelType level, int code, const KeldMBString& message,
+                            const KeldMBString& codeFile, int codeLine);
+    unsigned char RecordLog(LogLevelType level, int code, const KeldMBString& message);
+    unsigned char RecordLog(LogLevelType level, const KeldMBString& message);
+    unsigned char RecordLog(const KeldMBString& message); ///< level `info`
+
+    // ---- Settings: act from the next item on
+
+    void SetLevel(LogLevelType level); ///< the threshold; default `debug`, which records everything
+    LogLevelType GetLevel() const;
+    void SetBlocked(unsigned char blocked); ///< a blocked log records nothing, errors included
+    unsigned char IsBlocked() const;
+
+    /// A line's text, with the placeholders %DATETIME, %TIMESPAN, %LEVEL, %MSG, %RESID, %THREADID, %CODEFILE
+    /// and %CODELINE. Default:
+    /// "%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)".
+    void SetLogFormat(const KeldMBString& format);
+    KeldMBString GetLogFormat() const;
+    void SetRecordOnlyLog(); ///< the line format "%MSG"
+    /// An XML item with the placeholders of the line format; the elements of the others are empty.
+    KeldMBString GetXMLLogFormat() const;
+    void SetDateTimeFormat(const KeldMBString& format); ///< strftime's; default "%Y-%m-%d %H:%M:%S"
+    KeldMBString GetDateTimeFormat() const;
+
+    void SetFileSizeLimit(int bytes, SizeLimitMode mode = Rolling); ///< 0 or less (default -1): none
+    int GetFileSizeLimit() const;
+    SizeLimitMode GetSizeLimitMode() const;
+    void SetTimeInterval(TimeInterval interval);
+    TimeInterval GetTimeInterval() const;
+
+    void SetLogCountInMemory(int count);        ///< what may wait in memory (default 10000), at least 1
+    void SetLogCountToDisk(int count);          ///< the batch (default 1); no more than the above
+    void SetQueryMaxNum(int count);             ///< what a query gives at most (default 1000)
+    void SetSaveToPhysical(unsigned char save); ///< 0: nothing is written to the file, all stays in memory
+
+    /// Drops repeats (default): an item with the message, source file and line of the one before, and the
+    /// sixth of a message from one source position within the last 1000 items.
+    void SetFilterRepeat(unsigned char filter);
+
+    Mode GetMode() const;
+    KeldMBString GetPrefix() const;   ///< the base name that a file was opened under, "Log" for the default
+    KeldMBString GetFileName() const; ///< the absolute path of the file that is written; empty without one
+
+    // ---- Call-backs, one each for the process; null takes one away
+
+    /// Is shown every recorded item as a line of text.
+    static void SetCallBack(void (*callBack)(const char* line));
+    /// A log of mode `Database` or `Memory` is being opened; 0 refuses.
+    static void SetOpenCallBack(unsigned char (*callBack)(void* dataSource, const char* name));
+    /// Takes an item, in the modes `Database` and `Memory`; 0 leaves it, and those behind it, in memory.
+    static void SetWriteCallBack(unsigned char (*callBack)(void* dataSource, const QzLogItem& item));
+    /// The same for a batch, which is taken or left as a whole. Goes before the one for single items.
+    static void SetWriteCallBacks(unsigned char (*callBack)(void* dataSource,
+                                                            const KeldArray<QzLogItem>& items));
+    static void SetCloseCallBack(void (*callBack)(void* dataSource));
+
+    // ---- Reading back
+
+    /// The newest items that match, in memory and in the open file, newest last. A text file is read by the
+    /// current line and date-time formats: lines that do not fit them count to the message before. Recording
+    /// waits meanwhile. 0 when the file cannot be read; the result then is what memory holds.
+    unsigned char Query(const QzLogQueryDef& query, KeldArray<QzLogItem>& items);
+
+    /// Writes items to a file of their own, which is emptied first: an XML log in that mode, else lines.
+    unsigned char SaveQueryResult(const KeldArray<QzLogItem>& items, const KeldMBString& file) const;
+
+    void Dump(int items) const; ///< sends the settings and the newest pending items to the trace output
+
+    // ---- Names and values. Names compare without regard to case; an unknown one raises the assertion.
+
+    static LogLevelType GetLevelAsEnum(const KeldMBString& name); ///< unknown: `error`
+    static KeldMBString GetLevelAsString(LogLevelType level);     ///< unknown: assertion, then "unknown"
+    static Mode GetModeAsEnum(const KeldMBString& name);          ///< unknown: `Text`
+    static TimeInterval GetTimeIntervalAsEnum(const KeldMBString& name);   ///< unknown: `None`
+    static SizeLimitMode GetSizeLimitModeAsEnum(const KeldMBString& name); ///< unknown, empty: `Rolling`
+
+private:
+    struct State;
+
+    QzLogFile();
+    ~QzLogFile();
+
+    unsigned char OpenCallBacks(Mode mode, void* dataSource, const KeldMBString& name);
+
+    std::unique_ptr<State> m_state;
+};
+
+} // namespace Qzc

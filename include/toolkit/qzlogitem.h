@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+
+#include "base/keldmbstring.h"
+#include "base/keldtime.h"
+#include "base/namespaces.h"
+#include "toolkit/motoolkitexport.h"
+#include "toolkit/qzlogfile.h"
+
+namespace Qzc {
+
+/// One recorded line of the log. An item that was read back holds what the line format told; the rest is as
+/// in a new one.
+class MOTOOLKIT_API QzLogItem {
+public:
+    KeldTime m_dtDateTime;        ///< when it was recorded
+    std::int64_t m_nTimeSpan = 0; ///< the same on the base library's millisecond clock
+    int m_nResID = 0;             ///< the message code
+    unsigned int m_nThreadID = 0; ///< the recording thread; 0 unless the line format names it
+    QzLogFile::LogLevelType m_eLevel = QzLogFile::info;
+    KeldMBString m_strDescription; ///< the message
+    KeldMBString m_strCodeFile;
+    int m_nCodeLine = 0;
+
+    /// The item as a line of text; see QzLogFile::SetLogFormat and SetDateTimeFormat.
+    KeldMBString GetReplaceString(const KeldMBString& format, const KeldMBString& dateTimeFormat) const;
+};
+
+} // namespace Qzc

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <limits>
+
+#include "base/keldmbstring.h"
+#include "base/keldtime.h"
+#include "base/namespaces.h"
+#include "toolkit/motoolkitexport.h"
+
+namespace Qzc {
+
+class QzLogItem;
+
+/// What QzLogFile::Query looks for. Ranges include their ends; a new one matches every item.
+class MOTOOLKIT_API QzLogQueryDef {
+public:
+    int m_nMinLevel = std::numeric_limits<int>::min();
+    int m_nMaxLevel = std::numeric_limits<int>::max();
+    int m_nMinResID = std::numeric_limits<int>::min();
+    int m_nMaxResID = std::numeric_limits<int>::max();
+    KeldTime m_dtFrom{std::numeric_limits<std::int64_t>::min()};
+    KeldTime m_dtTo{std::numeric_limits<std::int64_t>::max()};
+    unsigned int m_nThreadID = 0; ///< 0: any
+    KeldMBString m_strText;       ///< stands in the message or in the source file, byte by byte
+
+    bool Matches(const QzLogItem& item) const;
+};
+
+} // namespace Qzc

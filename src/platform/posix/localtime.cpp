@@ -1,0 +1,10 @@
+#include "platform/localtime.h"
+
+namespace Platform {
+
+bool LocalTime(std::int64_t seconds, std::tm& local) {
+    const auto time = static_cast<std::time_t>(seconds);
+    return localtime_r(&time, &local) != nullptr;
+}
+
+} // namespace Platform
