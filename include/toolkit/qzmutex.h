@@ -1,0 +1,48 @@
+#pragma once
+
+#include "base/namespaces.h"
+#include "toolkit/motoolkitexport.h"
+
+namespace Qzc {
+
+/// The library's lock. The thread that owns it may lock it again and unlocks it as often. To unlock a mutex
+/// that the calling thread does not own does nothing.
+class MOTOOLKIT_API QzMutex {
+public:
+    explicit QzMutex(unsigned char ignored = 0); ///< the argument means nothing
+    ~QzMutex();                                  ///< nobody may own it or wait for it
+    QzMutex(const QzMutex&) = delete;
+    QzMutex& operator=(const QzMutex&) = delete;
+
+    void lock();
+    bool trylock();
+    void unlock();
+    bool locked(); ///< whether another thread owns it; false for the owner
+
+private:
+    alignas(8) unsigned char m_data[40];
+};
+
+/// Unlocks a mutex when it goes out of scope. The constructor does not lock:
+///     QzMutexLock lock(m_mutex);
+///     lock.lock();
+/// The destructor always unlocks, once: a guard that was never locked takes away a lock that its thread holds
+/// by other means.
+class QzMutexLock {
+public:
+    explicit QzMutexLock(QzMutex& mutex) : m_mutex(mutex) {}
+    ~QzMutexLock() { m_mutex.unlock(); }
+    QzMutexLock(const QzMutexLock&) = delete;
+    QzMutexLock& operator=(const QzMutexLock&) = delete;
+
+    QzMutex& mutex() { return m_mutex; }
+    void lock() { m_mutex.lock(); }
+    bool trylock() { return m_mutex.trylock(); }
+    bool locked() { return m_mutex.locked(); }
+    void unlock() { m_mutex.unlock(); }
+
+private:
+    QzMutex& m_mutex;
+};
+
+} // namespace Qzc

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/waitword.h"
+
+namespace Platform {
+
+/// A lock without an owner: any thread may release it. Releasing it when it is free does nothing. It needs no
+/// construction at run time and no destruction, so a static one serves from the first moment to the last.
+class BinaryLock {
+public:
+    void Lock() {
+        std::uint32_t expected = Free;
+        if (!m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+            LockSlowly();
+    }
+    bool TryLock() {
+        std::uint32_t expected = Free;
+        return m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire,
+                                               std::memory_order_relaxed);
+    }
+    void Unlock() {
+        if (m_state.exchange(Free, std::memory_order_release) == Contended)
+            WakeOneWaiter(&m_state);
+    }
+
+private:
+    enum : std::uint32_t {
+        Free,
+        Locked,
+        Contended ///< locked, and somebody may be asleep
+    };
+
+    void LockSlowly() {
+        for (int spin = 0; spin < SpinCount; ++spin) {
+            if (m_state.load(std::memory_order_relaxed) == Free && TryLock())
+                return;
+            PauseSpinning();
+        }
+        // Whoever comes through here cannot know whether others sleep, and so leaves the lock contended.
+        while (m_state.exchange(Contended, std::memory_order_acquire) != Free)
+            WaitOnWord(&m_state, Contended);
+    }
+
+    std::atomic<std::uint32_t> m_state{Free};
+};
+
+} // namespace Platform

@@ -1,0 +1,402 @@
+#include "platform/thread.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csetjmp>
+#include <csignal>
+#include <cstdint>
+#include <new>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "platform/waitword.h"
+
+// Ending a thread by force
+// ------------------------
+// pthread_cancel unwinds the victim's stack, and a body with catch (...) then takes the process down. So a
+// signal goes to the victim instead, and its handler ends the thread where it stands, with the system call
+// that ends one thread. The C library's records stay sound, since what it relies on is done by the kernel:
+// the thread is joinable, the kernel clears its id as the last thing, and pthread_join, called by one of
+// those who wait, then takes the stack back. Two things are left to do here. The next thread on that stack
+// would find the victim's thread-specific data, so the handler clears it. And the C library's count of its
+// threads stays one too high, which it uses only to call exit() when the main thread has left by pthread_exit
+// before the others.
+//
+// ThreadSanitizer takes a thread that vanishes like this for running, and waits for it for ever. Built with
+// it, the victim leaps out of its body and ends as threads do.
+
+#if defined(__SANITIZE_THREAD__)
+#define VICTIM_LEAPS 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define VICTIM_LEAPS 1
+#endif
+#endif
+
+namespace Platform {
+
+class Thread {
+public:
+    // Who takes the stack back. A thread that nobody waits for detaches itself at its end. One that is waited
+    // for stays joinable, and of those who wait one joins it.
+    enum State : std::uint32_t {
+        Running,
+        RunningAwaited,
+        Ended,   ///< to be joined
+        Joining, ///< somebody does
+        Gone
+    };
+    enum class Phase { Starting, Body, Leaving };
+
+    static constexpr std::uint32_t IdAwaited = 0xFFFFFFFF;
+    static constexpr std::uint32_t NoId = 0xFFFFFFFE; ///< the thread could not be started
+
+    ThreadMain main = nullptr;
+    void* argument = nullptr;
+    std::size_t stackSize = 0;
+    ThreadPriority priority = ThreadPriority::Normal;
+
+    std::atomic<int> references{1};
+    std::atomic<std::uint32_t> state{Running};
+    std::atomic<std::uint32_t> id{0}; ///< 0 until the thread has told it
+    std::atomic<bool> toTerminate{false};
+    std::atomic<int> terminationCode{0};
+    int exitCode = 0; ///< valid from `Ended` on
+    pthread_t handle = {};
+
+    // Used by the thread itself, also in its signal handler.
+    std::atomic<Phase> phase{Phase::Starting};
+    std::jmp_buf* leaveBody = nullptr;
+
+    bool HasEnded() const {
+        const std::uint32_t now = state.load(std::memory_order_acquire);
+        return now == Ended || now == Joining || now == Gone;
+    }
+};
+
+namespace {
+
+// The initial-exec model keeps the first access, which may happen in the signal handler, from allocating.
+thread_local Thread* t_current [[gnu::tls_model("initial-exec")]] = nullptr;
+thread_local volatile int t_shields [[gnu::tls_model("initial-exec")]] = 0;
+
+bool IsDoomed(const Thread& self) {
+    return self.toTerminate.load() && self.phase.load(std::memory_order_relaxed) == Thread::Phase::Body;
+}
+
+#if !defined(VICTIM_LEAPS)
+void ForgetThreadSpecifics() {
+    for (unsigned int key = 0; key < PTHREAD_KEYS_MAX; ++key)
+        pthread_setspecific(key, nullptr);
+}
+#endif
+
+[[noreturn]] void Vanish() {
+    for (;;)
+        syscall(SYS_exit, 0);
+}
+
+[[noreturn]] void VanishAsEnded(Thread& self) {
+    self.state.store(Thread::Ended, std::memory_order_release);
+    WakeAllWaiters(&self.state);
+    // Not the last reference: whoever ends a thread by force holds one until it has joined it.
+    self.references.fetch_sub(1, std::memory_order_release);
+    Vanish();
+}
+
+[[noreturn]] void Die(Thread& self) {
+    self.phase.store(Thread::Phase::Leaving, std::memory_order_relaxed);
+    self.exitCode = self.terminationCode.load();
+    PassOnWake();
+#if defined(VICTIM_LEAPS)
+    std::longjmp(*self.leaveBody, 1);
+#else
+    ForgetThreadSpecifics();
+    VanishAsEnded(self);
+#endif
+}
+
+void OnTerminationSignal(int) {
+    Thread* self = t_current;
+    if (self != nullptr && t_shields == 0 && IsDoomed(*self))
+        Die(*self);
+}
+
+// Takes the highest real-time signal that nobody handles. 0 when there is none.
+int ReserveSignal() {
+    for (int number = SIGRTMAX; number >= SIGRTMIN; --number) {
+        struct sigaction action = {};
+        if (sigaction(number, nullptr, &action) != 0 || (action.sa_flags & SA_SIGINFO) != 0 ||
+            action.sa_handler != SIG_DFL)
+            continue;
+        action.sa_handler = OnTerminationSignal;
+        sigfillset(&action.sa_mask);
+        if (sigaction(number, &action, nullptr) == 0)
+            return number;
+    }
+    return 0;
+}
+
+int TerminationSignal() {
+    static const int s_signal = ReserveSignal();
+    return s_signal;
+}
+
+void Join(Thread& thread) {
+    pthread_join(thread.handle, nullptr);
+    thread.state.store(Thread::Gone, std::memory_order_release);
+    WakeAllWaiters(&thread.state);
+}
+
+// Runs after the destructors of all thread_local objects.
+void FinishThread(void* argument) {
+    auto* self = static_cast<Thread*>(argument);
+    t_current = nullptr;
+    std::uint32_t expected = Thread::Running;
+    if (self->state.compare_exchange_strong(expected, Thread::Gone)) {
+        pthread_detach(pthread_self());
+    } else {
+        self->state.store(Thread::Ended, std::memory_order_release);
+        WakeAllWaiters(&self->state);
+    }
+    CloseThread(self);
+}
+
+// The destructors of thread-specific data come after those of thread_local objects, and need no allocation.
+pthread_key_t FinishKey() {
+    static const pthread_key_t s_key = [] {
+        pthread_key_t key = {};
+        pthread_key_create(&key, FinishThread);
+        return key;
+    }();
+    return s_key;
+}
+
+void RunBody(Thread& self) {
+    std::jmp_buf leave;
+    self.leaveBody = &leave;
+    if (setjmp(leave) == 0) {
+        self.phase.store(Thread::Phase::Body, std::memory_order_relaxed);
+        self.exitCode = self.toTerminate.load() ? self.terminationCode.load() : self.main(self.argument);
+    }
+    self.phase.store(Thread::Phase::Leaving, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+// The nice values of the priorities from Idle on.
+constexpr std::array<int, 5> NiceValues = {19, 10, 0, -5, -10};
+
+bool SetNice(unsigned int id, ThreadPriority priority) {
+    const auto level =
+        static_cast<std::size_t>(priority == ThreadPriority::Other ? ThreadPriority::Normal : priority);
+    return setpriority(PRIO_PROCESS, id, NiceValues[level - 1]) == 0;
+}
+
+void* ThreadEntry(void* argument) {
+    Thread& self = *static_cast<Thread*>(argument);
+    t_current = &self;
+    self.handle = pthread_self();
+    pthread_setspecific(FinishKey(), argument);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, TerminationSignal());
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    const unsigned int id = CurrentThreadId();
+    SetNice(id, self.priority);
+    // From here on the thread can be found. A request that came earlier is seen by RunBody.
+    if (self.id.exchange(id) == Thread::IdAwaited)
+        WakeAllWaiters(&self.id);
+    RunBody(self);
+    return nullptr;
+}
+
+class Attributes {
+public:
+    explicit Attributes(std::size_t stackSize) {
+        // Less than this does not carry the C++ library's own calls.
+        constexpr std::size_t Least = 64 * 1024;
+        constexpr std::size_t Page = 4096;
+        pthread_attr_init(&m_attributes);
+        if (stackSize == 0)
+            return;
+        stackSize = std::max(stackSize, Least);
+        m_good = stackSize <= SIZE_MAX - Page &&
+                 pthread_attr_setstacksize(&m_attributes, (stackSize + Page - 1) / Page * Page) == 0;
+    }
+    ~Attributes() { pthread_attr_destroy(&m_attributes); }
+    Attributes(const Attributes&) = delete;
+    Attributes& operator=(const Attributes&) = delete;
+
+    bool IsGood() const { return m_good; }
+    const pthread_attr_t* Get() const { return &m_attributes; }
+
+private:
+    pthread_attr_t m_attributes = {};
+    bool m_good = true;
+};
+
+bool CreateSystemThread(Thread& thread) {
+    TerminationSignal(); // reserved before there is a thread to send it to
+    pthread_t ignored = {};
+    if (thread.stackSize == 0)
+        return pthread_create(&ignored, nullptr, ThreadEntry, &thread) == 0;
+    const Attributes attributes(thread.stackSize);
+    return attributes.IsGood() && pthread_create(&ignored, attributes.Get(), ThreadEntry, &thread) == 0;
+}
+
+} // namespace
+
+Thread* NewThread(ThreadMain main, void* argument, std::size_t stackSize, ThreadPriority priority) {
+    const TerminationShield shield;
+    auto* thread = new (std::nothrow) Thread;
+    if (thread != nullptr) {
+        thread->main = main;
+        thread->argument = argument;
+        thread->stackSize = stackSize;
+        thread->priority = priority;
+    }
+    return thread;
+}
+
+bool StartThread(Thread& thread) {
+    const TerminationShield shield;
+    KeepThread(thread); // the thread's own
+    if (CreateSystemThread(thread))
+        return true;
+    if (thread.id.exchange(Thread::NoId) == Thread::IdAwaited)
+        WakeAllWaiters(&thread.id);
+    thread.state.store(Thread::Gone);
+    WakeAllWaiters(&thread.state);
+    CloseThread(&thread);
+    return false;
+}
+
+void KeepThread(Thread& thread) {
+    thread.references.fetch_add(1, std::memory_order_relaxed);
+}
+
+void CloseThread(Thread* thread) {
+    if (thread == nullptr || thread->references.fetch_sub(1, std::memory_order_acq_rel) != 1)
+        return;
+    const TerminationShield shield;
+    if (thread->state.load(std::memory_order_acquire) ==
+        Thread::Ended) { // those who waited were ended by force
+        if (pthread_equal(thread->handle, pthread_self()) != 0)
+            pthread_detach(thread->handle);
+        else
+            pthread_join(thread->handle, nullptr);
+    }
+    delete thread;
+}
+
+bool WaitForThread(Thread& thread) {
+    if (&thread == t_current)
+        return false;
+    std::uint32_t state = thread.state.load(std::memory_order_acquire);
+    while (state != Thread::Gone) {
+        if (state == Thread::Running) {
+            thread.state.compare_exchange_strong(state, Thread::RunningAwaited);
+        } else if (state == Thread::Ended) {
+            const TerminationShield shield;
+            if (thread.state.compare_exchange_strong(state, Thread::Joining))
+                Join(thread);
+        } else {
+            WaitOnWord(&thread.state, state);
+        }
+        state = thread.state.load(std::memory_order_acquire);
+    }
+    return true;
+}
+
+bool IsCurrentThread(const Thread& thread) {
+    return &thread == t_current;
+}
+
+int ThreadExitCode(const Thread& thread) {
+    return thread.HasEnded() ? thread.exitCode : StillActive;
+}
+
+unsigned int ThreadId(Thread& thread) {
+    for (;;) {
+        std::uint32_t id = thread.id.load();
+        if (id == 0)
+            thread.id.compare_exchange_strong(id, Thread::IdAwaited);
+        else if (id == Thread::IdAwaited)
+            WaitOnWord(&thread.id, Thread::IdAwaited);
+        else
+            return id == Thread::NoId ? 0 : id;
+    }
+}
+
+unsigned int CurrentThreadId() {
+    return static_cast<unsigned int>(syscall(SYS_gettid));
+}
+
+bool SetThreadPriority(Thread& thread, ThreadPriority priority) {
+    const unsigned int id = ThreadId(thread);
+    return !thread.HasEnded() && SetNice(id, priority);
+}
+
+bool GetThreadPriority(Thread& thread, ThreadPriority& priority) {
+    const unsigned int id = ThreadId(thread);
+    if (thread.HasEnded())
+        return false;
+    errno = 0;
+    const int nice = getpriority(PRIO_PROCESS, id);
+    if (nice == -1 && errno != 0)
+        return false;
+    const auto* level = std::find(NiceValues.begin(), NiceValues.end(), nice);
+    priority = level != NiceValues.end() ? static_cast<ThreadPriority>(level - NiceValues.begin() + 1)
+                                         : ThreadPriority::Other;
+    return true;
+}
+
+bool TerminateThread(Thread& thread, int exitCode) {
+    if (&thread == t_current)
+        ExitThread(exitCode);
+    if (TerminationSignal() == 0)
+        return false;
+    std::uint32_t expected = Thread::Running;
+    thread.state.compare_exchange_strong(expected, Thread::RunningAwaited);
+    if (thread.HasEnded())
+        return WaitForThread(thread);
+    thread.terminationCode.store(exitCode);
+    thread.toTerminate.store(true);
+    const std::uint32_t id = thread.id.load();
+    // If the thread has just ended by itself the number may meanwhile be another thread's of this process,
+    // which has no request and ignores the signal.
+    if (id != 0 && id != Thread::IdAwaited)
+        syscall(SYS_tgkill, getpid(), id, TerminationSignal());
+    return WaitForThread(thread);
+}
+
+void ExitThread(int exitCode) {
+    Thread* self = t_current;
+    if (self == nullptr)
+        Vanish();
+    if (self->phase.load(std::memory_order_relaxed) != Thread::Phase::Body)
+        VanishAsEnded(*self); // a thread_local object's destructor came here
+    self->phase.store(Thread::Phase::Leaving, std::memory_order_relaxed);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    self->exitCode = exitCode;
+    std::longjmp(*self->leaveBody, 1);
+}
+
+TerminationShield::TerminationShield() {
+    t_shields = t_shields + 1;
+}
+
+TerminationShield::~TerminationShield() {
+    const int left = t_shields - 1;
+    t_shields = left;
+    if (left == 0 && t_current != nullptr && IsDoomed(*t_current))
+        Die(*t_current);
+}
+
+} // namespace Platform

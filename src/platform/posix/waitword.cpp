@@ -1,0 +1,49 @@
+#include "platform/waitword.h"
+
+#include <cerrno>
+#include <climits>
+#include <ctime>
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Platform {
+
+namespace {
+
+// The word that this thread sleeps on or last slept on. A wake that is given to a thread which is being ended
+// would be lost to the others that wait there.
+thread_local const void* volatile t_waitedWord [[gnu::tls_model("initial-exec")]] = nullptr;
+
+void Wake(const void* word, int count) {
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+}
+
+} // namespace
+
+bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t milliseconds) {
+    std::timespec timeout = {};
+    if (milliseconds >= 0) {
+        timeout.tv_sec = static_cast<std::time_t>(milliseconds / 1000);
+        timeout.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    }
+    t_waitedWord = word;
+    const long result = syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected,
+                                milliseconds >= 0 ? &timeout : nullptr, nullptr, 0);
+    return result == 0 || errno != ETIMEDOUT;
+}
+
+void WakeOneWaiter(const void* word) {
+    Wake(word, 1);
+}
+
+void WakeAllWaiters(const void* word) {
+    Wake(word, INT_MAX);
+}
+
+void PassOnWake() {
+    if (t_waitedWord != nullptr)
+        Wake(t_waitedWord, 1);
+}
+
+} // namespace Platform

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/binarylock.h"
+
+namespace Platform {
+
+/// Many readers or one writer, readers first: while readers hold it further readers enter, whoever waits to
+/// write. No owners: any thread may release. Releasing what nobody holds does nothing.
+///
+/// A reader counts itself before it looks for a writer. If there is one, the lock passes to all counted
+/// readers in the moment in which the writer lets go; they only have to notice.
+class ReadWriteLock {
+public:
+    void LockRead() {
+        if ((m_state.fetch_add(OneReader, std::memory_order_acquire) & Writing) != 0)
+            AwaitWriter();
+    }
+    bool TryLockRead() {
+        std::uint32_t state = m_state.load(std::memory_order_relaxed);
+        while ((state & Writing) == 0) {
+            if (m_state.compare_exchange_weak(state, state + OneReader, std::memory_order_acquire,
+                                              std::memory_order_relaxed))
+                return true;
+        }
+        return false;
+    }
+    void UnlockRead() {
+        if (m_state.load(std::memory_order_relaxed) < OneReader)
+            return;
+        const std::uint32_t before = m_state.fetch_sub(OneReader, std::memory_order_release);
+        if (before == (OneReader | WriterWaits))
+            WakeOneWaiter(&m_state); // the only one asleep, see LockWrite
+    }
+
+    void LockWrite() {
+        std::uint32_t expected = 0;
+        if (!m_state.compare_exchange_strong(expected, Writing, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+            LockWriteSlowly();
+    }
+    bool TryLockWrite() {
+        std::uint32_t state = m_state.load(std::memory_order_relaxed);
+        while ((state & ~WriterWaits) == 0) {
+            if (m_state.compare_exchange_weak(state, state | Writing, std::memory_order_acquire,
+                                              std::memory_order_relaxed))
+                return true;
+        }
+        return false;
+    }
+    void UnlockWrite() {
+        const std::uint32_t before = m_state.fetch_and(~Writing, std::memory_order_release);
+        if ((before & Writing) != 0 && before != Writing)
+            WakeAllWaiters(&m_state);
+    }
+
+private:
+    static constexpr std::uint32_t Writing = 1;
+    static constexpr std::uint32_t WriterWaits = 2;
+    static constexpr std::uint32_t OneReader = 4;
+
+    void AwaitWriter() {
+        for (int spin = 0;; ++spin) {
+            const std::uint32_t state = m_state.load(std::memory_order_acquire);
+            if ((state & Writing) == 0)
+                return;
+            if (spin < SpinCount)
+                PauseSpinning();
+            else
+                WaitOnWord(&m_state, state);
+        }
+    }
+
+    // One writer at a time comes to the word itself, the others queue at the gate: a reader that leaves last
+    // has one thread to wake.
+    void LockWriteSlowly() {
+        m_writerGate.Lock();
+        std::uint32_t state = m_state.load(std::memory_order_relaxed);
+        for (;;) {
+            if ((state & ~WriterWaits) == 0) {
+                if (m_state.compare_exchange_weak(state, Writing, std::memory_order_acquire,
+                                                  std::memory_order_relaxed))
+                    break;
+            } else if ((state & WriterWaits) != 0 ||
+                       m_state.compare_exchange_weak(state, state | WriterWaits, std::memory_order_relaxed)) {
+                WaitOnWord(&m_state, state | WriterWaits);
+                state = m_state.load(std::memory_order_relaxed);
+            }
+        }
+        m_writerGate.Unlock();
+    }
+
+    std::atomic<std::uint32_t> m_state{0};
+    BinaryLock m_writerGate;
+};
+
+} // namespace Platform

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/binarylock.h"
+
+namespace Platform {
+
+inline std::atomic<std::uint64_t> s_lastThreadKey{0};
+
+/// A number of the calling thread that no other thread ever gets, unlike the system's ids, which are handed
+/// out again: a lock that a thread took to its grave must not appear to belong to a later one.
+inline std::uint64_t CurrentThreadKey() {
+    static thread_local std::uint64_t t_key [[gnu::tls_model("initial-exec")]] = 0;
+    if (t_key == 0)
+        t_key = s_lastThreadKey.fetch_add(1, std::memory_order_relaxed) + 1;
+    return t_key;
+}
+
+/// A lock that its owner may take again; it is free after as many releases. A release by a thread that does
+/// not own it does nothing.
+class RecursiveLock {
+public:
+    void Lock() {
+        const std::uint64_t self = CurrentThreadKey();
+        if (m_owner.load(std::memory_order_relaxed) == self) {
+            ++m_depth;
+            return;
+        }
+        m_lock.Lock();
+        Own(self);
+    }
+    bool TryLock() {
+        const std::uint64_t self = CurrentThreadKey();
+        if (m_owner.load(std::memory_order_relaxed) == self) {
+            ++m_depth;
+            return true;
+        }
+        if (!m_lock.TryLock())
+            return false;
+        Own(self);
+        return true;
+    }
+    void Unlock() {
+        if (m_owner.load(std::memory_order_relaxed) != CurrentThreadKey())
+            return;
+        if (m_depth-- == 0) {
+            m_depth = 0;
+            m_owner.store(0, std::memory_order_relaxed);
+            m_lock.Unlock();
+        }
+    }
+
+private:
+    void Own(std::uint64_t self) { m_owner.store(self, std::memory_order_relaxed); }
+
+    BinaryLock m_lock;
+    std::uint32_t m_depth = 0; ///< how often the owner has taken it again
+    std::atomic<std::uint64_t> m_owner{0};
+};
+
+} // namespace Platform

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+
+/// Threads, each behind a handle that is counted and outlives it. Any thread may call any of these functions.
+namespace Platform {
+
+class Thread;
+
+using ThreadMain = int (*)(void* argument);
+
+/// What ThreadExitCode says until the thread has ended. A thread may also end with this code.
+constexpr int StillActive = 259;
+
+enum class ThreadPriority { Other, Idle, BelowNormal, Normal, AboveNormal, Highest };
+
+/// A thread that does not run yet; the caller owns one reference. Null when memory is short.
+/// `stackSize` in bytes, 0 for the system's default. Normal is tried as the priority where `Other` is given.
+Thread* NewThread(ThreadMain main, void* argument, std::size_t stackSize, ThreadPriority priority);
+
+/// Makes it run, once. False when the system refuses; the thread then counts as ended.
+bool StartThread(Thread& thread);
+
+void KeepThread(Thread& thread);  ///< one more reference
+void CloseThread(Thread* thread); ///< one reference less; the thread itself runs on. Null is allowed.
+
+/// Returns when the thread has ended and its thread_local objects are gone. False at once, without waiting,
+/// in the thread itself.
+bool WaitForThread(Thread& thread);
+
+bool IsCurrentThread(const Thread& thread);
+int ThreadExitCode(const Thread& thread);
+
+/// The system's id of the thread; waits the moment that a new thread needs to know it. 0 if it never ran.
+unsigned int ThreadId(Thread& thread);
+unsigned int CurrentThreadId();
+
+bool SetThreadPriority(Thread& thread, ThreadPriority priority);  ///< false when the system refuses
+bool GetThreadPriority(Thread& thread, ThreadPriority& priority); ///< false when the thread has ended
+
+/// Ends the thread by force and returns when it is gone. It takes no further step, wherever it is: nothing is
+/// unwound, no thread_local object is destroyed and what it holds (locks, memory) stays held. Its stack is
+/// given back. A thread that has ended stays ended with the code that it had. In the thread itself this is
+/// ExitThread. False when the system has no means for it; a thread that blocks every signal makes it wait.
+bool TerminateThread(Thread& thread, int exitCode);
+
+/// Ends the calling thread. Nothing is unwound, so no handler catches it. In a thread of this library the
+/// thread_local objects are destroyed; any other thread just stops.
+[[noreturn]] void ExitThread(int exitCode);
+
+/// While one lives, the calling thread is not ended by force; a request in that time is met when the last one
+/// goes. For short stretches that would leave the process unusable, such as the making of a thread.
+class TerminationShield {
+public:
+    TerminationShield();
+    ~TerminationShield();
+    TerminationShield(const TerminationShield&) = delete;
+    TerminationShield& operator=(const TerminationShield&) = delete;
+};
+
+} // namespace Platform
