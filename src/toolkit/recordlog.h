@@ -9,4 +9,7 @@ namespace Qzc {
 /// source position. It goes to the trace output.
 void RecordError(int code, const KeldMBString& message, const char* codeFile, int codeLine);
 
+/// Reports what went on nevertheless, but should be known: level warning.
+void RecordWarning(int code, const KeldMBString& message, const char* codeFile, int codeLine);
+
 } // namespace Qzc
