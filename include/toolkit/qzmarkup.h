@@ -288,6 +288,8 @@ private:
     std::string_view TagName(int iPos) const;
     TokenPos InsideTag(int iPos) const; ///< behind the name of the start tag
     static bool NextAttribute(TokenPos& token, Attribute& attribute);
+    const std::vector<Attribute>& Attributes(int iPos) const; ///< of the start tag, until the text changes
+    void ForgetAttributes() { m_iAttributesOf = 0; }          ///< whenever the text changes
     KeldMBString AttribName(int iPos, int n) const;
     int AttribCount(int iPos) const;
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
@@ -319,6 +321,10 @@ private:
     KeldDict<KeldMBString, SavedPos> m_mapSavedPos;
     std::vector<Segment> m_segments;
     int m_nPosCapacity = 0;
+    // Whoever counts or numbers an element's attributes is about to read them all: the start tag is taken
+    // apart once, not for each of them.
+    mutable std::vector<Attribute> m_attributes;
+    mutable int m_iAttributesOf = 0;
 };
 
 } // namespace Qzc

@@ -78,6 +78,8 @@ void QzMarkup::Swap(QzMarkup& other) noexcept {
     std::swap(m_mapSavedPos, other.m_mapSavedPos);
     std::swap(m_segments, other.m_segments);
     std::swap(m_nPosCapacity, other.m_nPosCapacity);
+    ForgetAttributes();
+    other.ForgetAttributes();
 }
 
 unsigned char QzMarkup::SetDoc(const char* szDoc) {
@@ -134,6 +136,7 @@ unsigned char QzMarkup::Save(const char* szFileName) {
         return 0;
     }
     m_strDoc = std::move(text);
+    ForgetAttributes();
     const KeldMBString& written = converts ? bytes : m_strDoc;
     QzFile file;
     if (!file.Open(szFileName, QzFile::Access::Write)) {
@@ -345,31 +348,36 @@ KeldMBString QzMarkup::GetSubDoc(int iPos) const {
 KeldMBString QzMarkup::GetAttrib(int iPos, const char* szAttrib) const {
     if (iPos == 0)
         return KeldMBString();
+    if (m_iAttributesOf == iPos) {
+        const std::string_view name = View(szAttrib);
+        const auto found =
+            std::find_if(m_attributes.begin(), m_attributes.end(),
+                         [name](const Attribute& attribute) { return attribute.name == name; });
+        return found != m_attributes.end() ? TextFromDoc(found->value.nL, found->value.nR) : KeldMBString();
+    }
     TokenPos token = InsideTag(iPos);
     return FindAttrib(token, szAttrib) ? TextFromDoc(token.nL, token.nR) : KeldMBString();
 }
 
 KeldMBString QzMarkup::AttribName(int iPos, int n) const {
-    if (iPos == 0 || n < 0)
-        return KeldMBString();
-    TokenPos token = InsideTag(iPos);
-    Attribute attribute{{}, token, false};
-    while (NextAttribute(token, attribute)) {
-        if (n-- == 0)
-            return KeldMBString(attribute.name);
-    }
-    return KeldMBString();
+    return n >= 0 && n < AttribCount(iPos) ? KeldMBString(Attributes(iPos)[static_cast<std::size_t>(n)].name)
+                                           : KeldMBString();
 }
 
 int QzMarkup::AttribCount(int iPos) const {
-    if (iPos == 0)
-        return 0;
-    TokenPos token = InsideTag(iPos);
-    Attribute attribute{{}, token, false};
-    int count = 0;
-    while (NextAttribute(token, attribute))
-        ++count;
-    return count;
+    return iPos != 0 ? static_cast<int>(Attributes(iPos).size()) : 0;
+}
+
+const std::vector<QzMarkup::Attribute>& QzMarkup::Attributes(int iPos) const {
+    if (m_iAttributesOf != iPos) {
+        m_attributes.clear();
+        TokenPos token = InsideTag(iPos);
+        Attribute attribute{{}, token, false};
+        while (NextAttribute(token, attribute))
+            m_attributes.push_back(attribute);
+        m_iAttributesOf = iPos;
+    }
+    return m_attributes;
 }
 
 // ---- Escaping
@@ -564,6 +572,7 @@ unsigned char QzMarkup::InsertTopMarkup(const KeldMBString& text) {
     m_strError = std::move(kept);
     if (!parsed) {
         m_strDoc.Delete(length, text.GetLength());
+        ForgetAttributes();
         Pos(0) = ElementPos{};
         m_iPosFree = 1;
         m_iPosReleased = 0;
@@ -737,6 +746,7 @@ unsigned char QzMarkup::DocChange(int nLeft, int nReplace, const KeldMBString& s
     if (length > KeldMBString::MaxLength)
         return 0;
     m_strDoc.Replace(nLeft, nReplace, strInsert.View());
+    ForgetAttributes();
     return 1;
 }
 

@@ -25,6 +25,7 @@ unsigned char QzMarkup::ParseDoc() {
 }
 
 bool QzMarkup::ParseTree() {
+    ForgetAttributes();
     m_iPosFree = 1;
     m_iPosReleased = 0;
     const int wanted = m_strDoc.GetLength() / 64 + 8;

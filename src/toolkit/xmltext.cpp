@@ -1,15 +1,19 @@
 #include "toolkit/xmltext.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 
 namespace Qzc {
 
 void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view special) {
-    std::string stops(special);
-    stops += '\0';
+    std::array<bool, 256> stops{true}; // the zero byte is one
+    for (const char c : special)
+        stops[static_cast<unsigned char>(c)] = true;
     std::size_t copied = 0;
-    for (std::size_t at = 0; (at = text.find_first_of(stops, at)) != std::string_view::npos; copied = ++at) {
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!stops[static_cast<unsigned char>(text[at])])
+            continue;
         markup.Append(text.substr(copied, at - copied));
         switch (text[at]) {
         case '<': markup += "&lt;"; break;
@@ -19,6 +23,7 @@ void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view
         case '"': markup += "&quot;"; break;
         default: markup += "&#0;"; break;
         }
+        copied = at + 1;
     }
     markup.Append(text.substr(copied));
 }
