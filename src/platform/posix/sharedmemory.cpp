@@ -367,7 +367,8 @@ void SharedMemory::Forget() {
 }
 
 // The child has inherited its parent's open file and, with it, the lock that says that the parent is there.
-// It must let go of that; the file cannot vanish before, so the path still leads to it.
+// It must let go of that, of the descriptor and of the mapping, which keeps the open file just as well. The
+// file cannot vanish before, so the path still leads to it.
 void SharedMemory::AfterForkInChild() {
     const Descriptor inherited(m_descriptor);
     Descriptor own(open(m_path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -376,7 +377,9 @@ void SharedMemory::AfterForkInChild() {
     m_slot = nullptr;
     m_descriptor = -1;
     if (own && fstat(own.Get(), &ours) == 0 && fstat(inherited.Get(), &theirs) == 0 &&
-        ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino && BecomeOpener(own.Get()))
+        ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino &&
+        mmap(m_view, m_length, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, own.Get(), 0) == m_view &&
+        BecomeOpener(own.Get()))
         m_descriptor = own.Release();
     else
         Forget();

@@ -1,0 +1,705 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "childprocess.h"
+#include "platform/namedsemaphore.h"
+#include "platform/sharedmemory.h"
+#include "stream/qztrace.h"
+#include "toolkit/qzprocessreaderlock.h"
+#include "toolkit/qzprocesswriterlock.h"
+
+using namespace Qzc;
+using Platform::NamedSemaphore;
+using Platform::SharedMemory;
+using Opening = SharedMemory::Opening;
+
+namespace {
+
+const std::filesystem::path& Directory() {
+    static const std::filesystem::path s_path = "/dev/shm/motoolkit-" + std::to_string(geteuid());
+    return s_path;
+}
+
+/// The lines that go to the log while it lives.
+class LogLines {
+public:
+    LogLines() {
+        s_lines.clear();
+        m_previous = SetTraceHandler([](const char* text) { s_lines += text; });
+    }
+    ~LogLines() { SetTraceHandler(m_previous); }
+    bool Has(const std::string& text) const { return s_lines.find(text) != std::string::npos; }
+    bool IsEmpty() const { return s_lines.empty(); }
+
+private:
+    static inline std::string s_lines;
+    QzTraceHandler m_previous = nullptr;
+};
+
+/// A name of each test's own. What it leaves is a fault: everything is gone with the last that has it open.
+class ProcessLock : public testing::Test {
+protected:
+    const std::string base =
+        std::string("lock test ") + testing::UnitTest::GetInstance()->current_test_info()->name();
+    const KeldMBString name{base};
+
+    void TearDown() override {
+        if (!std::filesystem::exists(Directory()))
+            return;
+        for (const auto& entry : std::filesystem::directory_iterator(Directory()))
+            EXPECT_EQ(entry.path().string().find("lock%20test"), std::string::npos) << entry.path();
+    }
+};
+
+/// What all see of a lock: the stamp, the reading processes and the attach count.
+std::vector<std::uint64_t> Block(const std::string& base) {
+    SharedMemory memory;
+    SharedMemory::Options options = {24};
+    options.marks = true;
+    if (memory.Open(base + ".lock", options) != Opening::Opened)
+        return {};
+    const auto* const words = static_cast<const std::uint64_t*>(memory.View());
+    return {words[0], words[1], words[2]};
+}
+
+using Words = std::vector<std::uint64_t>;
+
+template <class Condition>
+bool Eventually(Condition condition) {
+    for (int i = 0; i < 20000 && !condition(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return condition();
+}
+
+void AWhile() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+}
+
+void Count(void* calls) {
+    ++*static_cast<int*>(calls);
+}
+
+} // namespace
+
+// ---- The named objects
+
+TEST(NamedObject, LivesFromTheFirstOpenerToTheLast) {
+    auto first = std::make_unique<SharedMemory>();
+    SharedMemory second;
+    const std::string content = "abcdefgh";
+    SharedMemory::Options options = {8};
+    options.content = content.data();
+    ASSERT_EQ(first->Open("life", options), Opening::Created);
+    EXPECT_EQ(std::string(static_cast<char*>(first->View()), 8), content);
+    static_cast<char*>(first->View())[0] = 'x';
+    ASSERT_EQ(second.Open("life", options), Opening::Opened);
+    EXPECT_EQ(static_cast<char*>(second.View())[0], 'x');
+    EXPECT_EQ(first->Life(), second.Life());
+    EXPECT_NE(first->Self(), second.Self());
+
+    const SharedMemory::Opener gone = first->Self();
+    EXPECT_TRUE(second.IsThere(gone));
+    first.reset();
+    EXPECT_FALSE(second.IsThere(gone));
+    EXPECT_EQ(static_cast<char*>(second.View())[0], 'x');
+    second.Close();
+    EXPECT_FALSE(second.IsOpen());
+    ASSERT_EQ(second.Open("life", options), Opening::Created);
+    EXPECT_EQ(static_cast<char*>(second.View())[0], 'a');
+
+    SharedMemory other;
+    EXPECT_EQ(other.Open("life", {16}), Opening::Failed);
+    EXPECT_EQ(NamedSemaphore().Open("life", 1, 1), Opening::Failed);
+    EXPECT_EQ(other.Open("", {8}), Opening::Failed);
+    // A part of something that has begun a new life begins one, too.
+    options.partOf = 5;
+    EXPECT_EQ(other.Open("life", options), Opening::Created);
+    EXPECT_EQ(first.get(), nullptr);
+
+    const auto file = Directory() / "life";
+    EXPECT_EQ(std::filesystem::status(Directory()).permissions(), std::filesystem::perms::owner_all);
+    EXPECT_EQ(std::filesystem::status(file).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    second.Close();
+    other.Close();
+    EXPECT_FALSE(std::filesystem::exists(file));
+    // Somebody's link must not lead elsewhere.
+    std::filesystem::create_directory(Directory());
+    std::filesystem::create_symlink("/dev/null", file);
+    EXPECT_EQ(other.Open("life", {8}), Opening::Failed);
+    std::filesystem::remove(file);
+    std::filesystem::remove(Directory());
+}
+
+TEST(NamedObject, CountsLikeASemaphore) {
+    NamedSemaphore semaphore;
+    NamedSemaphore other;
+    using Waited = NamedSemaphore::Waited;
+    EXPECT_EQ(semaphore.Open("count", 4, 3), Opening::Failed);
+    ASSERT_EQ(semaphore.Open("count", 2, 3), Opening::Created);
+    ASSERT_EQ(other.Open("count", 0, 9), Opening::Opened);
+    EXPECT_EQ(semaphore.Wait(0), Waited::Acquired);
+    EXPECT_EQ(other.Wait(0), Waited::Acquired);
+    EXPECT_EQ(semaphore.Wait(0), Waited::TimedOut);
+    EXPECT_EQ(semaphore.Wait(15), Waited::TimedOut);
+    for (const bool fits : {true, true, true, false})
+        EXPECT_EQ(semaphore.Post(), fits);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(other.Wait(0), Waited::Acquired);
+    EXPECT_EQ(semaphore.Wait(0), Waited::TimedOut);
+    other.Close(); // with the last unit
+    EXPECT_EQ(semaphore.Wait(0), Waited::Abandoned);
+    EXPECT_EQ(semaphore.Wait(0), Waited::TimedOut);
+    EXPECT_TRUE(semaphore.Post());
+    ASSERT_EQ(other.Open("count", 0, 9), Opening::Opened);
+    EXPECT_EQ(other.Wait(0, Platform::Taker::Group), Waited::Acquired);
+    EXPECT_TRUE(semaphore.IsTakenByGroup());
+    other.Close();
+    EXPECT_EQ(semaphore.Wait(0), Waited::TimedOut);
+
+    // Each post lets one in, however many sleep.
+    std::atomic<int> in{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back([&] { in += semaphore.Wait(60000) == Waited::Acquired; });
+    for (int i = 1; i <= 3; ++i) {
+        AWhile();
+        EXPECT_EQ(in, i - 1);
+        semaphore.Post();
+        EXPECT_TRUE(Eventually([&] { return in == i; }));
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(NamedObject, ForgetsMarksOfTheGoneAndFilesOfTheKilled) {
+    SharedMemory::Options options = {8};
+    options.marks = true;
+    SharedMemory memory;
+    ASSERT_EQ(memory.Open("marks", options), Opening::Created);
+    memory.SetMark(true);
+    SharedWithChildren<std::atomic<int>> ready;
+    const auto marker = [&] {
+        SharedMemory own;
+        SharedMemory left;
+        if (own.Open("marks", options) != Opening::Opened || left.Open("left", {8}) == Opening::Failed)
+            return false;
+        own.SetMark(true);
+        ++*ready;
+        pause();
+        return true;
+    };
+    Child a(marker);
+    Child b(marker);
+    ASSERT_TRUE(Eventually([&] { return *ready == 2; }));
+    EXPECT_EQ(memory.CountMarks(true).there, 3U);
+    a.Kill();
+    b.Kill();
+    EXPECT_EQ(memory.CountMarks(false).gone, 2U);
+    const SharedMemory::MarkCount marks = memory.CountMarks(true);
+    EXPECT_EQ(marks.there, 1U);
+    EXPECT_EQ(marks.gone, 2U);
+    EXPECT_EQ(memory.CountMarks(true).gone, 0U);
+
+    EXPECT_TRUE(std::filesystem::exists(Directory() / "left"));
+    // The first opening in a process removes what is left of others. This one is not the first; a program is.
+    EXPECT_TRUE(std::filesystem::exists(Directory() / "marks"));
+    EXPECT_EQ(SharedMemory().Open("left", {16}), Opening::Created);
+    EXPECT_FALSE(std::filesystem::exists(Directory() / "left"));
+}
+
+// ---- One process
+
+TEST_F(ProcessLock, CountsItsOpenersFromOneInEveryLife) {
+    QzProcess lock;
+    EXPECT_EQ(lock.ProcessLockInit(KeldMBString()), 0U);
+    EXPECT_FALSE(lock.ReaderLock(true));
+    EXPECT_FALSE(lock.isLocked());
+    ASSERT_EQ(lock.ProcessLockInit(name), 1U);
+    EXPECT_EQ(lock.ProcessLockInit(name), 0U);
+    EXPECT_TRUE(Child([&] { return QzProcess().ProcessLockInit(name) == 2; }).Succeeds());
+    lock.WriterLock(false);
+    EXPECT_EQ(QzProcess().ProcessLockInit(name), 3U);
+    EXPECT_EQ(Block(base), (Words{1, 0, 3}));
+    lock.ProcessLockRelease(); // gives the lock back
+    EXPECT_FALSE(lock.isLocked());
+    lock.ProcessLockRelease();
+    EXPECT_EQ(Block(base), Words());
+    ASSERT_EQ(lock.ProcessLockInit(name), 1U);
+    EXPECT_EQ(Block(base), (Words{0, 0, 1}));
+    lock.WriterLock(false);
+    EXPECT_TRUE(lock.isLocked());
+}
+
+TEST_F(ProcessLock, TakesAnyNameOfBoundedLength) {
+    const std::string names[] = {
+        base + "/a\\b",
+        base + "/../..",
+        "../" + base,
+        "." + base,
+        base + "%2F%s%n",
+        base + std::string("\0\n\x7f\xff", 4),
+        base + " \xe5\x9b\xbe\xe5\xb1\x82",
+        base + std::string(193 - base.size() - 2 * 5, 'x'), // five blanks take two bytes more each
+    };
+    std::vector<std::unique_ptr<QzProcess>> locks;
+    for (const std::string& one : names) {
+        locks.push_back(std::make_unique<QzProcess>());
+        EXPECT_EQ(locks.back()->ProcessLockInit(KeldMBString(one)), 1U) << one;
+    }
+    EXPECT_EQ(QzProcess().ProcessLockInit(KeldMBString(base + "\\a/b")), 2U);
+
+    const LogLines log;
+    const std::string longName(194, 'x');
+    EXPECT_EQ(QzProcess().ProcessLockInit(KeldMBString(longName)), 0U);
+    EXPECT_TRUE(log.Has("error -100: create file Semaphore " + longName + " Faile"));
+    // The mapping's name is held by something else.
+    NamedSemaphore occupant;
+    ASSERT_EQ(occupant.Open(base + ".lock", 1, 1), Opening::Created);
+    QzProcess lock;
+    EXPECT_EQ(lock.ProcessLockInit(name), 0U);
+    EXPECT_TRUE(log.Has("error -100: create file mapping " + base + " Faile"));
+    occupant.Close();
+    EXPECT_EQ(lock.ProcessLockInit(name), 1U);
+}
+
+TEST_F(ProcessLock, NestsWithinItsProcess) {
+    QzProcess lock;
+    lock.ReaderUnlock();
+    lock.WriterUnlock();
+    ASSERT_EQ(lock.ProcessLockInit(name), 1U);
+    lock.ReaderUnlock(); // nothing is locked: nothing happens, the lock works on
+    lock.WriterUnlock();
+    {
+        const QzProcessReaderLock outer(lock, true);
+        const QzProcessReaderLock inner(lock, true);
+        EXPECT_EQ(Block(base), (Words{0, 1, 1}));
+    }
+    EXPECT_EQ(Block(base), (Words{0, 0, 1}));
+    {
+        const QzProcessWriterLock outer(lock, true);
+        const QzProcessWriterLock inner(lock, true);
+        EXPECT_EQ(Block(base), (Words{1, 0, 1}));
+    }
+    lock.ReaderLock(false);
+    lock.ReaderLock(false);
+    lock.ReaderUnlock();
+    EXPECT_TRUE(lock.isLocked());
+    lock.SetIsValied(false);
+    lock.ReaderUnlock();
+    EXPECT_EQ(Block(base), (Words{1, 1, 1}));
+    EXPECT_FALSE(lock.ReaderLock(true) || lock.WriterLock(true));
+    EXPECT_EQ(Block(base), (Words{1, 1, 1}));
+    lock.SetIsValied(true);
+    lock.ReaderUnlock();
+    EXPECT_FALSE(lock.isLocked());
+    EXPECT_EQ(Block(base), (Words{1, 0, 1}));
+    EXPECT_EQ(lock.WaitForValidSignal(nullptr), 0xFFFFFFFFUL);
+}
+
+TEST_F(ProcessLock, ReportsEachChangeOnceToEveryProcess) {
+    int ownCalls = 0;
+    QzProcess lock;
+    lock.SetCallBack(Count, &ownCalls);
+    lock.ProcessLockInit(name);
+    struct Steps {
+        std::atomic<int> written{0};
+        std::atomic<int> seen{0};
+    };
+    SharedWithChildren<Steps> steps;
+    const auto reader = [&] {
+        int calls = 0;
+        QzProcess own;
+        own.SetCallBack(Count, &calls);
+        own.ProcessLockInit(name);
+        const auto read = [&](bool notify) {
+            const bool changed = own.ReaderLock(notify);
+            own.ReaderUnlock();
+            return changed;
+        };
+        const auto await = [&](int step) { return Eventually([&] { return steps->written == step; }); };
+        bool right = !read(true) && calls == 0;
+        ++steps->seen;
+        right = await(1) && right && read(true) && calls == 1 && !read(true) && calls == 1;
+        ++steps->seen;
+        right = await(2) && right && read(false) && !read(true) && calls == 1; // two writes, nobody notified
+        ++steps->seen;
+        right = await(3) && right && own.WriterLock(true) && calls == 2; // a writer hears of it, too
+        own.WriterUnlock();
+        return right; // its own write may be followed by the other one's
+    };
+    Child a(reader);
+    Child b(reader);
+    const auto write = [&] {
+        const bool changed = lock.WriterLock(true);
+        lock.WriterUnlock();
+        return changed;
+    };
+    for (int step = 1; step <= 3; ++step) {
+        ASSERT_TRUE(Eventually([&] { return steps->seen == 2 * step; }));
+        EXPECT_FALSE(write());
+        EXPECT_FALSE(write());
+        steps->written = step;
+    }
+    EXPECT_TRUE(a.Succeeds());
+    EXPECT_TRUE(b.Succeeds());
+    EXPECT_EQ(ownCalls, 0);
+    EXPECT_TRUE(write());
+    EXPECT_EQ(ownCalls, 1);
+    EXPECT_EQ(Block(base), (Words{9, 0, 3}));
+}
+
+TEST_F(ProcessLock, ReadersOverlapAndWritersWait) {
+    QzProcess lock;
+    lock.ProcessLockInit(name);
+    struct State {
+        std::atomic<int> reading{0};
+        std::atomic<bool> leave{false};
+        std::atomic<int> written{0};
+    };
+    SharedWithChildren<State> state;
+    const auto reader = [&] {
+        QzProcess own;
+        own.ProcessLockInit(name);
+        const QzProcessReaderLock reading(own, true);
+        ++state->reading;
+        const bool left = Eventually([&] { return state->leave.load(); });
+        const bool undisturbed = state->written == 0;
+        --state->reading;
+        return left && undisturbed;
+    };
+    lock.WriterLock(false);
+    Child a(reader);
+    Child b(reader);
+    AWhile();
+    EXPECT_EQ(state->reading, 0);
+    lock.WriterUnlock();
+    lock.ReaderLock(false);
+    ASSERT_TRUE(Eventually([&] { return state->reading == 2; }));
+    EXPECT_EQ(Block(base), (Words{1, 3, 3}));
+    Child writer([&] {
+        QzProcess own;
+        own.ProcessLockInit(name);
+        const QzProcessWriterLock writing(own, true);
+        ++state->written;
+        return state->reading == 0;
+    });
+    AWhile();
+    state->leave = true;
+    EXPECT_TRUE(a.Succeeds());
+    EXPECT_TRUE(b.Succeeds());
+    AWhile();
+    EXPECT_EQ(state->written, 0);
+    lock.ReaderUnlock();
+    EXPECT_TRUE(writer.Succeeds());
+    EXPECT_EQ(state->written, 1);
+}
+
+TEST_F(ProcessLock, ServesTheThreadsOfAProcess) {
+    QzProcess lock;
+    lock.ProcessLockInit(name);
+    QzProcess writer;
+    writer.ProcessLockInit(name);
+    std::atomic<std::uint64_t> changes{0};
+    std::uint64_t value = 0;
+    const auto read = [&] {
+        for (int i = 0; i < 2000; ++i) {
+            changes += lock.ReaderLock(i % 2 == 0);
+            EXPECT_TRUE(lock.isLocked());
+            lock.SetCallBack([](void*) {}, &changes);
+            lock.ReaderUnlock();
+        }
+    };
+    std::vector<std::thread> threads;
+    threads.emplace_back(read);
+    threads.emplace_back(read);
+    for (int i = 0; i < 2000; ++i) {
+        const QzProcessWriterLock writing(writer, true);
+        ++value;
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_LE(changes, 2000U);
+    EXPECT_EQ(Block(base), (Words{2000, 0, 2}));
+}
+
+// ---- Processes that are killed
+
+TEST_F(ProcessLock, GoesOnWhenAHolderIsKilled) {
+    QzProcess lock;
+    lock.ProcessLockInit(name);
+    const LogLines log;
+    SharedWithChildren<std::atomic<bool>> locked;
+    const auto killWith = [&](const std::function<void(QzProcess&)>& lockIt) {
+        *locked = false;
+        Child holder([&] {
+            QzProcess own;
+            own.ProcessLockInit(name);
+            lockIt(own);
+            *locked = true;
+            pause();
+            return true;
+        });
+        EXPECT_TRUE(Eventually([&] { return locked->load(); }));
+    };
+    const std::string gone = "warning -100: a process ended while it had locked " + base;
+    const std::string halfWritten = gone + " for writing: the protected data may be half written";
+
+    killWith([](QzProcess& own) { own.WriterLock(false); });
+    EXPECT_TRUE(lock.WriterLock(false));
+    EXPECT_TRUE(log.Has(halfWritten));
+    lock.WriterUnlock();
+
+    const LogLines second;
+    killWith([](QzProcess& own) { own.WriterLock(false); });
+    EXPECT_TRUE(lock.ReaderLock(false));
+    EXPECT_TRUE(second.Has(halfWritten));
+
+    // While this process reads, another one that reads is killed.
+    const LogLines third;
+    killWith([](QzProcess& own) { own.ReaderLock(false); });
+    lock.ReaderUnlock();
+    EXPECT_EQ(Block(base)[1], 1U); // nobody has needed to know
+    lock.WriterLock(false);
+    EXPECT_TRUE(lock.isLocked());
+    EXPECT_TRUE(third.Has(gone + " for reading"));
+    EXPECT_FALSE(third.Has(halfWritten));
+    EXPECT_EQ(Block(base)[1], 0U);
+    lock.WriterUnlock();
+
+    // In the guard: the callback runs there.
+    const LogLines fourth;
+    killWith([&](QzProcess& own) {
+        own.SetCallBack(
+            [](void* flag) {
+                *static_cast<std::atomic<bool>*>(flag) = true;
+                pause();
+            },
+            &*locked);
+        lock.WriterLock(false); // the inherited object
+        lock.WriterUnlock();
+        own.ReaderLock(true);
+    });
+    lock.ReaderLock(false);
+    EXPECT_TRUE(lock.isLocked());
+    EXPECT_TRUE(fourth.Has(gone + " for reading"));
+    EXPECT_EQ(Block(base)[1], 1U);
+    lock.ReaderUnlock();
+    lock.WriterLock(false);
+    EXPECT_TRUE(lock.isLocked());
+}
+
+TEST_F(ProcessLock, IsAsNewWhenTheLastIsKilled) {
+    for (const bool writing : {false, true}) {
+        SharedWithChildren<std::atomic<bool>> locked;
+        Child last([&] {
+            QzProcess own;
+            own.ProcessLockInit(name);
+            own.WriterLock(false);
+            own.WriterUnlock();
+            writing ? own.WriterLock(false) : own.ReaderLock(false);
+            *locked = true;
+            pause();
+            return true;
+        });
+        ASSERT_TRUE(Eventually([&] { return locked->load(); }));
+        last.Kill();
+        const LogLines log;
+        QzProcess lock;
+        EXPECT_EQ(lock.ProcessLockInit(name), 1U);
+        EXPECT_EQ(Block(base), (Words{0, 0, 1}));
+        EXPECT_FALSE(lock.WriterLock(true));
+        EXPECT_TRUE(lock.isLocked());
+        EXPECT_TRUE(log.IsEmpty());
+    }
+}
+
+namespace {
+
+/// What the lock protects in the storms. A writer makes the two values differ for a moment.
+struct Protected {
+    std::atomic<int> writer{0};
+    std::atomic<int> victim{0}; ///< the process that may have been killed as the writer
+    std::atomic<std::uint64_t> first{0};
+    std::atomic<std::uint64_t> second{0};
+    std::atomic<std::uint64_t> faults{0};
+    std::atomic<std::uint64_t> rounds{0};
+    std::atomic<bool> stop{false};
+
+    void Write(int self) {
+        const int before = writer.exchange(self);
+        faults += before != 0 && before != victim;
+        const std::uint64_t value = first + 1;
+        first = value;
+        faults += writer != self;
+        second = value;
+        writer = 0;
+    }
+    void Read() {
+        const std::uint64_t values[] = {first, second};
+        std::this_thread::yield();
+        faults += values[0] != first || values[1] != second || values[0] - values[1] > 1;
+    }
+};
+
+/// Locks at random until it is told to stop or has done so many rounds.
+bool LockAtRandom(const KeldMBString& name, Protected& shared, unsigned seed, int rounds) {
+    std::mt19937 random(seed);
+    QzProcess lock;
+    for (int i = 0; i < rounds && !shared.stop; ++i) {
+        if (random() % 8 == 0)
+            lock.ProcessLockRelease();
+        lock.ProcessLockInit(name);
+        if (random() % 2 == 0) {
+            const QzProcessWriterLock writing(lock, true);
+            if (lock.isLocked())
+                shared.Write(getpid());
+        } else {
+            const QzProcessReaderLock reading(lock, true);
+            if (lock.isLocked())
+                shared.Read();
+        }
+        ++shared.rounds;
+    }
+    return true;
+}
+
+} // namespace
+
+TEST_F(ProcessLock, SurvivesKillsAtAnyMoment) {
+    constexpr int Kills = 300;
+    SharedWithChildren<Protected> shared;
+    const auto locker = [&](unsigned seed) {
+        return std::make_unique<Child>([&, seed] { return LockAtRandom(name, *shared, seed, 1 << 30); });
+    };
+    const LogLines log; // full of warnings
+    QzProcess lock;
+    lock.ProcessLockInit(name);
+    std::unique_ptr<Child> survivor = locker(1);
+    std::mt19937 random(7);
+    for (unsigned kill = 0; kill < Kills; ++kill) {
+        std::unique_ptr<Child> victim = locker(100 + kill);
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
+        shared->victim = victim->Id();
+        victim->Kill();
+        lock.WriterLock(true);
+        ASSERT_TRUE(lock.isLocked()) << kill;
+        ASSERT_EQ(shared->faults, 0U) << kill;
+        const std::uint64_t half = shared->first - shared->second;
+        ASSERT_LE(half, shared->writer == shared->victim ? 1U : 0U) << kill;
+        shared->second = shared->first.load();
+        shared->writer = 0;
+        lock.WriterUnlock();
+    }
+    shared->stop = true;
+    EXPECT_TRUE(survivor->Succeeds());
+    EXPECT_GT(shared->rounds, static_cast<unsigned>(Kills));
+    lock.WriterLock(false); // waits for the last readers that are gone
+    EXPECT_EQ(Block(base)[1], 0U);
+}
+
+TEST_F(ProcessLock, IsOneObjectInAStormOfOpeners) {
+    constexpr int Rounds = 1000;
+    SharedWithChildren<Protected> shared;
+    const LogLines log;
+    std::vector<std::unique_ptr<Child>> children;
+    for (unsigned i = 0; i < 4; ++i)
+        children.push_back(std::make_unique<Child>([&, i] {
+            QzProcess lock;
+            bool right = true;
+            for (int round = 0; round < Rounds && right; ++round) {
+                right = lock.ProcessLockInit(name) != 0;
+                if (round % 4 == static_cast<int>(i)) {
+                    lock.ReaderLock(true);
+                    shared->Read();
+                } else {
+                    lock.WriterLock(true);
+                    shared->Write(getpid());
+                }
+                right = right && lock.isLocked();
+                lock.ProcessLockRelease();
+            }
+            return right;
+        }));
+    for (const auto& child : children)
+        EXPECT_TRUE(child->Succeeds());
+    EXPECT_EQ(shared->faults, 0U);
+    EXPECT_EQ(shared->first, 4U * Rounds * 3 / 4);
+    EXPECT_TRUE(log.IsEmpty());
+}
+
+// ---- Inheritance
+
+TEST_F(ProcessLock, GoesToAChildThatHoldsNothing) {
+    QzProcess lock;
+    lock.ProcessLockInit(name);
+    // While one thread is inside the object and another has the lock, a third one forks.
+    QzProcess other;
+    other.ProcessLockInit(name);
+    other.WriterLock(false);
+    std::thread inside([&] {
+        lock.ReaderLock(false);
+        lock.ReaderUnlock();
+    });
+    AWhile();
+    SharedWithChildren<std::atomic<int>> step;
+    Child child([&] {
+        other.WriterUnlock(); // the parent's
+        const bool holdsNothing = !lock.isLocked() && !other.isLocked();
+        *step = 1;
+        const bool changed = lock.ReaderLock(false); // as soon as the parent has unlocked
+        const bool waited = *step == 2;
+        lock.ReaderUnlock();
+        const bool attached = Block(base) == Words{1, 0, 2};
+        lock.WriterLock(false);
+        *step = 3;
+        pause();
+        return holdsNothing && changed && waited && attached;
+    });
+    ASSERT_TRUE(Eventually([&] { return *step == 1; }));
+    AWhile();
+    EXPECT_EQ(*step, 1);
+    EXPECT_TRUE(other.isLocked());
+    *step = 2;
+    other.WriterUnlock();
+    inside.join();
+    ASSERT_TRUE(Eventually([&] { return *step == 3; }));
+    const LogLines log;
+    child.Kill();
+    EXPECT_TRUE(lock.WriterLock(false)); // the child's write
+    EXPECT_TRUE(log.Has("half written"));
+    lock.ProcessLockRelease();
+    other.ProcessLockRelease();
+
+    // The other way round: the parent is killed, the child that it left behind goes on and is the last.
+    SharedWithChildren<std::atomic<int>> orphan;
+    Child parent([&] {
+        QzProcess own;
+        own.ProcessLockInit(name);
+        own.WriterLock(false);
+        Child grandchild([&] {
+            *orphan = 1;
+            own.WriterLock(false);
+            *orphan = own.isLocked() ? 2 : -1;
+            own.ProcessLockRelease();
+            *orphan = 3;
+            return true;
+        });
+        pause();
+        return true;
+    });
+    ASSERT_TRUE(Eventually([&] { return *orphan == 1; }));
+    AWhile();
+    EXPECT_EQ(*orphan, 1);
+    parent.Kill();
+    EXPECT_TRUE(Eventually([&] { return *orphan == 3; }));
+}
