@@ -11,7 +11,7 @@ export CXX=${CXX:-g++}
 build_packages=(g++ cmake ninja-build)
 test_packages=("${build_packages[@]}" libgtest-dev pkg-config iso-codes shared-mime-info)
 bench_packages=("${build_packages[@]}" libbenchmark-dev libpugixml-dev librapidxml-dev libtinyxml2-dev
-    libexpat1-dev libxml2-dev iso-codes shared-mime-info)
+    libexpat1-dev libxml2-dev libboost-dev iso-codes shared-mime-info)
 
 say() { printf -- '-- %s\n' "$*"; }
 
