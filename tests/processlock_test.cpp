@@ -523,6 +523,35 @@ TEST_F(ProcessLock, IsAsNewWhenTheLastIsKilled) {
     }
 }
 
+TEST_F(ProcessLock, IsAsNewWhileTheLastIsStillEnding) {
+    // The system ends a killed process's openings one by one. Here each in turn is still there.
+    const auto isAsNew = [&] {
+        QzProcess lock;
+        const bool first = lock.ProcessLockInit(name) == 1;
+        const bool fresh = Block(base) == Words{0, 0, 1};
+        lock.WriterLock(false);
+        return first && fresh && lock.isLocked();
+    };
+    {
+        SharedMemory mapping;
+        SharedMemory::Options options = {24};
+        options.marks = true;
+        ASSERT_EQ(mapping.Open(base + ".lock", options), Opening::Created);
+        mapping.SetMark(true);
+        static_cast<std::uint64_t*>(mapping.View())[1] = 1;
+        EXPECT_TRUE(isAsNew());
+    }
+    NamedSemaphore guard;
+    NamedSemaphore exclusion;
+    ASSERT_EQ(exclusion.Open(base + ".rwlock", 1, 1024), Opening::Created);
+    exclusion.Wait(0);
+    EXPECT_TRUE(isAsNew());
+    ASSERT_EQ(guard.Open(base + ".rlock", 1, 1024), Opening::Created);
+    ASSERT_EQ(exclusion.Open(base + ".rwlock", 1, 1024, guard.Life()), Opening::Created);
+    exclusion.Wait(0, Platform::Taker::Group); // a reader whose mapping is gone already
+    EXPECT_TRUE(isAsNew());
+}
+
 namespace {
 
 /// What the lock protects in the storms. A writer makes the two values differ for a moment.

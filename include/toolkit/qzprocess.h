@@ -111,7 +111,10 @@ private:
     public:
         explicit Shared(T value) : m_value(value) {}
         operator T() const { return m_value.load(std::memory_order_acquire); }
-        void operator=(T value) { m_value.store(value, std::memory_order_release); }
+        Shared& operator=(T value) {
+            m_value.store(value, std::memory_order_release);
+            return *this;
+        }
 
     private:
         std::atomic<T> m_value;

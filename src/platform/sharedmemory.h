@@ -81,6 +81,7 @@ private:
     void AfterForkInChild();
     void Forget();
     std::atomic<std::uint64_t>* Slots() const;
+    std::uint32_t SlotsUsed() const;
 
     void* m_view = nullptr;
     Header* m_header = nullptr;

@@ -235,6 +235,11 @@ std::atomic<std::uint64_t>* SharedMemory::Slots() const {
     return reinterpret_cast<std::atomic<std::uint64_t>*>(m_header + 1);
 }
 
+// Whatever the file says, no more than there are.
+std::uint32_t SharedMemory::SlotsUsed() const {
+    return m_marks ? std::min<std::uint32_t>(m_header->slotsUsed, MaxMarks) : 0;
+}
+
 SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& options) {
     Close();
     const std::string file = FileName(name);
@@ -292,7 +297,7 @@ bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening)
             std::memcpy(view, options.content, options.size);
         else
             std::memset(view, 0, options.size);
-        for (std::uint32_t i = 0; i < m_header->slotsUsed; ++i)
+        for (std::uint32_t i = 0; i < SlotsUsed(); ++i)
             Slots()[i] = 0;
         m_header->size = options.size;
         m_header->kind = options.kind;
@@ -395,8 +400,7 @@ void SharedMemory::SetMark(bool marked) const {
 
 SharedMemory::MarkCount SharedMemory::CountMarks(bool forget) const {
     MarkCount count = {};
-    const std::uint32_t used = std::min<std::uint32_t>(m_header->slotsUsed, MaxMarks);
-    for (std::uint32_t i = 0; i < used; ++i) {
+    for (std::uint32_t i = 0; i < SlotsUsed(); ++i) {
         std::uint64_t slot = Slots()[i];
         const bool marked = (slot & MarkedBit) != 0;
         if (slot == 0 || (!marked && !forget))
