@@ -79,6 +79,7 @@ private:
     bool BecomeOpener(int descriptor);
     bool TakeSlot(int descriptor);
     void AfterForkInChild();
+    void RemoveIfLast(int descriptor) const;
     void Forget();
     std::atomic<std::uint64_t>* Slots() const;
     std::uint32_t SlotsUsed() const;

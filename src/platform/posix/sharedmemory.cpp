@@ -252,9 +252,10 @@ SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& o
     m_marks = options.marks;
     Descriptor descriptor(EnterFile(m_directory, file));
     Opening opening = Opening::Failed;
-    if (!descriptor || !Map(descriptor.Get(), options, opening))
+    if (!descriptor)
         return Opening::Failed;
-    if (!BecomeOpener(descriptor.Get())) {
+    if (!Map(descriptor.Get(), options, opening) || !BecomeOpener(descriptor.Get())) {
+        RemoveIfLast(descriptor.Get());
         Forget();
         return Opening::Failed;
     }
@@ -285,10 +286,8 @@ bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening)
     m_header = reinterpret_cast<Header*>(static_cast<char*>(view) + headerOffset);
 
     const bool made = m_header->magic == Magic;
-    if (!alone && made && (m_header->kind != options.kind || m_header->size != options.size)) {
-        Forget();
+    if (!alone && made && (m_header->kind != options.kind || m_header->size != options.size))
         return false;
-    }
     const bool formerLife = options.partOf != 0 && m_header->partOf != options.partOf;
     opening = made && !formerLife ? Opening::Opened : Opening::Created;
     if (opening == Opening::Created) {
@@ -312,8 +311,11 @@ bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening)
 bool SharedMemory::BecomeOpener(int descriptor) {
     Opener self = Nobody;
     do { // after two thousand million openings a number comes again, and its owner may still be there
+        errno = 0;
         self = m_header->lastOpener.fetch_add(1) % LastOpener + 1;
-    } while (!LockByte(descriptor, self));
+    } while (!LockByte(descriptor, self) && (errno == EAGAIN || errno == EACCES));
+    if (errno != 0)
+        return false;
     m_self = self;
     return !m_marks || TakeSlot(descriptor);
 }
@@ -353,18 +355,24 @@ void SharedMemory::Close() {
     if (m_slot != nullptr && (*m_slot & MarkedBit) == 0)
         *m_slot = 0;
     const Descriptor descriptor(m_descriptor);
-    struct stat status = {};
-    if (LockGate(descriptor.Get()) && !HasOtherOpeners(descriptor.Get()) &&
-        fstat(descriptor.Get(), &status) == 0 && status.st_nlink != 0) {
-        unlink(m_path.c_str());
-        rmdir(m_directory.c_str()); // only the last file's removal succeeds in it
-    }
+    if (LockGate(descriptor.Get()))
+        RemoveIfLast(descriptor.Get());
     m_descriptor = -1;
     Forget();
 }
 
+// Behind the gate.
+void SharedMemory::RemoveIfLast(int descriptor) const {
+    struct stat status = {};
+    if (HasOtherOpeners(descriptor) || fstat(descriptor, &status) != 0 || status.st_nlink == 0)
+        return;
+    unlink(m_path.c_str());
+    rmdir(m_directory.c_str()); // succeeds when that was the last file in it
+}
+
 void SharedMemory::Forget() {
-    munmap(m_view, m_length);
+    if (m_view != nullptr)
+        munmap(m_view, m_length);
     m_view = nullptr;
     m_header = nullptr;
     m_slot = nullptr;
