@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 
 #include "childprocess.h"
@@ -617,6 +618,66 @@ TEST_F(ProcessLock, SurvivesKillsAtAnyMoment) {
     EXPECT_GT(shared->rounds, static_cast<unsigned>(Kills));
     lock.WriterLock(false); // waits for the last readers that are gone
     EXPECT_EQ(Block(base)[1], 0U);
+}
+
+TEST_F(ProcessLock, SurvivesAKillBetweenAnyTwoInstructions) {
+    SharedWithChildren<std::atomic<bool>> done;
+    struct Round {
+        int kills;
+        std::function<void(QzProcess&)> run;
+    };
+    const Round rounds[] = {{200,
+                             [](QzProcess& own) {
+                                 own.ReaderLock(true);
+                                 own.ReaderUnlock();
+                                 own.WriterLock(true);
+                                 own.WriterUnlock();
+                             }},
+                            {40, [&](QzProcess& own) {
+                                 own.ProcessLockRelease();
+                                 own.ProcessLockInit(name);
+                             }}};
+    QzProcess lock;
+    lock.ProcessLockInit(name);
+    // Lets a child do so many instructions of one round, all of them if it comes to the end, and kills it.
+    const auto killAfter = [&](const Round& round, int steps) {
+        *done = false;
+        Child child([&] {
+            QzProcess own;
+            own.ProcessLockInit(name);
+            round.run(own); // the linker's work is done by then
+            ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+            raise(SIGSTOP);
+            round.run(own);
+            *done = true;
+            return pause() == 0;
+        });
+        int status = 0;
+        waitpid(child.Id(), &status, 0);
+        int made = 0;
+        for (; WIFSTOPPED(status) && made < steps && !*done; ++made) {
+            ptrace(PTRACE_SINGLESTEP, child.Id(), nullptr, nullptr);
+            waitpid(child.Id(), &status, 0);
+        }
+        return made;
+    };
+    const LogLines log; // some warnings
+    for (const Round& round : rounds) {
+        const int all = killAfter(round, 1000000);
+        ASSERT_GT(all, 100);
+        for (int i = 0; i < round.kills; ++i) {
+            const int steps = killAfter(round, static_cast<int>(std::int64_t(all) * i / round.kills));
+            lock.WriterLock(true);
+            ASSERT_TRUE(lock.isLocked()) << steps;
+            lock.WriterUnlock();
+            lock.ReaderLock(true);
+            ASSERT_TRUE(lock.isLocked()) << steps;
+            ASSERT_EQ(Block(base)[1], 1U) << steps;
+            lock.ReaderUnlock();
+            ASSERT_EQ(Block(base)[1], 0U) << steps;
+        }
+    }
+    EXPECT_FALSE(log.IsEmpty());
 }
 
 TEST_F(ProcessLock, IsOneObjectInAStormOfOpeners) {

@@ -349,8 +349,13 @@ void QzProcess::RepairReaders() {
                       __LINE__);
 }
 
+// For those who wait for the readers. Without any reader there, the last one is just giving the exclusion
+// back, or it was killed before it could: the guard tells which.
 void QzProcess::RepairReadersIfOneIsGone() {
-    if (m_hasGuard || !m_exclusion->IsTakenByGroup() || m_mapping->CountMarks(false).gone == 0)
+    if (m_hasGuard || !m_exclusion->IsTakenByGroup())
+        return;
+    const SharedMemory::MarkCount marks = m_mapping->CountMarks(false);
+    if (marks.there != 0 && marks.gone == 0)
         return;
     const Waited waited = m_guard->Wait(0);
     if (waited == Waited::TimedOut)
