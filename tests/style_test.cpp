@@ -334,7 +334,8 @@ TEST(StyleEx, OnlyRealChangesRaiseTheModifiedFlag) {
     check(true, LINE_PIPELINE, &S::SetLineStyle);
     check(true, KeldPoint2D{0, 1}, &S::SetIconAnchorPoint);
     check(true, static_cast<unsigned char>(0), &S::SetFixedPixelSize);
-    check(true, 3, &S::SetPipeSides, &S::SetMarkerStyle);
+    check(true, 3U, &S::SetPipeSides);
+    check(true, 3, &S::SetMarkerStyle);
     check(false, static_cast<unsigned char>(1), &S::SetMarker3D, &S::SetFiletEnable, &S::SetTessellate);
     check(false, 2.0, &S::SetMarker3DScaleX, &S::SetMarker3DScaleY, &S::SetMarker3DScaleZ,
           &S::SetMarker3DRotateX, &S::SetMarker3DRotateY, &S::SetMarker3DRotateZ);
