@@ -437,7 +437,7 @@ TEST_F(ProcessLock, GoesOnWhenAHolderIsKilled) {
         });
         EXPECT_TRUE(Eventually([&] { return locked->load(); }));
     };
-    const std::string gone = "warning -100: a process ended while it had locked " + base;
+    const std::string gone = "warning  -100: a process ended while it had locked " + base;
     const std::string halfWritten = gone + " for writing: the protected data may be half written";
 
     killWith([](QzProcess& own) { own.WriterLock(false); });
