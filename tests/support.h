@@ -85,8 +85,8 @@ std::string Bytes(const Stream& stream) {
 
 namespace KELD {
 
-inline void PrintTo(const KeldMBString& text, std::ostream* out) {
-    *out << '"' << text.View() << '"';
+inline std::ostream& operator<<(std::ostream& out, const KeldMBString& text) {
+    return out << text.View();
 }
 
 } // namespace KELD
