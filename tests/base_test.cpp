@@ -13,8 +13,7 @@ TEST(MBString, TakesPartsWithinBounds) {
         {text.Left(2), "ab"},    {text.Left(-1), ""},      {text.Left(99), "abcdef"},
         {text.Right(2), "ef"},   {text.Right(-1), ""},     {text.Right(KeldMBString::MaxLength), "abcdef"},
         {text.Mid(2, 3), "cde"}, {text.Mid(-3), "abcdef"}, {text.Mid(4, KeldMBString::MaxLength), "ef"},
-        {text.Mid(6), ""},
-    };
+        {text.Mid(6), ""}};
     for (const auto& [part, expected] : parts)
         EXPECT_EQ(part, expected);
 

@@ -22,24 +22,7 @@ namespace {
 using Registry = OpenRegistry<>;
 using Texts = std::vector<std::string>;
 
-/// Collects what is traced while it lives.
-class TraceLog {
-public:
-    TraceLog() : m_previous(SetTraceHandler(Record)) { Texts().clear(); }
-    ~TraceLog() { SetTraceHandler(m_previous); }
-    TraceLog(const TraceLog&) = delete;
-    TraceLog& operator=(const TraceLog&) = delete;
-
-    static std::vector<std::string>& Texts() {
-        static std::vector<std::string> s_texts;
-        return s_texts;
-    }
-
-private:
-    static void Record(const char* text) { Texts().emplace_back(text); }
-
-    QzTraceHandler m_previous;
-};
+using TraceLog = TextLog<&SetTraceHandler>;
 
 class RegistryTest : public testing::Test {
 protected:
@@ -97,7 +80,6 @@ TEST(Hash, ReadsWithoutAddingAndCopiesIndependently) {
     EXPECT_EQ(Keys(hash), longKey + " ");
     EXPECT_EQ(Keys(copy), " " + longKey + " ");
 
-    EXPECT_NE(copy, hash);
     hash.SetAt("", "1");
     EXPECT_EQ(copy, hash) << "the order does not count";
     hash.SetAt("", "2");
@@ -105,12 +87,6 @@ TEST(Hash, ReadsWithoutAddingAndCopiesIndependently) {
     copy = std::move(hash);
     copy = *&copy;
     EXPECT_EQ(copy[""], "2");
-
-    QzHash<std::unique_ptr<int>> owners;
-    owners.SetAt("a", std::make_unique<int>(2));
-    const QzHash<std::unique_ptr<int>> taken(std::move(owners));
-    EXPECT_EQ(**taken.Find("a"), 2);
-    EXPECT_EQ(taken["b"], nullptr);
 }
 
 TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
@@ -124,14 +100,10 @@ TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
                                         [&](const auto& entry) { return entry.first == key; });
         if (random() % 5 < 2 + random() % 2) {
             hash.SetAt(KeldMBString(key), step);
-            if (known != expected.end())
-                known->second = step;
-            else
-                expected.emplace_back(key, step);
+            (known != expected.end() ? *known : expected.emplace_back(key, 0)).second = step;
         } else {
             EXPECT_EQ(hash.RemoveKey(KeldMBString(key)), known != expected.end());
-            if (known != expected.end())
-                expected.erase(known);
+            expected.erase(known, known != expected.end() ? known + 1 : known);
         }
         if (step % 50 == 0)
             hash = QzHash<int>(hash);
@@ -152,19 +124,16 @@ TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
     EXPECT_EQ(registry.Encoding(), "GB2312");
     EXPECT_EQ(registry["Size"], " 12 ");
     EXPECT_EQ(registry["Plain"], "text<A<&amp;>");
-    EXPECT_EQ(Keys(registry), "Size Plain Odd ");
     EXPECT_EQ(Keys(registry.Obj("Log")), "Path Level ");
     EXPECT_EQ(registry.Obj("Log")["Path"], "/tmp/c");
     EXPECT_EQ(ToTexts(registry.Seq("Fonts")), (Texts{"Song", "", "Hei"}));
-    ASSERT_EQ(registry.ObjSeq("Layers").GetSize(), 3);
-    EXPECT_EQ(Keys(registry.ObjSeq("Layers")[0]), "id n ");
-    EXPECT_TRUE(registry.ObjSeq("Layers")[1].IsEmpty());
-    EXPECT_EQ(registry.ObjSeq("Layers")[2]["id"], "2");
+    std::string layers;
+    for (const QzRegistry::Object& layer : registry.ObjSeq("Layers"))
+        layers += Keys(layer) + layer["id"].Cstr() + ";";
+    EXPECT_EQ(layers, "id n 1;;id 2;");
     const QzRegistry& deep = registry.SubReg("Deep");
     EXPECT_EQ(deep.Name(), "Deep");
-    EXPECT_EQ(deep["Size"], "3");
-    EXPECT_EQ(deep.Obj("Log")["a"], "1");
-    EXPECT_EQ(deep.SubReg("Deep")["x"], "y");
+    EXPECT_EQ(deep["Size"] + deep.Obj("Log")["a"] + deep.SubReg("Deep")["x"], "31y");
     EXPECT_EQ(registry.GetSubFileName("resource"), "/data/res.xml");
 
     const Texts kinds[] = {
@@ -198,15 +167,13 @@ TEST_F(RegistryTest, WhatIsMissingIsOneSharedEmptyThing) {
     Registry first;
     Registry second;
     second.LoadDoc(EveryKind);
-    EXPECT_EQ(&first.Obj("x"), &second.Obj("Size"));
-    EXPECT_EQ(&first.Seq("x"), &second.Seq("Log"));
-    EXPECT_EQ(&first.ObjSeq("x"), &second.ObjSeq("Log"));
-    EXPECT_EQ(&first.SubReg("x"), &second.SubReg("Log"));
-    EXPECT_EQ(&first.SubFile("x"), &second.SubFile("Log"));
-    EXPECT_TRUE(first.Obj("x").IsEmpty() && first.SubFile("x").IsEmpty());
-    EXPECT_TRUE(first.SubReg("x").SubReg("y").Obj("z")["w"].IsEmpty());
+    EXPECT_TRUE(&first.Obj("x") == &second.Obj("Size") && first.Obj("x").IsEmpty());
+    EXPECT_TRUE(&first.Seq("x") == &second.Seq("Log") && first.Seq("x").IsEmpty());
+    EXPECT_TRUE(&first.ObjSeq("x") == &second.ObjSeq("Log") && first.ObjSeq("x").IsEmpty());
+    EXPECT_TRUE(&first.SubReg("x") == &second.SubReg("Log") && first.SubReg("x") == Registry());
+    EXPECT_TRUE(&first.SubFile("x") == &second.SubFile("Log") && first.SubFile("x") == Registry());
     AssertionLog assertions;
-    EXPECT_TRUE(first.ObjSeq("x")[0]["y"].IsEmpty() && first.ObjSeq("x").IsEmpty());
+    EXPECT_TRUE(first.ObjSeq("x")[0]["y"].IsEmpty());
     EXPECT_TRUE(first.GetSubFileName("x").IsEmpty());
 }
 
@@ -278,20 +245,13 @@ TEST_F(RegistryTest, ResourceAndFontFiles) {
     survivesSave(fonts);
 }
 
-TEST_F(RegistryTest, RelativeFileNamesStartAtTheConfiguration) {
-    Registry registry;
-    registry.LoadDoc("<r><a type='external'>data\\sub/x.xml</a><b type='external'>.\\y\\..\\z.xml</b></r>");
-    EXPECT_LE(m_trace.Texts().size(), 1U) << "the directory is looked for once for all of them";
-    const std::string directory = QzRegistry::XmlPath().Cstr();
-    EXPECT_EQ(registry.GetSubFileName("a").View(), directory + "data/sub/x.xml");
-    EXPECT_EQ(registry.GetSubFileName("b").View(), directory + "z.xml");
-}
-
 TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     const std::string path = m_scratch / "conf.xml";
     std::string document = EveryKind;
     WriteBytes(path, document.insert(document.find("</Root>"), "<in type='external'>data\\x.xml</in>"));
     Registry registry(path);
+    EXPECT_EQ(m_trace.Texts().size(), 1U) << "the directory is looked for once for all files";
+    EXPECT_EQ(registry.GetSubFileName("in"), QzRegistry::XmlPath() + "data/x.xml");
     const std::string saved = Save(registry, path);
     EXPECT_TRUE(Registry(path) == registry) << saved;
     QzMarkup markup(saved.c_str());
@@ -337,9 +297,10 @@ TEST_F(RegistryTest, SavesWhatBecameOfItsEntries) {
     EXPECT_EQ(Registry(path).SubReg("a")["y"], "2") << "under the entry's name, not its own";
 
     registry.RemoveKey("v");
-    registry.LoadDoc("<r><v>1</v></r>");
+    registry.LoadDoc("<r><v>1</v><a type='subreg'/></r>");
     const std::string saved = Save(registry, path);
-    EXPECT_EQ(saved.find("<v "), saved.rfind("<v ")) << "read again, saved once: " << saved;
+    for (const char* tag : {"<v ", "<a "})
+        EXPECT_EQ(saved.find(tag), saved.rfind(tag)) << "read again, saved once: " << saved;
 }
 
 TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
@@ -389,12 +350,12 @@ TEST_F(RegistryTest, CopiesShareNothing) {
     assigned.LoadDoc("<r><gone>1</gone></r>");
     assigned = copy;
     copy = *&copy;
-    registry.RemoveAll();
-    registry.Obj("Log").RemoveAll();
+    for (QzRegistry::Object* table :
+         {static_cast<QzRegistry::Object*>(&registry), &registry.Obj("Log"), &registry.ObjSeq("Layers")[0],
+          static_cast<QzRegistry::Object*>(&registry.SubReg("Deep")),
+          static_cast<QzRegistry::Object*>(&resource)})
+        table->SetAt("1", "y");
     registry.Seq("Fonts").RemoveAll();
-    registry.ObjSeq("Layers")[0].RemoveAll();
-    registry.SubReg("Deep").SubReg("Deep").RemoveAll();
-    resource.SetAt("1", "y");
     Registry expected;
     expected.LoadDoc(KeldMBString(document));
     for (const Registry* const one : {&copy, &assigned}) {
