@@ -147,26 +147,20 @@ TEST(Codec, JudgesLocalesBySubstring) {
 
 TEST(StringW, TakesParts) {
     const QzStringW text(L"abcd");
-    const std::pair<QzStringW, const wchar_t*> cases[] = {{text.Left(-1), L""},
-                                                          {text.Left(2), L"ab"},
-                                                          {text.Left(4), L"abcd"},
-                                                          {text.Right(-1), L"abcd"},
-                                                          {text.Right(0), L""},
-                                                          {text.Right(3), L"bcd"},
-                                                          {text.Right(4), L""},
-                                                          {text.Mid(-2), L"abcd"},
-                                                          {text.Mid(3), L"d"},
-                                                          {text.Mid(4), L""},
-                                                          {text.Mid(1, -1), L""},
-                                                          {text.Mid(-3, 2), L"ab"},
-                                                          {text.Mid(2, 9), L"cd"},
-                                                          {text.SpanIncluding(L"ba"), L"ab"},
-                                                          {text.SpanIncluding(L"dcba"), L"abcd"},
-                                                          {text.SpanIncluding(L""), L""},
-                                                          {text.SpanExcluding(L"dc"), L"ab"},
-                                                          {text.SpanExcluding(L"x"), L"abcd"}};
-    for (const auto& row : cases)
-        EXPECT_TRUE(row.first == row.second) << &row - cases;
+    const auto each = [](auto part) {
+        std::wstring parts;
+        for (int n = -1; n <= 5; ++n)
+            (parts += part(n).Cstr()) += L',';
+        return parts;
+    };
+    EXPECT_EQ(each([&](int n) { return text.Left(n); }), L",,a,ab,abc,abcd,abcd,");
+    EXPECT_EQ(each([&](int n) { return text.Right(n); }), L"abcd,,d,cd,bcd,,,");
+    EXPECT_EQ(each([&](int n) { return text.Mid(n); }), L"abcd,abcd,bcd,cd,d,,,");
+    EXPECT_EQ(each([&](int n) { return text.Mid(n, 2); }), L"ab,ab,bc,cd,d,,,");
+    EXPECT_EQ(each([&](int n) { return text.Mid(1, n); }), L",,b,bc,bcd,bcd,bcd,");
+    EXPECT_TRUE(text.SpanIncluding(L"ba") == L"ab" && text.SpanIncluding(L"dcba") == text);
+    EXPECT_TRUE(text.SpanExcluding(L"dc") == L"ab" && text.SpanExcluding(L"x") == text);
+    EXPECT_TRUE(text.SpanIncluding(L"") == L"");
     EXPECT_EQ(text.Find(L'c'), 2);
     EXPECT_EQ(text.Find(L'a', 1), -1);
     EXPECT_EQ(text.Find(L"cd", -7), 2);
