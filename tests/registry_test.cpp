@@ -313,7 +313,7 @@ TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
         return Registry(path);
     };
     for (const std::string& name : {""s, "a b"s, "a\0b"s, "x>y</x><z"s}) {
-        for (const std::size_t place : {0, 1, 2}) {
+        for (std::size_t place = 0; place < 3; ++place) {
             Registry registry = fresh();
             QzRegistry::Object* const tables[] = {&registry, &registry.Obj("o"), &registry.SubReg("s")};
             tables[place]->SetAt(KeldMBString(name), "1");
