@@ -9,14 +9,16 @@ using namespace KELD;
 
 TEST(MBString, TakesPartsWithinBounds) {
     const KeldMBString text("abcdef");
-    const std::pair<KeldMBString, const char*> parts[] = {
-        {text.Left(2), "ab"},    {text.Left(-1), ""},      {text.Left(99), "abcdef"},
-        {text.Right(2), "ef"},   {text.Right(-1), ""},     {text.Right(KeldMBString::MaxLength), "abcdef"},
-        {text.Mid(2, 3), "cde"}, {text.Mid(-3), "abcdef"}, {text.Mid(4, KeldMBString::MaxLength), "ef"},
-        {text.Mid(6), ""},
+    const auto each = [](auto part) {
+        std::string parts;
+        for (const int n : {-1, 0, 2, 5, 6, 7, KeldMBString::MaxLength})
+            (parts += part(n).Cstr()) += ',';
+        return parts;
     };
-    for (const auto& [part, expected] : parts)
-        EXPECT_EQ(part, expected);
+    EXPECT_EQ(each([&](int n) { return text.Left(n); }), ",,ab,abcde,abcdef,abcdef,abcdef,");
+    EXPECT_EQ(each([&](int n) { return text.Right(n); }), ",,ef,bcdef,abcdef,abcdef,abcdef,");
+    EXPECT_EQ(each([&](int n) { return text.Mid(n); }), "abcdef,abcdef,cdef,f,,,,");
+    EXPECT_EQ(each([&](int n) { return text.Mid(4, n); }), ",,ef,ef,ef,ef,ef,");
 
     EXPECT_EQ(text.Find("cd"), 2);
     EXPECT_EQ(text.Find("cd", 3), -1);

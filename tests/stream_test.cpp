@@ -161,12 +161,12 @@ TEST(File, IsReplacedWholeOrNotAtAll) {
         return replaced;
     };
     ASSERT_TRUE(replace("file", "one"));
-    std::filesystem::permissions(scratch / "file", std::filesystem::perms{0604});
+    std::filesystem::permissions(scratch / "file", std::filesystem::perms{0606});
     std::filesystem::create_directory(scratch / "elsewhere");
     std::filesystem::create_symlink(scratch / "file", scratch / "elsewhere/link");
     EXPECT_TRUE(replace("elsewhere\\link", KeldMBString("t\0wo", 4)));
     EXPECT_EQ(ReadBytes(scratch / "file"), "t\0wo"s);
-    EXPECT_EQ(std::filesystem::status(scratch / "file").permissions(), std::filesystem::perms{0604});
+    EXPECT_EQ(std::filesystem::status(scratch / "file").permissions(), std::filesystem::perms{0606});
     EXPECT_TRUE(std::filesystem::is_symlink(scratch / "elsewhere/link"));
 
     ASSERT_EQ(mkfifo((scratch / "pipe").c_str(), 0600), 0);
@@ -192,9 +192,7 @@ TEST(Text, SprintfCutsAndTraceReachesItsHandler) {
     EXPECT_STREQ(buffer, "123");
     EXPECT_EQ(Qzsprintf(buffer, 0, "x"), 0);
 
-    static std::string s_traced;
-    const QzTraceHandler previous = SetTraceHandler([](const char* text) { s_traced += text; });
+    const TextLog<&SetTraceHandler> trace;
     qztrace("%s %d", "line", 1);
-    SetTraceHandler(previous);
-    EXPECT_EQ(s_traced, "line 1");
+    EXPECT_EQ(trace.Texts(), std::vector<std::string>{"line 1"});
 }

@@ -12,13 +12,14 @@
 #include "base/keldmbstring.h"
 #include "base/keldsystem.h"
 
-/// Collects the texts of the assertions raised while it lives.
-class AssertionLog {
+/// Collects the texts that a handler is given while it lives; `SetHandler` puts it in its place.
+template <auto SetHandler>
+class TextLog {
 public:
-    AssertionLog() : m_previous(KELD::SetAssertHandler(Record)) { Texts().clear(); }
-    ~AssertionLog() { KELD::SetAssertHandler(m_previous); }
-    AssertionLog(const AssertionLog&) = delete;
-    AssertionLog& operator=(const AssertionLog&) = delete;
+    TextLog() { Texts().clear(); }
+    ~TextLog() { SetHandler(m_previous); }
+    TextLog(const TextLog&) = delete;
+    TextLog& operator=(const TextLog&) = delete;
 
     static std::vector<std::string>& Texts() {
         static std::vector<std::string> s_texts;
@@ -26,10 +27,15 @@ public:
     }
 
 private:
-    static void Record(const char* expression, const char*, int) { Texts().emplace_back(expression); }
+    template <class... Rest>
+    static void Record(const char* text, Rest...) {
+        Texts().emplace_back(text);
+    }
 
-    KELD::KeldAssertHandler m_previous;
+    decltype(SetHandler(nullptr)) m_previous = SetHandler(Record);
 };
+
+using AssertionLog = TextLog<&KELD::SetAssertHandler>;
 
 /// Makes a charset the current one while it lives.
 class CurrentCharset {
@@ -85,8 +91,8 @@ std::string Bytes(const Stream& stream) {
 
 namespace KELD {
 
-inline void PrintTo(const KeldMBString& text, std::ostream* out) {
-    *out << '"' << text.View() << '"';
+inline std::ostream& operator<<(std::ostream& out, const KeldMBString& text) {
+    return out << text.View();
 }
 
 } // namespace KELD
