@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <iterator>
 #include <map>
@@ -44,10 +45,9 @@ inline AttributeList Attributes(const Qzc::QzMarkup& markup, bool ofChild) {
     AttributeList list;
     const int count = ofChild ? markup.GetChildAttribCount() : markup.GetAttribCount();
     for (int i = 0; i < count; ++i) {
-        const Qzc::KeldMBString name = ofChild ? markup.GetChildAttribName(i) : markup.GetAttribName(i);
-        list.emplace_back(
-            name.Cstr(),
-            (ofChild ? markup.GetChildAttrib(name.Cstr()) : markup.GetAttrib(name.Cstr())).Cstr());
+        const std::string name((ofChild ? markup.GetChildAttribName(i) : markup.GetAttribName(i)).View());
+        const char* const key = name.c_str();
+        list.emplace_back(name, (ofChild ? markup.GetChildAttrib(key) : markup.GetAttrib(key)).View());
     }
     return list;
 }
@@ -100,15 +100,14 @@ std::string RandomStep(CheckedMarkup& markup, Next next) {
     const Qzc::KeldMBString main = markup.GetSubDoc();
     const Qzc::KeldMBString child = markup.GetChildSubDoc();
     AttributeList attributes = Attributes(markup, ofChild);
-    bool replaces = false;
-    for (auto& [attribute, value] : attributes) { // one that stands twice reads as the first
-        if (name != nullptr && attribute == name) {
-            value = text != nullptr ? text : "";
-            replaces = true;
-        }
+    const AttributeList::value_type written(name != nullptr ? name : "", text != nullptr ? text : "");
+    if (std::none_of(attributes.begin(), attributes.end(),
+                     [&](const auto& attribute) { return attribute.first == written.first; }))
+        attributes.push_back(written);
+    for (auto& attribute : attributes) { // one that stands twice reads as the first
+        if (attribute.first == written.first)
+            attribute = written;
     }
-    if (!replaces)
-        attributes.emplace_back(name != nullptr ? name : "", text != nullptr ? text : "");
 
     bool done = false;
     switch (step) {
@@ -146,7 +145,6 @@ std::string RandomStep(CheckedMarkup& markup, Next next) {
     const bool holds = step < 4    ? tag == name && data == text
                        : step < 8  ? !tag.IsEmpty()
                        : step < 10 ? Attributes(markup, ofChild) == attributes
-                       : step < 12 ? data == text
-                                   : true;
+                                   : step > 11 || data == text;
     return holds ? "" : "step " + std::to_string(step) + " does not read back";
 }

@@ -4,19 +4,22 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "base/keldassert.h"
+#include "base/keldmbstring.h"
 #include "base/keldsystem.h"
 
-/// Collects the texts of the assertions raised while it lives.
-class AssertionLog {
+/// Collects the texts that a handler is given while it lives; `SetHandler` puts it in its place.
+template <auto SetHandler>
+class TextLog {
 public:
-    AssertionLog() : m_previous(KELD::SetAssertHandler(Record)) { Texts().clear(); }
-    ~AssertionLog() { KELD::SetAssertHandler(m_previous); }
-    AssertionLog(const AssertionLog&) = delete;
-    AssertionLog& operator=(const AssertionLog&) = delete;
+    TextLog() { Texts().clear(); }
+    ~TextLog() { SetHandler(m_previous); }
+    TextLog(const TextLog&) = delete;
+    TextLog& operator=(const TextLog&) = delete;
 
     static std::vector<std::string>& Texts() {
         static std::vector<std::string> s_texts;
@@ -24,10 +27,15 @@ public:
     }
 
 private:
-    static void Record(const char* expression, const char*, int) { Texts().emplace_back(expression); }
+    template <class... Rest>
+    static void Record(const char* text, Rest...) {
+        Texts().emplace_back(text);
+    }
 
-    KELD::KeldAssertHandler m_previous;
+    decltype(SetHandler(nullptr)) m_previous = SetHandler(Record);
 };
+
+using AssertionLog = TextLog<&KELD::SetAssertHandler>;
 
 /// Makes a charset the current one while it lives.
 class CurrentCharset {
@@ -73,3 +81,18 @@ inline std::string ReadBytes(const std::string& path) {
 inline void WriteBytes(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
+
+/// The bytes that a memory stream or a byte array holds.
+template <class Stream>
+std::string Bytes(const Stream& stream) {
+    return std::string(reinterpret_cast<const char*>(stream.GetData()),
+                       static_cast<std::size_t>(stream.GetLength()));
+}
+
+namespace KELD {
+
+inline std::ostream& operator<<(std::ostream& out, const KeldMBString& text) {
+    return out << text.View();
+}
+
+} // namespace KELD

@@ -88,7 +88,11 @@ public:
     void FormatV(const char* format, std::va_list arguments);
 
     KeldMBString& Append(const char* text, int length);
-    KeldMBString& Append(std::string_view text);
+    KeldMBString& Append(std::string_view text) {
+        if (text.size() <= MaxLength - m_text.size() || HasRoomFor(text.size()))
+            m_text.append(text);
+        return *this;
+    }
     KeldMBString& operator+=(const KeldMBString& text) { return Append(text.m_text); }
     KeldMBString& operator+=(const char* text);
     KeldMBString& operator+=(char c);

@@ -306,7 +306,9 @@ private:
     void ForgetReleasedPositions();
     void ShiftSubtrees(int iFirst, int nShift);
     int PreviousSibling(int iPos) const;
-    unsigned char InsertMarkup(const KeldMBString& text, unsigned char bInsert, unsigned char bAddChild);
+    /// `only` is the record of the one element that the text is, with offsets in the text, where it is known.
+    unsigned char InsertMarkup(const KeldMBString& text, unsigned char bInsert, unsigned char bAddChild,
+                               const ElementPos* only = nullptr);
     unsigned char InsertTopMarkup(const KeldMBString& text);
     unsigned char ReplaceContent(int iPos, const KeldMBString& content, bool bNeedsElement = false);
     int

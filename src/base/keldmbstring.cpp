@@ -230,12 +230,6 @@ KeldMBString& KeldMBString::Append(const char* text, int length) {
                                          : *this;
 }
 
-KeldMBString& KeldMBString::Append(std::string_view text) {
-    if (HasRoomFor(text.size()))
-        m_text.append(text);
-    return *this;
-}
-
 KeldMBString& KeldMBString::operator+=(const char* text) {
     return Append(Text(text));
 }

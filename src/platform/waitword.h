@@ -32,8 +32,8 @@ inline void PauseSpinning() {
 #endif
 }
 
-/// How often a lock is looked at again before its thread goes to sleep: about as long as going to sleep
-/// takes.
+/// How often a lock is looked at again before its thread goes to sleep: enough for a holder that is just
+/// letting go. More makes things worse where the holder waits for this very processor.
 constexpr int SpinCount = 10;
 
 } // namespace Platform

@@ -1,6 +1,7 @@
 #include "toolkit/qzmarkup.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "base/keldarray.h"
@@ -241,8 +242,13 @@ int QzMarkup::FindElem(int iPosParent, int iPos, const char* szName) const {
     if (m_nPosCapacity == 0)
         return 0;
     const std::string_view name = View(szName);
+    // Most names differ, which the bytes alone tell.
+    const auto isNamed = [&](int i) {
+        const char* const start = SkipBlanks(m_strDoc.Cstr() + Clip(Pos(i).nStartL + 1));
+        return std::strncmp(start, name.data(), name.size()) == 0 && SkipName(start) == start + name.size();
+    };
     int iFound = iPos != 0 ? Pos(iPos).iElemNext : Pos(iPosParent).iElemChild;
-    while (iFound != 0 && !name.empty() && TagName(iFound) != name)
+    while (iFound != 0 && !name.empty() && !isNamed(iFound))
         iFound = Pos(iFound).iElemNext;
     return iFound;
 }
@@ -419,10 +425,14 @@ unsigned char QzMarkup::CreateNode(KeldMBString& strNode, int nNodeType, const c
 // ---- Editing
 
 unsigned char QzMarkup::IsName(const char* szName) {
-    const std::string_view name = View(szName);
-    return !name.empty() &&
-           std::none_of(name.begin(), name.end(), [](char c) { return c == '&' || Is(c, Quote); }) &&
-           SkipName(name.data()) == name.data() + name.size();
+    if (szName == nullptr)
+        return 0;
+    const char* p = szName;
+    for (; *p != '&'; ++p) {
+        if (Is(*p, Quote | Delimiter) && (Is(*p, Quote) || EndsName(szName, p)))
+            break;
+    }
+    return *p == '\0' && p != szName;
 }
 
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData) {
@@ -513,14 +523,23 @@ unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned
     const std::string_view name = View(szName);
     if (!IsName(szName) || View(szData).size() > MaxValueLength)
         return 0;
+    const std::string_view data = View(szData);
     KeldMBString markup;
-    markup.Append("<").Append(name);
-    if (View(szData).empty())
-        markup.Append("/>");
-    else
-        ((markup.Append(">") += TextToDoc(szData, 0)).Append("</").Append(name)).Append(">");
-    markup += LineEnd;
-    return InsertMarkup(markup, bInsert, bAddChild);
+    markup.Reserve(static_cast<int>(std::min<std::size_t>(
+        2 * name.size() + data.size() + data.size() / 10 + 8, KeldMBString::MaxLength)));
+    markup.Append("<").Append(name).Append(data.empty() ? "/>" : ">");
+    ElementPos only{};
+    only.nStartR = markup.GetLength() - 1;
+    if (!data.empty()) {
+        AppendEscaped(markup, data, "<&>");
+        only.nEndL = markup.GetLength();
+        markup.Append("</").Append(name).Append(">");
+    }
+    only.nEndR = markup.GetLength() - 1;
+    markup.Append(std::string_view(LineEnd));
+    // Where the text may have grown beyond what a string holds, the parser finds out.
+    const bool whole = markup.GetLength() <= KeldMBString::MaxLength / 2;
+    return InsertMarkup(markup, bInsert, bAddChild, whole ? &only : nullptr);
 }
 
 unsigned char QzMarkup::AddSubDoc(const char* szSubDoc, unsigned char bInsert, unsigned char bAddChild) {
@@ -535,8 +554,8 @@ unsigned char QzMarkup::AddSubDoc(const char* szSubDoc, unsigned char bInsert, u
     return InsertMarkup(markup, bInsert, bAddChild);
 }
 
-unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bInsert,
-                                     unsigned char bAddChild) {
+unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bInsert, unsigned char bAddChild,
+                                     const ElementPos* only) {
     if (bAddChild && m_nNodeType != NodeElement)
         return 0;
     const int iPosParent = bAddChild ? m_iPos : m_iPosParent;
@@ -553,8 +572,16 @@ unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bIn
         fragment.iLast = Pos(iPosParent).iElemLast;
     } else {
         const int nLeft = LocateNew(iPosParent, iPosRel, bInsert);
-        if (!ParseFragment(text, nLeft, iPosParent, fragment) || fragment.nCount == 0)
+        if (only != nullptr) {
+            const int iPos = GetFreePos();
+            if (iPos == 0)
+                return 0;
+            Pos(iPos) = ElementPos{
+                nLeft, only->nStartR + nLeft, only->nEndL + nLeft, only->nEndR + nLeft, 0, iPosParent, 0, 0};
+            fragment = {iPos, iPos, 1};
+        } else if (!ParseFragment(text, nLeft, iPosParent, fragment) || fragment.nCount == 0) {
             return 0;
+        }
         if (!DocChange(nLeft, 0, text)) {
             ReleasePos(fragment.iFirst);
             return 0;

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+
+#include "base/namespaces.h"
+
+namespace Qzc {
+
+/// A colour with transparency, each part from 0 to 1; an alpha of 1 is opaque.
+class QzColorValue3D {
+public:
+    constexpr QzColorValue3D() = default; ///< opaque white
+    constexpr QzColorValue3D(double r, double g, double b, double a = 1)
+        : red(r), green(g), blue(b), alpha(a) {}
+
+    /// From a packed value: red in the low byte, then green, blue and alpha. The colours that KELDRGB makes
+    /// have no alpha byte, so they come out fully transparent; set `alpha` where that is not meant.
+    constexpr explicit QzColorValue3D(std::uint32_t value)
+        : red(Part(value)), green(Part(value >> 8)), blue(Part(value >> 16)), alpha(Part(value >> 24)) {}
+
+    /// The packed value, each part cut to 0 to 1 and rounded. Gives back what a packed value was made into.
+    constexpr std::uint32_t GetValue() const {
+        return Byte(red) | Byte(green) << 8 | Byte(blue) << 16 | Byte(alpha) << 24;
+    }
+
+    friend constexpr bool operator==(const QzColorValue3D& a, const QzColorValue3D& b) {
+        return a.red == b.red && a.green == b.green && a.blue == b.blue && a.alpha == b.alpha;
+    }
+    friend constexpr bool operator!=(const QzColorValue3D& a, const QzColorValue3D& b) { return !(a == b); }
+
+    static const QzColorValue3D Black;
+    static const QzColorValue3D White;
+    static const QzColorValue3D Red;
+    static const QzColorValue3D Green;
+    static const QzColorValue3D Blue;
+    static const QzColorValue3D Yellow;
+
+    double red = 1;
+    double green = 1;
+    double blue = 1;
+    double alpha = 1;
+
+private:
+    static constexpr double Part(std::uint32_t value) { return (value & 0xFF) / 255.0; }
+    static constexpr std::uint32_t Byte(double part) {
+        // Written so that what is no number counts as 0.
+        return !(part > 0) ? 0 : part >= 1 ? 255 : static_cast<std::uint32_t>((part * 510 + 1) / 2);
+    }
+};
+
+inline constexpr QzColorValue3D QzColorValue3D::Black{0, 0, 0};
+inline constexpr QzColorValue3D QzColorValue3D::White{1, 1, 1};
+inline constexpr QzColorValue3D QzColorValue3D::Red{1, 0, 0};
+inline constexpr QzColorValue3D QzColorValue3D::Green{0, 1, 0};
+inline constexpr QzColorValue3D QzColorValue3D::Blue{0, 0, 1};
+inline constexpr QzColorValue3D QzColorValue3D::Yellow{1, 1, 0};
+
+} // namespace Qzc

@@ -1,0 +1,187 @@
+#pragma once
+
+#include <cstdint>
+
+#include "base/keldmbstring.h"
+#include "base/keldpoint2d.h"
+#include "base/namespaces.h"
+#include "stream/qzstream.h"
+#include "toolkit/motoolkitexport.h"
+#include "toolkit/qzcolorvalue3d.h"
+
+namespace Qzc {
+
+// What a record holds beyond these values is kept and written back as it is.
+
+enum QzFill3DMode : std::int32_t { FILL_FACE = 1, FILL_LINE = 2, FILL_FACEANDLINE = 3 };
+enum AltitudeMode : std::int32_t {
+    ClampToGround = 0,
+    RelativeToGround = 1,
+    Absolute = 2,
+    RelativeToUnderground = 3
+};
+enum QzTextureRepeatMode : std::int32_t { RepeatTimes = 0, RealSize = 1 };
+enum QzBillBoardMode : std::int32_t { SCREEN_ALIGNED = 0, AUTO_Z_AXIAL = 1, FIXED_ANGLE = 2 };
+enum QzLineStyle3D : std::int32_t { LINE_SIMPLE = 0, LINE_PIPELINE = 1 };
+
+/// The three-dimensional attributes of a drawing style: a value, copied and compared by value. A QzStyle owns
+/// one when it needs it.
+///
+/// Setters raise the modified flag when the value differs from the one held, except those of the 3D marker,
+/// of the fillet and of the tessellation, which never do. Reading a record or XML leaves the flag alone.
+/// docs/styles.md has the record and the XML form as tables. An object is used by one thread at a time.
+class MOTOOLKIT_API QzStyleEx {
+public:
+    QzStyleEx() = default;
+    QzStyleEx(const QzStyleEx&) = default;
+    QzStyleEx& operator=(const QzStyleEx&) = default;
+    virtual ~QzStyleEx();
+
+    /// Whether both draw alike: everything but the modified flag.
+    bool operator==(const QzStyleEx& other) const;
+    bool operator!=(const QzStyleEx& other) const { return !(*this == other); }
+
+    QzFill3DMode GetFill3DMode() const { return m_eFill3DMode; }
+    void SetFill3DMode(QzFill3DMode mode) { Change(m_eFill3DMode, mode); }
+    AltitudeMode GetAltitudeMode() const { return m_eAltitudeMode; }
+    void SetAltitudeMode(AltitudeMode mode) { Change(m_eAltitudeMode, mode); }
+    const KeldMBString& GetIconName() const { return m_strIconName; }
+    void SetIconName(const KeldMBString& name) { Change(m_strIconName, name); }
+    float GetIconScale() const { return m_fIconScale; }
+    void SetIconScale(float scale) { Change(m_fIconScale, scale); }
+    float GetPointSize() const { return m_fPointSize; }
+    void SetPointSize(float size) { Change(m_fPointSize, size); }
+    const QzColorValue3D& GetPointColor() const { return m_colorPoint; }
+    void SetPointColor(const QzColorValue3D& color) { Change(m_colorPoint, color); }
+    float GetLineWidth() const { return static_cast<float>(m_dLineWidth); }
+    void SetLineWidth(float width) { Change<double>(m_dLineWidth, width); }
+    const QzColorValue3D& GetLineColor() const { return m_colorLine; }
+    void SetLineColor(const QzColorValue3D& color) { Change(m_colorLine, color); }
+    const QzColorValue3D& GetFillColor() const { return m_colorFill; }
+    void SetFillColor(const QzColorValue3D& color) { Change(m_colorFill, color); }
+    float GetBottomAltitude() const { return static_cast<float>(m_dBottomAltitude); }
+    void SetBottomAltitude(float altitude) { Change<double>(m_dBottomAltitude, altitude); }
+    float GetExtendHeight() const { return static_cast<float>(m_dExtendHeight); }
+    void SetExtendHeight(float height) { Change<double>(m_dExtendHeight, height); }
+    const KeldMBString& GetSideTexture() const { return m_strSideTexture; }
+    void SetSideTexture(const KeldMBString& name) { Change(m_strSideTexture, name); }
+    const KeldMBString& GetTopTexture() const { return m_strTopTexture; }
+    void SetTopTexture(const KeldMBString& name) { Change(m_strTopTexture, name); }
+    float GetTilingU() const { return m_fTilingU; }
+    void SetTilingU(float tiling) { Change(m_fTilingU, tiling); }
+    float GetTilingV() const { return m_fTilingV; }
+    void SetTilingV(float tiling) { Change(m_fTilingV, tiling); }
+    QzTextureRepeatMode GetTextureRepeatMode() const { return m_eTextureRepeatMode; }
+    void SetTextureRepeatMode(QzTextureRepeatMode mode) { Change(m_eTextureRepeatMode, mode); }
+    float GetTopTilingU() const { return m_fTopTilingU; }
+    void SetTopTilingU(float tiling) { Change(m_fTopTilingU, tiling); }
+    float GetTopTilingV() const { return m_fTopTilingV; }
+    void SetTopTilingV(float tiling) { Change(m_fTopTilingV, tiling); }
+    QzTextureRepeatMode GetTopTextureRepeatMode() const { return m_eTopTextureRepeatMode; }
+    void SetTopTextureRepeatMode(QzTextureRepeatMode mode) { Change(m_eTopTextureRepeatMode, mode); }
+    const KeldPoint2D& GetIconAnchorPoint() const { return m_pntIconAnchor; }
+    void SetIconAnchorPoint(const KeldPoint2D& anchor) { Change(m_pntIconAnchor, anchor); }
+    unsigned char GetFixedPixelSize() const { return m_bFixedPixelSize; }
+    void SetFixedPixelSize(unsigned char fixed) { Change(m_bFixedPixelSize, Flag(fixed)); }
+    QzBillBoardMode GetBillBoardMode() const { return m_eBillBoardMode; }
+    void SetBillBoardMode(QzBillBoardMode mode) { Change(m_eBillBoardMode, mode); }
+    QzLineStyle3D GetLineStyle() const { return m_eLineStyle; }
+    void SetLineStyle(QzLineStyle3D style) { Change(m_eLineStyle, style); }
+    unsigned int GetPipeSides() const { return m_nPipeSides; } ///< of a pipeline's cross-section
+    void SetPipeSides(unsigned int sides) { Change(m_nPipeSides, sides); }
+    int GetMarkerStyle() const { return m_nMarkerStyle; } ///< symbol identifier
+    void SetMarkerStyle(int style) { Change(m_nMarkerStyle, style); }
+
+    unsigned char IsMarker3D() const { return m_bMarker3D; }
+    void SetMarker3D(unsigned char is3D) { m_bMarker3D = Flag(is3D); }
+    double GetMarker3DScaleX() const { return m_dScale[0]; }
+    void SetMarker3DScaleX(double scale) { m_dScale[0] = scale; }
+    double GetMarker3DScaleY() const { return m_dScale[1]; }
+    void SetMarker3DScaleY(double scale) { m_dScale[1] = scale; }
+    double GetMarker3DScaleZ() const { return m_dScale[2]; }
+    void SetMarker3DScaleZ(double scale) { m_dScale[2] = scale; }
+    double GetMarker3DRotateX() const { return m_dRotate[0]; }
+    void SetMarker3DRotateX(double angle) { m_dRotate[0] = angle; }
+    double GetMarker3DRotateY() const { return m_dRotate[1]; }
+    void SetMarker3DRotateY(double angle) { m_dRotate[1] = angle; }
+    double GetMarker3DRotateZ() const { return m_dRotate[2]; }
+    void SetMarker3DRotateZ(double angle) { m_dRotate[2] = angle; }
+    unsigned char IsFiletEnable() const { return m_bFiletEnable; } ///< pipelines have rounded corners
+    void SetFiletEnable(unsigned char enable) { m_bFiletEnable = Flag(enable); }
+    unsigned char IsTessellate() const { return m_bTessellate; }
+    void SetTessellate(unsigned char tessellate) { m_bTessellate = Flag(tessellate); }
+    unsigned char IsModified() const { return m_bModified; }
+    void SetModifiedFlag(unsigned char modified = 1) { m_bModified = Flag(modified); }
+
+    /// Appends the block of a geometry kind: 0 point, 1 line, 2 region, 3 or 4 model; any other kind has only
+    /// the fields that all share. The texture repeat modes, line width, line style, marker style and modified
+    /// flag are not in it.
+    void Save(QzStream& stream, int kind) const;
+
+    /// Reads such a block, or one of the older form without the version stamp (see docs/styles.md), and never
+    /// past the end of the stream: a field that is not wholly there keeps its value, and so do those behind
+    /// it. That is a failed read of the stream (IsGood), except among the fields of the kind in the older
+    /// form, which may end early. GetStyleSize of what is then held.
+    int Load(QzStream& stream, int kind);
+
+    unsigned int GetStyleSize(int kind) const; ///< the bytes that Save writes
+
+    /// One element named `tag` ("zpl:Style" when empty), in the current charset. All fields but the modified
+    /// flag and the marker style are in it, with the precision of their text. The version is 0 or at least
+    /// 20031211. Empty when `tag` is no name.
+    KeldMBString ToXML(int nVersion, const KeldMBString& tag) const;
+
+    /// Reads such an element, its children in any order; what is missing keeps its value, and so does a mode
+    /// whose name is not known (names are compared without regard to case). False for an empty text.
+    unsigned char FromXML(const KeldMBString& xml, int nVersion);
+
+    /// The colour of "RGBA(red,green,blue,alpha)", whatever stands behind: the numbers that follow the first
+    /// bracket and the first three commas; what is missing or no number is 0.
+    static QzColorValue3D ConvertRGBAColor(const KeldMBString& text);
+
+private:
+    static unsigned char Flag(unsigned char value) { return value != 0 ? 1 : 0; }
+    template <class T>
+    void Change(T& field, const T& value) {
+        const bool changes = !(field == value);
+        field = value;
+        if (changes)
+            SetModifiedFlag(1);
+    }
+    template <class Style, class Visitor>
+    static void VisitKind(Style& style, int kind, Visitor& visit);
+
+    QzFill3DMode m_eFill3DMode = FILL_FACE;
+    AltitudeMode m_eAltitudeMode = ClampToGround;
+    KeldMBString m_strIconName;
+    float m_fIconScale = 1;
+    float m_fPointSize = 4;
+    QzColorValue3D m_colorPoint;
+    double m_dLineWidth = 1;
+    QzColorValue3D m_colorLine;
+    QzColorValue3D m_colorFill;
+    double m_dBottomAltitude = 0;
+    double m_dExtendHeight = 0;
+    KeldMBString m_strSideTexture;
+    KeldMBString m_strTopTexture;
+    float m_fTilingU = 1;
+    float m_fTilingV = 1;
+    QzTextureRepeatMode m_eTextureRepeatMode = RepeatTimes;
+    float m_fTopTilingU = 1;
+    float m_fTopTilingV = 1;
+    QzTextureRepeatMode m_eTopTextureRepeatMode = RepeatTimes;
+    KeldPoint2D m_pntIconAnchor;
+    unsigned char m_bMarker3D = 0;
+    std::int32_t m_nMarkerStyle = 0;
+    double m_dScale[3] = {1, 1, 1};
+    double m_dRotate[3] = {0, 0, 0};
+    unsigned char m_bFixedPixelSize = 1;
+    unsigned char m_bFiletEnable = 0;
+    unsigned char m_bModified = 0;
+    QzBillBoardMode m_eBillBoardMode = SCREEN_ALIGNED;
+    QzLineStyle3D m_eLineStyle = LINE_SIMPLE;
+    std::uint32_t m_nPipeSides = 20;
+    unsigned char m_bTessellate = 0;
+};
+
+} // namespace Qzc

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include <csignal>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+/// A child process that runs `body`, whose result tells whether it succeeded. Killed at the end of the scope.
+class Child {
+public:
+    explicit Child(const std::function<bool()>& body) : m_id(fork()) {
+        if (m_id == 0) {
+            alarm(120); // an orphan that hangs ends
+            _exit(body() ? 0 : 1);
+        }
+    }
+    ~Child() { Kill(); }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    int Id() const { return m_id; }
+
+    void Kill() {
+        if (m_id > 0)
+            kill(m_id, SIGKILL);
+        Wait();
+    }
+
+    /// Waits for its end: whether it ended by itself, with success.
+    bool Succeeds() {
+        const int status = Wait();
+        return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    }
+
+private:
+    int Wait() {
+        int status = -1;
+        if (m_id > 0)
+            waitpid(m_id, &status, 0);
+        m_id = 0;
+        return status;
+    }
+
+    int m_id;
+};
+
+/// An object that this process and its later children share.
+template <class T>
+class SharedWithChildren {
+public:
+    SharedWithChildren()
+        : m_object(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+                       T()) {}
+    ~SharedWithChildren() { munmap(m_object, sizeof(T)); }
+    SharedWithChildren(const SharedWithChildren&) = delete;
+    SharedWithChildren& operator=(const SharedWithChildren&) = delete;
+
+    T* operator->() { return m_object; }
+    T& operator*() { return *m_object; }
+
+private:
+    T* m_object;
+};
