@@ -15,9 +15,9 @@
 #include <sys/resource.h>
 
 #include "childprocess.h"
+#include "log_lines.h"
 #include "platform/namedsemaphore.h"
 #include "platform/sharedmemory.h"
-#include "toolkit/qzlogfile.h"
 #include "toolkit/qzprocessreaderlock.h"
 #include "toolkit/qzprocesswriterlock.h"
 
@@ -32,26 +32,6 @@ const std::filesystem::path& Directory() {
     static const std::filesystem::path s_path = "/dev/shm/motoolkit-" + std::to_string(geteuid());
     return s_path;
 }
-
-/// What is recorded in the log while it lives, repeats included: "level code: message" a line.
-class LogLines {
-public:
-    LogLines() {
-        s_lines.clear();
-        QzLogFile& log = QzLogFile::GetInstance(false);
-        log.SetFilterRepeat(0);
-        log.SetLogFormat("%LEVEL%RESID: %MSG");
-        QzLogFile::SetCallBack([](const char* line) { s_lines += std::string(line) + "\n"; });
-    }
-    ~LogLines() { QzLogFile::SetCallBack(nullptr); }
-    LogLines(const LogLines&) = delete;
-    LogLines& operator=(const LogLines&) = delete;
-    bool Has(const std::string& text) const { return s_lines.find(text) != std::string::npos; }
-    bool IsEmpty() const { return s_lines.empty(); }
-
-private:
-    static inline std::string s_lines;
-};
 
 /// A name of each test's own. What it leaves is a fault: everything is gone with the last that has it open.
 class ProcessLock : public testing::Test {

@@ -250,7 +250,7 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     std::string document = EveryKind;
     WriteBytes(path, document.insert(document.find("</Root>"), "<in type='external'>data\\x.xml</in>"));
     Registry registry(path);
-    EXPECT_EQ(m_trace.Texts().size(), 1U) << "the directory is looked for once for all files";
+    EXPECT_LE(m_trace.Texts().size(), 1U) << "the directory is looked for once, not for each file";
     EXPECT_EQ(registry.GetSubFileName("in"), QzRegistry::XmlPath() + "data/x.xml");
     const std::string saved = Save(registry, path);
     EXPECT_TRUE(Registry(path) == registry) << saved;
