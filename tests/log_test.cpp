@@ -637,7 +637,7 @@ TEST_F(LogTest, ThreadsLoseAndTearNothing) {
 #endif
     constexpr int Threads = 8;
     const auto text = [](int t, int i) {
-        return std::to_string(t) + std::string(i % 50U, '.') + std::to_string(i);
+        return std::to_string(t) + std::string(static_cast<std::size_t>(i % 50), '.') + std::to_string(i);
     };
     log.SetLogFormat("%MSG %CODELINE %THREADID");
     log.SetFilterRepeat(1);
