@@ -141,12 +141,6 @@ TEST(NamedObject, CountsLikeASemaphore) {
     other.Close(); // with the last unit
     for (const auto expected : {Waited::Abandoned, Waited::TimedOut})
         EXPECT_EQ(semaphore.Wait(0), expected);
-    EXPECT_TRUE(semaphore.Post());
-    ASSERT_EQ(other.Open("count", 0, 9), Opening::Opened);
-    EXPECT_EQ(other.Wait(0, Platform::Taker::Group), Waited::Acquired);
-    EXPECT_TRUE(semaphore.IsTakenByGroup());
-    other.Close();
-    EXPECT_EQ(semaphore.Wait(0), Waited::TimedOut);
 }
 
 // ---- One process
@@ -410,6 +404,7 @@ struct Protected {
         faults += before != 0 && before != victim;
         const std::uint64_t value = first + 1;
         first = value;
+        std::this_thread::yield();
         faults += writer != self;
         second = value;
         writer = 0;
@@ -530,15 +525,15 @@ TEST_F(ProcessLock, SurvivesAKillBetweenAnyTwoInstructions) {
 }
 
 TEST_F(ProcessLock, IsOneObjectInAStormOfOpeners) {
-    constexpr int Rounds = 1000;
+    constexpr int Rounds = 3000;
     Protected& shared = SharedWithChildren<Protected>();
     const LogLines log;
     const auto opener = [&] { return LockAtRandom(name, shared, unsigned(getpid()), Rounds, 1); };
-    Child children[] = {Child(opener), Child(opener), Child(opener), Child(opener)};
+    Child children[] = {Child(opener), Child(opener), Child(opener)};
     for (Child& child : children)
         EXPECT_TRUE(child.Succeeds());
     EXPECT_EQ(shared.faults, 0U);
-    EXPECT_EQ(shared.rounds, 4U * Rounds);
+    EXPECT_EQ(shared.rounds, 3U * Rounds);
     EXPECT_EQ(shared.first, shared.second);
     EXPECT_TRUE(log.IsEmpty());
 }
