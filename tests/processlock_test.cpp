@@ -525,7 +525,7 @@ TEST_F(ProcessLock, SurvivesAKillBetweenAnyTwoInstructions) {
 }
 
 TEST_F(ProcessLock, IsOneObjectInAStormOfOpeners) {
-    constexpr int Rounds = 3000;
+    constexpr int Rounds = 2000;
     Protected& shared = SharedWithChildren<Protected>();
     const LogLines log;
     const auto opener = [&] { return LockAtRandom(name, shared, unsigned(getpid()), Rounds, 1); };
