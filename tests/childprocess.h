@@ -48,20 +48,8 @@ private:
     int m_id;
 };
 
-/// An object that this process and its later children share.
+/// A new object that this process and its later children share, to the end of the last of them.
 template <class T>
-class SharedWithChildren {
-public:
-    SharedWithChildren()
-        : m_object(new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
-                       T()) {}
-    ~SharedWithChildren() { munmap(m_object, sizeof(T)); }
-    SharedWithChildren(const SharedWithChildren&) = delete;
-    SharedWithChildren& operator=(const SharedWithChildren&) = delete;
-
-    T* operator->() { return m_object; }
-    T& operator*() { return *m_object; }
-
-private:
-    T* m_object;
-};
+T& SharedWithChildren() {
+    return *new (mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) T();
+}
