@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <random>
 #include <string>
 
@@ -17,33 +19,24 @@ public:
     unsigned int Color() { return KELD::KELDRGB(UpTo(255), UpTo(255), UpTo(255)); }
 
     Qzc::QzStyle Make(bool with3D) {
-        Qzc::QzStyle style;
-        style.SetIsFixedColor(Flag());
-        style.SetFixedColor(Color());
-        style.SetScaleBySymbol(Flag());
-        style.SetMarkerStyle(AnyInt());
-        style.SetMarkerAngle(Tenths());
-        style.SetMarkerSize(Tenths());
-        style.SetMarkerWidth(Tenths());
-        style.SetMarkerHeight(Tenths());
-        style.SetLineStyle(AnyInt());
-        style.SetLineColor(Color());
-        style.SetLineWidth(Tenths());
-        style.SetFillStyle(AnyInt());
-        style.SetFillBackColor(Color());
-        style.SetFillForeColor(Color());
-        style.SetFillBackOpaque(Flag());
+        S style;
+        Set(style, &R::AnyInt, &S::SetMarkerStyle, static_cast<void (S::*)(int)>(&S::SetLineStyle),
+            &S::SetFillStyle);
+        Set(style, &R::Tenths, &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerWidth, &S::SetMarkerHeight,
+            &S::SetLineWidth);
+        Set(style, &R::Color, &S::SetFixedColor, &S::SetLineColor, &S::SetFillBackColor,
+            &S::SetFillForeColor);
+        Set(style, &R::Flag, &S::SetIsFixedColor, &S::SetScaleBySymbol, &S::SetFillBackOpaque);
+        Set(style, &R::Short, &S::SetFillCenterOffsetX, &S::SetFillCenterOffsetY);
         style.SetFillOpaqueRate(static_cast<unsigned char>(UpTo(255)));
         style.SetFillGradientType(static_cast<unsigned char>(UpTo(4)));
-        style.SetFillAngle((UpTo(65535) - 32768) / 10.0);
-        style.SetFillCenterOffsetX(static_cast<short>(UpTo(65535) - 32768));
-        style.SetFillCenterOffsetY(static_cast<short>(UpTo(65535) - 32768));
-        for (auto set : {&Qzc::QzStyle::SetMarkSymbolStyle, &Qzc::QzStyle::SetLineSymbolStyle,
-                         static_cast<Setter>(&Qzc::QzStyle::SetFillSymbolStyle)}) {
+        style.SetFillAngle(Short() / 10.0);
+        using Setter = unsigned char (S::*)(unsigned char*, unsigned int, unsigned int, unsigned char);
+        for (const Setter set :
+             {&S::SetMarkSymbolStyle, &S::SetLineSymbolStyle, static_cast<Setter>(&S::SetFillSymbolStyle)}) {
             std::string bytes = Symbol();
-            if (!bytes.empty())
-                (style.*set)(reinterpret_cast<unsigned char*>(bytes.data()),
-                             static_cast<unsigned int>(bytes.size()), static_cast<unsigned int>(AnyInt()), 1);
+            (style.*set)(reinterpret_cast<unsigned char*>(bytes.data()),
+                         static_cast<unsigned int>(bytes.size()), static_cast<unsigned int>(AnyInt()), 1);
         }
         if (with3D)
             Add3D(style);
@@ -51,12 +44,22 @@ public:
     }
 
 private:
-    using Setter = unsigned char (Qzc::QzStyle::*)(unsigned char*, unsigned int, unsigned int, unsigned char);
+    using R = RandomStyle;
+    using S = Qzc::QzStyle;
+
+    // Every setter gets a value of its own.
+    template <class Value, class... Setters>
+    void Set(S& style, Value (R::*make)(), Setters... setters) {
+        ((style.*setters)((this->*make)()), ...);
+    }
 
     unsigned char Flag() { return Chance() ? 1 : 0; }
+    short Short() { return static_cast<short>(UpTo(65535) - 32768); }
     double Tenths() { return AnyInt() / 10.0; }
-    float Part() { return static_cast<float>(UpTo(4000) - 2000) / 64; }
     float Tenth() { return static_cast<float>((UpTo(4000) - 2000) / 10.0); }
+    float Part() { return static_cast<float>(UpTo(4000) - 2000) / 64; }
+    float Altitude() { return static_cast<float>(UpTo(3998) - 1999) / 8; }
+    Qzc::QzTextureRepeatMode RepeatMode() { return static_cast<Qzc::QzTextureRepeatMode>(UpTo(1)); }
     Qzc::QzColorValue3D Color3D() {
         return {UpTo(64) / 64.0, UpTo(64) / 64.0, UpTo(64) / 64.0, UpTo(64) / 64.0};
     }
@@ -70,51 +73,41 @@ private:
     }
 
     KELD::KeldMBString Name() {
-        static const std::string Pieces[] = {"roof",         "<",         ">",  "&",   "&amp;",
-                                             "\"",           "'",         " ",  "]]>", "\xC3\xA9",
-                                             "\xE5\xB1\x8B", "C:\\tex\\", "\n", "<!--"};
+        const char* const pieces[] = {"roof", "<",   ">",  "&",    "&amp;",     "\"",       "'",
+                                      " ",    "]]>", "\n", "<!--", "C:\\tex\\", "\xC3\xA9", "\xE5\xB1\x8B"};
         std::string name;
         for (int i = UpTo(6); i > 0; --i)
-            name += Pieces[UpTo(static_cast<int>(std::size(Pieces)) - 1)];
+            name += pieces[UpTo(static_cast<int>(std::size(pieces)) - 1)];
         return KELD::KeldMBString(name);
     }
 
-    void Add3D(Qzc::QzStyle& style) {
+    void Add3D(S& style) {
+        Set(style, &R::Name, &S::SetIconName, &S::SetSideTexture, &S::SetTopTexture);
+        Set(style, &R::Color3D, &S::SetPointColor, &S::SetLineColor3D, &S::SetFillColor);
+        Set(style, &R::Tenth, &S::SetIconScale, &S::SetPointSize);
+        Set(style, &R::Part, &S::SetTilingU, &S::SetTilingV, &S::SetTopTilingU, &S::SetTopTilingV,
+            &S::SetMarker3DScaleX, &S::SetMarker3DScaleY, &S::SetMarker3DScaleZ, &S::SetMarker3DRotateX,
+            &S::SetMarker3DRotateY, &S::SetMarker3DRotateZ);
+        Set(style, &R::Altitude, &S::SetExtendHeight, &S::SetBottomAltitude);
+        Set(style, &R::Flag, &S::SetFixedPixelSize, &S::SetMarker3D, &S::SetFiletEnable, &S::SetTessellate,
+            &S::SetModifiedFlag);
+        Set(style, &R::RepeatMode, &S::SetTextureRepeatMode, &S::SetTopTextureRepeatMode);
         style.SetFill3DMode(static_cast<Qzc::QzFill3DMode>(1 + UpTo(2)));
         style.SetAltitudeMode(static_cast<Qzc::AltitudeMode>(UpTo(3)));
-        style.SetIconName(Name());
-        style.SetIconScale(Tenth());
-        style.SetPointSize(Tenth());
-        style.SetPointColor(Color3D());
-        style.SetLineColor3D(Color3D());
-        style.SetFillColor(Color3D());
-        style.SetExtendHeight(static_cast<float>(UpTo(1999)) / 8);
-        style.SetBottomAltitude(static_cast<float>(-UpTo(1999)) / 8);
-        style.SetSideTexture(Name());
-        style.SetTopTexture(Name());
-        style.SetTilingU(Part());
-        style.SetTilingV(Part());
-        style.SetTopTilingU(Part());
-        style.SetTopTilingV(Part());
-        style.SetTextureRepeatMode(static_cast<Qzc::QzTextureRepeatMode>(UpTo(1)));
-        style.SetTopTextureRepeatMode(static_cast<Qzc::QzTextureRepeatMode>(UpTo(1)));
         style.SetIconAnchorPoint({(UpTo(99999) - 50000) / 1024.0, (UpTo(99999) - 50000) / 1024.0});
-        style.SetFixedPixelSize(Flag());
         style.SetBillBoardMode(static_cast<Qzc::QzBillBoardMode>(UpTo(2)));
         style.SetPipeSides(static_cast<unsigned int>(AnyInt()));
-        style.SetMarker3D(Flag());
-        style.SetMarker3DScaleX(Part());
-        style.SetMarker3DScaleY(Part());
-        style.SetMarker3DScaleZ(Part());
-        style.SetMarker3DRotateX(Part());
-        style.SetMarker3DRotateY(Part());
-        style.SetMarker3DRotateZ(Part());
-        style.SetFiletEnable(Flag());
-        style.SetTessellate(Flag());
-        style.SetModifiedFlag(Flag());
         style.GetStyleEx()->SetLineWidth(1.0F / static_cast<float>(1 + UpTo(999)));
         style.GetStyleEx()->SetLineStyle(static_cast<Qzc::QzLineStyle3D>(UpTo(1)));
     }
 
     std::mt19937 m_random;
 };
+
+/// Sets a symbol of five bytes, one of eight and one of a single byte.
+inline void SetSymbols(Qzc::QzStyle& style) {
+    unsigned char bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
+    EXPECT_TRUE(style.SetMarkSymbolStyle(bytes, 5, 0xFFFFFFFF, 1));
+    EXPECT_TRUE(style.SetLineSymbolStyle(bytes, 8, 2, 1));
+    EXPECT_TRUE(style.SetFillSymbolStyle(bytes, 1, 3, 1));
+}
