@@ -90,20 +90,15 @@ struct Processor : public QzTaskProcessor {
 
 } // namespace
 
-TEST(List, HasTwoEnds) {
+TEST(List, GivesNothingWhenEmpty) {
     AssertionLog assertions;
     KeldList<std::string> list;
-    EXPECT_EQ(list.RemoveHead() + list.RemoveTail() + list.GetHead() + list.GetTail(), "");
-    EXPECT_EQ(AssertionLog::Texts().size(), 4u);
-    for (const char* text : {"b", "c", "b", "d"})
-        list.AddTail(text);
+    list.AddTail("b");
     list.AddHead("a");
-    EXPECT_EQ(list.GetHead() + list.GetTail(), "ad");
-    EXPECT_TRUE(list.Remove("b"));
-    EXPECT_FALSE(list.Remove("x"));
-    EXPECT_EQ(list.RemoveTail() + list.RemoveHead(), "da");
-    EXPECT_EQ(std::vector<std::string>(list.begin(), list.end()), (std::vector<std::string>{"c", "b"}));
-    EXPECT_EQ(list.GetCount(), 2);
+    EXPECT_EQ(list.GetHead() + list.GetTail(), "ab");
+    EXPECT_TRUE(list.Remove("a") && list.Remove("b") && !list.Remove("b"));
+    EXPECT_TRUE(AssertionLog::Texts().empty());
+    EXPECT_EQ(list.RemoveHead() + list.RemoveTail() + list.GetHead() + list.GetTail(), "");
     EXPECT_EQ(AssertionLog::Texts().size(), 4u);
 }
 
