@@ -6,6 +6,7 @@
 #include <iterator>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/keldassert.h"
@@ -87,6 +88,14 @@ template <class Stream>
 std::string Bytes(const Stream& stream) {
     return std::string(reinterpret_cast<const char*>(stream.GetData()),
                        static_cast<std::size_t>(stream.GetLength()));
+}
+
+/// Runs each body on a thread of its own; back when all have ended.
+template <class... Bodies>
+void Together(const Bodies&... bodies) {
+    std::thread threads[] = {std::thread(bodies)...};
+    for (std::thread& thread : threads)
+        thread.join();
 }
 
 namespace KELD {
