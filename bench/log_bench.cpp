@@ -31,8 +31,8 @@ const std::vector<KeldMBString>& Messages() {
     static const std::vector<KeldMBString> s_messages = [] {
         std::vector<KeldMBString> messages(MessageCount);
         for (int i = 0; i < MessageCount; ++i)
-            messages[static_cast<std::size_t>(i)].Format(
-                "Layer %d of the map cannot be drawn: the data source is gone", i);
+            messages[static_cast<std::size_t>(i)].Format("Layer %d of the map cannot be drawn: the data source is gone",
+                                                         i);
         return messages;
     }();
     return s_messages;
@@ -61,8 +61,7 @@ public:
     // It has no message code; that is put in front of the message. %e, the millisecond, is its time span.
     static void Open(int batch) {
         s_logger = std::make_shared<spdlog::logger>(
-            "bench",
-            std::make_shared<spdlog::sinks::basic_file_sink_mt>((Directory() / "spdlog.log").string(), true));
+            "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>((Directory() / "spdlog.log").string(), true));
         s_logger->set_pattern("%Y-%m-%d %H:%M:%S| %6e| %5t| %7l| %v| %s(%#)");
         s_logger->flush_on(batch == 1 ? spdlog::level::trace : spdlog::level::off);
         s_batch = batch;
@@ -98,10 +97,7 @@ void RecordItems(benchmark::State& state) {
 template <class Log>
 void Register(const std::string& name) {
     const auto add = [](const std::string& title, int batch, int threads) {
-        benchmark::RegisterBenchmark(title.c_str(), RecordItems<Log>)
-            ->Arg(batch)
-            ->Threads(threads)
-            ->UseRealTime();
+        benchmark::RegisterBenchmark(title.c_str(), RecordItems<Log>)->Arg(batch)->Threads(threads)->UseRealTime();
     };
     add("log/every line flushed/" + name, 1, 1);
     add("log/batches/" + name, Batch, 1);

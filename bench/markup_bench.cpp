@@ -217,9 +217,7 @@ struct Tiny {
     static constexpr const char* Name = "tinyxml2";
     tinyxml2::XMLDocument doc;
 
-    bool Parse(const std::string& text) {
-        return doc.Parse(text.data(), text.size()) == tinyxml2::XML_SUCCESS;
-    }
+    bool Parse(const std::string& text) { return doc.Parse(text.data(), text.size()) == tinyxml2::XML_SUCCESS; }
 
     void Walk(Tally& tally) {
         if (doc.RootElement() != nullptr)
@@ -318,8 +316,7 @@ struct Expat {
 
     static bool Parse(const std::string& text) {
         return Run(
-            text, nullptr, [](void*, const XML_Char*, const XML_Char**) {},
-            [](void*, const XML_Char*, int) {});
+            text, nullptr, [](void*, const XML_Char*, const XML_Char**) {}, [](void*, const XML_Char*, int) {});
     }
 
     static bool Read(const std::string& text, Tally& tally) {
@@ -468,8 +465,7 @@ Verdict Compare(const Input& input, const char* contender, bool (*read)(const st
         std::printf("%s cannot read %s: left out\n", contender, input.name.c_str());
         return Verdict::CannotRead;
     }
-    const bool sameAttributes =
-        tally.attributes == input.tally.attributes && tally.values == input.tally.values;
+    const bool sameAttributes = tally.attributes == input.tally.attributes && tally.values == input.tally.values;
     const bool moreAttributes = tally.attributes >= input.tally.attributes;
     if (tally.elements == input.tally.elements && tally.names == input.tally.names &&
         tally.texts == input.tally.texts && (sameAttributes || (addsDefaults && moreAttributes)))
@@ -482,14 +478,12 @@ using HeapFigures = std::vector<Bench::Figure>;
 
 template <class Contender>
 bool AddTree(const Input& input, HeapFigures& heap) {
-    const Verdict verdict =
-        Compare(input, Contender::Name, &Read<Contender>, std::is_same_v<Contender, Xml2>);
+    const Verdict verdict = Compare(input, Contender::Name, &Read<Contender>, std::is_same_v<Contender, Xml2>);
     if (verdict == Verdict::Same) {
         RegisterParse<Contender>(input);
         RegisterWalk<Contender>(input);
         RegisterRead(input, Contender::Name, &Read<Contender>);
-        heap.push_back(
-            {Contender::Name, HeapBytes<Contender>(input.text) / static_cast<double>(input.tally.elements)});
+        heap.push_back({Contender::Name, HeapBytes<Contender>(input.text) / static_cast<double>(input.tally.elements)});
     }
     return verdict != Verdict::Differs;
 }
@@ -542,16 +536,14 @@ bool AddBuild(const Items& items) {
 /// The inputs that are there and not empty: small, large with most in attributes, large with most in texts.
 std::vector<Input> LoadInputs() {
     std::vector<Input> inputs;
-    for (const std::string path :
-         {"/usr/share/xml/iso-codes/iso_4217.xml", "/usr/share/xml/iso-codes/iso_639-3.xml",
-          "/usr/share/mime/packages/freedesktop.org.xml"}) {
+    for (const std::string path : {"/usr/share/xml/iso-codes/iso_4217.xml", "/usr/share/xml/iso-codes/iso_639-3.xml",
+                                   "/usr/share/mime/packages/freedesktop.org.xml"}) {
         std::ifstream file(path, std::ios::binary);
         Input input;
         input.name = path.substr(path.rfind('/') + 1);
         input.text.assign(std::istreambuf_iterator<char>(file), {});
         if (input.text.empty())
-            std::printf("%s is missing or empty: left out (packages iso-codes, shared-mime-info)\n",
-                        path.c_str());
+            std::printf("%s is missing or empty: left out (packages iso-codes, shared-mime-info)\n", path.c_str());
         else
             inputs.push_back(std::move(input));
     }
@@ -572,8 +564,8 @@ int main(int argc, char** argv) {
     for (std::size_t i = 0; i < inputs.size(); ++i)
         same = AddInput(inputs[i], heap[i]) && same;
     const Items items = MakeItems(100000);
-    same = AddBuild<Markup>(items) && AddBuild<Pugi<pugi::parse_default>>(items) &&
-           AddBuild<Rapid<0>>(items) && AddBuild<Tiny>(items) && AddBuild<Xml2>(items) && same;
+    same = AddBuild<Markup>(items) && AddBuild<Pugi<pugi::parse_default>>(items) && AddBuild<Rapid<0>>(items) &&
+           AddBuild<Tiny>(items) && AddBuild<Xml2>(items) && same;
     if (!same)
         return 1;
 

@@ -131,8 +131,7 @@ template <class Lock, bool Write>
 class Rival {
 public:
     Rival() {
-        void* const page =
-            mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        void* const page = mmap(nullptr, sizeof(State), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         if (page == MAP_FAILED)
             std::abort();
         m_state = new (page) State;

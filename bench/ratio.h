@@ -34,8 +34,8 @@ inline bool IsOurs(std::string_view contender) {
 
 /// One group: each contender's value, and ours divided by it.
 inline void PrintRatios(const std::string& title, const char* unit, const std::vector<Figure>& figures) {
-    const auto ours = std::find_if(figures.begin(), figures.end(),
-                                   [](const Figure& figure) { return IsOurs(figure.contender); });
+    const auto ours =
+        std::find_if(figures.begin(), figures.end(), [](const Figure& figure) { return IsOurs(figure.contender); });
     std::printf("\n%s\n", title.c_str());
     for (const Figure& figure : figures) {
         std::printf("  %-24s %10.2f %s", figure.contender.c_str(), figure.value, unit);
@@ -77,9 +77,8 @@ public:
             figures[contender.group].push_back({contender.name, Median(contender.seconds)});
         }
         if (!groups.empty())
-            std::printf(
-                "\nMedian times. The last column is our time divided by the peer's: below 1.00 we are "
-                "faster.\n");
+            std::printf("\nMedian times. The last column is our time divided by the peer's: below 1.00 we are "
+                        "faster.\n");
         for (const std::string& group : groups)
             PrintTimes(group, figures[group]);
         return !m_failed;
@@ -140,8 +139,7 @@ inline int Run(int argc, char** argv) {
     std::string repetitions = "--benchmark_repetitions=9";
     std::string minTime = "--benchmark_min_time=0.05";
     std::vector<char*> arguments(argv, argv + argc);
-    arguments.insert(arguments.begin() + std::min(argc, 1),
-                     {interleaving.data(), repetitions.data(), minTime.data()});
+    arguments.insert(arguments.begin() + std::min(argc, 1), {interleaving.data(), repetitions.data(), minTime.data()});
     arguments.push_back(nullptr);
     int count = static_cast<int>(arguments.size()) - 1;
     benchmark::Initialize(&count, arguments.data());

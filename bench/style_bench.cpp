@@ -69,14 +69,13 @@ struct PlainStyle {
     bool operator==(const PlainStyle& other) const {
         return fillBackColor == other.fillBackColor && fillForeColor == other.fillForeColor &&
                fillStyle == other.fillStyle && lineColor == other.lineColor && lineStyle == other.lineStyle &&
-               lineWidth == other.lineWidth && markerAngle == other.markerAngle &&
-               markerSize == other.markerSize && markerStyle == other.markerStyle &&
-               fillBackOpaque == other.fillBackOpaque && fillOpaqueRate == other.fillOpaqueRate &&
-               fillGradientType == other.fillGradientType && fillAngle == other.fillAngle &&
-               fillCenterOffsetX == other.fillCenterOffsetX && fillCenterOffsetY == other.fillCenterOffsetY &&
-               markerWidth == other.markerWidth && markerHeight == other.markerHeight &&
-               markerSymbol == other.markerSymbol && lineSymbol == other.lineSymbol &&
-               fillSymbol == other.fillSymbol;
+               lineWidth == other.lineWidth && markerAngle == other.markerAngle && markerSize == other.markerSize &&
+               markerStyle == other.markerStyle && fillBackOpaque == other.fillBackOpaque &&
+               fillOpaqueRate == other.fillOpaqueRate && fillGradientType == other.fillGradientType &&
+               fillAngle == other.fillAngle && fillCenterOffsetX == other.fillCenterOffsetX &&
+               fillCenterOffsetY == other.fillCenterOffsetY && markerWidth == other.markerWidth &&
+               markerHeight == other.markerHeight && markerSymbol == other.markerSymbol &&
+               lineSymbol == other.lineSymbol && fillSymbol == other.fillSymbol;
     }
 };
 
@@ -392,9 +391,7 @@ BENCHMARK(XmlQz)->Name("xml/out and in/QzStyle");
 
 struct StringWriter : pugi::xml_writer {
     std::string text;
-    void write(const void* data, std::size_t size) override {
-        text.append(static_cast<const char*>(data), size);
-    }
+    void write(const void* data, std::size_t size) override { text.append(static_cast<const char*>(data), size); }
 };
 
 std::string ToPugi(const PlainStyle& style) {
@@ -411,8 +408,7 @@ std::string ToPugi(const PlainStyle& style) {
     };
     const auto addColor = [&](const char* name, std::uint32_t color) {
         char text[32];
-        std::snprintf(text, sizeof(text), "RGB(%u,%u,%u)", color & 0xFF, color >> 8 & 0xFF,
-                      color >> 16 & 0xFF);
+        std::snprintf(text, sizeof(text), "RGB(%u,%u,%u)", color & 0xFF, color >> 8 & 0xFF, color >> 16 & 0xFF);
         addText(name, text);
     };
     add("zpl:MarkerStyle", style.markerStyle);

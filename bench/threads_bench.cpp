@@ -218,10 +218,10 @@ struct Comparison {
 const std::vector<Comparison>& Comparisons() {
     static const std::vector<Comparison> s_comparisons = {
         {"QzMutex / std::recursive_mutex", OurMutex, StdMutex, 1.1},
-        {"QzReadWriteLock, 1 reader / std::shared_mutex", [] { return OurReading(1); },
-         [] { return StdReading(1); }, 1.0},
-        {"QzReadWriteLock, 2 readers / std::shared_mutex", [] { return OurReading(2); },
-         [] { return StdReading(2); }, 1.0},
+        {"QzReadWriteLock, 1 reader / std::shared_mutex", [] { return OurReading(1); }, [] { return StdReading(1); },
+         1.0},
+        {"QzReadWriteLock, 2 readers / std::shared_mutex", [] { return OurReading(2); }, [] { return StdReading(2); },
+         1.0},
         {"QzSemaphore / sem_t", OurSemaphore, SystemSemaphore, 1.1},
         {"QzCondition ping-pong / std::condition_variable", OurPingPong, StdPingPong, 1.2},
         {"QzThread start and join / std::thread", OurThreads, StdThreads, 1.2},
@@ -273,8 +273,7 @@ int main(int argc, char** argv) {
         if (found == s_medians.end())
             continue;
         const auto [ours, peer] = found->second;
-        std::printf("%-52s %10.3f %10.3f %7.2f %6.1f\n", comparison.name, ours, peer, ours / peer,
-                    comparison.aim);
+        std::printf("%-52s %10.3f %10.3f %7.2f %6.1f\n", comparison.name, ours, peer, ours / peer, comparison.aim);
     }
     return 0;
 }

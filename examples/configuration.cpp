@@ -67,8 +67,7 @@ void PrintRegistry(int depth, const QzRegistry& registry) {
     }
     for (const KeldMBString& name : registry.Names(QzRegistry::ElemExternal)) {
         KeldMBString held;
-        held.Format("%s (%d entries)", registry.GetSubFileName(name).Cstr(),
-                    registry.SubFile(name).GetCount());
+        held.Format("%s (%d entries)", registry.GetSubFileName(name).Cstr(), registry.SubFile(name).GetCount());
         PrintLine(depth, "external", name, held);
     }
 }
@@ -94,17 +93,14 @@ int ShowConfiguration() {
         PrintMessage(key);
 
     const KeldMBString font = root.SubReg("Display")["Font"];
-    std::printf("\nThe display font %s is %s in EPS files.\n", font.Cstr(),
-                root.SubFile("EPSFont")[font].Cstr());
+    std::printf("\nThe display font %s is %s in EPS files.\n", font.Cstr(), root.SubFile("EPSFont")[font].Cstr());
 
     std::error_code failed;
     const std::filesystem::path copy = std::filesystem::temp_directory_path(failed) / "Zephyron-copy.xml";
     if (!failed)
-        std::filesystem::copy_file(file.Cstr(), copy, std::filesystem::copy_options::overwrite_existing,
-                                   failed);
+        std::filesystem::copy_file(file.Cstr(), copy, std::filesystem::copy_options::overwrite_existing, failed);
     if (failed) {
-        std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.c_str(),
-                     failed.message().c_str());
+        std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.c_str(), failed.message().c_str());
         return 1;
     }
     Configuration changed{KeldMBString(copy.string())};
@@ -112,8 +108,8 @@ int ShowConfiguration() {
     const bool saved = changed.Save() != 0;
     const Configuration again{KeldMBString(copy.string())};
     const bool equal = saved && again == changed && again["Unit"] == "km";
-    std::printf("\nUnit: %s, changed to %s, saved to %s and loaded again: the tables are %s.\n",
-                root["Unit"].Cstr(), again["Unit"].Cstr(), copy.c_str(), equal ? "equal" : "NOT EQUAL");
+    std::printf("\nUnit: %s, changed to %s, saved to %s and loaded again: the tables are %s.\n", root["Unit"].Cstr(),
+                again["Unit"].Cstr(), copy.c_str(), equal ? "equal" : "NOT EQUAL");
     std::filesystem::remove(copy, failed);
     return equal ? 0 : 1;
 }
@@ -177,8 +173,7 @@ int Convert(const char* file, QzMarkup& markup, const char* encodingName) {
     if (!QzTextCodec(encoding, QzToolkit::GetCurCharset()).Convert(probe, KeldMBString("<?xml")))
         return Fail(file, KeldMBString("the encoding ") + encodingName + " is not known");
     if (probe != "<?xml")
-        return Fail(file,
-                    KeldMBString("a file in ") + encodingName + " does not say its encoding in plain ASCII");
+        return Fail(file, KeldMBString("a file in ") + encodingName + " does not say its encoding in plain ASCII");
     if (markup.GetEncoding() == KELDCharset::Unknown ||
         !QzTextCodec(KELDCharset::UCS4LE, QzToolkit::GetCurCharset()).Convert(probe, markup.GetDoc()))
         return Fail(file, "the text is not in the encoding that it declares, or in one that is not known");
@@ -189,9 +184,7 @@ int Convert(const char* file, QzMarkup& markup, const char* encodingName) {
     copy.SetEncoding(encoding);
     // Save leaves the declaration of a text in the current charset alone, so it is put right here.
     const int declaration = Declaration(markup.GetDoc()).GetLength();
-    copy.SetDoc(
-        (copy.GetXMLFileHeader() + (declaration == 0 ? "\r\n" : "") + markup.GetDoc().Mid(declaration))
-            .Cstr());
+    copy.SetDoc((copy.GetXMLFileHeader() + (declaration == 0 ? "\r\n" : "") + markup.GetDoc().Mid(declaration)).Cstr());
     if (!copy.Save(path.c_str()) || !copy.Load(path.c_str()))
         return Fail(path.c_str(), copy.GetError());
     if (copy.GetEncoding() != encoding || TopElement(copy) != TopElement(markup))

@@ -114,12 +114,11 @@ bool ShowXml(const std::filesystem::path& directory) {
 
 int main() {
     std::error_code failed;
-    const std::filesystem::path directory =
-        std::filesystem::temp_directory_path(failed) / "motoolkit-log-example";
+    const std::filesystem::path directory = std::filesystem::temp_directory_path(failed) / "motoolkit-log-example";
     std::filesystem::remove_all(directory, failed);
     std::filesystem::create_directory(directory, failed);
-    const bool shown = ShowLevelsAndFormats(directory) && ShowRollover(directory / "tiles") &&
-                       ShowQuery(directory) && ShowXml(directory);
+    const bool shown = ShowLevelsAndFormats(directory) && ShowRollover(directory / "tiles") && ShowQuery(directory) &&
+                       ShowXml(directory);
     if (!shown)
         std::fprintf(stderr, "log: something went wrong in %s\n", directory.c_str());
     const bool closed = QzLogFile::GetInstance(false).Close() != 0;

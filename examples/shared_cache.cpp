@@ -28,8 +28,8 @@ KeldMBString LockName(const KeldMBString& path) {
 
 bool WriteAll(const KeldMBString& path, const KeldMBString& text) {
     QzFile file;
-    return file.Open(path, QzFile::Access::Write) &&
-           file.Write(text.Cstr(), text.GetLength()) == text.GetLength() && file.Close();
+    return file.Open(path, QzFile::Access::Write) && file.Write(text.Cstr(), text.GetLength()) == text.GetLength() &&
+           file.Close();
 }
 
 // ---- The reader
@@ -114,8 +114,7 @@ int main(int argc, char** argv) {
     const std::filesystem::path file =
         std::filesystem::temp_directory_path() /
         ("shared_cache-" + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
-    const int result =
-        Write(KeldMBString(file.string()), argv[0], argc > 1 ? std::strtod(argv[1], nullptr) : 1.0);
+    const int result = Write(KeldMBString(file.string()), argv[0], argc > 1 ? std::strtod(argv[1], nullptr) : 1.0);
     std::error_code ignored;
     std::filesystem::remove(file, ignored);
     return result;

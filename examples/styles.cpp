@@ -52,8 +52,7 @@ QzStyle Stroke(unsigned int color, double width, int lineStyle) {
     return style;
 }
 
-QzStyle Fill(unsigned int fore, unsigned int back, unsigned char percent, unsigned char gradient,
-             double angle) {
+QzStyle Fill(unsigned int fore, unsigned int back, unsigned char percent, unsigned char gradient, double angle) {
     QzStyle style;
     style.SetFillForeColor(fore);
     style.SetFillBackColor(back);
@@ -157,12 +156,11 @@ bool PrintLegend(const std::vector<Entry>& legend) {
     std::printf("  %-13s %-55s %7s %7s %7s %7s\n", "", "", "record", "fixed", "xml", "2003");
     bool complete = true;
     for (const Entry& entry : legend) {
-        const Forms forms = {RecordSize(entry.style, entry.kind), AllFieldsSize(entry.style),
-                             XmlSize(entry.style, 0), XmlSize(entry.style, 20031211)};
+        const Forms forms = {RecordSize(entry.style, entry.kind), AllFieldsSize(entry.style), XmlSize(entry.style, 0),
+                             XmlSize(entry.style, 20031211)};
         std::printf("  %-13s %-55s %7d %7d %7d %7d\n", entry.name.Cstr(), Drawing(entry).Cstr(), forms.record,
                     forms.allFields, forms.xml, forms.xml2003);
-        complete =
-            complete && forms.record != 0 && forms.allFields != 0 && forms.xml != 0 && forms.xml2003 != 0;
+        complete = complete && forms.record != 0 && forms.allFields != 0 && forms.xml != 0 && forms.xml2003 != 0;
     }
     return complete;
 }
@@ -196,9 +194,8 @@ void DrawLine(KeldMBString& svg, const QzStyle& style, int top) {
     if (style.GetLineStyle() != 0)
         dashes.Format(" stroke-dasharray='%d'", 6 * style.GetLineStyle());
     KeldMBString text;
-    text.Format("  <path d='M %d %d q 30 -24 60 0 t 60 0' fill='none' stroke='%s' stroke-width='%.1f'%s/>\n",
-                Left, top + RowHeight / 2, Web(style.GetLineColor()).Cstr(), style.GetLineWidth() * Scale,
-                dashes.Cstr());
+    text.Format("  <path d='M %d %d q 30 -24 60 0 t 60 0' fill='none' stroke='%s' stroke-width='%.1f'%s/>\n", Left,
+                top + RowHeight / 2, Web(style.GetLineColor()).Cstr(), style.GetLineWidth() * Scale, dashes.Cstr());
     svg += text;
 }
 
@@ -213,8 +210,7 @@ KeldMBString Paint(KeldMBString& svg, const QzStyle& style, int id) {
     if (style.GetFillGradientType() == 1)
         text.Format(" gradientTransform='rotate(%.1f 0.5 0.5)'>\n", style.GetFillAngle());
     else
-        text.Format(" cx='%d%%' cy='%d%%'>\n", 50 + style.GetFillCenterOffsetX(),
-                    50 + style.GetFillCenterOffsetY());
+        text.Format(" cx='%d%%' cy='%d%%'>\n", 50 + style.GetFillCenterOffsetX(), 50 + style.GetFillCenterOffsetY());
     svg += text;
     text.Format("    <stop offset='0' stop-color='%s'/>\n    <stop offset='1' stop-color='%s'/>\n  </%s>\n",
                 Web(style.GetFillForeColor()).Cstr(), Web(style.GetFillBackColor()).Cstr(), element);
@@ -226,11 +222,10 @@ KeldMBString Paint(KeldMBString& svg, const QzStyle& style, int id) {
 void DrawRegion(KeldMBString& svg, const QzStyle& style, int top, int id) {
     const KeldMBString paint = Paint(svg, style, id);
     KeldMBString text;
-    text.Format(
-        "  <rect x='%d' y='%d' width='%d' height='%d' rx='6' fill='%s' fill-opacity='%.2f' stroke='%s' "
-        "stroke-width='%.1f'/>\n",
-        Left, top + 8, SampleWidth, RowHeight - 16, paint.Cstr(), style.GetFillOpaqueRate() / 100.0,
-        Web(style.GetLineColor()).Cstr(), style.GetLineWidth() * Scale);
+    text.Format("  <rect x='%d' y='%d' width='%d' height='%d' rx='6' fill='%s' fill-opacity='%.2f' stroke='%s' "
+                "stroke-width='%.1f'/>\n",
+                Left, top + 8, SampleWidth, RowHeight - 16, paint.Cstr(), style.GetFillOpaqueRate() / 100.0,
+                Web(style.GetLineColor()).Cstr(), style.GetLineWidth() * Scale);
     svg += text;
 }
 

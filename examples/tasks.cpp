@@ -71,8 +71,7 @@ public:
 
 private:
     std::size_t Index(int row, int column) const {
-        return static_cast<std::size_t>(row) * static_cast<std::size_t>(m_side) +
-               static_cast<std::size_t>(column);
+        return static_cast<std::size_t>(row) * static_cast<std::size_t>(m_side) + static_cast<std::size_t>(column);
     }
 
     /// Where the orbit of a point lies in the end; every pixel takes the same time.
@@ -158,8 +157,7 @@ void ShowThePause() {
         std::printf("  %9.2f ms %11.2f ms %8.0f %%\n", renderer.MillisecondsPerTile(),
                     seconds * 1e3 / renderer.Rendered(), (seconds / renderer.Seconds() - 1) * 100);
     }
-    std::printf(
-        "From some 20 ms on it hardly shows. Small tasks: call the Run of a loop of your own instead.\n");
+    std::printf("From some 20 ms on it hardly shows. Small tasks: call the Run of a loop of your own instead.\n");
 }
 
 } // namespace
@@ -179,8 +177,8 @@ int main(int argc, char** argv) {
         std::printf("the pictures differ\n");
         return 1;
     }
-    std::printf("1 worker: %.2f s, %d workers: %.2f s, %.1f times as fast, the same picture\n", alone,
-                workers, together, alone / together);
+    std::printf("1 worker: %.2f s, %d workers: %.2f s, %.1f times as fast, the same picture\n", alone, workers,
+                together, alone / together);
     ShowThePause();
     return 0;
 }

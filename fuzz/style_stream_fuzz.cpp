@@ -34,8 +34,7 @@ void CheckUsable(const QzStyle& style, std::int64_t inputSize) {
         QzMemoryStream again;
         copy.Save(again, kind);
         Require(again.GetLength() == saved.GetLength() &&
-                std::memcmp(again.GetData(), saved.GetData(), static_cast<std::size_t>(saved.GetLength())) ==
-                    0);
+                std::memcmp(again.GetData(), saved.GetData(), static_cast<std::size_t>(saved.GetLength())) == 0);
     }
 }
 

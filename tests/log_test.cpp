@@ -192,11 +192,10 @@ TEST_F(LogTest, LineText) {
     log.SetDateTimeFormat("%d.%m.");
     log.RecordLog(Log::fatal, "short");
     log.RecordLog("shorter");
-    EXPECT_EQ(ReadBytes(m_file),
-              "2026-11-21 09:34:56|   -12|   info|say %RESID %MSG|a.cpp(34)%say %RESID %MSG%THREAD\n"
-              "2026-11-21 09:34:56|1234567|warning||(-1)%%THREAD\n"
-              "21.11.|     0|  fatal|short|(0)%short%THREAD\n"
-              "21.11.|     0|   info|shorter|(0)%shorter%THREAD\n");
+    EXPECT_EQ(ReadBytes(m_file), "2026-11-21 09:34:56|   -12|   info|say %RESID %MSG|a.cpp(34)%say %RESID %MSG%THREAD\n"
+                                 "2026-11-21 09:34:56|1234567|warning||(-1)%%THREAD\n"
+                                 "21.11.|     0|  fatal|short|(0)%short%THREAD\n"
+                                 "21.11.|     0|   info|shorter|(0)%shorter%THREAD\n");
     log.Open(K(m_file), 0);
     log.SetLogFormat("%TIMESPAN,%THREADID");
     const std::int64_t before = KeldTime::GetMilliseconds();
@@ -368,8 +367,7 @@ TEST_F(LogTest, TimeInterval) {
          "day.log: 1\n;day_2027-01-04_00-00-05.log: 2\n3\n;"},
         {Log::Month, "2026-12-01 00:00:00", "2026-12-31 23:59:59", "2027-01-01 00:00:00",
          "day.log: 1\n;day_2027-01-01_00-00-00.log: 2\n3\n;"},
-        {Log::None, "2026-12-01 00:00:00", "2026-12-01 00:00:01", "2029-01-01 00:00:00",
-         "day.log: 1\n2\n3\n;"},
+        {Log::None, "2026-12-01 00:00:00", "2026-12-01 00:00:01", "2029-01-01 00:00:00", "day.log: 1\n2\n3\n;"},
     };
     for (const auto& c : cases) {
         const ScratchDirectory directory;
@@ -405,8 +403,8 @@ TEST_F(LogTest, XmlDocument) {
                     "<ThreadID/>\r\n<CodeFile/>\r\n<CodeLine>3</CodeLine>\r\n</LogItem>\r\n</Log>\r\n");
     // Added to behind what a killed process may have left: part of an item, and no end tag.
     log.Close();
-    for (const std::string& torn : {text.substr(0, text.size() - 8) + "<LogItem>\r\n<DateTime>2026",
-                                    text.substr(0, text.size() - 3), text}) {
+    for (const std::string& torn :
+         {text.substr(0, text.size() - 8) + "<LogItem>\r\n<DateTime>2026", text.substr(0, text.size() - 3), text}) {
         WriteBytes(m_file, torn);
         ASSERT_EQ(log.Open(K(m_file), 1, Log::XML), 1);
         EXPECT_EQ(CountXmlItems(m_file), 1);
@@ -450,9 +448,9 @@ TEST_F(LogTest, AnyMessageComesThroughWhole) {
         ASSERT_EQ(items.GetSize(), static_cast<int>(std::size(messages)));
         for (int i = 0; i < items.GetSize(); ++i) {
             EXPECT_TRUE(items[i].m_strDescription.View() == messages[i]) << charset << i;
-            EXPECT_EQ(items[i].GetReplaceString("%DATETIME%RESID%LEVEL%THREADID%CODEFILE%CODELINE",
-                                                "%Y-%m-%d %H:%M:%S"),
-                      K("2026-11-21 09:34:56     5   info" + ThreadText() + "dir/a(1).cpp12"));
+            EXPECT_EQ(
+                items[i].GetReplaceString("%DATETIME%RESID%LEVEL%THREADID%CODEFILE%CODELINE", "%Y-%m-%d %H:%M:%S"),
+                K("2026-11-21 09:34:56     5   info" + ThreadText() + "dir/a(1).cpp12"));
         }
         if (mode == Log::XML) {
             EXPECT_EQ(CountXmlItems(m_file), items.GetSize());
@@ -484,9 +482,8 @@ TEST_F(LogTest, Query) {
         EXPECT_EQ(Messages(), all);
         EXPECT_EQ(with([](Def& q) { q.m_nMinLevel = 300, q.m_nMaxLevel = 400; }), "m2;m3;");
         EXPECT_EQ(with([](Def& q) { q.m_nMinResID = 30, q.m_nMaxResID = 40; }), "m3;m4;");
-        EXPECT_EQ(
-            with([](Def& q) { q.m_dtFrom = KeldTime(Saturday + 1), q.m_dtTo = KeldTime(Saturday + 2); }),
-            "m1;m2;");
+        EXPECT_EQ(with([](Def& q) { q.m_dtFrom = KeldTime(Saturday + 1), q.m_dtTo = KeldTime(Saturday + 2); }),
+                  "m1;m2;");
         EXPECT_EQ(with([](Def& q) { q.m_strText = "odd"; }), "m1;m3;m5;");
         EXPECT_EQ(with([](Def& q) { q.m_strText = "m4"; }), "m4;");
         EXPECT_EQ(with([](Def& q) { q.m_nThreadID = QzThread::GetCurrentThreadId(); }), all);
@@ -539,8 +536,7 @@ TEST_F(LogTest, WritesAgainWhenItCan) {
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit = {length + 20, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &limit);
-    const bool failed =
-        RecordAll({std::string(100, 'x'), "second"}) == 0 && std::filesystem::file_size(file) == length;
+    const bool failed = RecordAll({std::string(100, 'x'), "second"}) == 0 && std::filesystem::file_size(file) == length;
     limit.rlim_cur = RLIM_INFINITY;
     setrlimit(RLIMIT_FSIZE, &limit);
     std::_Exit(failed && Record("third") == 1 ? 0 : 1);

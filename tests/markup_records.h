@@ -21,8 +21,7 @@ public:
         std::map<int, int> rowOf{{0, 0}};
         for (int i = Pos(0).iElemChild; i != 0;) {
             const ElementPos& pos = Pos(i);
-            rows.push_back(
-                {pos.nStartL, pos.nStartR, pos.nEndL, pos.nEndR, rowOf[pos.iElemParent], pos.iElemLast});
+            rows.push_back({pos.nStartL, pos.nStartR, pos.nEndL, pos.nEndR, rowOf[pos.iElemParent], pos.iElemLast});
             rowOf[i] = static_cast<int>(rows.size());
             if (pos.iElemChild != 0) {
                 i = pos.iElemChild;
@@ -77,14 +76,12 @@ template <class Next>
 std::string RandomStep(CheckedMarkup& markup, Next next) {
     static const char* const Names[] = {"a", "b",   "x:y", "n-1.", "\xC3\xA9", "\x95\\", // the rest are none
                                         "",  "a b", "x=",  "<",    "q\"",      "e&",     nullptr};
-    static const char* const Texts[] = {"",      "t",    "two\r\nlines", "<&>'\"",    "&amp;&#65;",
-                                        "a]]>b", "]]>",  "\x95\\",       " /",        "=",
-                                        nullptr, "a\"b", "-->",          "<![CDATA[", "?>"};
+    static const char* const Texts[] = {"",   "t", "two\r\nlines", "<&>'\"", "&amp;&#65;", "a]]>b",     "]]>", "\x95\\",
+                                        " /", "=", nullptr,        "a\"b",   "-->",        "<![CDATA[", "?>"};
     static const char* const Pieces[] = {
-        "<a>",     "</a>",      "<b/>",  "<b x='1'>", "</b>",    "<",        ">",    "/",  "<!--",
-        "-->",     "<![CDATA[", "]]>",   "<?",        "?>",      "<!d",      "[",    "]",  "\"",
-        "'",       "=",         " ",     "\r\n",      "t",       "&lt;",     "\x95", "\\", "\n  ",
-        "y=\">\"", "x",         "<c//>", "<c / />",   "<c z= >", "<?xml v?>"};
+        "<a>", "</a>", "<b/>", "<b x='1'>", "</b>", "<",       ">",  "/",     "<!--",    "-->",     "<![CDATA[",
+        "]]>", "<?",   "?>",   "<!d",       "[",    "]",       "\"", "'",     "=",       " ",       "\r\n",
+        "t",   "&lt;", "\x95", "\\",        "\n  ", "y=\">\"", "x",  "<c//>", "<c / />", "<c z= >", "<?xml v?>"};
     const auto pick = [&](const auto& table) { return table[next(static_cast<unsigned>(std::size(table)))]; };
     const auto step = static_cast<unsigned>(next(27));
     const bool ofChild = step % 2 == 1;

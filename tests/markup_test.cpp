@@ -31,8 +31,7 @@ TEST(Markup, TellsWhatIsWrongWithAText) {
         {"Abrupt end within tag", {"<"}},
         {"End of tag not found", {"<a", "<a><b c=\"</a>"}},
         {"Tag starts with quote", {"<'a'/>", "<a>< \"b\"/></a>"}},
-        {"Invalid node",
-         {"<!-- <a/>", "<?xml <a/>", "<!DOCTYPE a [ <!ELEMENT a ANY> <a/>", "<a><![CDATA[ </a>"}},
+        {"Invalid node", {"<!-- <a/>", "<?xml <a/>", "<!DOCTYPE a [ <!ELEMENT a ANY> <a/>", "<a><![CDATA[ </a>"}},
         {"End tag of a element not found", {"<a><b/>text"}},
         {"End tag of long:name-1. element not found", {"<a><long:name-1. x='1'>"}},
         {"Expecting end tag of element a", {"<a><=></a>"}},
@@ -77,8 +76,7 @@ TEST(Markup, ScansWhatMayStandInADocument) {
         {"<!DOCTYPE a [\n<!ELEMENT a (#PCDATA)>\n<!ENTITY e ']>' >\n<!-- it's ]> \" -->\n<?pi ]> ' ?>\n"
          "<![IGNORE[ <!ENTITY f \"<b>\"> ]]>\n] ><a/>",
          "<a/>", ""},
-        {"<a>1<!DOCTYPE b [ <!ENTITY c '</a>'> ]>2</a>", "<a>1<!DOCTYPE b [ <!ENTITY c '</a>'> ]>2</a>",
-         "12"},
+        {"<a>1<!DOCTYPE b [ <!ENTITY c '</a>'> ]>2</a>", "<a>1<!DOCTYPE b [ <!ENTITY c '</a>'> ]>2</a>", "12"},
     };
     for (const auto& [doc, top, data] : cases) {
         SCOPED_TRACE(doc);
@@ -91,9 +89,8 @@ TEST(Markup, ScansWhatMayStandInADocument) {
 
 // The second byte of these characters is that of a backslash, which otherwise ends a name.
 TEST(Markup, ReadsNamesOfTwoByteCharacters) {
-    const std::pair<KELDCharset::Charset, const char*> names[] = {{KELDCharset::Japanese, "\x95\x5C"},
-                                                                  {KELDCharset::Big5, "\xA5\x5C"},
-                                                                  {KELDCharset::GB2312, "\x81\x5C"}};
+    const std::pair<KELDCharset::Charset, const char*> names[] = {
+        {KELDCharset::Japanese, "\x95\x5C"}, {KELDCharset::Big5, "\xA5\x5C"}, {KELDCharset::GB2312, "\x81\x5C"}};
     for (const auto& [charset, bytes] : names) {
         CurrentCharset current(charset);
         std::string doc = "<N N=N\"x>N</N>";
@@ -192,9 +189,9 @@ TEST(Markup, ReadsAttributes) {
     };
     for (const auto& [tag, expected] : cases) {
         SCOPED_TRACE(tag);
-        QzMarkup markup(("<top>" + std::string(tag) +
-                         (std::string(tag).find("/>") == std::string::npos ? "</a>" : "") + "</top>")
-                            .c_str());
+        QzMarkup markup(
+            ("<top>" + std::string(tag) + (std::string(tag).find("/>") == std::string::npos ? "</a>" : "") + "</top>")
+                .c_str());
         ASSERT_TRUE(markup.FindElem() && markup.FindChildElem());
         EXPECT_EQ(Attributes(markup, true), expected);
         EXPECT_TRUE(markup.GetChildAttribName(static_cast<int>(expected.size())).IsEmpty());
@@ -285,8 +282,7 @@ TEST_F(MarkupFile, TellsWhyItCannotLoad) {
         {std::string(1234, ' '), "1234 bytes, Element tag not found"},
         {std::string("\0\1<a>\xFF", 6), "6 bytes, Element tag not found"},
         {"<?xml version=\"1.0\" encoding=\"", "30 bytes, Invalid node"},
-        {"<?xml version=\"1.0\" encoding=\"GB2312\"?><a>\xB5\xD8",
-         "44 bytes, End tag of a element not found"},
+        {"<?xml version=\"1.0\" encoding=\"GB2312\"?><a>\xB5\xD8", "44 bytes, End tag of a element not found"},
     };
     for (const auto& [bytes, error] : malformed) {
         WriteBytes(m_path, bytes);
@@ -301,8 +297,7 @@ TEST_F(MarkupFile, TellsWhyItCannotLoad) {
 TEST_F(MarkupFile, SavesWithADeclaration) {
     const std::tuple<const char*, KELDCharset::Charset, std::string> cases[] = {
         {"<a/>", KELDCharset::UTF8, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a/>"},
-        {"<a>\xC3\xA9</a>", KELDCharset::ISO8859_1,
-         "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n<a>\xE9</a>"},
+        {"<a>\xC3\xA9</a>", KELDCharset::ISO8859_1, "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n<a>\xE9</a>"},
         {"<?xml version='1.0'?>\n<a/>", KELDCharset::UTF8, "<?xml version='1.0'?>\n<a/>"},
         {"<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n<a x='\xE9\x8E\x94'><b>1</b></a>",
          KELDCharset::GB2312, "<?xml version=\"1.0\" encoding=\"GBK\"?>\n<a x='\xE6\x67'><b>1</b></a>"},
@@ -391,8 +386,8 @@ TEST(Markup, RefusesTwoGigabytes) {
     constexpr std::size_t Size = std::size_t{1} << 31;
     const int memory = memfd_create("text", 0);
     ASSERT_EQ(ftruncate(memory, Chunk), 0);
-    void* const whole = mmap(nullptr, Size + Chunk, PROT_READ | PROT_WRITE,
-                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void* const whole =
+        mmap(nullptr, Size + Chunk, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(whole, MAP_FAILED);
     char* const text = static_cast<char*>(whole);
     for (std::size_t at = 0; at < Size; at += Chunk)

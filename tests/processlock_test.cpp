@@ -37,8 +37,7 @@ const std::filesystem::path& Directory() {
 /// A name of each test's own. What it leaves is a fault: everything is gone with the last that has it open.
 class ProcessLock : public testing::Test {
 protected:
-    const std::string base =
-        std::string("lock test ") + testing::UnitTest::GetInstance()->current_test_info()->name();
+    const std::string base = std::string("lock test ") + testing::UnitTest::GetInstance()->current_test_info()->name();
     const KeldMBString name{base};
     QzProcess lock;
 
@@ -255,8 +254,7 @@ TEST_F(ProcessLock, ReportsEachChangeOnceToEveryOpener) {
         openers[i].ReaderUnlock();
     }
     using Step = std::tuple<bool, bool, int>;
-    for (const auto& [writes, notify, expected] :
-         {Step(false, true, 1), Step(false, false, 1), Step(true, true, 2)}) {
+    for (const auto& [writes, notify, expected] : {Step(false, true, 1), Step(false, false, 1), Step(true, true, 2)}) {
         Child writer([&] {
             QzProcess own;
             own.ProcessLockInit(name);
@@ -417,8 +415,7 @@ struct Protected {
 };
 
 /// Locks at random, and opens the lock anew one time in so many, until told to stop or for so many rounds.
-bool LockAtRandom(const KeldMBString& name, Protected& shared, unsigned seed, int rounds,
-                  unsigned openOneIn) {
+bool LockAtRandom(const KeldMBString& name, Protected& shared, unsigned seed, int rounds, unsigned openOneIn) {
     std::mt19937 random(seed);
     QzProcess lock;
     for (int i = 0; i < rounds && !shared.stop; ++i) {

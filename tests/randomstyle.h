@@ -20,12 +20,10 @@ public:
 
     Qzc::QzStyle Make(bool with3D) {
         S style;
-        Set(style, &R::AnyInt, &S::SetMarkerStyle, static_cast<void (S::*)(int)>(&S::SetLineStyle),
-            &S::SetFillStyle);
+        Set(style, &R::AnyInt, &S::SetMarkerStyle, static_cast<void (S::*)(int)>(&S::SetLineStyle), &S::SetFillStyle);
         Set(style, &R::Tenths, &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerWidth, &S::SetMarkerHeight,
             &S::SetLineWidth);
-        Set(style, &R::Color, &S::SetFixedColor, &S::SetLineColor, &S::SetFillBackColor,
-            &S::SetFillForeColor);
+        Set(style, &R::Color, &S::SetFixedColor, &S::SetLineColor, &S::SetFillBackColor, &S::SetFillForeColor);
         Set(style, &R::Flag, &S::SetIsFixedColor, &S::SetScaleBySymbol, &S::SetFillBackOpaque);
         Set(style, &R::Short, &S::SetFillCenterOffsetX, &S::SetFillCenterOffsetY);
         style.SetFillOpaqueRate(static_cast<unsigned char>(UpTo(255)));
@@ -35,8 +33,8 @@ public:
         for (const Setter set :
              {&S::SetMarkSymbolStyle, &S::SetLineSymbolStyle, static_cast<Setter>(&S::SetFillSymbolStyle)}) {
             std::string bytes = Symbol();
-            (style.*set)(reinterpret_cast<unsigned char*>(bytes.data()),
-                         static_cast<unsigned int>(bytes.size()), static_cast<unsigned int>(AnyInt()), 1);
+            (style.*set)(reinterpret_cast<unsigned char*>(bytes.data()), static_cast<unsigned int>(bytes.size()),
+                         static_cast<unsigned int>(AnyInt()), 1);
         }
         if (with3D)
             Add3D(style);
@@ -60,9 +58,7 @@ private:
     float Part() { return static_cast<float>(UpTo(4000) - 2000) / 64; }
     float Altitude() { return static_cast<float>(UpTo(3998) - 1999) / 8; }
     Qzc::QzTextureRepeatMode RepeatMode() { return static_cast<Qzc::QzTextureRepeatMode>(UpTo(1)); }
-    Qzc::QzColorValue3D Color3D() {
-        return {UpTo(64) / 64.0, UpTo(64) / 64.0, UpTo(64) / 64.0, UpTo(64) / 64.0};
-    }
+    Qzc::QzColorValue3D Color3D() { return {UpTo(64) / 64.0, UpTo(64) / 64.0, UpTo(64) / 64.0, UpTo(64) / 64.0}; }
 
     // The text of a symbol leaves out the last four bytes when the length is a multiple of 4: they are zeros.
     std::string Symbol() {

@@ -96,8 +96,8 @@ TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
     QzHash<int> hash;
     for (int step = 0; step < 5000; ++step) {
         const std::string key = "key" + std::to_string(random() % 20);
-        const auto known = std::find_if(expected.begin(), expected.end(),
-                                        [&](const auto& entry) { return entry.first == key; });
+        const auto known =
+            std::find_if(expected.begin(), expected.end(), [&](const auto& entry) { return entry.first == key; });
         if (random() % 5 < 2 + random() % 2) {
             hash.SetAt(KeldMBString(key), step);
             (known != expected.end() ? *known : expected.emplace_back(key, 0)).second = step;
@@ -136,8 +136,7 @@ TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
     EXPECT_EQ(deep["Size"] + deep.Obj("Log")["a"] + deep.SubReg("Deep")["x"], "31y");
     EXPECT_EQ(registry.GetSubFileName("resource"), "/data/res.xml");
 
-    const Texts kinds[] = {
-        {"Size", "Plain", "Odd"}, {"Log"}, {"Fonts", "Size"}, {"Layers"}, {"Deep"}, {"resource"}};
+    const Texts kinds[] = {{"Size", "Plain", "Odd"}, {"Log"}, {"Fonts", "Size"}, {"Layers"}, {"Deep"}, {"resource"}};
     for (int type = 0; type < 6; ++type)
         EXPECT_EQ(ToTexts(registry.Names(static_cast<QzRegistry::ElemType>(type))), kinds[type]) << type;
 
@@ -178,12 +177,10 @@ TEST_F(RegistryTest, WhatIsMissingIsOneSharedEmptyThing) {
 }
 
 TEST_F(RegistryTest, EveryFileIsReadInItsOwnEncoding) {
-    WriteBytes(m_scratch / "res.xml",
-               "<?xml version='1.0' encoding='Big5' standalone='yes'?>"
-               "<r><section><ICode><res id='1'>\xB0\x54\xAE\xA7</res></ICode></section></r>");
-    WriteBytes(m_scratch / "eps.xml",
-               "<?xml version=\"1.0\" encoding=\"shift_jis\"?><r><tml:fontname>"
-               "<tml:Qzc>\x91\x76\x91\xCC</tml:Qzc><tml:EPS>S</tml:EPS></tml:fontname></r>");
+    WriteBytes(m_scratch / "res.xml", "<?xml version='1.0' encoding='Big5' standalone='yes'?>"
+                                      "<r><section><ICode><res id='1'>\xB0\x54\xAE\xA7</res></ICode></section></r>");
+    WriteBytes(m_scratch / "eps.xml", "<?xml version=\"1.0\" encoding=\"shift_jis\"?><r><tml:fontname>"
+                                      "<tml:Qzc>\x91\x76\x91\xCC</tml:Qzc><tml:EPS>S</tml:EPS></tml:fontname></r>");
     WriteBytes(m_scratch / "bad.xml", "<?xml version=\"1.0\" encoding=\"UTF-16LE\"?><r><a>\xE4</a></r>");
     const auto external = [&](const std::string& tag, const std::string& file) {
         return "<" + tag + " type=\"external\">" + m_scratch.Path() + file + "</" + tag + ">";
@@ -192,8 +189,8 @@ TEST_F(RegistryTest, EveryFileIsReadInItsOwnEncoding) {
                "<?xml version=\"1.0\" encoding=\"GB2312\"?><\xD6\xD0>"
                "<a>\xE9\x46\xBB\xF9</a>" + // the first character is GBK only
                    external("Resource", "\\sub\\../res.xml") +
-                   external("epsFONT", "/eps.xml") + external("plain", "/bad.xml") +
-                   external("gone", "/gone.xml") + "</\xD6\xD0>");
+                   external("epsFONT", "/eps.xml") + external("plain", "/bad.xml") + external("gone", "/gone.xml") +
+                   "</\xD6\xD0>");
     const Registry registry(m_scratch / "conf.xml");
     EXPECT_EQ(registry.Name(), "中");
     EXPECT_EQ(registry["a"], "镕基");
@@ -216,10 +213,9 @@ TEST_F(RegistryTest, EveryFileIsReadInItsOwnEncoding) {
 
 TEST_F(RegistryTest, ResourceAndFontFiles) {
     OpenRegistry<QzRegistryResource> resource;
-    resource.LoadDoc(
-        "<R><Section><ECODE><res id='1'>one</res><RES id='2'>two</RES><x id='3'>no</x></ECODE>"
-        "<other><res id='4'>no</res></other></Section><part><ECode><res id='5'>no</res></ECode></part>"
-        "<section><icode><Res id='1'>eins</Res><res>none</res></icode></section></R>");
+    resource.LoadDoc("<R><Section><ECODE><res id='1'>one</res><RES id='2'>two</RES><x id='3'>no</x></ECODE>"
+                     "<other><res id='4'>no</res></other></Section><part><ECode><res id='5'>no</res></ECode></part>"
+                     "<section><icode><Res id='1'>eins</Res><res>none</res></icode></section></R>");
     EXPECT_EQ(resource.Name(), "R");
     EXPECT_EQ(Keys(resource), "1 2  ");
     EXPECT_EQ(resource["1"], "eins") << "a later id replaces an earlier one";
@@ -259,9 +255,8 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     std::string tags;
     while (markup.FindElem())
         tags += (markup.GetTagName() + ":" + markup.GetAttrib("type") + " ").Cstr();
-    EXPECT_EQ(tags,
-              "Size:value Log:object Plain:value Odd:value Fonts:sequence Layers:objectsequence Deep:subreg "
-              "resource:external Size:sequence in:external ");
+    EXPECT_EQ(tags, "Size:value Log:object Plain:value Odd:value Fonts:sequence Layers:objectsequence Deep:subreg "
+                    "resource:external Size:sequence in:external ");
     EXPECT_NE(saved.find(">data/x.xml<"), std::string::npos) << "relative, as it was";
     EXPECT_EQ(saved.find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<Root>"), 0U);
 
@@ -352,8 +347,7 @@ TEST_F(RegistryTest, CopiesShareNothing) {
     copy = *&copy;
     for (QzRegistry::Object* table :
          {static_cast<QzRegistry::Object*>(&registry), &registry.Obj("Log"), &registry.ObjSeq("Layers")[0],
-          static_cast<QzRegistry::Object*>(&registry.SubReg("Deep")),
-          static_cast<QzRegistry::Object*>(&resource)})
+          static_cast<QzRegistry::Object*>(&registry.SubReg("Deep")), static_cast<QzRegistry::Object*>(&resource)})
         table->SetAt("1", "y");
     registry.Seq("Fonts").RemoveAll();
     Registry expected;
@@ -416,8 +410,8 @@ TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
 // The place of the base library decides, so each case is a process of its own with a copy of that library.
 TEST(RegistryRoot, IsFoundBesideTheBaseLibraryOrAboveIt) {
     const auto run = [](const ScratchDirectory& scratch) {
-        const std::string command = "LD_LIBRARY_PATH='" + scratch.Path() +
-                                    "/bin' '" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
+        const std::string command =
+            "LD_LIBRARY_PATH='" + scratch.Path() + "/bin' '" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
         std::string output;
         for (int c = 0; (c = std::fgetc(pipe.get())) != EOF;)
@@ -432,10 +426,9 @@ TEST(RegistryRoot, IsFoundBesideTheBaseLibraryOrAboveIt) {
         std::filesystem::copy_file(BASE_LIBRARY, std::filesystem::path(scratch / "bin") /
                                                      std::filesystem::path(BASE_LIBRARY).filename());
         if (place == "none") {
-            EXPECT_EQ(run(scratch),
-                      "trace cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml at "
-                      "qzc bin dir!\npath " +
-                          scratch.Path() + "/\nname \n" + unresolved);
+            EXPECT_EQ(run(scratch), "trace cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml at "
+                                    "qzc bin dir!\npath " +
+                                        scratch.Path() + "/\nname \n" + unresolved);
             continue;
         }
         if (place == "bin/") // is preferred to the one above

@@ -19,8 +19,8 @@ using namespace std::string_literals;
 
 TEST(Stream, ValuesAreLittleEndian) {
     QzMemoryStream stream;
-    stream << std::int8_t{-2} << std::uint16_t{0x1234} << std::int32_t{-2}
-           << std::uint64_t{0x0102030405060708} << -2.5F << 1.5 << KeldMBString("h\0i", 3);
+    stream << std::int8_t{-2} << std::uint16_t{0x1234} << std::int32_t{-2} << std::uint64_t{0x0102030405060708} << -2.5F
+           << 1.5 << KeldMBString("h\0i", 3);
     const std::string_view expected("\xFE"
                                     "\x34\x12"
                                     "\xFE\xFF\xFF\xFF"
@@ -35,8 +35,7 @@ TEST(Stream, ValuesAreLittleEndian) {
     std::tuple<std::int8_t, std::uint16_t, std::int32_t, std::uint64_t, float, double, KeldMBString> values;
     std::get<KeldMBString>(values).SetCharset(KELDCharset::Big5);
     std::apply([&](auto&... value) { (view >> ... >> value); }, values);
-    EXPECT_EQ(values,
-              std::make_tuple(-2, 0x1234, -2, 0x0102030405060708U, -2.5F, 1.5, KeldMBString("h\0i", 3)));
+    EXPECT_EQ(values, std::make_tuple(-2, 0x1234, -2, 0x0102030405060708U, -2.5F, 1.5, KeldMBString("h\0i", 3)));
     EXPECT_EQ(std::get<KeldMBString>(values).GetCharset(), KELDCharset::Big5);
     EXPECT_TRUE(view.IsGood());
 }
@@ -140,9 +139,8 @@ TEST(File, RefusesWhatIsNoFile) {
     ASSERT_EQ(mkfifo((scratch / "pipe").c_str(), 0600), 0);
     using Access = QzFile::Access;
     const std::pair<std::string, Access> cases[] = {
-        {scratch.Path(), Access::Read},      {scratch / "missing", Access::Read},
-        {scratch / "pipe", Access::Read},    {scratch / "pipe", Access::Write},
-        {scratch.Path(), Access::ReadWrite}, {"", Access::Read}};
+        {scratch.Path(), Access::Read},    {scratch / "missing", Access::Read}, {scratch / "pipe", Access::Read},
+        {scratch / "pipe", Access::Write}, {scratch.Path(), Access::ReadWrite}, {"", Access::Read}};
     for (const auto& [path, access] : cases) {
         QzFile file;
         EXPECT_FALSE(file.Open(KeldMBString(path), access)) << path;

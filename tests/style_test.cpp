@@ -108,9 +108,8 @@ TEST(Color, PartsLieRedFirst) {
 
 TEST(Style, TenthsAreRoundedAwayFromZeroAndCutToTheField) {
     constexpr double Inf = std::numeric_limits<double>::infinity();
-    const std::pair<double, double> rows[] = {{0.25, 0.3},          {-0.25, -0.3},
-                                              {0.04, 0.0},          {1e300, 214748364.7},
-                                              {-Inf, -214748364.8}, {std::nan(""), 0.0}};
+    const std::pair<double, double> rows[] = {{0.25, 0.3},          {-0.25, -0.3},        {0.04, 0.0},
+                                              {1e300, 214748364.7}, {-Inf, -214748364.8}, {std::nan(""), 0.0}};
     QzStyle style;
     for (const auto& [set, expected] : rows) {
         style.SetLineWidth(set);
@@ -156,8 +155,7 @@ TEST(Style, EqualityLeavesTheFixedColourAndTheScalingOut) {
     check("01", &S::SetFillBackColor, &S::SetFillForeColor, &S::SetFillStyle, &S::SetFillOpaqueRate,
           &S::SetFillGradientType, &S::SetFillAngle, &S::SetFillCenterOffsetX, &S::SetFillCenterOffsetY,
           &S::SetFillBackOpaque);
-    check("12", &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerStyle, &S::SetMarkerWidth,
-          &S::SetMarkerHeight);
+    check("12", &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerStyle, &S::SetMarkerWidth, &S::SetMarkerHeight);
     check("0", static_cast<void (S::*)(int)>(&S::SetLineStyle), &S::SetLineWidth);
     check("", &S::SetLineColor, &S::SetTessellate);
 
@@ -264,8 +262,8 @@ TEST(StyleEx, OnlyRealChangesRaiseTheModifiedFlag) {
         (checkOne(setters), ...);
     };
     using S = QzStyleEx;
-    check(true, 0.1F, &S::SetIconScale, &S::SetPointSize, &S::SetLineWidth, &S::SetBottomAltitude,
-          &S::SetExtendHeight, &S::SetTilingU, &S::SetTilingV, &S::SetTopTilingU, &S::SetTopTilingV);
+    check(true, 0.1F, &S::SetIconScale, &S::SetPointSize, &S::SetLineWidth, &S::SetBottomAltitude, &S::SetExtendHeight,
+          &S::SetTilingU, &S::SetTilingV, &S::SetTopTilingU, &S::SetTopTilingV);
     check(true, KeldMBString("a"), &S::SetIconName, &S::SetSideTexture, &S::SetTopTexture);
     check(true, QzColorValue3D(1, 1, 1, 0.5), &S::SetPointColor, &S::SetLineColor, &S::SetFillColor);
     check(true, RealSize, &S::SetTextureRepeatMode, &S::SetTopTextureRepeatMode);
@@ -278,8 +276,8 @@ TEST(StyleEx, OnlyRealChangesRaiseTheModifiedFlag) {
     check(true, 3U, &S::SetPipeSides);
     check(true, 3, &S::SetMarkerStyle);
     check(false, static_cast<unsigned char>(1), &S::SetMarker3D, &S::SetFiletEnable, &S::SetTessellate);
-    check(false, 2.0, &S::SetMarker3DScaleX, &S::SetMarker3DScaleY, &S::SetMarker3DScaleZ,
-          &S::SetMarker3DRotateX, &S::SetMarker3DRotateY, &S::SetMarker3DRotateZ);
+    check(false, 2.0, &S::SetMarker3DScaleX, &S::SetMarker3DScaleY, &S::SetMarker3DScaleZ, &S::SetMarker3DRotateX,
+          &S::SetMarker3DRotateY, &S::SetMarker3DRotateZ);
 }
 
 TEST(StyleRecord, HasTheBytesOfItsLayout) {
@@ -412,8 +410,7 @@ TEST(StyleRecord, WhatIsSavedLoadsWhereverItIsCut) {
         style.ToKeldStyle(plain);
         QzStyle copy;
         copy.FromKeldStyle(plain);
-        for (const auto same :
-             {QzStyle::IsSameFillStyle, QzStyle::IsSameLineStyle, QzStyle::IsSameMarkerStyle})
+        for (const auto same : {QzStyle::IsSameFillStyle, QzStyle::IsSameLineStyle, QzStyle::IsSameMarkerStyle})
             EXPECT_TRUE(same(copy, style));
         EXPECT_EQ(copy.GetHashCode(), style.GetHashCode());
         EXPECT_EQ(copy.GetFixedColor(), style.GetFixedColor());

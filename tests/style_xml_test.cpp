@@ -120,13 +120,12 @@ TEST(StyleXml, WhatIsWrittenReadsBack) {
 
 TEST(StyleXml, ReadsAnElementOfALargerDocument) {
     QzStyle style;
-    QzMarkup map(
-        "<?xml version=\"1.0\"?><map><!-- styles --><layer><zpl:Style "
-        "id='1'><other/><zpl:LineWidth>7</zpl:LineWidth>"
-        "<zpl:MarkerSize> +12.34mm</zpl:MarkerSize><!-- <zpl:MarkerAngle>1</zpl:MarkerAngle> -->"
-        "<zpl:MarkerWidth>33.9</zpl:MarkerWidth><deep><zpl:LineStyle>9</zpl:LineStyle></deep>"
-        "<zpl:FillBackOpaque>true</zpl:FillBackOpaque><zpl:FillGradientType>sQuare</zpl:FillGradientType>"
-        "</zpl:Style></layer></map>");
+    QzMarkup map("<?xml version=\"1.0\"?><map><!-- styles --><layer><zpl:Style "
+                 "id='1'><other/><zpl:LineWidth>7</zpl:LineWidth>"
+                 "<zpl:MarkerSize> +12.34mm</zpl:MarkerSize><!-- <zpl:MarkerAngle>1</zpl:MarkerAngle> -->"
+                 "<zpl:MarkerWidth>33.9</zpl:MarkerWidth><deep><zpl:LineStyle>9</zpl:LineStyle></deep>"
+                 "<zpl:FillBackOpaque>true</zpl:FillBackOpaque><zpl:FillGradientType>sQuare</zpl:FillGradientType>"
+                 "</zpl:Style></layer></map>");
     map.FindElem();
     map.FindChildElem("layer");
     map.IntoElem();
@@ -165,10 +164,9 @@ TEST(StyleXml, A3DElementIsReadAsAWhole) {
     QzStyle style;
     style.SetMarkerStyle(5);
     const AssertionLog log;
-    EXPECT_TRUE(
-        style.FromXML(Document("Style{ MarkerSize=9 LineStyle3D=line_pipeline Fill3DMode=FILL_NOTHING "
-                               "LineWidth=0.25 PipeSides=-1 ExtendHeight=1e3 PointSize=1e99 }"),
-                      0));
+    EXPECT_TRUE(style.FromXML(Document("Style{ MarkerSize=9 LineStyle3D=line_pipeline Fill3DMode=FILL_NOTHING "
+                                       "LineWidth=0.25 PipeSides=-1 ExtendHeight=1e3 PointSize=1e99 }"),
+                              0));
     ASSERT_NE(style.GetStyleEx(), nullptr);
     EXPECT_EQ(style.GetMarkerSize(), 2.4);
     EXPECT_EQ(style.GetMarkerStyle(), 0);
@@ -187,17 +185,16 @@ TEST(StyleXml, A3DElementIsReadAsAWhole) {
 
 TEST(StyleXml, ColoursAsText) {
     // Red is read at the fifth character, wherever the bracket stands.
-    const std::pair<const char*, unsigned int> rows[] = {
-        {"rgb(10, 20,30)", KELDRGB(10, 20, 30)},
-        {" RGB(1,2,3)", KELDRGB(0, 2, 3)},
-        {"RGB(1,2", KELDRGB(1, 2, 0)},
-        {"RGB(-1,256,x)", KELDRGB(255, 0, 0)},
-        {"RGB(99999999999999999999,0,0)", KELDRGB(255, 0, 0)},
-        {"RGB", 0},
-        {"Rgb(1,2,3)", 0},
-        {"16777215", 16777215},
-        {"4294967295", 0xFFFFFFFF},
-        {"-1", 0xFFFFFFFF}};
+    const std::pair<const char*, unsigned int> rows[] = {{"rgb(10, 20,30)", KELDRGB(10, 20, 30)},
+                                                         {" RGB(1,2,3)", KELDRGB(0, 2, 3)},
+                                                         {"RGB(1,2", KELDRGB(1, 2, 0)},
+                                                         {"RGB(-1,256,x)", KELDRGB(255, 0, 0)},
+                                                         {"RGB(99999999999999999999,0,0)", KELDRGB(255, 0, 0)},
+                                                         {"RGB", 0},
+                                                         {"Rgb(1,2,3)", 0},
+                                                         {"16777215", 16777215},
+                                                         {"4294967295", 0xFFFFFFFF},
+                                                         {"-1", 0xFFFFFFFF}};
     for (const auto& [text, color] : rows)
         EXPECT_EQ(QzStyle::ConvertRGBColor(KeldMBString(text)), color) << text;
     EXPECT_EQ(QzStyle::ConvertRGBColor(0xFF030201), "RGB(1,2,3)");
@@ -207,16 +204,16 @@ TEST(StyleXml, ColoursAsText) {
 }
 
 TEST(StyleXml, LyingSymbolLengthsCostNothing) {
-    const std::pair<const char*, std::size_t> rows[] = {
-        {"-1", 0},    {"2147483647", 0}, {"4294967295", 0}, {"0", 0}, {"x", 0},
-        {"65539", 0}, {"65538", 65538},  {"1", 1},          {"6", 6}};
+    const std::pair<const char*, std::size_t> rows[] = {{"-1", 0},        {"2147483647", 0}, {"4294967295", 0},
+                                                        {"0", 0},         {"x", 0},          {"65539", 0},
+                                                        {"65538", 65538}, {"1", 1},          {"6", 6}};
     for (const auto& [length, taken] : rows) {
         std::string expected("\x01\x02");
         expected.resize(taken); // zeros for what is missing
         QzStyle style;
         SetSymbols(style);
-        EXPECT_TRUE(style.FromXML(Document(std::string("Style{ CustomLineSymbol{ LineSymbolLength=") +
-                                           length + " LineSymbolVersion=6 LineSymbolString=0102 } }"),
+        EXPECT_TRUE(style.FromXML(Document(std::string("Style{ CustomLineSymbol{ LineSymbolLength=") + length +
+                                           " LineSymbolVersion=6 LineSymbolString=0102 } }"),
                                   0));
         EXPECT_EQ(style.GetLineSymbolVersion(), 6U);
         EXPECT_EQ(style.GetMarkerSymbolLength(), 5U);

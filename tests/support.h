@@ -41,8 +41,7 @@ using AssertionLog = TextLog<&KELD::SetAssertHandler>;
 /// Makes a charset the current one while it lives.
 class CurrentCharset {
 public:
-    explicit CurrentCharset(KELD::KELDCharset::Charset charset)
-        : m_previous(KELD::KeldSystem::GetCurCharset()) {
+    explicit CurrentCharset(KELD::KELDCharset::Charset charset) : m_previous(KELD::KeldSystem::GetCurCharset()) {
         KELD::KeldSystem::SetCurCharset(charset);
     }
     ~CurrentCharset() { KELD::KeldSystem::SetCurCharset(m_previous); }
@@ -86,8 +85,7 @@ inline void WriteBytes(const std::string& path, const std::string& bytes) {
 /// The bytes that a memory stream or a byte array holds.
 template <class Stream>
 std::string Bytes(const Stream& stream) {
-    return std::string(reinterpret_cast<const char*>(stream.GetData()),
-                       static_cast<std::size_t>(stream.GetLength()));
+    return std::string(reinterpret_cast<const char*>(stream.GetData()), static_cast<std::size_t>(stream.GetLength()));
 }
 
 /// Runs each body on a thread of its own; back when all have ended.

@@ -29,11 +29,10 @@ const char Zhongwen[] = "\xE4\xB8\xAD\xE6\x96\x87"; // U+4E2D U+6587, "Chinese"
 } // namespace
 
 TEST(Codec, OpensEveryCharsetOfTheTable) {
-    for (const int number :
-         {0,     1,     77,    128,   129,   130,   132,   134,   136,   137,   161,   162,
-          163,   177,   178,   186,   204,   222,   238,   250,   251,   252,   253,   254,
-          1200,  1201,  20127, 20866, 21866, 28591, 28592, 28593, 28594, 28595, 28596, 28597,
-          28598, 28599, 28600, 28601, 28603, 28604, 28605, 28606, 51932, 54936}) {
+    for (const int number : {0,     1,     77,    128,   129,   130,   132,   134,   136,   137,   161,   162,
+                             163,   177,   178,   186,   204,   222,   238,   250,   251,   252,   253,   254,
+                             1200,  1201,  20127, 20866, 21866, 28591, 28592, 28593, 28594, 28595, 28596, 28597,
+                             28598, 28599, 28600, 28601, 28603, 28604, 28605, 28606, 51932, 54936}) {
         const auto charset = static_cast<Charset>(number);
         EXPECT_TRUE(QzTextCodec(KELDCharset::UTF16LE, charset).IsOpen()) << number;
         EXPECT_TRUE(QzTextCodec(charset, KELDCharset::UTF8).IsOpen()) << number;
@@ -87,8 +86,8 @@ TEST(Codec, FailureLeavesTheDestination) {
         int length = 77;
         unsigned char raw[64] = {};
         EXPECT_FALSE(codec.Convert(result, source));
-        EXPECT_FALSE(codec.Convert(raw, 64, length, reinterpret_cast<const unsigned char*>(source.Cstr()),
-                                   source.GetLength()));
+        EXPECT_FALSE(
+            codec.Convert(raw, 64, length, reinterpret_cast<const unsigned char*>(source.Cstr()), source.GetLength()));
         EXPECT_EQ(result, "old");
         EXPECT_EQ(length, 77);
         KeldMBString fresh("old"); // nothing of the failed text meets the next
@@ -134,10 +133,10 @@ TEST(Codec, CopiesBetweenEqualNames) {
 }
 
 TEST(Codec, JudgesLocalesBySubstring) {
-    const std::pair<const char*, int> cases[] = {
-        {"ja-jp", 128},   {"xJAx", 128},  {"zh-cn", 134}, {"zh-Hans-SG", 134}, {"zh-sg", 136}, {"ZH-TW", 136},
-        {"zh-Hant", 136}, {"zh-mo", 136}, {"zh-hk", 136}, {"sv-SE", 137},      {"ar-sa", 178}, {"es-ES", 137},
-        {"es-mx", 1},     {"", 1},        {"zh", 1}};
+    const std::pair<const char*, int> cases[] = {{"ja-jp", 128}, {"xJAx", 128},  {"zh-cn", 134},   {"zh-Hans-SG", 134},
+                                                 {"zh-sg", 136}, {"ZH-TW", 136}, {"zh-Hant", 136}, {"zh-mo", 136},
+                                                 {"zh-hk", 136}, {"sv-SE", 137}, {"ar-sa", 178},   {"es-ES", 137},
+                                                 {"es-mx", 1},   {"", 1},        {"zh", 1}};
     for (const auto& [locale, charset] : cases)
         EXPECT_EQ(QzTextCodec::GetStrGlobalCharset(locale), charset) << locale;
     QzTextCodec::SetGlobalCharset("zh-tw", 1);
@@ -216,8 +215,8 @@ TEST(StringW, AnswersNullPointersAndBadIndices) {
     EXPECT_EQ(text.FindOneOf(null), -1);
     EXPECT_EQ(text.Replace(L"a", null) + text.Replace(null, L"a"), 0);
     const std::string index = "nIndex >= 0&&nIndex < GetLength()";
-    EXPECT_EQ(AssertionLog::Texts(), (std::vector<std::string>{"str != 0", "str != 0", index, index, index,
-                                                               index, "pstr", "lpszSub", "lpszCharSet"}));
+    EXPECT_EQ(AssertionLog::Texts(), (std::vector<std::string>{"str != 0", "str != 0", index, index, index, index,
+                                                               "pstr", "lpszSub", "lpszCharSet"}));
     // No null terminator is looked for and nothing is taken from the heap for counts like these.
     text.SetCapacity(-1);
     text.SetCapacity(std::numeric_limits<int>::max());

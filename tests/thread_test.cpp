@@ -365,8 +365,7 @@ TEST(ThreadManagerDeathTest, ProcessEndsBesideRunningThreads) {
         for (int i = 0; i < 20; ++i) {
             const KeldMBString name(("t" + std::to_string(i)).c_str());
             const auto body = [](void*) {
-                std::this_thread::sleep_for(
-                    std::chrono::microseconds(QzThread::GetCurrentThreadId() % 20 * 50));
+                std::this_thread::sleep_for(std::chrono::microseconds(QzThread::GetCurrentThreadId() % 20 * 50));
                 return 0;
             };
             QzThreadManager::GetInstance().CreateThread(name, body, nullptr, i % 2 == 0)->Start();

@@ -12,8 +12,7 @@ namespace KELD {
 /// then gives an empty element that nothing keeps, writing does nothing.
 template <class T>
 class KeldArray {
-    static_assert(!std::is_same_v<T, bool>,
-                  "std::vector<bool> has no elements to refer to; use unsigned char");
+    static_assert(!std::is_same_v<T, bool>, "std::vector<bool> has no elements to refer to; use unsigned char");
 
 public:
     int GetSize() const { return static_cast<int>(m_items.size()); }

@@ -27,9 +27,8 @@ inline bool CheckAssertion(bool holds, const char* expression, const char* file,
 /// and the program goes on, so the code behind it takes a defined fallback:
 ///     if (!KELDASSERT(nSize != 0))
 ///         return;
-#define KELDASSERT(expression)                                                                               \
-    ::KELD::CheckAssertion(static_cast<bool>(expression), #expression, __FILE__, __LINE__)
+#define KELDASSERT(expression) ::KELD::CheckAssertion(static_cast<bool>(expression), #expression, __FILE__, __LINE__)
 
 /// The same with a text of its own, where callers rely on that text.
-#define KELDASSERT_TEXT(expression, text)                                                                    \
+#define KELDASSERT_TEXT(expression, text)                                                                              \
     ::KELD::CheckAssertion(static_cast<bool>(expression), text, __FILE__, __LINE__)

@@ -37,9 +37,9 @@ public:
     std::int64_t Write(const void* buffer, std::int64_t count); ///< the number written; fewer only on failure
     bool Seek(std::int64_t position);                           ///< from the start
     std::int64_t GetLength() const;                             ///< -1 on failure
-    bool Truncate(std::int64_t length); ///< cuts the file off at `length`; the position stays
-    bool HasName() const;               ///< false for a file that was removed after it was opened
-    bool Sync();                        ///< waits until what was written is on the storage device
+    bool Truncate(std::int64_t length);                         ///< cuts the file off at `length`; the position stays
+    bool HasName() const; ///< false for a file that was removed after it was opened
+    bool Sync();          ///< waits until what was written is on the storage device
 
     int GetErrorCode() const { return m_error; } ///< errno of the last operation that failed, 0 before any
     KeldMBString GetError() const;               ///< the system's words for it

@@ -17,9 +17,7 @@ public:
 
     bool Seek(std::int64_t position) override;
     std::int64_t GetLength() const override { return m_readEnd - m_window; }
-    const unsigned char* GetData() const {
-        return m_window;
-    } ///< GetLength() bytes; valid until the next write
+    const unsigned char* GetData() const { return m_window; } ///< GetLength() bytes; valid until the next write
 
     /// Makes room for `capacity` bytes in all, so that writing that many moves nothing. Room that cannot be
     /// had is not made.

@@ -123,8 +123,7 @@ private:
     template <class T>
     static void FromBits(std::uint64_t bits, T& value) {
         if constexpr (std::is_floating_point_v<T>) {
-            const auto narrow =
-                static_cast<std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>>(bits);
+            const auto narrow = static_cast<std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>>(bits);
             std::memcpy(&value, &narrow, sizeof(value));
         } else {
             value = static_cast<T>(bits);

@@ -10,8 +10,7 @@ namespace Qzc {
 class QzColorValue3D {
 public:
     constexpr QzColorValue3D() = default; ///< opaque white
-    constexpr QzColorValue3D(double r, double g, double b, double a = 1)
-        : red(r), green(g), blue(b), alpha(a) {}
+    constexpr QzColorValue3D(double r, double g, double b, double a = 1) : red(r), green(g), blue(b), alpha(a) {}
 
     /// From a packed value: red in the low byte, then green, blue and alpha. The colours that KELDRGB makes
     /// have no alpha byte, so they come out fully transparent; set `alpha` where that is not meant.

@@ -84,8 +84,8 @@ public:
     ///
     /// 0 when the item was not recorded (the log is blocked, the level is below the threshold, the item is a
     /// repeat), and when it is in memory but could not be written.
-    unsigned char RecordLog(LogLevelType level, int code, const KeldMBString& message,
-                            const KeldMBString& codeFile, int codeLine);
+    unsigned char RecordLog(LogLevelType level, int code, const KeldMBString& message, const KeldMBString& codeFile,
+                            int codeLine);
     unsigned char RecordLog(LogLevelType level, int code, const KeldMBString& message);
     unsigned char RecordLog(LogLevelType level, const KeldMBString& message);
     unsigned char RecordLog(const KeldMBString& message); ///< level `info`
@@ -136,8 +136,7 @@ public:
     /// Takes an item, in the modes `Database` and `Memory`; 0 leaves it, and those behind it, in memory.
     static void SetWriteCallBack(unsigned char (*callBack)(void* dataSource, const QzLogItem& item));
     /// The same for a batch, which is taken or left as a whole. Goes before the one for single items.
-    static void SetWriteCallBacks(unsigned char (*callBack)(void* dataSource,
-                                                            const KeldArray<QzLogItem>& items));
+    static void SetWriteCallBacks(unsigned char (*callBack)(void* dataSource, const KeldArray<QzLogItem>& items));
     static void SetCloseCallBack(void (*callBack)(void* dataSource));
 
     // ---- Reading back
@@ -154,9 +153,9 @@ public:
 
     // ---- Names and values. Names compare without regard to case; an unknown one raises the assertion.
 
-    static LogLevelType GetLevelAsEnum(const KeldMBString& name); ///< unknown: `error`
-    static KeldMBString GetLevelAsString(LogLevelType level);     ///< unknown: assertion, then "unknown"
-    static Mode GetModeAsEnum(const KeldMBString& name);          ///< unknown: `Text`
+    static LogLevelType GetLevelAsEnum(const KeldMBString& name);          ///< unknown: `error`
+    static KeldMBString GetLevelAsString(LogLevelType level);              ///< unknown: assertion, then "unknown"
+    static Mode GetModeAsEnum(const KeldMBString& name);                   ///< unknown: `Text`
     static TimeInterval GetTimeIntervalAsEnum(const KeldMBString& name);   ///< unknown: `None`
     static SizeLimitMode GetSizeLimitModeAsEnum(const KeldMBString& name); ///< unknown, empty: `Rolling`
 

@@ -72,22 +72,15 @@ public:
     /// written as the text stands.
     unsigned char Save(const char* szFileName);
 
-    KeldMBString
-    GetXMLFileHeader() const; ///< the declaration for the document's encoding, without a line break
-    KELDCharset::Charset GetEncoding() const {
-        return m_encoding;
-    } ///< `Unknown` after Load met a name not known
-    void SetEncoding(KELDCharset::Charset encoding) {
-        m_encoding = encoding;
-    } ///< what Save writes; no text changes
+    KeldMBString GetXMLFileHeader() const; ///< the declaration for the document's encoding, without a line break
+    KELDCharset::Charset GetEncoding() const { return m_encoding; } ///< `Unknown` after Load met a name not known
+    void SetEncoding(KELDCharset::Charset encoding) { m_encoding = encoding; } ///< what Save writes; no text changes
 
     // ---- Navigation: false, and no move, when there is nothing to move to
 
-    unsigned char
-    FindElem(const char* szName = nullptr); ///< the next sibling of that name, any for null or empty
+    unsigned char FindElem(const char* szName = nullptr); ///< the next sibling of that name, any for null or empty
     unsigned char FindChildElem(const char* szName = nullptr);
-    unsigned char
-    MoveNextElem(); ///< the next sibling whatever its name; the first when there is no main element
+    unsigned char MoveNextElem(); ///< the next sibling whatever its name; the first when there is no main element
     unsigned char MoveNextChildElem();
     unsigned char IntoElem();       ///< the main element becomes the parent, its child the main position
     unsigned char OutOfElem();      ///< the parent becomes the main element again, the main element its child
@@ -153,9 +146,7 @@ public:
     unsigned char SetAttrib(const char* szAttrib, int nValue);
     unsigned char SetChildAttrib(const char* szAttrib, const char* szValue);
     unsigned char SetChildAttrib(const char* szAttrib, int nValue);
-    unsigned char AddAttrib(const char* szAttrib, const char* szValue) {
-        return SetAttrib(szAttrib, szValue);
-    }
+    unsigned char AddAttrib(const char* szAttrib, const char* szValue) { return SetAttrib(szAttrib, szValue); }
     unsigned char AddAttrib(const char* szAttrib, int nValue) { return SetAttrib(szAttrib, nValue); }
     unsigned char AddChildAttrib(const char* szAttrib, const char* szValue);
     unsigned char AddChildAttrib(const char* szAttrib, int nValue);
@@ -223,16 +214,14 @@ protected:
 
     // Parsing
     unsigned char ParseDoc();
-    int
-    ParseElem(int iPosParent); ///< the top element, for parent 0; its record, or -1 with the error text set
+    int ParseElem(int iPosParent);        ///< the top element, for parent 0; its record, or -1 with the error text set
     int ParseNode(TokenPos& token) const; ///< at a '<': steps over what is no element; its NodeType
     int ParseError(const char* szError,
-                   const char* szName); ///< sets the error text, formatted with the name; -1
-    static bool
-    FindToken(TokenPos& token); ///< the next name, quoted string or single delimiter; false at the end
+                   const char* szName);     ///< sets the error text, formatted with the name; -1
+    static bool FindToken(TokenPos& token); ///< the next name, quoted string or single delimiter; false at the end
     static bool FindAny(const char* szDoc, int& nChar); ///< steps over white space; false at the end
     static bool FindChar(const char* szDoc, int& nChar,
-                         char c); ///< false, and `nChar` at the end, when absent
+                         char c);                                 ///< false, and `nChar` at the end, when absent
     bool FindAttrib(TokenPos& token, const char* szAttrib) const; ///< from inside a start tag to the value
     static KeldMBString GetToken(const TokenPos& token);
     KeldMBString TextToDoc(const char* szText, unsigned char bAttrib) const;
@@ -250,8 +239,7 @@ protected:
     unsigned char SetAttrib(int iPos, const char* szAttrib, int nValue);
     unsigned char SetData(int iPos, const char* szData, int nCDATA);
     unsigned char SetRealData(int iPos, const char* szData);
-    unsigned char AddElem(const char* szName, const char* szData, unsigned char bInsert,
-                          unsigned char bAddChild);
+    unsigned char AddElem(const char* szName, const char* szData, unsigned char bInsert, unsigned char bAddChild);
     unsigned char AddSubDoc(const char* szSubDoc, unsigned char bInsert, unsigned char bAddChild);
     int RemoveElem(int iPos); ///< the sibling before it, 0 if none
     static unsigned char CreateNode(KeldMBString& strNode, int nNodeType, const char* szText);
@@ -283,9 +271,7 @@ private:
         TokenPos value;
         bool hasEqualsSign;
     };
-    ElementPos& Pos(int i) {
-        return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)];
-    }
+    ElementPos& Pos(int i) { return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)]; }
     bool IsEmptyElement(int iPos) const { return Pos(iPos).nEndL == Pos(iPos).nStartL; }
     int Clip(int offset) const; ///< into the text: after Save, records may point behind its end
     std::string_view Range(int nLeft, int nRight) const;
@@ -311,8 +297,7 @@ private:
                                const ElementPos* only = nullptr);
     unsigned char InsertTopMarkup(const KeldMBString& text);
     unsigned char ReplaceContent(int iPos, const KeldMBString& content, bool bNeedsElement = false);
-    int
-    SkipLineEnd(int nOffset) const; ///< behind the line break when only blanks stand before it, else nOffset
+    int SkipLineEnd(int nOffset) const; ///< behind the line break when only blanks stand before it, else nOffset
     void Swap(QzMarkup& other) noexcept;
 
     KELDCharset::Charset m_encoding;

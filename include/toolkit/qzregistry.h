@@ -75,8 +75,7 @@ public:
     /// QzRegistryResource, "EPSFont" a QzRegistryEpsFont (without regard to case), any other name a plain
     /// registry.
     QzRegistry& SubFile(const KeldMBString& strName) const;
-    KeldMBString
-    GetSubFileName(const KeldMBString& strName) const; ///< its absolute path, empty if there is none
+    KeldMBString GetSubFileName(const KeldMBString& strName) const; ///< its absolute path, empty if there is none
 
     /// The names of the entries of one kind, in the order in which they were read.
     Sequence Names(ElemType type) const;
@@ -95,10 +94,9 @@ protected:
     /// Reads a file in the encoding that it declares and hands its text to LoadDoc. Save then writes to this
     /// file. A file that cannot be read leaves a trace line and the registry empty.
     void LoadFile(const KeldMBString& strFile);
-    virtual void LoadDoc(const KeldMBString& strDoc);    ///< parses and calls LoadFromMarkup
-    virtual void LoadFromMarkup(const QzMarkup& markup); ///< adds the entries of the document's top element
-    virtual unsigned char
-    SaveDoc(QzMarkup& markup) const; ///< adds the entries at the end of the markup's parent
+    virtual void LoadDoc(const KeldMBString& strDoc);      ///< parses and calls LoadFromMarkup
+    virtual void LoadFromMarkup(const QzMarkup& markup);   ///< adds the entries of the document's top element
+    virtual unsigned char SaveDoc(QzMarkup& markup) const; ///< adds the entries at the end of the markup's parent
 
     void SetName(const KeldMBString& strName) { m_strName = strName; }
 

@@ -49,10 +49,9 @@ public:
     QzStringW& MakeLower();
     QzStringW& MakeInverse(); ///< reverses the order of the units
 
-    QzStringW Left(int count) const; ///< a negative count gives an empty text, one past the length all of it
-    QzStringW
-    Right(int count) const; ///< a negative count gives all of the text, the length or more an empty one
-    QzStringW Mid(int index) const;            ///< a negative index counts as 0
+    QzStringW Left(int count) const;  ///< a negative count gives an empty text, one past the length all of it
+    QzStringW Right(int count) const; ///< a negative count gives all of the text, the length or more an empty one
+    QzStringW Mid(int index) const;   ///< a negative index counts as 0
     QzStringW Mid(int index, int count) const; ///< fewer at the end; a negative count gives an empty text
 
     /// Erases `count` units at `index`, fewer at the end; a negative index counts as 0, and a count of 0 or
@@ -79,8 +78,8 @@ public:
     /// text is found where the search starts.
     int Find(wchar_t unit, int start = 0) const;
     int Find(const wchar_t* text, int start = 0) const;
-    int ReverseFind(wchar_t unit) const;     ///< the last match, -1 when there is none
-    int FindOneOf(const wchar_t* set) const; ///< the first unit that is in the set, -1 when there is none
+    int ReverseFind(wchar_t unit) const;               ///< the last match, -1 when there is none
+    int FindOneOf(const wchar_t* set) const;           ///< the first unit that is in the set, -1 when there is none
     QzStringW SpanIncluding(const wchar_t* set) const; ///< the leading run of units that are in the set
     QzStringW SpanExcluding(const wchar_t* set) const; ///< the leading run of units that are not
 

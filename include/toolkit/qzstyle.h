@@ -33,10 +33,9 @@ public:
     /// Whether both draw alike, symbols and 3D attributes included. The fixed colour, its flag and the
     /// scaling by symbol are states of a drawing in progress and take no part.
     bool operator==(const QzStyle& other) const {
-        return IsSameFillStyle(*this, other) && IsSameLineStyle(*this, other) &&
-               IsSameMarkerStyle(*this, other) && IsSameMarkerSymbolStyle(*this, other) &&
-               IsSameLineSymbolStyle(*this, other) && IsSameFillSymbolStyle(*this, other) &&
-               IsSame3DSymbolStyle(*this, other);
+        return IsSameFillStyle(*this, other) && IsSameLineStyle(*this, other) && IsSameMarkerStyle(*this, other) &&
+               IsSameMarkerSymbolStyle(*this, other) && IsSameLineSymbolStyle(*this, other) &&
+               IsSameFillSymbolStyle(*this, other) && IsSame3DSymbolStyle(*this, other);
     }
     bool operator!=(const QzStyle& other) const { return !(*this == other); }
 
@@ -49,8 +48,7 @@ public:
                a.m_nFillCenterOffsetY == b.m_nFillCenterOffsetY;
     }
     static unsigned char IsSameLineStyle(const QzStyle& a, const QzStyle& b) {
-        return a.m_nLineColor == b.m_nLineColor && a.m_nLineStyle == b.m_nLineStyle &&
-               a.m_nLineWidth == b.m_nLineWidth;
+        return a.m_nLineColor == b.m_nLineColor && a.m_nLineStyle == b.m_nLineStyle && a.m_nLineWidth == b.m_nLineWidth;
     }
     /// The line colour included.
     static unsigned char IsSameMarkerStyle(const QzStyle& a, const QzStyle& b) {
@@ -147,24 +145,24 @@ public:
     // which `new unsigned char[]` made, when the result is true. A stream gives all of its bytes, wherever
     // its position is, and stays as it is. What the getters point to is valid until the symbol changes.
 
-    unsigned char SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length,
-                                     unsigned int version, unsigned char copy);
+    unsigned char SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length, unsigned int version,
+                                     unsigned char copy);
     unsigned char SetMarkSymbolStyle(const QzMemoryStream* pMarkerSymbolStream, unsigned int version);
     const unsigned char* GetMarkSymbolStyle() const { return m_markerSymbol.pBytes.get(); } ///< null: none
     unsigned int GetMarkerSymbolLength() const { return m_markerSymbol.nLength; }
     unsigned int GetMarkerSymbolVersion() const { return m_markerSymbol.nVersion; }
     void ClearMarkSymbolStyle() { m_markerSymbol.Clear(); }
 
-    unsigned char SetLineSymbolStyle(unsigned char* pLineSymbolBuffer, unsigned int length,
-                                     unsigned int version, unsigned char copy);
+    unsigned char SetLineSymbolStyle(unsigned char* pLineSymbolBuffer, unsigned int length, unsigned int version,
+                                     unsigned char copy);
     unsigned char SetLineSymbolStyle(const QzMemoryStream* pLineSymbolStream, unsigned int version);
     const unsigned char* GetLineSymbolStyle() const { return m_lineSymbol.pBytes.get(); }
     unsigned int GetLineSymbolLength() const { return m_lineSymbol.nLength; }
     unsigned int GetLineSymbolVersion() const { return m_lineSymbol.nVersion; }
     void ClearLineSymbolStyle() { m_lineSymbol.Clear(); }
 
-    unsigned char SetFillSymbolStyle(unsigned char* pFillSymbolBuffer, unsigned int length,
-                                     unsigned int version, unsigned char copy);
+    unsigned char SetFillSymbolStyle(unsigned char* pFillSymbolBuffer, unsigned int length, unsigned int version,
+                                     unsigned char copy);
     unsigned char SetFillSymbolStyle(const QzMemoryStream* pFillSymbolStream, unsigned int version);
     const unsigned char* GetFillSymbolStyle() const { return m_fillSymbol.pBytes.get(); }
     unsigned int GetFillSymbolLength() const { return m_fillSymbol.nLength; }
@@ -307,8 +305,7 @@ public:
     /// length is a multiple of 4 the last four bytes are left out: existing documents were written so.
     static unsigned char ByteConver2String(const unsigned char* bytes, int length, KeldMBString& out);
     /// Fills `length` bytes at `bytes` from such a text, with zeros where it has no digits or has ended.
-    static unsigned char StringConver2Byte(unsigned char*& bytes, const int& length,
-                                           const KeldMBString& text);
+    static unsigned char StringConver2Byte(unsigned char*& bytes, const int& length, const KeldMBString& text);
 
 protected:
     /// Takes marker style, line width and line style from the 3D attributes, if there are any.

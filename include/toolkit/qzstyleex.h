@@ -14,12 +14,7 @@ namespace Qzc {
 // What a record holds beyond these values is kept and written back as it is.
 
 enum QzFill3DMode : std::int32_t { FILL_FACE = 1, FILL_LINE = 2, FILL_FACEANDLINE = 3 };
-enum AltitudeMode : std::int32_t {
-    ClampToGround = 0,
-    RelativeToGround = 1,
-    Absolute = 2,
-    RelativeToUnderground = 3
-};
+enum AltitudeMode : std::int32_t { ClampToGround = 0, RelativeToGround = 1, Absolute = 2, RelativeToUnderground = 3 };
 enum QzTextureRepeatMode : std::int32_t { RepeatTimes = 0, RealSize = 1 };
 enum QzBillBoardMode : std::int32_t { SCREEN_ALIGNED = 0, AUTO_Z_AXIAL = 1, FIXED_ANGLE = 2 };
 enum QzLineStyle3D : std::int32_t { LINE_SIMPLE = 0, LINE_PIPELINE = 1 };

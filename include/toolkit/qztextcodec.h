@@ -64,8 +64,7 @@ private:
     unsigned char m_isSameCharset = 0;
 
     static void* Closed();
-    bool ConvertBytes(const char* src, std::size_t length, char* dst, std::size_t room,
-                      std::size_t& produced);
+    bool ConvertBytes(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced);
 };
 
 } // namespace Qzc

@@ -124,8 +124,7 @@ int KeldMBString::Replace(const KeldMBString& from, const KeldMBString& to) {
 void KeldMBString::Replace(int index, int count, std::string_view text) {
     const int at = std::clamp(index, 0, GetLength());
     const int cut = std::clamp(count, 0, GetLength() - at);
-    if (text.size() > static_cast<std::size_t>(cut) &&
-        !HasRoomFor(text.size() - static_cast<std::size_t>(cut)))
+    if (text.size() > static_cast<std::size_t>(cut) && !HasRoomFor(text.size() - static_cast<std::size_t>(cut)))
         return;
     m_text.replace(static_cast<std::size_t>(at), static_cast<std::size_t>(cut), text);
 }
@@ -226,8 +225,7 @@ void KeldMBString::FormatV(const char* format, std::va_list arguments) {
 }
 
 KeldMBString& KeldMBString::Append(const char* text, int length) {
-    return text != nullptr && length > 0 ? Append(std::string_view(text, static_cast<std::size_t>(length)))
-                                         : *this;
+    return text != nullptr && length > 0 ? Append(std::string_view(text, static_cast<std::size_t>(length))) : *this;
 }
 
 KeldMBString& KeldMBString::operator+=(const char* text) {

@@ -13,14 +13,12 @@ class BinaryLock {
 public:
     void Lock() {
         std::uint32_t expected = Free;
-        if (!m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire,
-                                             std::memory_order_relaxed))
+        if (!m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire, std::memory_order_relaxed))
             LockSlowly();
     }
     bool TryLock() {
         std::uint32_t expected = Free;
-        return m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire,
-                                               std::memory_order_relaxed);
+        return m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire, std::memory_order_relaxed);
     }
     void Unlock() {
         if (m_state.exchange(Free, std::memory_order_release) == Contended)

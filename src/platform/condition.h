@@ -29,8 +29,8 @@ public:
     /// False when the time in milliseconds was up.
     bool Wait(Ticket ticket, std::int64_t milliseconds) {
         using Clock = std::chrono::steady_clock;
-        const auto limit = milliseconds >= 0 ? Clock::now() + std::chrono::milliseconds(milliseconds)
-                                             : Clock::time_point::max();
+        const auto limit =
+            milliseconds >= 0 ? Clock::now() + std::chrono::milliseconds(milliseconds) : Clock::time_point::max();
         for (bool inTime = true;;) {
             const std::uint32_t generation = m_generation.load(std::memory_order_acquire);
             if (generation != ticket && Leave(ticket, false))

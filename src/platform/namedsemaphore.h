@@ -54,8 +54,8 @@ public:
         do {
             if ((state & CountMask) == Shared().maximum)
                 return false;
-        } while (!Shared().state.compare_exchange_weak(state, (state & CountMask) + 1,
-                                                       std::memory_order_release, std::memory_order_relaxed));
+        } while (!Shared().state.compare_exchange_weak(state, (state & CountMask) + 1, std::memory_order_release,
+                                                       std::memory_order_relaxed));
         if ((state & Waiters) != 0)
             Wake();
         return true;
@@ -80,9 +80,7 @@ private:
     static constexpr SharedMemory::Opener Group = 0xFFFFFFFF;
 
     SharedState& Shared() const { return *static_cast<SharedState*>(m_memory.View()); }
-    SharedMemory::Opener HolderFor(Taker taker) const {
-        return taker == Taker::Group ? Group : m_memory.Self();
-    }
+    SharedMemory::Opener HolderFor(Taker taker) const { return taker == Taker::Group ? Group : m_memory.Self(); }
     static SharedMemory::Opener Holder(std::uint64_t state) {
         return static_cast<SharedMemory::Opener>(state >> HolderShift);
     }
@@ -94,8 +92,8 @@ private:
     bool TryTake(SharedMemory::Opener holder) {
         std::uint64_t state = Shared().state.load(std::memory_order_relaxed);
         while ((state & CountMask) != 0) {
-            if (Shared().state.compare_exchange_weak(state, WithoutOneUnit(state, holder),
-                                                     std::memory_order_acquire, std::memory_order_relaxed))
+            if (Shared().state.compare_exchange_weak(state, WithoutOneUnit(state, holder), std::memory_order_acquire,
+                                                     std::memory_order_relaxed))
                 return true;
         }
         return false;

@@ -37,8 +37,7 @@ public:
 
     void LockWrite() {
         std::uint32_t expected = 0;
-        if (!m_state.compare_exchange_strong(expected, Writing, std::memory_order_acquire,
-                                             std::memory_order_relaxed))
+        if (!m_state.compare_exchange_strong(expected, Writing, std::memory_order_acquire, std::memory_order_relaxed))
             LockWriteSlowly();
     }
     bool TryLockWrite() {
@@ -80,8 +79,7 @@ private:
         std::uint32_t state = m_state.load(std::memory_order_relaxed);
         for (;;) {
             if ((state & ~WriterWaits) == 0) {
-                if (m_state.compare_exchange_weak(state, Writing, std::memory_order_acquire,
-                                                  std::memory_order_relaxed))
+                if (m_state.compare_exchange_weak(state, Writing, std::memory_order_acquire, std::memory_order_relaxed))
                     break;
             } else if ((state & WriterWaits) != 0 ||
                        m_state.compare_exchange_weak(state, state | WriterWaits, std::memory_order_relaxed)) {

@@ -21,8 +21,7 @@ public:
     bool TryWait() {
         std::uint64_t state = m_state.load(std::memory_order_relaxed);
         while (Count(state) != 0) {
-            if (m_state.compare_exchange_weak(state, state - 1, std::memory_order_acquire,
-                                              std::memory_order_relaxed))
+            if (m_state.compare_exchange_weak(state, state - 1, std::memory_order_acquire, std::memory_order_relaxed))
                 return true;
         }
         return false;
@@ -36,8 +35,7 @@ public:
             posted = state + 1;
             if (state >= OneSleeper)
                 posted = NextWake(posted) - OneSleeper;
-        } while (!m_state.compare_exchange_weak(state, posted, std::memory_order_release,
-                                                std::memory_order_relaxed));
+        } while (!m_state.compare_exchange_weak(state, posted, std::memory_order_release, std::memory_order_relaxed));
         // From here on the semaphore may be gone: what was read with the exchange has to do.
         if (state >= OneSleeper)
             WakeOneWaiter(SleepersWord());
@@ -56,9 +54,7 @@ private:
 
     static std::uint32_t Count(std::uint64_t state) { return static_cast<std::uint32_t>(state); }
     static std::uint32_t Upper(std::uint64_t state) { return static_cast<std::uint32_t>(state >> 32); }
-    static std::uint64_t NextWake(std::uint64_t state) {
-        return (state & ~Wakes) | ((state + OneWake) & Wakes);
-    }
+    static std::uint64_t NextWake(std::uint64_t state) { return (state & ~Wakes) | ((state + OneWake) & Wakes); }
 
     const void* SleepersWord() const {
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__

@@ -40,7 +40,7 @@ public:
         std::size_t size; ///< in bytes; all openers of one name want the same
         Kind kind = Kind::Memory;
         const void* content = nullptr; ///< `size` bytes that fresh memory holds; null: zeros
-        bool marks = false; ///< whether openers can be marked; if so, at most MaxMarks are there at once
+        bool marks = false;            ///< whether openers can be marked; if so, at most MaxMarks are there at once
         std::uint64_t partOf = 0;
     };
     static constexpr std::size_t MaxMarks = 32768;

@@ -156,8 +156,7 @@ KeldMBString QzFile::GetAbsolutePath(const KeldMBString& directory, const KeldMB
     return KeldMBString((base / ToNativePath(path).Cstr()).lexically_normal().string());
 }
 
-void QzFile::SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name,
-                       KeldMBString& extension) {
+void QzFile::SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name, KeldMBString& extension) {
     const KeldMBString native = ToNativePath(path);
     const int start = native.ReverseFind(Separator) + 1;
     const int dot = native.ReverseFind('.');

@@ -25,8 +25,7 @@ bool QzMemoryStream::Seek(std::int64_t position) {
 void QzMemoryStream::Reserve(std::int64_t capacity) {
     if (m_isView || capacity <= m_writeEnd - m_window)
         return;
-    std::unique_ptr<unsigned char[]> storage(
-        new (std::nothrow) unsigned char[static_cast<std::size_t>(capacity)]);
+    std::unique_ptr<unsigned char[]> storage(new (std::nothrow) unsigned char[static_cast<std::size_t>(capacity)]);
     if (storage == nullptr)
         return;
     const std::int64_t position = GetPosition();

@@ -23,8 +23,8 @@ constexpr struct {
 };
 
 std::string_view PaddedLevel(QzLogFile::LogLevelType level) {
-    const auto* const known = std::find_if(std::begin(Levels), std::end(Levels),
-                                           [&](const auto& row) { return row.level == level; });
+    const auto* const known =
+        std::find_if(std::begin(Levels), std::end(Levels), [&](const auto& row) { return row.level == level; });
     return known != std::end(Levels) ? known->padded : "unknown";
 }
 
@@ -89,9 +89,8 @@ LogLayout::LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFor
     std::size_t copied = 0;
     for (std::size_t at = 0; (at = text.find('%', at)) != std::string_view::npos;) {
         const auto* const found =
-            std::find_if(std::begin(Placeholders), std::end(Placeholders), [&](const Placeholder& row) {
-                return text.substr(at, row.name.size()) == row.name;
-            });
+            std::find_if(std::begin(Placeholders), std::end(Placeholders),
+                         [&](const Placeholder& row) { return text.substr(at, row.name.size()) == row.name; });
         if (found == std::end(Placeholders)) {
             ++at;
             continue;
@@ -106,8 +105,7 @@ LogLayout::LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFor
 }
 
 bool LogLayout::Has(Field field) const {
-    return std::any_of(m_pieces.begin(), m_pieces.end(),
-                       [&](const Piece& piece) { return piece.field == field; });
+    return std::any_of(m_pieces.begin(), m_pieces.end(), [&](const Piece& piece) { return piece.field == field; });
 }
 
 const std::string& LogLayout::Literal(std::size_t piece) const {

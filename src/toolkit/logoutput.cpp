@@ -71,8 +71,7 @@ bool LogOutput::OpenXml(Start start) {
     if (start == Start::Afresh || length <= 0) {
         // In one step, for even a file that was just made is to be a document.
         KeldMBString error;
-        if (!QzFile::ReplaceAll(m_path, KeldMBString(empty), error) ||
-            !m_file.Open(m_path, QzFile::Access::ReadWrite))
+        if (!QzFile::ReplaceAll(m_path, KeldMBString(empty), error) || !m_file.Open(m_path, QzFile::Access::ReadWrite))
             return false;
         m_cursor = 0;
         m_position = m_end = static_cast<std::int64_t>(head.size());
@@ -81,17 +80,16 @@ bool LogOutput::OpenXml(Start start) {
     m_cursor = -1;
     std::string bytes(head.size(), '\0');
     if (!m_file.Seek(0) ||
-        m_file.Read(bytes.data(), static_cast<std::int64_t>(bytes.size())) !=
-            static_cast<std::int64_t>(bytes.size()) ||
+        m_file.Read(bytes.data(), static_cast<std::int64_t>(bytes.size())) != static_cast<std::int64_t>(bytes.size()) ||
         bytes != head)
         return false;
     m_position = m_end = FindEndOfItems(static_cast<std::int64_t>(head.size()));
     // A write that was cut off has left part of an item, and no end tag.
     std::string tail(EndTag.size() + 1, '\0');
-    const bool whole = m_file.Seek(m_position) &&
-                       m_file.Read(tail.data(), static_cast<std::int64_t>(tail.size())) ==
-                           static_cast<std::int64_t>(EndTag.size()) &&
-                       tail.compare(0, EndTag.size(), EndTag) == 0;
+    const bool whole =
+        m_file.Seek(m_position) &&
+        m_file.Read(tail.data(), static_cast<std::int64_t>(tail.size())) == static_cast<std::int64_t>(EndTag.size()) &&
+        tail.compare(0, EndTag.size(), EndTag) == 0;
     return whole || (m_file.Truncate(m_position) && WriteAt(m_position, std::string(EndTag)));
 }
 
@@ -105,8 +103,7 @@ std::int64_t LogOutput::FindEndOfItems(std::int64_t start) {
         std::string block(static_cast<std::size_t>(std::min(end + overlap, length) - from), '\0');
         if (!m_file.Seek(from))
             break;
-        block.resize(
-            static_cast<std::size_t>(m_file.Read(block.data(), static_cast<std::int64_t>(block.size()))));
+        block.resize(static_cast<std::size_t>(m_file.Read(block.data(), static_cast<std::int64_t>(block.size()))));
         const std::size_t found = block.rfind(ItemEnd);
         if (found != std::string::npos)
             return from + static_cast<std::int64_t>(found + ItemEnd.size());

@@ -130,8 +130,7 @@ void ReadXmlItem(std::string_view text, const KeldMBString& dateTimeFormat, cons
 
 } // namespace
 
-void ReadTextLog(QzFile& file, std::int64_t from, std::int64_t to, LogLayout& layout,
-                 const LogItemVisitor& visit) {
+void ReadTextLog(QzFile& file, std::int64_t from, std::int64_t to, LogLayout& layout, const LogItemVisitor& visit) {
     Window window(file, from, to);
     SplitItems(
         window, [&](std::string_view text) { return layout.StartsItem(text); }, from > 0 && !layout.HasHead(),
@@ -145,10 +144,7 @@ void ReadTextLog(QzFile& file, std::int64_t from, std::int64_t to, LogLayout& la
 void ReadXmlLog(QzFile& file, const KeldMBString& dateTimeFormat, const LogItemVisitor& visit) {
     Window window(file, 0, file.GetLength());
     SplitItems(
-        window,
-        [](std::string_view text) {
-            return text.substr(0, 9) == "<LogItem>" || text.substr(0, 6) == "</Log>";
-        },
+        window, [](std::string_view text) { return text.substr(0, 9) == "<LogItem>" || text.substr(0, 6) == "</Log>"; },
         false, [&](std::string_view text) { ReadXmlItem(text, dateTimeFormat, visit); });
 }
 

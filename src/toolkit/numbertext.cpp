@@ -37,8 +37,7 @@ std::int64_t LeadingInteger(const char* text) {
 template <class... Arguments>
 NumberText NumberText::Of(Arguments... arguments) {
     NumberText number;
-    char* const end =
-        std::to_chars(number.m_text, number.m_text + sizeof(number.m_text) - 1, arguments...).ptr;
+    char* const end = std::to_chars(number.m_text, number.m_text + sizeof(number.m_text) - 1, arguments...).ptr;
     *end = '\0';
     number.m_length = static_cast<std::size_t>(end - number.m_text);
     return number;
@@ -66,9 +65,8 @@ int qzatoi(const char* text) {
 }
 
 std::uint32_t qzatou(const char* text) {
-    const std::int64_t value =
-        std::clamp<std::int64_t>(LeadingInteger(text), std::numeric_limits<std::int32_t>::min(),
-                                 std::numeric_limits<std::uint32_t>::max());
+    const std::int64_t value = std::clamp<std::int64_t>(LeadingInteger(text), std::numeric_limits<std::int32_t>::min(),
+                                                        std::numeric_limits<std::uint32_t>::max());
     return static_cast<std::uint32_t>(value);
 }
 

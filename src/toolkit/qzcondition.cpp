@@ -10,9 +10,8 @@ namespace Qzc {
 using Platform::Condition;
 
 QzCondition::QzCondition() {
-    KELDASSERT_TEXT(
-        sizeof(m_data) >= sizeof(Condition),
-        "sizeof(dataArray)>=sizeof(CRITICAL_SECTION)+sizeof(HANDLE)+sizeof(HANDLE)+sizeof(Qzuint)");
+    KELDASSERT_TEXT(sizeof(m_data) >= sizeof(Condition),
+                    "sizeof(dataArray)>=sizeof(CRITICAL_SECTION)+sizeof(HANDLE)+sizeof(HANDLE)+sizeof(Qzuint)");
     new (m_data) Condition;
 }
 

@@ -63,9 +63,7 @@ int QzHashCode::DoubleToHashCode(double value) {
 
 int QzHashCode::FastStringToHashCode(const KeldMBString& text) {
     const std::string_view bytes = text.View();
-    const auto extended = [&](std::size_t i) {
-        return static_cast<std::uint32_t>(static_cast<signed char>(bytes[i]));
-    };
+    const auto extended = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<signed char>(bytes[i])); };
     Lanes lanes;
     std::size_t i = 0;
     for (; i + 1 < bytes.size(); i += 2) { // both lanes at a time, for neither waits for the other

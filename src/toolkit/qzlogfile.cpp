@@ -33,8 +33,7 @@ namespace Qzc {
 
 namespace {
 
-constexpr const char* DefaultLogFormat =
-    "%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)";
+constexpr const char* DefaultLogFormat = "%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)";
 constexpr const char* DefaultDateTimeFormat = "%Y-%m-%d %H:%M:%S";
 constexpr const char* DefaultPrefix = "Log";
 constexpr std::size_t WriteSize = 1 << 20; ///< a larger batch is written in several steps
@@ -112,14 +111,13 @@ const char* LevelName(QzLogFile::LogLevelType level) {
 KeldMBString AbsolutePath(const KeldMBString& path) {
     std::error_code failed;
     const std::filesystem::path current = std::filesystem::current_path(failed);
-    return failed ? QzFile::ToNativePath(path)
-                  : QzFile::GetAbsolutePath(KeldMBString(current.string()), path);
+    return failed ? QzFile::ToNativePath(path) : QzFile::GetAbsolutePath(KeldMBString(current.string()), path);
 }
 
 KeldMBString DefaultFileName(KeldTime now) {
     KeldMBString name;
-    name.Format("Zp%04d-%02d-%02d_%02d-%02d-%02d.log", now.GetYear(), now.GetMonth(), now.GetDay(),
-                now.GetHour(), now.GetMinute(), now.GetSecond());
+    name.Format("Zp%04d-%02d-%02d_%02d-%02d-%02d.log", now.GetYear(), now.GetMonth(), now.GetDay(), now.GetHour(),
+                now.GetMinute(), now.GetSecond());
     return name;
 }
 
@@ -156,9 +154,8 @@ const char* PeriodFormat(QzLogFile::TimeInterval interval) {
 
 KeldMBString XmlFormatFor(const KeldMBString& lineFormat) {
     constexpr const char* Fields[][2] = {
-        {"DateTime", "%DATETIME"}, {"TimeSpan", "%TIMESPAN"}, {"Level", "%LEVEL"},
-        {"ResID", "%RESID"},       {"Description", "%MSG"},   {"ThreadID", "%THREADID"},
-        {"CodeFile", "%CODEFILE"}, {"CodeLine", "%CODELINE"},
+        {"DateTime", "%DATETIME"}, {"TimeSpan", "%TIMESPAN"}, {"Level", "%LEVEL"},       {"ResID", "%RESID"},
+        {"Description", "%MSG"},   {"ThreadID", "%THREADID"}, {"CodeFile", "%CODEFILE"}, {"CodeLine", "%CODELINE"},
     };
     QzMarkup markup;
     markup.AddElem("LogItem");
@@ -386,8 +383,7 @@ bool QzLogFile::State::Write(Delivery& delivery) {
         if (WritesFile())
             written = WriteFile();
     } else if (!t_inCallBack && (ms_writeCallBack.load() != nullptr || ms_writeCallBacks.load() != nullptr)) {
-        delivery.items.assign(std::make_move_iterator(m_pending.begin()),
-                              std::make_move_iterator(m_pending.end()));
+        delivery.items.assign(std::make_move_iterator(m_pending.begin()), std::make_move_iterator(m_pending.end()));
         m_pending.clear();
         delivery.dataSource = m_pDataSource;
     }
@@ -441,8 +437,7 @@ bool QzLogFile::State::Deliver(Delivery& delivery) {
     if (left == delivery.items.end())
         return true;
     const LogGuard guard(m_mutex);
-    m_pending.insert(m_pending.begin(), std::make_move_iterator(left),
-                     std::make_move_iterator(delivery.items.end()));
+    m_pending.insert(m_pending.begin(), std::make_move_iterator(left), std::make_move_iterator(delivery.items.end()));
     DropOldest();
     return false;
 }
@@ -471,16 +466,15 @@ QzLogFile& QzLogFile::GetInstance(bool open) {
     return s_log;
 }
 
-unsigned char QzLogFile::Open(const KeldMBString& path, const KeldMBString& name, TimeInterval interval,
-                              Mode mode, unsigned char append) {
+unsigned char QzLogFile::Open(const KeldMBString& path, const KeldMBString& name, TimeInterval interval, Mode mode,
+                              unsigned char append) {
     if (mode != Text && mode != XML)
         return Open(mode);
     Close();
     const LogGuard guard(m_state->m_mutex);
     State& state = *m_state;
     const KeldTime now = ms_clock.load()();
-    const KeldMBString file =
-        AbsolutePath(QzFile::GetAbsolutePath(path, name.IsEmpty() ? DefaultFileName(now) : name));
+    const KeldMBString file = AbsolutePath(QzFile::GetAbsolutePath(path, name.IsEmpty() ? DefaultFileName(now) : name));
     state.m_eMode = mode;
     state.m_eTimeInterval = interval;
     state.m_bDefaultName = name.IsEmpty() ? 1 : 0;
@@ -841,9 +835,9 @@ std::string QzLogFile::State::Describe(int items) const {
                 m_bOpen != 0 ? "open" : "closed", ModeNames[m_eMode].name, m_nLevel.load(),
                 m_bBlocked != 0 ? ", blocked" : "", m_output.GetPath().Cstr(),
                 static_cast<long long>(m_output.GetLength()), m_nFileSizeLimit,
-                SizeLimitModeNames[m_eSizeLimitMode].name, static_cast<int>(m_eTimeInterval),
-                m_strLogFormat.Cstr(), m_strDateTimeFormat.Cstr(), m_pending.size(), m_nCountToDisk,
-                m_nCountInMemory, m_failing ? ", writing fails" : "");
+                SizeLimitModeNames[m_eSizeLimitMode].name, static_cast<int>(m_eTimeInterval), m_strLogFormat.Cstr(),
+                m_strDateTimeFormat.Cstr(), m_pending.size(), m_nCountToDisk, m_nCountInMemory,
+                m_failing ? ", writing fails" : "");
     std::string description(text.View());
     const std::size_t count = std::min(static_cast<std::size_t>(std::max(items, 0)), m_pending.size());
     for (std::size_t i = m_pending.size() - count; i < m_pending.size(); ++i) {

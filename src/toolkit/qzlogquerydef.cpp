@@ -15,8 +15,7 @@ bool IsBetween(T low, T value, T high) {
 
 bool QzLogQueryDef::Matches(const QzLogItem& item) const {
     return IsBetween<int>(m_nMinLevel, item.m_eLevel, m_nMaxLevel) &&
-           IsBetween(m_nMinResID, item.m_nResID, m_nMaxResID) &&
-           IsBetween(m_dtFrom, item.m_dtDateTime, m_dtTo) &&
+           IsBetween(m_nMinResID, item.m_nResID, m_nMaxResID) && IsBetween(m_dtFrom, item.m_dtDateTime, m_dtTo) &&
            (m_nThreadID == 0 || m_nThreadID == item.m_nThreadID) &&
            (item.m_strDescription.Find(m_strText) >= 0 || item.m_strCodeFile.Find(m_strText) >= 0);
 }

@@ -368,9 +368,8 @@ KeldMBString QzMarkup::GetAttrib(int iPos, const char* szAttrib) const {
         return KeldMBString();
     if (m_iAttributesOf == iPos) {
         const std::string_view name = View(szAttrib);
-        const auto found =
-            std::find_if(m_attributes.begin(), m_attributes.end(),
-                         [name](const Attribute& attribute) { return attribute.name == name; });
+        const auto found = std::find_if(m_attributes.begin(), m_attributes.end(),
+                                        [name](const Attribute& attribute) { return attribute.name == name; });
         return found != m_attributes.end() ? TextFromDoc(found->value.nL, found->value.nR) : KeldMBString();
     }
     TokenPos token = InsideTag(iPos);
@@ -403,8 +402,7 @@ const std::vector<QzMarkup::Attribute>& QzMarkup::Attributes(int iPos) const {
 KeldMBString QzMarkup::TextToDoc(const char* szText, unsigned char bAttrib) const {
     const std::string_view text = View(szText);
     KeldMBString escaped;
-    escaped.Reserve(
-        static_cast<int>(std::min<std::size_t>(text.size() + text.size() / 10, KeldMBString::MaxLength)));
+    escaped.Reserve(static_cast<int>(std::min<std::size_t>(text.size() + text.size() / 10, KeldMBString::MaxLength)));
     AppendEscaped(escaped, text, bAttrib ? "<&>'\"" : "<&>");
     return escaped;
 }
@@ -525,8 +523,8 @@ unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned
         return 0;
     const std::string_view data = View(szData);
     KeldMBString markup;
-    markup.Reserve(static_cast<int>(std::min<std::size_t>(
-        2 * name.size() + data.size() + data.size() / 10 + 8, KeldMBString::MaxLength)));
+    markup.Reserve(static_cast<int>(
+        std::min<std::size_t>(2 * name.size() + data.size() + data.size() / 10 + 8, KeldMBString::MaxLength)));
     markup.Append("<").Append(name).Append(data.empty() ? "/>" : ">");
     ElementPos only{};
     only.nStartR = markup.GetLength() - 1;
@@ -563,8 +561,8 @@ unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bIn
     if (iPosParent == 0)
         return InsertTopMarkup(text);
 
-    const int iPosBefore = bInsert ? (iPosRel != 0 ? PreviousSibling(iPosRel) : 0)
-                                   : (iPosRel != 0 ? iPosRel : Pos(iPosParent).iElemLast);
+    const int iPosBefore =
+        bInsert ? (iPosRel != 0 ? PreviousSibling(iPosRel) : 0) : (iPosRel != 0 ? iPosRel : Pos(iPosParent).iElemLast);
     Fragment fragment;
     if (IsEmptyElement(iPosParent)) {
         if (!ReplaceContent(iPosParent, KeldMBString(LineEnd) + text, true))
@@ -576,8 +574,8 @@ unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bIn
             const int iPos = GetFreePos();
             if (iPos == 0)
                 return 0;
-            Pos(iPos) = ElementPos{
-                nLeft, only->nStartR + nLeft, only->nEndL + nLeft, only->nEndR + nLeft, 0, iPosParent, 0, 0};
+            Pos(iPos) =
+                ElementPos{nLeft, only->nStartR + nLeft, only->nEndL + nLeft, only->nEndR + nLeft, 0, iPosParent, 0, 0};
             fragment = {iPos, iPos, 1};
         } else if (!ParseFragment(text, nLeft, iPosParent, fragment) || fragment.nCount == 0) {
             return 0;

@@ -78,8 +78,7 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         while (*p != '<' && *p != '\0')
             p = stop.Next(p + 1);
         if (*p == '\0')
-            return iTop == 0 ? fail("Element tag not found", false)
-                             : fail("End tag of %s element not found", true);
+            return iTop == 0 ? fail("Element tag not found", false) : fail("End tag of %s element not found", true);
 
         // ---- What stands at this '<'?
         const char* const tag = p;
@@ -113,8 +112,8 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
                 do {
                     while (name[length] == opened[length] && !Is(name[length], Delimiter))
                         ++length;
-                } while (name[length] == '\\' && opened[length] == '\\' &&
-                         IsSecondByte(name, name + length) && ++length != 0);
+                } while (name[length] == '\\' && opened[length] == '\\' && IsSecondByte(name, name + length) &&
+                         ++length != 0);
                 if (!EndsName(name, name + length) || !EndsName(opened, opened + length))
                     return fail("End tag does not correspond to %s", true);
                 p = SkipBlanks(name + length);
@@ -317,8 +316,7 @@ bool QzMarkup::AllocPosArray(int nNewSize) {
     const int used = m_nPosCapacity & (SegmentSize - 1);
     const int first = m_nPosCapacity - used;
     const int size = std::min(nNewSize - first, SegmentSize);
-    Segment segment(
-        static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
+    Segment segment(static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
     if (segment == nullptr)
         return false;
     if (used != 0) {

@@ -94,8 +94,7 @@ private:
     std::uint64_t FindStops(const char* p) const {
         if (m_end - p >= BlockSize)
             return FindBlockStops(p);
-        char tail[BlockSize] =
-            {}; // what is behind the text must not be read; the zeros stand for the terminator
+        char tail[BlockSize] = {}; // what is behind the text must not be read; the zeros stand for the terminator
         std::memcpy(tail, p, static_cast<std::size_t>(m_end - p));
         return FindBlockStops(tail);
     }
@@ -139,7 +138,6 @@ inline const char* SkipName(const char* p) {
 const char* SkipComment(const char* p);
 const char* SkipCData(const char* p);
 const char* SkipInstruction(const char* p);
-const char*
-SkipDeclaration(const char* p); ///< with an internal subset, its quotes, comments and instructions
+const char* SkipDeclaration(const char* p); ///< with an internal subset, its quotes, comments and instructions
 
 } // namespace Qzc::MarkupScan

@@ -76,8 +76,7 @@ std::uint64_t Advance(std::atomic<std::uint64_t>& counter, std::uint64_t by) {
 } // namespace
 
 QzProcess::QzProcess()
-    : m_forkHook(new Platform::ForkHook{[](void* self) { static_cast<QzProcess*>(self)->AfterForkInChild(); },
-                                        this}) {
+    : m_forkHook(new Platform::ForkHook{[](void* self) { static_cast<QzProcess*>(self)->AfterForkInChild(); }, this}) {
     static_assert(sizeof(SharedBlock) == 24);
     Platform::AddForkHook(*m_forkHook, Platform::ForkHold());
 }
@@ -300,8 +299,7 @@ unsigned long QzProcess::Wait(NamedSemaphore& semaphore, Taker taker, bool& aban
     Waited waited = semaphore.Wait(NamedSemaphore::CheckInterval, taker);
     if (waited == Waited::TimedOut) {
         using Clock = std::chrono::steady_clock;
-        const auto deadline =
-            Clock::now() + std::chrono::milliseconds(WaitLimit - NamedSemaphore::CheckInterval);
+        const auto deadline = Clock::now() + std::chrono::milliseconds(WaitLimit - NamedSemaphore::CheckInterval);
         while (waited == Waited::TimedOut && Clock::now() < deadline) {
             if (&semaphore == m_exclusion.get())
                 RepairReadersIfOneIsGone();
@@ -336,8 +334,7 @@ bool QzProcess::TakeExclusion(Taker taker) {
         return false;
     if (abandoned)
         Record(QzLogFile::warning,
-               "a process ended while it had locked " + m_name +
-                   " for writing: the protected data may be half written",
+               "a process ended while it had locked " + m_name + " for writing: the protected data may be half written",
                __LINE__);
     return true;
 }
@@ -349,8 +346,7 @@ void QzProcess::RepairReaders() {
     if (marks.there == 0 && m_exclusion->IsTakenByGroup())
         m_exclusion->Post();
     if (marks.gone != 0)
-        Record(QzLogFile::warning, "a process ended while it had locked " + m_name + " for reading",
-               __LINE__);
+        Record(QzLogFile::warning, "a process ended while it had locked " + m_name + " for reading", __LINE__);
 }
 
 // For those who wait for the readers. Without any reader there, the last one is just giving the exclusion

@@ -89,8 +89,7 @@ QzRegistry::QzRegistry(const QzRegistry& other) : QzHash<KeldMBString>(other) {
         pending.pop_back();
         to->CopyTables(*from);
         for (const auto& [name, registry] : from->m_subRegistries)
-            to->m_subRegistries.SetAt(name,
-                                      copyValues(*registry, std::unique_ptr<QzRegistry>(new QzRegistry)));
+            to->m_subRegistries.SetAt(name, copyValues(*registry, std::unique_ptr<QzRegistry>(new QzRegistry)));
         for (const auto& [name, registry] : from->m_loadedFiles)
             to->m_loadedFiles.SetAt(name, copyValues(*registry, MakeExternal(name)));
     }
@@ -149,8 +148,7 @@ void QzRegistry::Swap(QzRegistry& other) noexcept {
 
 bool operator==(const QzRegistry& a, const QzRegistry& b) {
     const auto sameItems = [](const auto& left, const auto& right) {
-        return left.GetCount() == right.GetCount() &&
-               std::all_of(left.begin(), left.end(), [&](const auto& entry) {
+        return left.GetCount() == right.GetCount() && std::all_of(left.begin(), left.end(), [&](const auto& entry) {
                    const auto* const other = right.Find(entry.first);
                    return other != nullptr && **other == *entry.second;
                });
@@ -162,8 +160,7 @@ bool operator==(const QzRegistry& a, const QzRegistry& b) {
         if (left->m_strName != right->m_strName || left->m_externalFiles != right->m_externalFiles ||
             static_cast<const QzHash<KeldMBString>&>(*left) != *right ||
             left->m_subRegistries.GetCount() != right->m_subRegistries.GetCount() ||
-            !sameItems(left->m_objects, right->m_objects) ||
-            !sameItems(left->m_sequences, right->m_sequences) ||
+            !sameItems(left->m_objects, right->m_objects) || !sameItems(left->m_sequences, right->m_sequences) ||
             !sameItems(left->m_objectSequences, right->m_objectSequences))
             return false;
         for (const auto& [name, registry] : left->m_subRegistries) {
@@ -500,8 +497,7 @@ unsigned char QzRegistry::WriteEntry(Writer& writer, const OrderedEntry& entry) 
     if (entry.type == ElemExternal) {
         const std::filesystem::path path(GetSubFileName(entry.name).Cstr());
         const std::filesystem::path relative = path.lexically_relative(writer.Directory().Cstr());
-        return writer.Leaf(entry.name, ElemExternal,
-                           KeldMBString((relative.empty() ? path : relative).string()));
+        return writer.Leaf(entry.name, ElemExternal, KeldMBString((relative.empty() ? path : relative).string()));
     }
     if (!writer.Open(entry.name, entry.type))
         return 0;

@@ -151,8 +151,8 @@ int QzStringW::Insert(int index, const wchar_t* text) {
 
 int QzStringW::Insert(int index, wchar_t unit, int count) {
     if (count > 0 && HasRoomFor(static_cast<std::size_t>(count)))
-        m_text.insert(static_cast<std::size_t>(std::clamp(index, 0, GetLength())),
-                      static_cast<std::size_t>(count), unit);
+        m_text.insert(static_cast<std::size_t>(std::clamp(index, 0, GetLength())), static_cast<std::size_t>(count),
+                      unit);
     return GetLength();
 }
 
@@ -288,8 +288,7 @@ KeldMBString QzStringW::ToString(KELDCharset::Charset charset) const {
     charset = Resolve(charset);
     KeldMBString text;
     QzTextCodec codec(charset, GetWideCharset());
-    codec.Convert(text, reinterpret_cast<const char*>(m_text.c_str()),
-                  GetLength() * static_cast<int>(sizeof(wchar_t)));
+    codec.Convert(text, reinterpret_cast<const char*>(m_text.c_str()), GetLength() * static_cast<int>(sizeof(wchar_t)));
     text.SetCharset(charset);
     return text;
 }

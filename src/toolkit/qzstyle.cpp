@@ -43,8 +43,7 @@ void QzStyle::Symbol::CopyBytes(const Symbol& other) {
         std::memcpy(pBytes.get(), other.pBytes.get(), nLength);
 }
 
-unsigned char QzStyle::Symbol::Set(unsigned char* buffer, std::uint32_t length, std::uint32_t version,
-                                   bool copy) {
+unsigned char QzStyle::Symbol::Set(unsigned char* buffer, std::uint32_t length, std::uint32_t version, bool copy) {
     if (length == 0 || length > MaxSymbolLength)
         return 0;
     if (copy) {
@@ -65,8 +64,8 @@ unsigned char QzStyle::Symbol::Set(unsigned char* buffer, std::uint32_t length, 
 unsigned char QzStyle::Symbol::Set(const QzMemoryStream& stream, std::uint32_t version) {
     if (stream.GetLength() > MaxSymbolLength)
         return 0;
-    return Set(const_cast<unsigned char*>(stream.GetData()), static_cast<std::uint32_t>(stream.GetLength()),
-               version, true);
+    return Set(const_cast<unsigned char*>(stream.GetData()), static_cast<std::uint32_t>(stream.GetLength()), version,
+               true);
 }
 
 // Behind the length.
@@ -93,8 +92,8 @@ bool QzStyle::Symbol::Load(QzStream& stream, std::uint32_t length) {
     return true;
 }
 
-unsigned char QzStyle::SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length,
-                                          unsigned int version, unsigned char copy) {
+unsigned char QzStyle::SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length, unsigned int version,
+                                          unsigned char copy) {
     if (!KELDASSERT(pMarkerSymbolBuffer))
         return 0;
     return m_markerSymbol.Set(pMarkerSymbolBuffer, length, version, copy != 0);
@@ -106,8 +105,8 @@ unsigned char QzStyle::SetMarkSymbolStyle(const QzMemoryStream* pMarkerSymbolStr
     return m_markerSymbol.Set(*pMarkerSymbolStream, version);
 }
 
-unsigned char QzStyle::SetLineSymbolStyle(unsigned char* pLineSymbolBuffer, unsigned int length,
-                                          unsigned int version, unsigned char copy) {
+unsigned char QzStyle::SetLineSymbolStyle(unsigned char* pLineSymbolBuffer, unsigned int length, unsigned int version,
+                                          unsigned char copy) {
     if (!KELDASSERT(pLineSymbolBuffer))
         return 0;
     return m_lineSymbol.Set(pLineSymbolBuffer, length, version, copy != 0);
@@ -119,8 +118,8 @@ unsigned char QzStyle::SetLineSymbolStyle(const QzMemoryStream* pLineSymbolStrea
     return m_lineSymbol.Set(*pLineSymbolStream, version);
 }
 
-unsigned char QzStyle::SetFillSymbolStyle(unsigned char* pFillSymbolBuffer, unsigned int length,
-                                          unsigned int version, unsigned char copy) {
+unsigned char QzStyle::SetFillSymbolStyle(unsigned char* pFillSymbolBuffer, unsigned int length, unsigned int version,
+                                          unsigned char copy) {
     if (!KELDASSERT(pFillSymbolBuffer))
         return 0;
     return m_fillSymbol.Set(pFillSymbolBuffer, length, version, copy != 0);
@@ -315,13 +314,13 @@ void QzStyle::Save(QzStream& stream, int kind) const {
         m_lineSymbol.Save(stream);
         break;
     case 2:
-        WriteFields(stream, size, m_nLineStyle, m_nLineWidth, lineColor, m_nFillStyle,
-                    QzCurrentColortoWinColor(m_nFillForeColor),
-                    KELDRGB(KELDREDVAL(m_nFillBackColor), KELDGREENVAL(m_nFillBackColor),
-                            KELDBLUEVAL(m_nFillBackColor)) |
-                        (m_bFillBackOpaque ? 0 : TransparentBack << 24),
-                    m_nFillOpaqueRate, m_nFillGradientType, m_nFillAngle, m_nFillCenterOffsetX,
-                    m_nFillCenterOffsetY, m_lineSymbol.nLength);
+        WriteFields(
+            stream, size, m_nLineStyle, m_nLineWidth, lineColor, m_nFillStyle,
+            QzCurrentColortoWinColor(m_nFillForeColor),
+            KELDRGB(KELDREDVAL(m_nFillBackColor), KELDGREENVAL(m_nFillBackColor), KELDBLUEVAL(m_nFillBackColor)) |
+                (m_bFillBackOpaque ? 0 : TransparentBack << 24),
+            m_nFillOpaqueRate, m_nFillGradientType, m_nFillAngle, m_nFillCenterOffsetX, m_nFillCenterOffsetY,
+            m_lineSymbol.nLength);
         m_lineSymbol.Save(stream);
         WriteFields(stream, m_fillSymbol.nLength);
         m_fillSymbol.Save(stream);
@@ -382,11 +381,10 @@ int QzStyle::Load(QzStream& stream, int kind) {
 }
 
 void QzStyle::SaveAll(QzStream& stream) const {
-    WriteFields(
-        stream, m_nMarkerStyle, m_nMarkerSize, m_nMarkerAngle, m_nLineStyle, m_nLineWidth,
-        QzCurrentColortoWinColor(m_nLineColor), m_nFillStyle, QzCurrentColortoWinColor(m_nFillForeColor),
-        m_bFillBackOpaque ? QzCurrentColortoWinColor(m_nFillBackColor) : NoBackColor, m_nFillOpaqueRate,
-        m_nFillGradientType, m_nFillAngle, m_nFillCenterOffsetX, m_nFillCenterOffsetY);
+    WriteFields(stream, m_nMarkerStyle, m_nMarkerSize, m_nMarkerAngle, m_nLineStyle, m_nLineWidth,
+                QzCurrentColortoWinColor(m_nLineColor), m_nFillStyle, QzCurrentColortoWinColor(m_nFillForeColor),
+                m_bFillBackOpaque ? QzCurrentColortoWinColor(m_nFillBackColor) : NoBackColor, m_nFillOpaqueRate,
+                m_nFillGradientType, m_nFillAngle, m_nFillCenterOffsetX, m_nFillCenterOffsetY);
 }
 
 unsigned char QzStyle::LoadAll(QzStream& stream, int size) {

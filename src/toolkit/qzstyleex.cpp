@@ -125,8 +125,7 @@ constexpr EnumName<QzTextureRepeatMode> TextureRepeatModeNames[] = {{RepeatTimes
                                                                     {RealSize, "RealSize"}};
 constexpr EnumName<QzBillBoardMode> BillBoardModeNames[] = {
     {SCREEN_ALIGNED, "SCREEN_ALIGNED"}, {AUTO_Z_AXIAL, "AUTO_Z_AXIAL"}, {FIXED_ANGLE, "FIXED_ANGLE"}};
-constexpr EnumName<QzLineStyle3D> LineStyle3DNames[] = {{LINE_SIMPLE, "LINE_SIMPLE"},
-                                                        {LINE_PIPELINE, "LINE_PIPELINE"}};
+constexpr EnumName<QzLineStyle3D> LineStyle3DNames[] = {{LINE_SIMPLE, "LINE_SIMPLE"}, {LINE_PIPELINE, "LINE_PIPELINE"}};
 
 template <class Enum, std::size_t N>
 const char* NameOf(const EnumName<Enum> (&names)[N], Enum value) {
@@ -174,11 +173,10 @@ bool QzStyleEx::operator==(const QzStyleEx& other) const {
     const auto fields = [](const QzStyleEx& style) {
         return std::tie(style.m_eFill3DMode, style.m_eAltitudeMode, style.m_strIconName, style.m_fIconScale,
                         style.m_fPointSize, style.m_colorPoint, style.m_dLineWidth, style.m_colorLine,
-                        style.m_colorFill, style.m_dBottomAltitude, style.m_dExtendHeight,
-                        style.m_strSideTexture, style.m_strTopTexture, style.m_fTilingU, style.m_fTilingV,
-                        style.m_eTextureRepeatMode, style.m_fTopTilingU, style.m_fTopTilingV,
-                        style.m_eTopTextureRepeatMode, style.m_pntIconAnchor, style.m_bMarker3D,
-                        style.m_nMarkerStyle, style.m_bFixedPixelSize, style.m_bFiletEnable,
+                        style.m_colorFill, style.m_dBottomAltitude, style.m_dExtendHeight, style.m_strSideTexture,
+                        style.m_strTopTexture, style.m_fTilingU, style.m_fTilingV, style.m_eTextureRepeatMode,
+                        style.m_fTopTilingU, style.m_fTopTilingV, style.m_eTopTextureRepeatMode, style.m_pntIconAnchor,
+                        style.m_bMarker3D, style.m_nMarkerStyle, style.m_bFixedPixelSize, style.m_bFiletEnable,
                         style.m_eBillBoardMode, style.m_eLineStyle, style.m_nPipeSides, style.m_bTessellate);
     };
     return fields(*this) == fields(other) && std::equal(m_dScale, m_dScale + 3, other.m_dScale) &&
@@ -246,8 +244,7 @@ void QzStyleEx::VisitKind(Style& style, int kind, Visitor& visit) {
 }
 
 void QzStyleEx::Save(QzStream& stream, int kind) const {
-    stream << VersionStamp << static_cast<std::int32_t>(m_eAltitudeMode) << m_dBottomAltitude
-           << m_dExtendHeight;
+    stream << VersionStamp << static_cast<std::int32_t>(m_eAltitudeMode) << m_dBottomAltitude << m_dExtendHeight;
     BlockWriter writer(stream);
     VisitKind(*this, kind, writer);
 }

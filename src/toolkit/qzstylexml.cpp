@@ -25,10 +25,10 @@ struct SymbolNames {
 };
 constexpr SymbolNames MarkerSymbolNames = {"zpl:CustomMarkerSymbol", "zpl:MarkerSymbolLength",
                                            "zpl:MarkerSymbolVersion", "zpl:MarkerSymbolString"};
-constexpr SymbolNames LineSymbolNames = {"zpl:CustomLineSymbol", "zpl:LineSymbolLength",
-                                         "zpl:LineSymbolVersion", "zpl:LineSymbolString"};
-constexpr SymbolNames FillSymbolNames = {"zpl:CustomFillSymbol", "zpl:FillSymbolLength",
-                                         "zpl:FillSymbolVersion", "zpl:FillSymbolString"};
+constexpr SymbolNames LineSymbolNames = {"zpl:CustomLineSymbol", "zpl:LineSymbolLength", "zpl:LineSymbolVersion",
+                                         "zpl:LineSymbolString"};
+constexpr SymbolNames FillSymbolNames = {"zpl:CustomFillSymbol", "zpl:FillSymbolLength", "zpl:FillSymbolVersion",
+                                         "zpl:FillSymbolString"};
 
 template <class Symbol>
 void AddSymbol(StyleXmlWriter& writer, const SymbolNames& names, const Symbol& symbol) {
@@ -84,9 +84,7 @@ KeldMBString QzStyle::ToXML(int nVersion, const KeldMBString& tag) const {
         return ToXML2003(tag.IsEmpty() ? "zpl:GeoStyle" : tag.Cstr());
 
     StyleXmlWriter writer(tag.IsEmpty() ? "zpl:Style" : tag.Cstr());
-    const auto addDecimal = [&](const char* name, double value) {
-        writer.Add(name, NumberText::Fixed(value, 2));
-    };
+    const auto addDecimal = [&](const char* name, double value) { writer.Add(name, NumberText::Fixed(value, 2)); };
     const bool hasGradient = m_nFillGradientType < GradientCount;
     writer.AddInteger("zpl:MarkerStyle", m_nMarkerStyle);
     addDecimal("zpl:MarkerSize", GetMarkerSize());
@@ -191,8 +189,7 @@ unsigned char QzStyle::FromXML(const KeldMBString& xml, int nVersion) {
 void QzStyle::FromXML2003(const KeldMBString& xml) {
     StyleXmlReader reader(xml, StyleXmlReader::Order::AsWritten);
     reader.ReadInteger("zpl:SymbolStyle", m_nMarkerStyle);
-    reader.Read("zpl:SymbolSize",
-                [&](const KeldMBString& text) { m_nMarkerSize = Truncated(qzatof(text.Cstr())); });
+    reader.Read("zpl:SymbolSize", [&](const KeldMBString& text) { m_nMarkerSize = Truncated(qzatof(text.Cstr())); });
     reader.ReadInteger("zpl:SymbolAngle", m_nMarkerAngle);
     reader.ReadInteger("zpl:LineStyle", m_nLineStyle);
     reader.ReadInteger("zpl:LineWidth", m_nLineWidth);
@@ -205,8 +202,7 @@ void QzStyle::FromXML2003(const KeldMBString& xml) {
                 [&](const KeldMBString& text) { m_bFillBackOpaque = StyleXmlReader::IsTrue(text) ? 0 : 1; });
     reader.ReadInteger("zpl:FillOpaqueRate", m_nFillOpaqueRate);
     reader.ReadInteger("zpl:FillGradientType", m_nFillGradientType);
-    reader.Read("zpl:FillGradientAngle",
-                [&](const KeldMBString& text) { SetFillAngle(qzatof(text.Cstr())); });
+    reader.Read("zpl:FillGradientAngle", [&](const KeldMBString& text) { SetFillAngle(qzatof(text.Cstr())); });
     reader.ReadInteger("zpl:FillCenterOffsetX", m_nFillCenterOffsetX);
     reader.ReadInteger("zpl:FillCenterOffsetY", m_nFillCenterOffsetY);
     ReadSymbol(reader, MarkerSymbolNames, m_markerSymbol);

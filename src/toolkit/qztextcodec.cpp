@@ -124,8 +124,7 @@ unsigned char QzTextCodec::Convert(KeldMBString& dst, const char* src, int len) 
     return 1;
 }
 
-unsigned char QzTextCodec::Convert(unsigned char* dst, int dstSize, int& dstLen, const unsigned char* src,
-                                   int srcLen) {
+unsigned char QzTextCodec::Convert(unsigned char* dst, int dstSize, int& dstLen, const unsigned char* src, int srcLen) {
     if (!IsOpen() || srcLen < 0 || dst == nullptr || (src == nullptr && srcLen != 0))
         return 0;
     const std::size_t length = static_cast<std::size_t>(srcLen);
@@ -138,8 +137,8 @@ unsigned char QzTextCodec::Convert(unsigned char* dst, int dstSize, int& dstLen,
         return 1;
     }
     std::size_t produced = 0;
-    if (!ConvertBytes(reinterpret_cast<const char*>(src), length, reinterpret_cast<char*>(dst),
-                      length * Expansion, produced) ||
+    if (!ConvertBytes(reinterpret_cast<const char*>(src), length, reinterpret_cast<char*>(dst), length * Expansion,
+                      produced) ||
         produced > KeldMBString::MaxLength)
         return 0;
     dstLen = static_cast<int>(produced);

@@ -26,8 +26,7 @@ KeldMBString LastWord(std::string_view text) {
     constexpr std::string_view Start = "encoding=\"";
     const std::size_t found = text.find(Start);
     const std::size_t end = text.find("?>");
-    if (found == 0 || found == std::string_view::npos || end == std::string_view::npos ||
-        found + Start.size() >= end)
+    if (found == 0 || found == std::string_view::npos || end == std::string_view::npos || found + Start.size() >= end)
         return KeldMBString();
     const std::size_t name = found + Start.size();
     return Trimmed(text.substr(name, end - 1 - name));

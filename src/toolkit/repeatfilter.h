@@ -23,8 +23,7 @@ public:
     /// take it outside the lock.
     bool IsFilterRepeat(const KeldMBString& message, std::uint32_t messageHash, const KeldMBString& codeFile,
                         int codeLine) {
-        if (m_hasLast && m_lastLine == codeLine && m_lastMessage == message.View() &&
-            m_lastFile == codeFile.View())
+        if (m_hasLast && m_lastLine == codeLine && m_lastMessage == message.View() && m_lastFile == codeFile.View())
             return true;
         if (m_hashedFile != codeFile.View()) {
             m_fileHash = Hash(codeFile);

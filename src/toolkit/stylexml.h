@@ -17,9 +17,7 @@ public:
     void Add(const char* name, const KeldMBString& text) { Add(name, text.Cstr()); }
     void Add(const char* name, const NumberText& number) { Add(name, number.Cstr()); }
     void AddInteger(const char* name, int value) { Add(name, NumberText::Integer(value)); }
-    void AddUnsigned(const char* name, std::uint32_t value) {
-        AddInteger(name, static_cast<std::int32_t>(value));
-    }
+    void AddUnsigned(const char* name, std::uint32_t value) { AddInteger(name, static_cast<std::int32_t>(value)); }
     void AddFlag(const char* name, unsigned char value) { Add(name, value != 0 ? "TRUE" : "FALSE"); }
     void AddData(const char* name, const KeldMBString& text) {
         Add(name, "");
@@ -49,9 +47,7 @@ public:
         Any        ///< it is, as a second choice
     };
 
-    StyleXmlReader(const KeldMBString& xml, Order order) : m_markup(xml.Cstr()), m_order(order) {
-        m_markup.FindElem();
-    }
+    StyleXmlReader(const KeldMBString& xml, Order order) : m_markup(xml.Cstr()), m_order(order) { m_markup.FindElem(); }
 
     bool Find(const char* name) {
         if (m_markup.FindChildElem(name))

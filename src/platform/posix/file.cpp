@@ -128,8 +128,8 @@ FileHandle CreateReplacement(const char* path, Replacement& replacement, int& er
     static std::atomic<unsigned> s_number{0};
     int descriptor = -1;
     do {
-        replacement.temporary = replacement.target + '.' + std::to_string(getpid()) + '-' +
-                                std::to_string(s_number.fetch_add(1)) + ".new";
+        replacement.temporary =
+            replacement.target + '.' + std::to_string(getpid()) + '-' + std::to_string(s_number.fetch_add(1)) + ".new";
         descriptor = open(replacement.temporary.c_str(), O_CLOEXEC | O_WRONLY | O_CREAT | O_EXCL, mode);
     } while (descriptor < 0 && errno == EEXIST);
     if (!Report(descriptor >= 0, error))

@@ -23,8 +23,8 @@ bool WaitOnSharedWord(const void* word, std::uint32_t expected, std::int64_t mil
 
 } // namespace
 
-SharedMemory::Opening NamedSemaphore::Open(std::string_view name, std::uint32_t initialCount,
-                                           std::uint32_t maximum, std::uint64_t partOf) {
+SharedMemory::Opening NamedSemaphore::Open(std::string_view name, std::uint32_t initialCount, std::uint32_t maximum,
+                                           std::uint64_t partOf) {
     if (initialCount > maximum || maximum > CountMask)
         return SharedMemory::Opening::Failed;
     SharedState fresh = {};
@@ -65,8 +65,8 @@ NamedSemaphore::Waited NamedSemaphore::WaitSlowly(std::int64_t milliseconds, Sha
         if (check) {
             const SharedMemory::Opener last = Holder(state);
             const bool gone = last != SharedMemory::Nobody && last != Group && !m_memory.IsThere(last);
-            if (gone && shared.state.compare_exchange_strong(
-                            state, Waiters | std::uint64_t(holder) << HolderShift, std::memory_order_acquire))
+            if (gone && shared.state.compare_exchange_strong(state, Waiters | std::uint64_t(holder) << HolderShift,
+                                                             std::memory_order_acquire))
                 return Waited::Abandoned;
         }
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();

@@ -127,8 +127,7 @@ bool LockGate(int descriptor) {
     const auto deadline = std::chrono::steady_clock::now() + GatePatience;
     auto pause = std::chrono::microseconds(20);
     while (!LockByte(descriptor, 0)) {
-        if ((errno != EAGAIN && errno != EACCES && errno != EINTR) ||
-            std::chrono::steady_clock::now() > deadline)
+        if ((errno != EAGAIN && errno != EACCES && errno != EINTR) || std::chrono::steady_clock::now() > deadline)
             return false;
         std::this_thread::sleep_for(pause);
         pause = std::min(pause * 2, std::chrono::microseconds(1000));
@@ -186,8 +185,8 @@ int EnterFile(const std::string& directoryPath, const std::string& file) {
             RemoveLeftFiles(directoryPath);
             s_tidy = true;
         }
-        Descriptor descriptor(openat(directory.Get(), file.c_str(),
-                                     O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+        Descriptor descriptor(
+            openat(directory.Get(), file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
         if (!descriptor) {
             if (errno == ENOENT)
                 continue;
@@ -389,8 +388,8 @@ void SharedMemory::AfterForkInChild() {
     struct stat theirs = {};
     m_slot = nullptr;
     m_descriptor = -1;
-    if (own && fstat(own.Get(), &ours) == 0 && fstat(inherited.Get(), &theirs) == 0 &&
-        ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino &&
+    if (own && fstat(own.Get(), &ours) == 0 && fstat(inherited.Get(), &theirs) == 0 && ours.st_dev == theirs.st_dev &&
+        ours.st_ino == theirs.st_ino &&
         mmap(m_view, m_length, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, own.Get(), 0) == m_view &&
         BecomeOpener(own.Get()))
         m_descriptor = own.Release();

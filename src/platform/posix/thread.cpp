@@ -113,8 +113,7 @@ void ForgetThreadSpecifics() {
 
 void EndAwaited(Thread& self) {
     std::uint32_t state = self.state.load();
-    while (!self.state.compare_exchange_weak(state, state == Thread::RunningJoined ? Thread::Joining
-                                                                                   : Thread::Ended)) {
+    while (!self.state.compare_exchange_weak(state, state == Thread::RunningJoined ? Thread::Joining : Thread::Ended)) {
     }
     if (state != Thread::RunningJoined) // else the end of the join wakes whoever else waits
         WakeAllWaiters(&self.state);
@@ -310,8 +309,7 @@ void CloseThread(Thread* thread) {
     if (thread == nullptr || thread->references.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
     const TerminationShield shield;
-    if (thread->state.load(std::memory_order_acquire) ==
-        Thread::Ended) { // those who waited were ended by force
+    if (thread->state.load(std::memory_order_acquire) == Thread::Ended) { // those who waited were ended by force
         if (pthread_equal(thread->handle, pthread_self()) != 0)
             pthread_detach(thread->handle);
         else
@@ -388,8 +386,8 @@ bool GetThreadPriority(Thread& thread, ThreadPriority& priority) {
     if (nice == -1 && errno != 0)
         return false;
     const auto* level = std::find(NiceValues.begin(), NiceValues.end(), nice);
-    priority = level != NiceValues.end() ? static_cast<ThreadPriority>(level - NiceValues.begin() + 1)
-                                         : ThreadPriority::Other;
+    priority =
+        level != NiceValues.end() ? static_cast<ThreadPriority>(level - NiceValues.begin() + 1) : ThreadPriority::Other;
     return true;
 }
 

@@ -28,8 +28,8 @@ bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseco
         timeout.tv_nsec = static_cast<long>(microseconds % 1000000) * 1000;
     }
     t_waitedWord = word;
-    const long result = syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected,
-                                microseconds >= 0 ? &timeout : nullptr, nullptr, 0);
+    const long result =
+        syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, microseconds >= 0 ? &timeout : nullptr, nullptr, 0);
     return result == 0 || errno != ETIMEDOUT;
 }
 
