@@ -48,8 +48,7 @@ public:
     unsigned char SetDoc(const char* szDoc);
     const KeldMBString& GetDoc() const { return m_strDoc; }
 
-    /// Whether there is a top element. Text before it is skipped and text behind its end tag is not looked
-    /// at.
+    /// Whether there is a top element. Text before it is skipped and text behind its end tag is not looked at.
     unsigned char IsWellFormed() const;
 
     /// What the last SetDoc, Load or Save had to say: a parser's message, the system's message for a file, or
@@ -60,7 +59,7 @@ public:
     /// parses. The name may stand in either kind of quotes and need not be the declaration's last word. An
     /// encoding that is not known, or bytes that are no text of it, leave the text as it was read. A
     /// byte-order mark (UTF-8) is dropped and counts as a declaration where there is no other. A file that
-    /// cannot be read leaves the document as it was.
+    /// cannot be read leaves the document as it was; one that cannot be opened is also recorded in the log.
     unsigned char Load(const char* szFileName);
 
     /// Writes the document in its encoding (see SetEncoding), with a declaration that names it: one is put in

@@ -287,8 +287,6 @@ bool QzLogFile::State::Takes(LogLevelType level, int code) const {
 
 // ---- Files
 
-// ---- Files
-
 bool QzLogFile::State::OpenFile(const KeldMBString& path, LogOutput::Start start) {
     StartPeriod(ms_clock.load()());
     m_strNumberedPath = path;
