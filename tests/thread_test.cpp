@@ -280,7 +280,7 @@ TEST(ThreadManager, Registry) {
 
     EXPECT_EQ(a->GetStatus(), QzThreadEx::StatusNone);
     EXPECT_FALSE(a->Join());
-    for (const unsigned int stackSize : {0, 300000}) {
+    for (const unsigned int stackSize : {0U, 300000U}) {
         self = nullptr;
         a->SetStackSize(stackSize);
         ASSERT_TRUE(a->Start());
