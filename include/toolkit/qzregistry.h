@@ -98,7 +98,8 @@ protected:
     virtual void LoadFromMarkup(const QzMarkup& markup);   ///< adds the entries of the document's top element
     virtual unsigned char SaveDoc(QzMarkup& markup) const; ///< adds the entries at the end of the markup's parent
 
-    void SetName(const KeldMBString& strName) { m_strName = strName; }
+    /// Takes the name of the document's top element and goes into it. False when there is none.
+    bool EnterTop(QzMarkup& walk);
 
 private:
     template <class T>

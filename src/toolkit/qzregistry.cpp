@@ -295,12 +295,18 @@ void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
     AddEntries(markup);
 }
 
-void QzRegistry::AddEntries(QzMarkup walk) {
+bool QzRegistry::EnterTop(QzMarkup& walk) {
     walk.ResetPos();
     if (!walk.FindElem())
-        return;
-    SetName(walk.GetTagName());
+        return false;
+    m_strName = walk.GetTagName();
     walk.IntoElem();
+    return true;
+}
+
+void QzRegistry::AddEntries(QzMarkup walk) {
+    if (!EnterTop(walk))
+        return;
     KeldMBString directory;
     std::vector<QzRegistry*> open{this}; // the registries whose elements the walk is in, innermost last
     while (!open.empty()) {
@@ -349,7 +355,7 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
     }
     case ElemSubReg: {
         std::unique_ptr<QzRegistry> registry(new QzRegistry);
-        registry->SetName(name);
+        registry->m_strName = name;
         nested = registry.get();
         set(m_subRegistries, std::move(registry));
         break;

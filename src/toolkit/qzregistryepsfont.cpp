@@ -11,11 +11,8 @@ void QzRegistryEpsFont::LoadDoc(const KeldMBString& strDoc) {
 
 void QzRegistryEpsFont::LoadFromMarkup(const QzMarkup& markup) {
     QzMarkup walk = markup;
-    walk.ResetPos();
-    if (!walk.FindElem())
+    if (!EnterTop(walk))
         return;
-    SetName(walk.GetTagName());
-    walk.IntoElem();
     while (walk.FindElem("tml:fontname")) {
         if (!walk.FindChildElem("tml:Qzc"))
             continue;

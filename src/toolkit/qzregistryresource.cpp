@@ -19,11 +19,8 @@ void QzRegistryResource::LoadDoc(const KeldMBString& strDoc) {
 
 void QzRegistryResource::LoadFromMarkup(const QzMarkup& markup) {
     QzMarkup walk = markup;
-    walk.ResetPos();
-    if (!walk.FindElem())
+    if (!EnterTop(walk))
         return;
-    SetName(walk.GetTagName());
-    walk.IntoElem();
     while (walk.FindElem()) {
         if (!IsTag(walk, "section"))
             continue;
