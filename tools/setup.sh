@@ -26,7 +26,7 @@ have_package() {
     case $1 in
         ninja-build) command -v ninja ;;
         clang) command -v clang++ ;;
-        g++ | cmake | pkg-config | clang-format | clang-tidy) command -v "$1" ;;
+        g++ | cmake | pkg-config | clang-format | clang-tidy | python3) command -v "$1" ;;
         *) dpkg-query --show --showformat='${db:Status-Status}\n' "$1" 2>&1 | grep -qx installed ;;
     esac >/dev/null
 }

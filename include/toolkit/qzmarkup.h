@@ -222,7 +222,6 @@ protected:
     static bool FindChar(const char* szDoc, int& nChar,
                          char c);                                 ///< false, and `nChar` at the end, when absent
     bool FindAttrib(TokenPos& token, const char* szAttrib) const; ///< from inside a start tag to the value
-    static KeldMBString GetToken(const TokenPos& token);
     KeldMBString TextToDoc(const char* szText, unsigned char bAttrib) const;
     KeldMBString TextFromDoc(int nLeft, int nRight) const;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -74,7 +75,7 @@ public:
     /// Both without 3D attributes, or with equal ones.
     static unsigned char IsSame3DSymbolStyle(const QzStyle& a, const QzStyle& b) {
         if (a.m_pStyleEx == nullptr || b.m_pStyleEx == nullptr)
-            return a.m_pStyleEx == b.m_pStyleEx;
+            return a.m_pStyleEx.get() == b.m_pStyleEx.get();
         return *a.m_pStyleEx == *b.m_pStyleEx;
     }
 
@@ -357,22 +358,32 @@ private:
     };
 
     /// A QzStyleEx or none, copied deeply.
-    struct StyleExPtr : std::unique_ptr<QzStyleEx> {
+    class StyleExPtr {
+    public:
         StyleExPtr() = default;
-        StyleExPtr(const StyleExPtr& other)
-            : std::unique_ptr<QzStyleEx>(other != nullptr ? new QzStyleEx(*other) : nullptr) {}
+        StyleExPtr(const StyleExPtr& other) : m_style(other != nullptr ? new QzStyleEx(*other) : nullptr) {}
         StyleExPtr(StyleExPtr&&) noexcept = default;
         StyleExPtr& operator=(const StyleExPtr& other) {
             if (other == nullptr)
-                reset();
-            else if (*this == nullptr)
-                reset(new QzStyleEx(*other));
+                m_style.reset();
+            else if (m_style == nullptr)
+                m_style.reset(new QzStyleEx(*other));
             else
-                **this = *other;
+                *m_style = *other;
             return *this;
         }
         StyleExPtr& operator=(StyleExPtr&&) noexcept = default;
         ~StyleExPtr() = default;
+
+        void reset(QzStyleEx* style = nullptr) { m_style.reset(style); } ///< takes ownership
+        QzStyleEx* get() const { return m_style.get(); }
+        QzStyleEx& operator*() const { return *m_style; }
+        QzStyleEx* operator->() const { return m_style.get(); }
+        friend bool operator==(const StyleExPtr& pointer, std::nullptr_t) { return pointer.m_style == nullptr; }
+        friend bool operator!=(const StyleExPtr& pointer, std::nullptr_t) { return pointer.m_style != nullptr; }
+
+    private:
+        std::unique_ptr<QzStyleEx> m_style;
     };
 
     static unsigned char Flag(unsigned char value) { return value != 0 ? 1 : 0; }

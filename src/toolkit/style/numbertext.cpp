@@ -1,0 +1,91 @@
+#include "toolkit/style/numbertext.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <limits>
+
+namespace Qzc {
+
+namespace {
+
+const char* SkipBlanks(const char* text) {
+    while (*text == ' ' || (*text >= '\t' && *text <= '\r'))
+        ++text;
+    return text;
+}
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Wide enough to tell which of the two 32-bit types a number belongs to.
+std::int64_t LeadingInteger(const char* text) {
+    constexpr std::int64_t Limit = std::int64_t{1} << 40;
+    text = SkipBlanks(text);
+    const bool negative = *text == '-';
+    if (negative || *text == '+')
+        ++text;
+    std::int64_t value = 0;
+    for (; IsDigit(*text); ++text)
+        value = std::min(value * 10 + (*text - '0'), Limit);
+    return negative ? -value : value;
+}
+
+} // namespace
+
+template <class... Arguments>
+NumberText NumberText::Of(Arguments... arguments) {
+    NumberText number;
+    char* const end = std::to_chars(number.m_text, number.m_text + sizeof(number.m_text) - 1, arguments...).ptr;
+    *end = '\0';
+    number.m_length = static_cast<std::size_t>(end - number.m_text);
+    return number;
+}
+
+NumberText NumberText::Integer(std::int32_t value) {
+    return Of(value);
+}
+
+NumberText NumberText::Fixed(double value, int decimals) {
+    return Of(value, std::chars_format::fixed, decimals);
+}
+
+NumberText NumberText::General(double value) {
+    return Of(value, std::chars_format::general, 6);
+}
+
+NumberText NumberText::Shortest(double value) {
+    return Of(value);
+}
+
+int qzatoi(const char* text) {
+    using Limits = std::numeric_limits<int>;
+    return static_cast<int>(std::clamp<std::int64_t>(LeadingInteger(text), Limits::min(), Limits::max()));
+}
+
+std::uint32_t qzatou(const char* text) {
+    const std::int64_t value = std::clamp<std::int64_t>(LeadingInteger(text), std::numeric_limits<std::int32_t>::min(),
+                                                        std::numeric_limits<std::uint32_t>::max());
+    return static_cast<std::uint32_t>(value);
+}
+
+double qzatof(const char* text) {
+    text = SkipBlanks(text);
+    if (*text == '+')
+        ++text;
+    const char* const digits = text + (*text == '-' ? 1 : 0);
+    double value = 0;
+    if (IsDigit(*digits) || *digits == '.')
+        std::from_chars(text, text + std::strlen(text), value);
+    return value;
+}
+
+std::int32_t Truncated(double value) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    if (!(value > Limits::min())) // also when it is no number
+        return value <= Limits::min() ? Limits::min() : 0;
+    return value < Limits::max() ? static_cast<std::int32_t>(value) : Limits::max();
+}
+
+} // namespace Qzc

@@ -1,0 +1,387 @@
+#include "toolkit/qzstyleex.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <tuple>
+#include <type_traits>
+
+#include "base/keldassert.h"
+#include "toolkit/style/stylexml.h"
+
+namespace Qzc {
+
+namespace {
+
+constexpr std::int32_t VersionStamp = 0x20120514;
+
+// ---- Streams: one list of the fields, visited to write, to read and to measure them
+
+class BlockWriter {
+public:
+    explicit BlockWriter(QzStream& stream) : m_stream(stream) {}
+
+    template <class T>
+    void operator()(const T& field) {
+        if constexpr (std::is_enum_v<T>)
+            m_stream << static_cast<std::int32_t>(field);
+        else
+            m_stream << field;
+    }
+    void operator()(const QzColorValue3D& color) { m_stream << color.GetValue(); }
+
+private:
+    QzStream& m_stream;
+};
+
+/// Reads fields until one is not wholly there.
+class BlockReader {
+public:
+    explicit BlockReader(QzStream& stream) : m_stream(stream), m_left(stream.GetRemaining()) {}
+
+    template <class T>
+    void operator()(T& field) {
+        if constexpr (std::is_enum_v<T>) {
+            std::int32_t value = field;
+            (*this)(value);
+            field = static_cast<T>(value);
+        } else if (TakesBytes(sizeof(T))) {
+            m_stream >> field;
+        }
+    }
+    void operator()(unsigned char& flag) {
+        if (TakesBytes(1)) {
+            m_stream >> flag;
+            flag = flag != 0 ? 1 : 0;
+        }
+    }
+    void operator()(QzColorValue3D& color) {
+        std::uint32_t value = 0;
+        (*this)(value);
+        if (m_complete)
+            color = QzColorValue3D(value);
+    }
+    void operator()(KeldMBString& text) {
+        std::int32_t size = 0;
+        (*this)(size);
+        if (!m_complete)
+            return;
+        // A count that the bytes do not cover is no end of an older block but a fault.
+        if (size < 0 || !TakesBytes(size)) {
+            m_complete = false;
+            m_stream.SetFailed();
+            return;
+        }
+        std::string bytes(static_cast<std::size_t>(size), '\0');
+        m_stream.Read(bytes.data(), size);
+        text = KeldMBString(std::move(bytes));
+    }
+
+    bool IsComplete() const { return m_complete; } ///< every field visited was there
+
+private:
+    bool TakesBytes(std::int64_t count) {
+        m_complete = m_complete && count <= m_left;
+        if (m_complete)
+            m_left -= count;
+        return m_complete;
+    }
+
+    QzStream& m_stream;
+    std::int64_t m_left;
+    bool m_complete = true;
+};
+
+class BlockSize {
+public:
+    template <class T>
+    void operator()(const T&) {
+        static_assert(std::is_arithmetic_v<T> || std::is_enum_v<T>);
+        m_size += static_cast<unsigned int>(sizeof(T));
+    }
+    void operator()(const QzColorValue3D&) { m_size += 4; }
+    void operator()(const KeldMBString& text) { m_size += 4 + static_cast<unsigned int>(text.GetLength()); }
+    unsigned int Get() const { return m_size; }
+
+private:
+    unsigned int m_size = 0;
+};
+
+// ---- Names in XML
+
+template <class Enum>
+struct EnumName {
+    Enum value;
+    const char* name;
+};
+
+// The first of each is what stands for a value beyond the table.
+constexpr EnumName<QzFill3DMode> Fill3DModeNames[] = {
+    {FILL_FACE, "FILL_FACE"}, {FILL_LINE, "FILL_LINE"}, {FILL_FACEANDLINE, "FILL_FACEANDLINE"}};
+constexpr EnumName<AltitudeMode> AltitudeModeNames[] = {{ClampToGround, "ClampToGround"},
+                                                        {RelativeToGround, "RelativeToGround"},
+                                                        {Absolute, "Absolute"},
+                                                        {RelativeToUnderground, "RelativeToUnderground"}};
+constexpr EnumName<QzTextureRepeatMode> TextureRepeatModeNames[] = {{RepeatTimes, "RepeatTimes"},
+                                                                    {RealSize, "RealSize"}};
+constexpr EnumName<QzBillBoardMode> BillBoardModeNames[] = {
+    {SCREEN_ALIGNED, "SCREEN_ALIGNED"}, {AUTO_Z_AXIAL, "AUTO_Z_AXIAL"}, {FIXED_ANGLE, "FIXED_ANGLE"}};
+constexpr EnumName<QzLineStyle3D> LineStyle3DNames[] = {{LINE_SIMPLE, "LINE_SIMPLE"}, {LINE_PIPELINE, "LINE_PIPELINE"}};
+
+template <class Enum, std::size_t N>
+const char* NameOf(const EnumName<Enum> (&names)[N], Enum value) {
+    const auto* const found =
+        std::find_if(names, names + N, [=](const EnumName<Enum>& entry) { return entry.value == value; });
+    return found != names + N ? found->name : names[0].name;
+}
+
+template <class Enum, std::size_t N>
+void ReadName(StyleXmlReader& reader, const char* element, const EnumName<Enum> (&names)[N], Enum& value) {
+    reader.Read(element, [&](const KeldMBString& text) {
+        for (const EnumName<Enum>& entry : names) {
+            if (text.CompareNoCase(entry.name) == 0)
+                value = entry.value;
+        }
+    });
+}
+
+KeldMBString ColorText(const QzColorValue3D& color) {
+    KeldMBString text("RGBA(");
+    const double parts[] = {color.red, color.green, color.blue, color.alpha};
+    for (const double& part : parts) {
+        if (&part != parts)
+            text += ',';
+        text += NumberText::Fixed(part, 6).Cstr();
+    }
+    return text += "))"; // documents have always had both
+}
+
+void ReadColor(StyleXmlReader& reader, const char* element, QzColorValue3D& color) {
+    reader.Read(element, [&](const KeldMBString& text) { color = QzStyleEx::ConvertRGBAColor(text); });
+}
+
+void ReadFloat(StyleXmlReader& reader, const char* element, float& value) {
+    reader.Read(element, [&](const KeldMBString& text) {
+        value = static_cast<float>(std::clamp<double>(qzatof(text.Cstr()), -FLT_MAX, FLT_MAX));
+    });
+}
+
+} // namespace
+
+QzStyleEx::~QzStyleEx() = default;
+
+bool QzStyleEx::operator==(const QzStyleEx& other) const {
+    const auto fields = [](const QzStyleEx& style) {
+        return std::tie(style.m_eFill3DMode, style.m_eAltitudeMode, style.m_strIconName, style.m_fIconScale,
+                        style.m_fPointSize, style.m_colorPoint, style.m_dLineWidth, style.m_colorLine,
+                        style.m_colorFill, style.m_dBottomAltitude, style.m_dExtendHeight, style.m_strSideTexture,
+                        style.m_strTopTexture, style.m_fTilingU, style.m_fTilingV, style.m_eTextureRepeatMode,
+                        style.m_fTopTilingU, style.m_fTopTilingV, style.m_eTopTextureRepeatMode, style.m_pntIconAnchor,
+                        style.m_bMarker3D, style.m_nMarkerStyle, style.m_bFixedPixelSize, style.m_bFiletEnable,
+                        style.m_eBillBoardMode, style.m_eLineStyle, style.m_nPipeSides, style.m_bTessellate);
+    };
+    return fields(*this) == fields(other) && std::equal(m_dScale, m_dScale + 3, other.m_dScale) &&
+           std::equal(m_dRotate, m_dRotate + 3, other.m_dRotate);
+}
+
+// ---- Streams
+
+template <class Style, class Visitor>
+void QzStyleEx::VisitKind(Style& style, int kind, Visitor& visit) {
+    const auto visitMarker3D = [&] {
+        for (auto& scale : style.m_dScale)
+            visit(scale);
+        for (auto& angle : style.m_dRotate)
+            visit(angle);
+    };
+    switch (kind) {
+    case 0:
+        visit(style.m_colorPoint);
+        visit(style.m_fPointSize);
+        visit(style.m_strIconName);
+        visit(style.m_fIconScale);
+        visit(style.m_pntIconAnchor.x);
+        visit(style.m_pntIconAnchor.y);
+        visit(style.m_bMarker3D);
+        visit(style.m_eBillBoardMode);
+        visit(style.m_bFixedPixelSize);
+        visitMarker3D();
+        break;
+    case 1:
+        visit(style.m_colorLine);
+        visit(style.m_colorFill);
+        visit(style.m_strSideTexture);
+        visit(style.m_fTilingU);
+        visit(style.m_fTilingV);
+        visit(style.m_eFill3DMode);
+        visit(style.m_nPipeSides);
+        visit(style.m_bFiletEnable);
+        visit(style.m_bTessellate);
+        break;
+    case 2:
+        visit(style.m_colorLine);
+        visit(style.m_colorFill);
+        visit(style.m_strSideTexture);
+        visit(style.m_strTopTexture);
+        visit(style.m_fTilingU);
+        visit(style.m_fTilingV);
+        visit(style.m_fTopTilingU);
+        visit(style.m_fTopTilingV);
+        visit(style.m_eFill3DMode);
+        break;
+    case 3:
+        visit(style.m_strIconName);
+        visit(style.m_eBillBoardMode);
+        visit(style.m_colorFill);
+        visit(style.m_bFixedPixelSize);
+        visitMarker3D();
+        break;
+    case 4: break;
+    default: {
+        std::int32_t nothing = 0;
+        visit(nothing);
+    }
+    }
+}
+
+void QzStyleEx::Save(QzStream& stream, int kind) const {
+    stream << VersionStamp << static_cast<std::int32_t>(m_eAltitudeMode) << m_dBottomAltitude << m_dExtendHeight;
+    BlockWriter writer(stream);
+    VisitKind(*this, kind, writer);
+}
+
+int QzStyleEx::Load(QzStream& stream, int kind) {
+    BlockReader reader(stream);
+    std::int32_t first = 0;
+    reader(first);
+    const bool isStamped = first == VersionStamp;
+    if (isStamped)
+        reader(m_eAltitudeMode);
+    else if (reader.IsComplete())
+        m_eAltitudeMode = static_cast<AltitudeMode>(first);
+    reader(m_dBottomAltitude);
+    reader(m_dExtendHeight);
+    bool isWhole = reader.IsComplete();
+    if (isStamped) {
+        VisitKind(*this, kind, reader);
+        isWhole = reader.IsComplete();
+    } else if (kind >= 0 && kind <= 3) {
+        VisitKind(*this, kind, reader); // as far as it goes: see docs/styles.md
+    }
+    if (!isWhole)
+        stream.SetFailed();
+    return static_cast<int>(GetStyleSize(kind));
+}
+
+unsigned int QzStyleEx::GetStyleSize(int kind) const {
+    constexpr unsigned int Beginning = 4 + 4 + 8 + 8;
+    BlockSize size;
+    VisitKind(*this, kind, size);
+    return Beginning + size.Get();
+}
+
+// ---- XML
+
+KeldMBString QzStyleEx::ToXML(int nVersion, const KeldMBString& tag) const {
+    KELDASSERT(nVersion == 0 || nVersion >= 20031211);
+    StyleXmlWriter writer(tag.IsEmpty() ? "zpl:Style" : tag.Cstr());
+    const auto add = [&](const char* name, double value, int decimals) {
+        writer.Add(name, NumberText::Fixed(value, decimals));
+    };
+    add("zpl:PointSize", m_fPointSize, 1);
+    writer.Add("zpl:ColorPoint", ColorText(m_colorPoint));
+    writer.Add("zpl:LineWidth", NumberText::Shortest(m_dLineWidth));
+    writer.Add("zpl:Fill3DMode", NameOf(Fill3DModeNames, m_eFill3DMode));
+    writer.Add("zpl:ColorFill", ColorText(m_colorFill));
+    writer.Add("zpl:LineColor", ColorText(m_colorLine));
+    add("zpl:IconScale", m_fIconScale, 1);
+    add("zpl:TilingU", m_fTilingU, 6);
+    add("zpl:TilingV", m_fTilingV, 6);
+    writer.Add("zpl:TextureRepeatMode", NameOf(TextureRepeatModeNames, m_eTextureRepeatMode));
+    add("zpl:TopTilingU", m_fTopTilingU, 6);
+    add("zpl:TopTilingV", m_fTopTilingV, 6);
+    writer.Add("zpl:TopTextureRepeatMode", NameOf(TextureRepeatModeNames, m_eTopTextureRepeatMode));
+    writer.Add("zpl:IconName", m_strIconName);
+    writer.Add("zpl:SideTextureName", m_strSideTexture);
+    writer.Add("zpl:TopTextureName", m_strTopTexture);
+    writer.Add("zpl:BottomAltitude", NumberText::General(m_dBottomAltitude));
+    writer.Add("zpl:ExtendHeight", NumberText::General(m_dExtendHeight));
+    writer.Add("zpl:AltitudeMode", NameOf(AltitudeModeNames, m_eAltitudeMode));
+    writer.Into("zpl:IconAnchor");
+    add("zpl:x", m_pntIconAnchor.x, 10);
+    add("zpl:y", m_pntIconAnchor.y, 10);
+    writer.Out();
+    writer.AddFlag("zpl:FixedPixelSize", m_bFixedPixelSize);
+    writer.Add("zpl:BillboardMode", NameOf(BillBoardModeNames, m_eBillBoardMode));
+    writer.AddFlag("zpl:IsMarker3D", m_bMarker3D);
+    writer.Add("zpl:LineStyle3D", NameOf(LineStyle3DNames, m_eLineStyle));
+    writer.AddUnsigned("zpl:PipeSides", m_nPipeSides);
+    writer.AddFlag("zpl:IsFiletEnable", m_bFiletEnable);
+    writer.AddFlag("zpl:IsTessellate", m_bTessellate);
+    add("zpl:ScaleX", m_dScale[0], 6);
+    add("zpl:ScaleY", m_dScale[1], 6);
+    add("zpl:ScaleZ", m_dScale[2], 6);
+    add("zpl:RotateX", m_dRotate[0], 6);
+    add("zpl:RotateY", m_dRotate[1], 6);
+    add("zpl:RotateZ", m_dRotate[2], 6);
+    return writer.Text();
+}
+
+unsigned char QzStyleEx::FromXML(const KeldMBString& xml, int nVersion) {
+    KELDASSERT(nVersion == 0 || nVersion >= 20031211);
+    if (xml.IsEmpty())
+        return 0;
+    StyleXmlReader reader(xml, StyleXmlReader::Order::Any);
+    ReadFloat(reader, "zpl:PointSize", m_fPointSize);
+    ReadColor(reader, "zpl:ColorPoint", m_colorPoint);
+    reader.ReadDecimal("zpl:LineWidth", m_dLineWidth);
+    ReadName(reader, "zpl:Fill3DMode", Fill3DModeNames, m_eFill3DMode);
+    ReadColor(reader, "zpl:ColorFill", m_colorFill);
+    ReadColor(reader, "zpl:LineColor", m_colorLine);
+    ReadFloat(reader, "zpl:IconScale", m_fIconScale);
+    ReadFloat(reader, "zpl:TilingU", m_fTilingU);
+    ReadFloat(reader, "zpl:TilingV", m_fTilingV);
+    ReadName(reader, "zpl:TextureRepeatMode", TextureRepeatModeNames, m_eTextureRepeatMode);
+    ReadFloat(reader, "zpl:TopTilingU", m_fTopTilingU);
+    ReadFloat(reader, "zpl:TopTilingV", m_fTopTilingV);
+    ReadName(reader, "zpl:TopTextureRepeatMode", TextureRepeatModeNames, m_eTopTextureRepeatMode);
+    reader.ReadText("zpl:IconName", m_strIconName);
+    reader.ReadText("zpl:SideTextureName", m_strSideTexture);
+    reader.ReadText("zpl:TopTextureName", m_strTopTexture);
+    reader.ReadDecimal("zpl:BottomAltitude", m_dBottomAltitude);
+    reader.ReadDecimal("zpl:ExtendHeight", m_dExtendHeight);
+    ReadName(reader, "zpl:AltitudeMode", AltitudeModeNames, m_eAltitudeMode);
+    if (reader.Find("zpl:IconAnchor")) {
+        reader.Into();
+        reader.ReadDecimal("zpl:x", m_pntIconAnchor.x);
+        reader.ReadDecimal("zpl:y", m_pntIconAnchor.y);
+        reader.Out();
+    }
+    reader.ReadFlag("zpl:FixedPixelSize", m_bFixedPixelSize);
+    ReadName(reader, "zpl:BillboardMode", BillBoardModeNames, m_eBillBoardMode);
+    reader.ReadFlag("zpl:IsMarker3D", m_bMarker3D);
+    ReadName(reader, "zpl:LineStyle3D", LineStyle3DNames, m_eLineStyle);
+    reader.ReadUnsigned("zpl:PipeSides", m_nPipeSides);
+    reader.ReadFlag("zpl:IsFiletEnable", m_bFiletEnable);
+    reader.ReadFlag("zpl:IsTessellate", m_bTessellate);
+    const char* const scales[] = {"zpl:ScaleX", "zpl:ScaleY", "zpl:ScaleZ"};
+    const char* const angles[] = {"zpl:RotateX", "zpl:RotateY", "zpl:RotateZ"};
+    for (int i = 0; i < 3; ++i)
+        reader.ReadDecimal(scales[i], m_dScale[i]);
+    for (int i = 0; i < 3; ++i)
+        reader.ReadDecimal(angles[i], m_dRotate[i]);
+    return 1;
+}
+
+QzColorValue3D QzStyleEx::ConvertRGBAColor(const KeldMBString& text) {
+    double parts[4] = {0, 0, 0, 0};
+    int at = text.Find('(');
+    for (double& part : parts) {
+        if (at < 0)
+            break;
+        part = qzatof(text.Cstr() + at + 1);
+        at = text.Find(',', at + 1);
+    }
+    return QzColorValue3D(parts[0], parts[1], parts[2], parts[3]);
+}
+
+} // namespace Qzc

@@ -1,0 +1,372 @@
+// QzMarkup's parsing: from text to records.
+
+#include <algorithm>
+#include <cstring>
+
+#include "stream/qzsprintf.h"
+#include "toolkit/qzmarkup.h"
+#include "toolkit/xml/qzmarkupscan.h"
+
+namespace Qzc {
+
+using namespace MarkupScan;
+
+unsigned char QzMarkup::ParseDoc() {
+    KeldMBString kept = std::move(m_strError);
+    m_strError.Empty();
+    m_mapSavedPos.RemoveAll();
+    SetPos(0, 0, 0);
+    const bool wellFormed = ParseTree();
+    if (m_strError.IsEmpty())
+        m_strError = std::move(kept);
+    else
+        m_strError = std::move(kept) + ", " + m_strError;
+    return wellFormed;
+}
+
+bool QzMarkup::ParseTree() {
+    ForgetAttributes();
+    m_iPosFree = 1;
+    m_iPosReleased = 0;
+    const int wanted = m_strDoc.GetLength() / 64 + 8;
+    while (m_nPosCapacity < wanted && AllocPosArray(wanted)) {
+    }
+    if (m_nPosCapacity == 0)
+        return false;
+    Pos(0) = ElementPos{};
+    if (m_strDoc.IsEmpty())
+        return false;
+    const int iPos = ParseElem(0);
+    if (iPos <= 0) {
+        m_iPosFree = 1;
+        m_iPosReleased = 0;
+        return false;
+    }
+    Pos(0).iElemChild = Pos(0).iElemLast = iPos;
+    return true;
+}
+
+int QzMarkup::ParseElem(int iPosParent) {
+    int nNext = iPosParent == 0 ? 0 : Clip(Pos(iPosParent).nStartR + 1);
+    return ParseElem(m_strDoc, nNext, 0, iPosParent);
+}
+
+// One pass over the text with the open elements kept in the records themselves (each knows its parent), so
+// depth costs neither stack nor a list of its own. The element's own records are linked; the caller links the
+// element.
+int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent) {
+    const char* const szDoc = text.Cstr();
+    StopFinder stop(szDoc + nNext, szDoc + text.GetLength());
+    const auto offset = [=](const char* p) { return static_cast<int>(p - szDoc) + nBase; };
+    const auto nameOf = [=](int iPos) { return SkipBlanks(szDoc + (Pos(iPos).nStartL - nBase) + 1); };
+    int iTop = 0;
+    int iOpen = iPosParent; // the innermost element whose end tag is still to come
+    const auto fail = [&](const char* szError, bool withName) {
+        KeldMBString name;
+        if (withName) {
+            const char* const start = nameOf(iOpen);
+            name = KeldMBString(std::string_view(start, static_cast<std::size_t>(SkipName(start) - start)));
+        }
+        if (iTop != 0)
+            ReleasePos(iTop);
+        return ParseError(szError, withName ? name.Cstr() : nullptr);
+    };
+
+    const char* p = szDoc + nNext;
+    for (;;) {
+        p = stop.Next(p);
+        while (*p != '<' && *p != '\0')
+            p = stop.Next(p + 1);
+        if (*p == '\0')
+            return iTop == 0 ? fail("Element tag not found", false) : fail("End tag of %s element not found", true);
+
+        // ---- What stands at this '<'?
+        const char* const tag = p;
+        const char* name = p + 1;
+        if (Is(*name, Delimiter | Quote)) {
+            if (*name == '!' || *name == '?') {
+                TokenPos node(szDoc, static_cast<int>(p - szDoc));
+                if (ParseNode(node) == NodeInvalid)
+                    return fail("Invalid node", false);
+                p = szDoc + node.nNext;
+                continue;
+            }
+            name = SkipBlanks(name);
+            if (Is(*name, Quote))
+                return fail("Tag starts with quote", false);
+            if (*name == '\0')
+                return iTop == 0 ? fail("Abrupt end within tag", false)
+                                 : fail("End tag not completed for element %s", true);
+            if (Is(*name, Delimiter)) {
+                if (iTop == 0)
+                    return fail("Invalid node", false);
+                if (*name != '/')
+                    return fail("Expecting end tag of element %s", true);
+
+                // ---- An end tag
+                name = SkipBlanks(name + 1);
+                if (*name == '\0')
+                    return fail("End tag not completed for element %s", true);
+                const char* const opened = nameOf(iOpen);
+                std::size_t length = 0;
+                do {
+                    while (name[length] == opened[length] && !Is(name[length], Delimiter))
+                        ++length;
+                } while (name[length] == '\\' && opened[length] == '\\' && IsSecondByte(name, name + length) &&
+                         ++length != 0);
+                if (!EndsName(name, name + length) || !EndsName(opened, opened + length))
+                    return fail("End tag does not correspond to %s", true);
+                p = SkipBlanks(name + length);
+                if (*p != '>')
+                    return fail("End tag not completed for element %s", true);
+                ++p;
+                ElementPos& closed = Pos(iOpen);
+                closed.nEndL = offset(tag);
+                closed.nEndR = offset(p - 1);
+                if (iOpen == iTop)
+                    break;
+                iOpen = closed.iElemParent;
+                continue;
+            }
+        }
+
+        // ---- A start tag
+        const char* unquoted = nullptr; // behind the last closing quote
+        for (p = stop.Next(name + 1); *p != '>'; p = stop.Next(p)) {
+            const char quote = *p;
+            // A quote inside a token is just a byte of it, and so is a '<'.
+            const bool opens = Is(quote, Quote) && (p[-1] == '=' || p == unquoted || EndsName(name, p - 1));
+            if (opens) {
+                do
+                    p = stop.Next(p + 1);
+                while (*p != quote && *p != '\0');
+                unquoted = p + 1;
+            }
+            if (*p == '\0')
+                return fail("End of tag not found", false);
+            ++p;
+        }
+        const int iPos = GetFreePos();
+        if (iPos == 0)
+            return fail("Out of memory", false);
+        const bool empty = p[-1] == '/';
+        const int nStartL = offset(tag);
+        const int nStartR = offset(p);
+        Pos(iPos) = ElementPos{nStartL, nStartR, nStartL, nStartR, 0, iOpen, 0, 0};
+        ++p;
+        if (iTop == 0)
+            iTop = iPos;
+        else
+            PosInsert({iPos, iPos, 1}, iOpen, Pos(iOpen).iElemLast);
+        if (!empty)
+            iOpen = iPos;
+        else if (iTop == iPos)
+            break;
+    }
+    nNext = static_cast<int>(p - szDoc);
+    return iTop;
+}
+
+bool QzMarkup::ParseFragment(const KeldMBString& text, int nBase, int iPosParent, Fragment& fragment) {
+    if (nBase > KeldMBString::MaxLength - text.GetLength())
+        return false;
+    const char* const szText = text.Cstr();
+    TokenPos token(szText);
+    while (FindChar(szText, token.nNext, '<')) {
+        const int node = ParseNode(token);
+        if (node != NodeElement && node != NodeInvalid)
+            continue;
+        // The error text tells of documents; a refused fragment leaves the document as it was.
+        KeldMBString kept = m_strError;
+        const int iPos = node == NodeElement ? ParseElem(text, token.nNext, nBase, iPosParent) : -1;
+        m_strError = std::move(kept);
+        if (iPos <= 0) {
+            if (fragment.iFirst != 0)
+                ReleasePos(fragment.iFirst);
+            return false;
+        }
+        if (fragment.iFirst == 0)
+            fragment.iFirst = iPos;
+        else
+            Pos(fragment.iLast).iElemNext = iPos;
+        fragment.iLast = iPos;
+        ++fragment.nCount;
+    }
+    return true;
+}
+
+int QzMarkup::ParseError(const char* szError, const char* szName) {
+    if (szName != nullptr) {
+        char buffer[300];
+        Qzsprintf(buffer, sizeof(buffer), szError, szName);
+        m_strError = buffer;
+    } else {
+        m_strError = szError;
+    }
+    return -1;
+}
+
+int QzMarkup::ParseNode(TokenPos& token) const {
+    const char* const start = token.szDoc + token.nNext;
+    if (*start != '<')
+        return NodeInvalid;
+    const auto stepOver = [&](const char* behind, int type) {
+        if (behind == nullptr)
+            return static_cast<int>(NodeInvalid);
+        token.nL = token.nNext;
+        token.nNext = static_cast<int>(behind - token.szDoc);
+        token.nR = token.nNext - 1;
+        return type;
+    };
+    if (start[1] == '?')
+        return stepOver(SkipInstruction(start), NodeInstruction);
+    if (start[1] != '!')
+        return NodeElement;
+    if (std::strncmp(start, "<!--", 4) == 0)
+        return stepOver(SkipComment(start), NodeComment);
+    if (std::strncmp(start, "<![CDATA[", 9) == 0)
+        return stepOver(SkipCData(start), NodeCData);
+    return stepOver(SkipDeclaration(start), NodeDeclaration);
+}
+
+bool QzMarkup::FindAny(const char* szDoc, int& nChar) {
+    nChar = static_cast<int>(SkipBlanks(szDoc + nChar) - szDoc);
+    return szDoc[nChar] != '\0';
+}
+
+bool QzMarkup::FindChar(const char* szDoc, int& nChar, char c) {
+    nChar = static_cast<int>(SkipTo(szDoc + nChar, c) - szDoc);
+    return szDoc[nChar] != '\0';
+}
+
+bool QzMarkup::FindToken(TokenPos& token) {
+    if (!FindAny(token.szDoc, token.nNext))
+        return false;
+    const char* p = token.szDoc + token.nNext;
+    token.bIsString = Is(*p, Quote);
+    const char* behind = nullptr;
+    if (token.bIsString) {
+        behind = SkipTo(p + 1, *p);
+        ++p;
+        token.nNext = static_cast<int>(behind - token.szDoc) + (*behind != '\0' ? 1 : 0);
+    } else {
+        behind = Is(*p, Delimiter) ? p + 1 : SkipName(p);
+        token.nNext = static_cast<int>(behind - token.szDoc);
+    }
+    token.nL = static_cast<int>(p - token.szDoc);
+    token.nR = static_cast<int>(behind - token.szDoc) - 1;
+    return true;
+}
+
+bool QzMarkup::NextAttribute(TokenPos& token, Attribute& attribute) {
+    while (FindToken(token)) {
+        const char* const start = token.szDoc + token.nL;
+        if (token.bIsString)
+            continue;
+        if (*start == '>')
+            return false;
+        if (Is(*start, Delimiter))
+            continue;
+        attribute.name = std::string_view(start, static_cast<std::size_t>(token.nR - token.nL + 1));
+        attribute.value.nL = token.nR + 1;
+        attribute.value.nR = token.nR;
+        attribute.value.bIsString = false;
+        attribute.hasEqualsSign = false;
+        int next = token.nNext;
+        if (FindAny(token.szDoc, next) && token.szDoc[next] == '=') {
+            attribute.hasEqualsSign = true;
+            token.nNext = next + 1;
+            TokenPos value = token;
+            if (FindToken(value) && (value.bIsString || !Is(token.szDoc[value.nL], Delimiter))) {
+                token.nNext = value.nNext;
+                attribute.value = value;
+            } else {
+                attribute.value.nL = token.nNext;
+                attribute.value.nR = token.nNext - 1;
+            }
+        }
+        return true;
+    }
+    return false;
+}
+
+bool QzMarkup::FindAttrib(TokenPos& token, const char* szAttrib) const {
+    const std::string_view wanted = szAttrib != nullptr ? szAttrib : "";
+    Attribute attribute{{}, token, false};
+    while (NextAttribute(token, attribute)) {
+        if (attribute.name == wanted) {
+            token.nL = attribute.value.nL;
+            token.nR = attribute.value.nR;
+            token.bIsString = attribute.value.bIsString;
+            return true;
+        }
+    }
+    return false;
+}
+
+// ---- Records
+
+bool QzMarkup::AllocPosArray(int nNewSize) {
+    if (nNewSize <= m_nPosCapacity)
+        return true;
+    const int used = m_nPosCapacity & (SegmentSize - 1);
+    const int first = m_nPosCapacity - used;
+    const int size = std::min(nNewSize - first, SegmentSize);
+    Segment segment(static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
+    if (segment == nullptr)
+        return false;
+    if (used != 0) {
+        std::copy_n(m_segments.back().get(), used, segment.get());
+        m_segments.back() = std::move(segment);
+    } else {
+        m_segments.push_back(std::move(segment));
+    }
+    m_nPosCapacity = first + size;
+    return true;
+}
+
+int QzMarkup::GetFreePos() {
+    if (m_iPosReleased != 0) {
+        const int iPos = m_iPosReleased;
+        m_iPosReleased = Pos(iPos).iElemNext;
+        return iPos;
+    }
+    if (m_iPosFree >= m_nPosCapacity && !AllocPosArray(std::max(m_nPosCapacity + m_nPosCapacity / 2, 8)))
+        return 0;
+    return m_iPosFree++;
+}
+
+void QzMarkup::ReleasePos(int iFirst) {
+    // The chain of what is still to be released grows in front by each record's children, so no depth costs
+    // stack.
+    while (iFirst != 0) {
+        ElementPos& pos = Pos(iFirst);
+        const int iReleased = iFirst;
+        iFirst = pos.iElemNext;
+        if (pos.iElemChild != 0) {
+            Pos(pos.iElemLast).iElemNext = iFirst;
+            iFirst = pos.iElemChild;
+        }
+        pos.iElemParent = -1;
+        pos.iElemNext = m_iPosReleased;
+        m_iPosReleased = iReleased;
+    }
+}
+
+void QzMarkup::PosInsert(const Fragment& fragment, int iPosParent, int iPosBefore) {
+    ElementPos& parent = Pos(iPosParent);
+    int& link = iPosBefore != 0 ? Pos(iPosBefore).iElemNext : parent.iElemChild;
+    Pos(fragment.iLast).iElemNext = link;
+    if (link == 0)
+        parent.iElemLast = fragment.iLast;
+    link = fragment.iFirst;
+}
+
+void QzMarkup::SetPos(int iPosParent, int iPos, int iPosChild) {
+    m_iPosParent = iPosParent;
+    m_iPos = iPos;
+    m_iPosChild = iPosChild;
+    m_nNodeType = iPos != 0 ? NodeElement : 0;
+}
+
+} // namespace Qzc

@@ -1,0 +1,444 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <random>
+#include <typeinfo>
+
+#include "configuration/registry_support.h"
+#include "stream/qztrace.h"
+#include "support.h"
+#include "toolkit/qzmarkup.h"
+#include "toolkit/qzregistryepsfont.h"
+#include "toolkit/qzregistryresource.h"
+
+using namespace Qzc;
+using namespace std::string_literals;
+
+namespace {
+
+using Registry = OpenRegistry<>;
+using Texts = std::vector<std::string>;
+
+using TraceLog = TextLog<&SetTraceHandler>;
+
+class RegistryTest : public testing::Test {
+protected:
+    CurrentCharset m_charset{KELDCharset::UTF8};
+    TraceLog m_trace; // XmlPath misses the file in a build tree, which is not what is tested here
+    ScratchDirectory m_scratch;
+};
+
+template <class Hash>
+std::string Keys(const Hash& hash) {
+    std::string keys;
+    for (const auto& entry : hash)
+        keys += entry.first.Cstr() + std::string(" ");
+    return keys;
+}
+
+Texts ToTexts(const QzRegistry::Sequence& sequence) {
+    Texts texts;
+    for (const KeldMBString& text : sequence)
+        texts.emplace_back(text.View());
+    return texts;
+}
+
+std::string Save(Registry& registry, const std::string& path) {
+    return registry.Save() ? ReadBytes(path) : "(not saved)";
+}
+
+// Every kind of entry, in an order that mixes them.
+constexpr const char* EveryKind = R"(<?xml version="1.0" encoding="UTF-8"?>
+<!-- a comment --><Root>
+  <Size type="value"> 12 </Size>
+  <Log type="Object"><Path>/tmp/a&amp;b</Path><Level/><Path>/tmp/c</Path></Log>
+  <Plain>text<i>not this</i>&lt;&#65;<![CDATA[<&amp;>]]></Plain>
+  <Odd type="number">7</Odd>
+  <Fonts TYPE="x" type='SEQUENCE'><f>Song</f><g/><f>Hei</f></Fonts>
+  <Layers type="objectSequence"><l><id>1</id><n>a</n></l><l/><m><id>2</id></m></Layers>
+  <Deep type="subreg"><Size>3</Size><Log type="object"><a>1</a></Log><Deep type="SubReg"><x>y</x></Deep></Deep>
+  <resource type="external">/data/res.xml</resource>
+  <Size type="sequence"/>
+</Root>)";
+
+} // namespace
+
+TEST(Hash, ReadsWithoutAddingAndCopiesIndependently) {
+    QzHash<KeldMBString> hash;
+    const std::string longKey(100, 'k'); // keys of both storage forms
+    for (const std::string& key : {""s, longKey})
+        hash.SetAt(KeldMBString(key), "1");
+    KeldMBString value("kept");
+    EXPECT_FALSE(hash.Lookup("b", value));
+    EXPECT_EQ(hash["none"] + value, "kept");
+    EXPECT_EQ(hash.Find(KeldMBString("\0", 1)), nullptr) << "keys are all their bytes";
+    QzHash<KeldMBString> copy(hash);
+    EXPECT_TRUE(hash.RemoveKey(hash.begin()->first)) << "a key that lies in the table";
+    EXPECT_EQ(Keys(hash), longKey + " ");
+    EXPECT_EQ(Keys(copy), " " + longKey + " ");
+
+    hash.SetAt("", "1");
+    EXPECT_EQ(copy, hash) << "the order does not count";
+    hash.SetAt("", "2");
+    EXPECT_NE(copy, hash);
+    copy = std::move(hash);
+    copy = *&copy;
+    EXPECT_EQ(copy[""], "2");
+}
+
+TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
+    // Sizes wander across the one at which the table begins to index its keys.
+    std::mt19937 random(7);
+    std::vector<std::pair<std::string, int>> expected;
+    QzHash<int> hash;
+    for (int step = 0; step < 5000; ++step) {
+        const std::string key = "key" + std::to_string(random() % 20);
+        const auto known =
+            std::find_if(expected.begin(), expected.end(), [&](const auto& entry) { return entry.first == key; });
+        if (random() % 5 < 2 + random() % 2) {
+            hash.SetAt(KeldMBString(key), step);
+            (known != expected.end() ? *known : expected.emplace_back(key, 0)).second = step;
+        } else {
+            EXPECT_EQ(hash.RemoveKey(KeldMBString(key)), known != expected.end());
+            expected.erase(known, known != expected.end() ? known + 1 : known);
+        }
+        if (step % 50 == 0)
+            hash = QzHash<int>(hash);
+        ASSERT_EQ(hash.GetCount(), static_cast<int>(expected.size()));
+        auto entry = hash.begin();
+        for (const auto& [name, value] : expected) {
+            ASSERT_EQ(entry->first.View(), name);
+            ASSERT_EQ(hash[KeldMBString(name)], value);
+            ++entry;
+        }
+    }
+}
+
+TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
+    Registry registry;
+    registry.LoadDoc(EveryKind);
+    EXPECT_EQ(registry.Name(), "Root");
+    EXPECT_EQ(registry.Encoding(), "GB2312");
+    EXPECT_EQ(registry["Size"], " 12 ");
+    EXPECT_EQ(registry["Plain"], "text<A<&amp;>");
+    EXPECT_EQ(Keys(registry.Obj("Log")), "Path Level ");
+    EXPECT_EQ(registry.Obj("Log")["Path"], "/tmp/c");
+    EXPECT_EQ(ToTexts(registry.Seq("Fonts")), (Texts{"Song", "", "Hei"}));
+    std::string layers;
+    for (const QzRegistry::Object& layer : registry.ObjSeq("Layers"))
+        layers += Keys(layer) + layer["id"].Cstr() + ";";
+    EXPECT_EQ(layers, "id n 1;;id 2;");
+    const QzRegistry& deep = registry.SubReg("Deep");
+    EXPECT_EQ(deep.Name(), "Deep");
+    EXPECT_EQ(deep["Size"] + deep.Obj("Log")["a"] + deep.SubReg("Deep")["x"], "31y");
+    EXPECT_EQ(registry.GetSubFileName("resource"), "/data/res.xml");
+
+    const Texts kinds[] = {{"Size", "Plain", "Odd"}, {"Log"}, {"Fonts", "Size"}, {"Layers"}, {"Deep"}, {"resource"}};
+    for (int type = 0; type < 6; ++type)
+        EXPECT_EQ(ToTexts(registry.Names(static_cast<QzRegistry::ElemType>(type))), kinds[type]) << type;
+
+    const char* const others[] = {"<R/>",
+                                  "<Root><Log type='object'/></Root>",
+                                  "<Root><Fonts type='sequence'><f/></Fonts></Root>",
+                                  "<Root><Layers type='objectsequence'/></Root>",
+                                  "<Root><Deep type='subreg'><Size>4</Size></Deep></Root>",
+                                  "<Root><resource type='external'>x</resource></Root>"};
+    for (const char* const other : others) {
+        Registry changed = registry;
+        EXPECT_TRUE(changed == registry);
+        changed.LoadDoc(other);
+        EXPECT_FALSE(changed == registry) << other;
+    }
+
+    registry.LoadDoc("<Other><Size>13</Size><Log type='object'/><New>1</New><Deep type='subreg'/>"
+                     "<Deep type='subreg'><b>1</b></Deep></Other>");
+    EXPECT_EQ(registry.Name(), "Other");
+    EXPECT_EQ(Keys(registry), "Size Plain Odd New ") << "a later entry takes the earlier one's place";
+    EXPECT_EQ(registry["Size"], "13");
+    EXPECT_TRUE(registry.Obj("Log").IsEmpty());
+    EXPECT_EQ(Keys(registry.SubReg("Deep")), "b ");
+}
+
+TEST_F(RegistryTest, WhatIsMissingIsOneSharedEmptyThing) {
+    Registry first;
+    Registry second;
+    second.LoadDoc(EveryKind);
+    EXPECT_TRUE(&first.Obj("x") == &second.Obj("Size") && first.Obj("x").IsEmpty());
+    EXPECT_TRUE(&first.Seq("x") == &second.Seq("Log") && first.Seq("x").IsEmpty());
+    EXPECT_TRUE(&first.ObjSeq("x") == &second.ObjSeq("Log") && first.ObjSeq("x").IsEmpty());
+    EXPECT_TRUE(&first.SubReg("x") == &second.SubReg("Log") && first.SubReg("x") == Registry());
+    EXPECT_TRUE(&first.SubFile("x") == &second.SubFile("Log") && first.SubFile("x") == Registry());
+    AssertionLog assertions;
+    EXPECT_TRUE(first.ObjSeq("x")[0]["y"].IsEmpty());
+    EXPECT_TRUE(first.GetSubFileName("x").IsEmpty());
+}
+
+TEST_F(RegistryTest, EveryFileIsReadInItsOwnEncoding) {
+    WriteBytes(m_scratch / "res.xml", "<?xml version='1.0' encoding='Big5' standalone='yes'?>"
+                                      "<r><section><ICode><res id='1'>\xB0\x54\xAE\xA7</res></ICode></section></r>");
+    WriteBytes(m_scratch / "eps.xml", "<?xml version=\"1.0\" encoding=\"shift_jis\"?><r><tml:fontname>"
+                                      "<tml:Qzc>\x91\x76\x91\xCC</tml:Qzc><tml:EPS>S</tml:EPS></tml:fontname></r>");
+    WriteBytes(m_scratch / "bad.xml", "<?xml version=\"1.0\" encoding=\"UTF-16LE\"?><r><a>\xE4</a></r>");
+    const auto external = [&](const std::string& tag, const std::string& file) {
+        return "<" + tag + " type=\"external\">" + m_scratch.Path() + file + "</" + tag + ">";
+    };
+    WriteBytes(m_scratch / "conf.xml",
+               "<?xml version=\"1.0\" encoding=\"GB2312\"?><\xD6\xD0>"
+               "<a>\xE9\x46\xBB\xF9</a>" + // the first character is GBK only
+                   external("Resource", "\\sub\\../res.xml") +
+                   external("epsFONT", "/eps.xml") + external("plain", "/bad.xml") + external("gone", "/gone.xml") +
+                   "</\xD6\xD0>");
+    const Registry registry(m_scratch / "conf.xml");
+    EXPECT_EQ(registry.Name(), "中");
+    EXPECT_EQ(registry["a"], "镕基");
+    EXPECT_EQ(registry.GetSubFileName("Resource").View(), m_scratch / "res.xml");
+    EXPECT_EQ(registry.SubFile("Resource")["1"], "訊息");
+    EXPECT_EQ(registry.SubFile("epsFONT")["宋体"], "S");
+    EXPECT_NE(dynamic_cast<QzRegistryResource*>(&registry.SubFile("Resource")), nullptr);
+    EXPECT_NE(dynamic_cast<QzRegistryEpsFont*>(&registry.SubFile("epsFONT")), nullptr);
+    const QzRegistry& plain = registry.SubFile("plain");
+    EXPECT_EQ(typeid(plain), typeid(QzRegistry));
+    EXPECT_EQ(plain["a"], "\xE4") << "what cannot be converted stays as it was read";
+
+    m_trace.Texts().clear();
+    QzRegistry& gone = registry.SubFile("gone");
+    EXPECT_TRUE(gone.IsEmpty() && gone.Name().IsEmpty());
+    EXPECT_EQ(m_trace.Texts().size(), 1U);
+    WriteBytes(m_scratch / "gone.xml", "<r><a>1</a></r>");
+    EXPECT_EQ(&registry.SubFile("gone"), &gone) << "a file is looked for once";
+}
+
+TEST_F(RegistryTest, ResourceAndFontFiles) {
+    OpenRegistry<QzRegistryResource> resource;
+    resource.LoadDoc("<R><Section><ECODE><res id='1'>one</res><RES id='2'>two</RES><x id='3'>no</x></ECODE>"
+                     "<other><res id='4'>no</res></other></Section><part><ECode><res id='5'>no</res></ECode></part>"
+                     "<section><icode><Res id='1'>eins</Res><res>none</res></icode></section></R>");
+    EXPECT_EQ(resource.Name(), "R");
+    EXPECT_EQ(Keys(resource), "1 2  ");
+    EXPECT_EQ(resource["1"], "eins") << "a later id replaces an earlier one";
+
+    OpenRegistry<QzRegistryEpsFont> fonts;
+    fonts.LoadDoc("<F><tml:fontname><tml:EPS>E1</tml:EPS><tml:Qzc>Q1</tml:Qzc></tml:fontname><x/>"
+                  "<tml:fontname><tml:Qzc>Q2</tml:Qzc></tml:fontname><tml:fontname><tml:EPS>E3</tml:EPS>"
+                  "</tml:fontname><fontname><tml:Qzc>Q4</tml:Qzc></fontname></F>");
+    EXPECT_EQ(Keys(fonts), "Q1 Q2 ");
+    EXPECT_EQ(fonts["Q1"], "E1");
+
+    const std::string text = "<&>'\"]]> \0\t\r\n "s;
+    const auto survivesSave = [&](auto& registry) {
+        using Class = std::decay_t<decltype(registry)>;
+        WriteBytes(m_scratch / "file.xml", "<top/>");
+        registry.LoadFile(KeldMBString(m_scratch / "file.xml"));
+        registry.SetAt(KeldMBString(text), KeldMBString(text));
+        registry.RemoveKey("2");
+        EXPECT_TRUE(registry.Save());
+        EXPECT_TRUE(Class(m_scratch / "file.xml") == registry) << ReadBytes(m_scratch / "file.xml");
+    };
+    survivesSave(resource);
+    survivesSave(fonts);
+}
+
+TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
+    const std::string path = m_scratch / "conf.xml";
+    std::string document = EveryKind;
+    WriteBytes(path, document.insert(document.find("</Root>"), "<in type='external'>data\\x.xml</in>"));
+    Registry registry(path);
+    EXPECT_LE(m_trace.Texts().size(), 1U) << "the directory is looked for once, not for each file";
+    EXPECT_EQ(registry.GetSubFileName("in"), QzRegistry::XmlPath() + "data/x.xml");
+    const std::string saved = Save(registry, path);
+    EXPECT_TRUE(Registry(path) == registry) << saved;
+    QzMarkup markup(saved.c_str());
+    ASSERT_TRUE(markup.FindElem("Root") && markup.IntoElem());
+    std::string tags;
+    while (markup.FindElem())
+        tags += (markup.GetTagName() + ":" + markup.GetAttrib("type") + " ").Cstr();
+    EXPECT_EQ(tags, "Size:value Log:object Plain:value Odd:value Fonts:sequence Layers:objectsequence Deep:subreg "
+                    "resource:external Size:sequence in:external ");
+    EXPECT_NE(saved.find(">data/x.xml<"), std::string::npos) << "relative, as it was";
+    EXPECT_EQ(saved.find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<Root>"), 0U);
+
+    const std::string awkward = "\0 <a b='\"'>&amp;&#65;]]><![CDATA[x]]>-->\r\n\t \0"s;
+    registry.SetAt("Awkward", KeldMBString(awkward));
+    registry.Obj("Log").SetAt("Awkward", KeldMBString(awkward));
+    registry.Seq("Fonts").Add(KeldMBString(awkward));
+    registry.ObjSeq("Layers")[1].SetAt("Awkward", KeldMBString(awkward));
+    registry.SubReg("Deep").SubReg("Deep").SetAt("Awkward", KeldMBString(awkward));
+    registry.SubReg("Deep").RemoveKey("Size");
+    registry.RemoveKey("Plain");
+    registry.SetAt("Size", "");
+    Save(registry, path);
+    const Registry again(path);
+    EXPECT_TRUE(again == registry) << ReadBytes(path);
+    EXPECT_EQ(Keys(again), "Size Odd Awkward ");
+
+    KeldSystem::SetCurCharset(KELDCharset::GB2312);
+    WriteBytes(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?><r><a>镕</a></r>");
+    Registry chinese(path);
+    const std::string bytes = Save(chinese, path);
+    EXPECT_NE(bytes.find(">\xE9\x46<"), std::string::npos) << "in the current charset";
+    KeldSystem::SetCurCharset(KELDCharset::UTF8);
+    EXPECT_EQ(Registry(path)["a"], "镕") << "and declared as that: " << bytes;
+}
+
+TEST_F(RegistryTest, SavesWhatBecameOfItsEntries) {
+    const std::string path = m_scratch / "conf.xml";
+    WriteBytes(path, "<r><v>1</v><a type='subreg'><x>1</x></a><b type='subreg'><y>2</y></b></r>");
+    Registry registry(path);
+    registry.SubReg("a") = registry.SubReg("b");
+    EXPECT_TRUE(registry.Save());
+    EXPECT_EQ(Registry(path).SubReg("a")["y"], "2") << "under the entry's name, not its own";
+
+    registry.RemoveKey("v");
+    registry.LoadDoc("<r><v>1</v><a type='subreg'/></r>");
+    const std::string saved = Save(registry, path);
+    for (const char* tag : {"<v ", "<a "})
+        EXPECT_EQ(saved.find(tag), saved.rfind(tag)) << "read again, saved once: " << saved;
+}
+
+TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
+    const std::string directory = m_scratch / "dir";
+    const std::string path = directory + "/conf.xml";
+    const std::string before = "<r><a>1</a><o type='object'/><s type='subreg'/></r>";
+    const auto fresh = [&] {
+        std::filesystem::create_directory(directory);
+        WriteBytes(path, before);
+        return Registry(path);
+    };
+    for (const std::string& name : {""s, "a b"s, "a\0b"s, "x>y</x><z"s}) {
+        for (std::size_t place = 0; place < 3; ++place) {
+            Registry registry = fresh();
+            QzRegistry::Object* const tables[] = {&registry, &registry.Obj("o"), &registry.SubReg("s")};
+            tables[place]->SetAt(KeldMBString(name), "1");
+            EXPECT_FALSE(registry.Save()) << name << place;
+            EXPECT_EQ(ReadBytes(path), before);
+        }
+    }
+    Registry homeless = fresh();
+    std::filesystem::remove_all(directory);
+    EXPECT_FALSE(homeless.Save());
+    EXPECT_FALSE(std::filesystem::exists(directory));
+
+    Registry blocked = fresh();
+    std::filesystem::remove(path);
+    std::filesystem::create_directories(path + "/in");
+    EXPECT_FALSE(blocked.Save()) << "a directory in its place";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1) << "nothing left behind";
+
+    Registry unnamed;
+    unnamed.LoadDoc("<r/>");
+    EXPECT_FALSE(unnamed.Save()) << "no file";
+    EXPECT_FALSE(fresh().SubReg("s").Save()) << "no file of its own";
+}
+
+TEST_F(RegistryTest, CopiesShareNothing) {
+    WriteBytes(m_scratch / "res.xml", "<r><section><ICode><res id='1'>x</res></ICode></section></r>");
+    std::string document = EveryKind;
+    document.replace(document.find("/data/res.xml"), 13, m_scratch / "res.xml");
+    Registry registry;
+    registry.LoadDoc(KeldMBString(document));
+    QzRegistry& resource = registry.SubFile("resource");
+    Registry copy(registry);
+    Registry assigned;
+    assigned.LoadDoc("<r><gone>1</gone></r>");
+    assigned = copy;
+    copy = *&copy;
+    for (QzRegistry::Object* table :
+         {static_cast<QzRegistry::Object*>(&registry), &registry.Obj("Log"), &registry.ObjSeq("Layers")[0],
+          static_cast<QzRegistry::Object*>(&registry.SubReg("Deep")), static_cast<QzRegistry::Object*>(&resource)})
+        table->SetAt("1", "y");
+    registry.Seq("Fonts").RemoveAll();
+    Registry expected;
+    expected.LoadDoc(KeldMBString(document));
+    for (const Registry* const one : {&copy, &assigned}) {
+        EXPECT_TRUE(*one == expected);
+        EXPECT_NE(dynamic_cast<QzRegistryResource*>(&one->SubFile("resource")), nullptr);
+        EXPECT_EQ(one->SubFile("resource")["1"], "x") << "the loaded file came along";
+    }
+    static_cast<QzRegistry&>(expected) = expected.SubReg("Deep"); // from a part of itself
+    EXPECT_EQ(expected["Size"], "3");
+}
+
+TEST_F(RegistryTest, NestingCostsNoStack) {
+    constexpr int Depth = 1000000;
+    std::string document = "<r>";
+    for (int i = 0; i < Depth; ++i)
+        document += "<s type='subreg'>";
+    document += "<v>x</v>";
+    for (int i = 0; i < Depth; ++i)
+        document += "</s>";
+    const std::string path = m_scratch / "deep.xml";
+    WriteBytes(path, document + "</r>");
+    Registry registry(path);
+    Registry copy(registry);
+    registry = Registry();
+    ASSERT_TRUE(copy.Save());
+    registry.LoadFile(KeldMBString(path));
+    EXPECT_TRUE(registry == copy);
+    const QzRegistry* innermost = &registry;
+    int depth = 0;
+    for (; !innermost->Names(QzRegistry::ElemSubReg).IsEmpty(); ++depth)
+        innermost = &innermost->SubReg("s");
+    EXPECT_EQ(depth, Depth);
+    EXPECT_EQ((*innermost)["v"], "x");
+}
+
+TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
+    const std::string path = m_scratch / "conf.xml";
+    for (const std::string& bytes : {""s, " \r\n"s, "a=1\nb=2"s, "<r><a>1</r></a>"s, "\xFF\xFE<\0r\0/\0>\0"s,
+                                     "<?xml version=\"1.0\" encoding=\"GB2312\"?><r><a>\xD6"s}) {
+        WriteBytes(path, bytes);
+        Registry registry(path);
+        EXPECT_TRUE(registry == Registry()) << bytes;
+        EXPECT_FALSE(registry.Save()) << "there is no top element to write";
+        EXPECT_EQ(ReadBytes(path), bytes);
+    }
+    for (const std::string& unread : {m_scratch / "gone.xml", m_scratch.Path(), "/dev/null/x"s}) {
+        m_trace.Texts().clear();
+        EXPECT_TRUE(Registry(unread) == Registry());
+        ASSERT_EQ(m_trace.Texts().size(), 1U) << unread;
+        EXPECT_NE(m_trace.Texts()[0].find(unread), std::string::npos) << m_trace.Texts()[0];
+    }
+    Registry loaded;
+    loaded.LoadDoc("<r><a>1</a></r>");
+    loaded.LoadDoc("<r><a>2</a>");
+    EXPECT_EQ(loaded["a"], "1") << "what is malformed adds nothing";
+}
+
+// The place of the base library decides, so each case is a process of its own with a copy of that library.
+TEST(RegistryRoot, IsFoundBesideTheBaseLibraryOrAboveIt) {
+    const auto run = [](const ScratchDirectory& scratch) {
+        const std::string command =
+            "LD_LIBRARY_PATH='" + scratch.Path() + "/bin' '" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+        std::string output;
+        for (int c = 0; (c = std::fgetc(pipe.get())) != EOF;)
+            output += static_cast<char>(c);
+        return output;
+    };
+    const std::string unresolved = "1001 1 \nkey 1 \n4294967295 1 \nmissing 1 \n";
+    for (const std::string place : {"bin/", "", "none"}) {
+        const ScratchDirectory scratch;
+        std::filesystem::create_directories(scratch / "bin/text");
+        std::filesystem::create_directory(scratch / "text");
+        std::filesystem::copy_file(BASE_LIBRARY, std::filesystem::path(scratch / "bin") /
+                                                     std::filesystem::path(BASE_LIBRARY).filename());
+        if (place == "none") {
+            EXPECT_EQ(run(scratch), "trace cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml at "
+                                    "qzc bin dir!\npath " +
+                                        scratch.Path() + "/\nname \n" + unresolved);
+            continue;
+        }
+        if (place == "bin/") // is preferred to the one above
+            WriteBytes(scratch / "Zephyron.xml", "<Above/>");
+        WriteBytes(scratch / (place + "Zephyron.xml"),
+                   "<Conf><resource type='external'>text\\res.xml</resource></Conf>");
+        WriteBytes(scratch / (place + "text/res.xml"),
+                   "<r><section><ECode><res id='1001'>found</res><res id='key'>too</res></ECode>"
+                   "<ICode><res id='-1'>minus</res></ICode></section></r>");
+        EXPECT_EQ(run(scratch), "path " + scratch.Path() + "/" + place +
+                                    "\nname Conf\n1001 0 found\nkey 0 too\n4294967295 0 minus\nmissing 1 \n");
+    }
+}

@@ -1,0 +1,696 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <deque>
+#include <numeric>
+#include <random>
+#include <set>
+#include <sys/resource.h>
+#include <thread>
+
+#include "stream/qzfile.h"
+#include "stream/qztrace.h"
+#include "support.h"
+#include "toolkit/log/logclock.h"
+#include "toolkit/qzerrorobj.h"
+#include "toolkit/qzhashcode.h"
+#include "toolkit/qzlogitem.h"
+#include "toolkit/qzlogquerydef.h"
+#include "toolkit/qzmarkup.h"
+#include "toolkit/qzthread.h"
+
+using namespace Qzc;
+using namespace std::string_literals;
+
+namespace {
+
+using Log = QzLogFile;
+
+constexpr std::int64_t Saturday = 1795224896; // 2026-11-21 01:34:56 UTC, 09:34:56 in the tests' time zone
+constexpr Log::Mode FileModes[] = {Log::Text, Log::XML};
+std::atomic<std::int64_t> s_now{Saturday};
+
+KeldMBString K(const std::string& text) {
+    return KeldMBString(text);
+}
+
+unsigned char Record(const std::string& message, Log::LogLevelType level = Log::info) {
+    return Log::GetInstance(false).RecordLog(level, 1, K(message), "test.cpp", 7);
+}
+
+// How many were recorded.
+int RecordAll(const std::vector<std::string>& messages) {
+    return static_cast<int>(
+        std::count_if(messages.begin(), messages.end(), [](const auto& m) { return Record(m) == 1; }));
+}
+
+// What a query finds, a semicolon behind each.
+std::string Messages(const QzLogQueryDef& query = QzLogQueryDef()) {
+    KeldArray<QzLogItem> items;
+    Log::GetInstance(false).Query(query, items);
+    std::string messages;
+    for (const QzLogItem& item : items)
+        messages += std::string(item.m_strDescription.View()) + ";";
+    return messages;
+}
+
+// -1 for what is no document.
+int CountXmlItems(const std::string& path) {
+    QzMarkup markup;
+    if (!markup.Load(path.c_str()) || !markup.FindElem("Log"))
+        return -1;
+    int count = 0;
+    while (markup.FindChildElem("LogItem"))
+        ++count;
+    const std::string text = ReadBytes(path); // the parser does not look behind the end tag
+    return text.substr(text.find("</Log>")) == "</Log>\r\n" ? count : -1;
+}
+
+std::string ThreadText() {
+    char text[16];
+    std::snprintf(text, sizeof(text), "%5u", QzThread::GetCurrentThreadId());
+    return text;
+}
+
+class LogTest : public testing::Test {
+protected:
+    LogTest() {
+        setenv("TZ", "CST-8", 1);
+        tzset();
+        s_now = Saturday;
+        SetLogClock([] { return KeldTime(s_now.load()); });
+        log.SetRecordOnlyLog();
+        log.SetDateTimeFormat("%Y-%m-%d %H:%M:%S");
+        log.SetLevel(Log::debug);
+        log.SetFileSizeLimit(-1);
+        log.SetLogCountInMemory(10000);
+        log.SetLogCountToDisk(1);
+        log.SetQueryMaxNum(1000);
+        log.SetSaveToPhysical(1);
+        log.SetFilterRepeat(0);
+        Log::SetCallBack(nullptr);
+        Log::SetOpenCallBack(nullptr);
+        Log::SetWriteCallBack(nullptr);
+        Log::SetWriteCallBacks(nullptr);
+        Log::SetCloseCallBack(nullptr);
+    }
+    ~LogTest() override {
+        log.SetSaveToPhysical(1);
+        log.Open(K(m_scratch / "rest")); // takes what a test has left in memory
+        log.Close();
+    }
+
+    // Every file with its bytes, by name.
+    static std::string Files(const std::string& directory) {
+        std::set<std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(directory))
+            files.insert(entry.path().filename().string() + ": " + ReadBytes(entry.path().string()) + ";");
+        return std::accumulate(files.begin(), files.end(), std::string());
+    }
+
+    // `messages` as Messages gives them; an XML file is a document besides.
+    void ExpectFile(Log::Mode mode, const std::string& messages) const {
+        EXPECT_EQ(Messages(), messages);
+        if (mode == Log::XML) {
+            EXPECT_EQ(CountXmlItems(m_file), std::count(messages.begin(), messages.end(), ';'));
+        }
+    }
+
+    CurrentCharset m_charset{KELDCharset::UTF8};
+    ScratchDirectory m_scratch;
+    std::string m_file = m_scratch / "a.log";
+    Log& log = Log::GetInstance(false);
+};
+
+} // namespace
+
+// ---- Time and paths
+
+TEST_F(LogTest, TimeIsLocal) {
+    const KeldTime time(Saturday);
+    EXPECT_EQ(time.Format("%Y-%m-%d %H:%M:%S %%"), "2026-11-21 09:34:56 %");
+    EXPECT_EQ(KeldTime(2026, 11, 21, 9, 34, 56), time);
+    EXPECT_EQ(KeldTime(2026, 12, -9, 9, 33, 116), time);
+    EXPECT_EQ(time.GetDayOfWeek(), 7);
+    EXPECT_EQ(KeldTime(1969, 12, 31, 23, 59, 59).GetTime(), -8 * 3600 - 1);
+    EXPECT_EQ(KeldTime(INT32_MIN, INT32_MIN, INT32_MIN, 0, 0, 0), KeldTime());
+    KeldTime parsed;
+    EXPECT_EQ(parsed.Parse("%Y-%m-%d %H:%M:%S", "2026-11-21 09:34:56| x"), 19);
+    EXPECT_EQ(parsed, time);
+    EXPECT_EQ(parsed.Parse("%Y-%m-%d", "2026-11-x"), 0);
+    EXPECT_EQ(parsed.Parse("%H:%M", "09:34"), 0);
+    EXPECT_EQ(parsed, time);
+    EXPECT_EQ(time.Format(KeldMBString('x', 5000)), "");
+}
+
+TEST(Path, SplitsAndJoins) {
+    const char* const cases[][2] = {{"/a/b.c/d.tar.log", "/a/b.c/|d.tar|.log"},
+                                    {"a\\b", "a/|b|"},
+                                    {".log", "|.log|"},
+                                    {"a.", "|a|."},
+                                    {"/a.b/", "/a.b/||"},
+                                    {"", "||"}};
+    for (const auto& [path, expected] : cases) {
+        KeldMBString directory, name, extension;
+        QzFile::SplitPath(path, directory, name, extension);
+        EXPECT_EQ(directory + "|" + name + "|" + extension, expected) << path;
+    }
+}
+
+// ---- Names, formats, levels
+
+TEST_F(LogTest, NamesAndValues) {
+    AssertionLog assertions;
+    std::string names;
+    for (const int level : {100, 200, 300, 400, 500})
+        names += Log::GetLevelAsString(static_cast<Log::LogLevelType>(level)).Cstr() + " "s;
+    EXPECT_EQ(names, "debug info warning error fatal ");
+    EXPECT_EQ(Log::GetLevelAsEnum("WARNING"), 300);
+    EXPECT_EQ(Log::GetModeAsEnum("xml"), 1);
+    EXPECT_EQ(Log::GetTimeIntervalAsEnum("week"), 3);
+    EXPECT_EQ(Log::GetSizeLimitModeAsEnum("newfile"), 2);
+    EXPECT_EQ(Log::GetSizeLimitModeAsEnum(""), 0);
+    EXPECT_EQ(AssertionLog::Texts().size(), 0U);
+    EXPECT_EQ(Log::GetLevelAsString(static_cast<Log::LogLevelType>(0)), "unknown");
+    EXPECT_EQ(Log::GetLevelAsEnum("severe"), 400);
+    EXPECT_EQ(Log::GetModeAsEnum(""), 0);
+    EXPECT_EQ(Log::GetTimeIntervalAsEnum("year"), 0);
+    EXPECT_EQ(Log::GetSizeLimitModeAsEnum("none"), 0);
+    EXPECT_EQ(AssertionLog::Texts().size(), 5U);
+}
+
+TEST_F(LogTest, LineText) {
+    log.Open(K(m_file));
+    log.SetLogFormat("%DATETIME|%RESID|%LEVEL|%MSG|%CODEFILE(%CODELINE)%%MSG%THREAD");
+    log.RecordLog(Log::info, -12, "say %RESID %MSG", "a.cpp", 34);
+    log.RecordLog(Log::warning, 1234567, "", "", -1);
+    log.SetDateTimeFormat("%d.%m.");
+    log.RecordLog(Log::fatal, "short");
+    log.RecordLog("shorter");
+    EXPECT_EQ(ReadBytes(m_file), "2026-11-21 09:34:56|   -12|   info|say %RESID %MSG|a.cpp(34)%say %RESID %MSG%THREAD\n"
+                                 "2026-11-21 09:34:56|1234567|warning||(-1)%%THREAD\n"
+                                 "21.11.|     0|  fatal|short|(0)%short%THREAD\n"
+                                 "21.11.|     0|   info|shorter|(0)%shorter%THREAD\n");
+    log.Open(K(m_file), 0);
+    log.SetLogFormat("%TIMESPAN,%THREADID");
+    const std::int64_t before = KeldTime::GetMilliseconds();
+    Record("x");
+    const std::string line = ReadBytes(m_file);
+    EXPECT_EQ(line.substr(6), "," + ThreadText() + "\n");
+    EXPECT_NEAR(std::stod(line), static_cast<double>(before), 1000);
+    QzLogItem item;
+    item.m_nResID = 5;
+    EXPECT_EQ(item.GetReplaceString("<%RESID>%MSG", ""), "<     5>");
+}
+
+TEST_F(LogTest, LevelsAndBlocking) {
+    AssertionLog assertions;
+    log.Open(K(m_file));
+    log.SetLogFormat("%MSG%LEVEL");
+    log.SetLevel(static_cast<Log::LogLevelType>(450));
+    EXPECT_EQ(Record("399", static_cast<Log::LogLevelType>(399)), 0);
+    EXPECT_EQ(Record("400", Log::error), 1);
+    log.SetLevel(Log::warning);
+    EXPECT_EQ(Record("info", Log::info), 0);
+    EXPECT_EQ(Record("300", Log::warning), 1);
+    EXPECT_EQ(AssertionLog::Texts().size(), 0U);
+    EXPECT_EQ(Record("350", static_cast<Log::LogLevelType>(350)), 1);
+    EXPECT_EQ(AssertionLog::Texts().size(), 1U);
+    log.SetBlocked(1);
+    EXPECT_EQ(Record("fatal", Log::fatal), 0);
+    log.SetBlocked(0);
+    EXPECT_EQ(ReadBytes(m_file), "400  error\n300warning\n350unknown\n");
+}
+
+TEST_F(LogTest, ErrorsAreStacked) {
+    log.Open(K(m_file));
+    QzErrorObj& errors = QzErrorObj::GetInstance();
+    errors.Clear();
+    Record("warning", Log::warning);
+    for (int i = 0; i < 1003; ++i)
+        log.RecordLog(i % 2 == 0 ? Log::error : Log::fatal, i, K("e" + std::to_string(i)), "f.cpp", i);
+    QzErrorObj::Entry entry;
+    ASSERT_TRUE(errors.GetAt(0, entry));
+    EXPECT_EQ(entry.m_strMessage + entry.m_strCodeFile, "e1002f.cpp");
+    EXPECT_EQ(entry.m_nCode + entry.m_nCodeLine, 2004);
+    ASSERT_TRUE(errors.GetAt(999, entry));
+    EXPECT_EQ(entry.m_nCode, 3);
+    EXPECT_FALSE(errors.GetAt(1000, entry));
+    EXPECT_EQ(errors.GetAll()[1].m_nCode, 1001);
+    errors.Clear();
+    EXPECT_EQ(errors.GetCount(), 0);
+}
+
+TEST_F(LogTest, RepeatsAreDroppedAsTheRuleSays) {
+    log.Open(K(m_file));
+    log.SetFilterRepeat(1);
+    const auto hash = [](const std::string& text) {
+        return static_cast<unsigned>(QzHashCode::FastStringToHashCode(K(text)));
+    };
+    std::deque<unsigned> recent;
+    std::string last;
+    std::mt19937 random(4);
+    for (int step = 0; step < 40000; ++step) {
+        // So few that counts reach their limit, and so many that they fall below it again.
+        const std::string message = "m" + std::to_string(random() % 250);
+        const int line = static_cast<int>(random() % 2);
+        const std::string item = message + ":" + std::to_string(line);
+        const unsigned key = hash("repeat.cpp") + hash(message) + static_cast<unsigned>(line);
+        const bool repeat = item == last || std::count(recent.begin(), recent.end(), key) >= 5;
+        ASSERT_EQ(log.RecordLog(Log::info, step, K(message), "repeat.cpp", line), repeat ? 0 : 1) << step;
+        if (!repeat) {
+            last = item;
+            recent.push_back(key);
+            if (recent.size() > 1000)
+                recent.pop_front();
+        }
+    }
+}
+
+// ---- Batches and memory
+
+TEST_F(LogTest, BatchesWaitInMemory) {
+    Record("before");
+    log.SetLogCountToDisk(3);
+    log.Open(K(m_file));
+    EXPECT_EQ(ReadBytes(m_file), "before\n");
+    Record("1");
+    log.SetLogFormat("<%MSG>");
+    Record("2");
+    EXPECT_EQ(ReadBytes(m_file), "before\n");
+    Record("3");
+    EXPECT_EQ(ReadBytes(m_file), "before\n1\n<2>\n<3>\n");
+    Record("4");
+    EXPECT_EQ(log.Flush(), 1);
+    EXPECT_EQ(ReadBytes(m_file), "before\n1\n<2>\n<3>\n<4>\n");
+    log.SetSaveToPhysical(0);
+    log.SetLogCountInMemory(2);
+    EXPECT_EQ(RecordAll({"5", "6", "7"}), 3);
+    EXPECT_EQ(log.Flush(), 0);
+    log.SetSaveToPhysical(1);
+    EXPECT_EQ(log.Close(1), 1);
+    EXPECT_EQ(ReadBytes(m_file), "before\n1\n<2>\n<3>\n<4>\n<6>\n<7>\n");
+    // Nothing is dropped for want of memory while it can be written.
+    log.SetLogCountToDisk(100);
+    log.Open(K(m_file), 0);
+    RecordAll({"8", "9"});
+    EXPECT_EQ(ReadBytes(m_file), "<8>\n<9>\n");
+}
+
+TEST_F(LogTest, DefaultName) {
+    const auto current = std::filesystem::current_path();
+    std::filesystem::current_path(m_scratch.Path());
+    EXPECT_EQ(Log::GetInstance(false).IsOpen(), 0);
+    EXPECT_EQ(Log::GetInstance(true).IsOpen(), 1);
+    std::filesystem::current_path(current);
+    Log::GetInstance(true); // opens nothing anew
+    EXPECT_EQ(log.GetFileName(), K(m_scratch / "Zp2026-11-21_09-34-56.log"));
+    EXPECT_EQ(log.GetPrefix(), "Log");
+    EXPECT_EQ(log.Open(K(m_scratch.Path()), "b.txt"), 1);
+    EXPECT_EQ(log.GetPrefix(), "b");
+    EXPECT_EQ(Files(m_scratch.Path()), "Zp2026-11-21_09-34-56.log: ;b.txt: ;");
+    EXPECT_EQ(log.Open(K(m_scratch / "missing/b.txt")), 0);
+    EXPECT_EQ(log.IsOpen(), 0);
+    EXPECT_EQ(log.Open(K(m_scratch.Path())), 0);
+}
+
+// ---- Rollover
+
+TEST_F(LogTest, SizeLimit) {
+    log.Open(K(m_file));
+    log.SetFileSizeLimit(4, Log::Rolling);
+    RecordAll({"1", "2", "3", "4"}); // 4 bytes are no more than 4
+    EXPECT_EQ(ReadBytes(m_file), "4\n2\n3\n");
+    EXPECT_EQ(Messages(), "3;4;"); // the rest of an overwritten line is not told from an old one
+    log.SetFileSizeLimit(4, Log::ReOpen);
+    RecordAll({"5", "6"});
+    EXPECT_EQ(ReadBytes(m_file), "5\n6\n");
+    log.SetFileSizeLimit(3, Log::NewFile);
+    WriteBytes(m_scratch / "a(2).log", "old");
+    RecordAll({"7", "8", "9", "10", "11"});
+    EXPECT_EQ(Files(m_scratch.Path()),
+              "a(1).log: 7\n8\n;a(2).log: old;a(3).log: 9\n10\n;a(4).log: 11\n;a.log: 5\n6\n;");
+    EXPECT_EQ(log.GetFileName(), K(m_scratch / "a(4).log"));
+
+    log.Open(K(m_file), 0, Log::XML);
+    log.SetFileSizeLimit(1, Log::Rolling);
+    RecordAll({"12", "13"});
+    ExpectFile(Log::XML, "12;13;");
+    log.SetFileSizeLimit(1, Log::ReOpen);
+    Record("14");
+    ExpectFile(Log::XML, "14;");
+}
+
+TEST_F(LogTest, TimeInterval) {
+    const auto setNow = [](const char* time) {
+        KeldTime now;
+        ASSERT_EQ(now.Parse("%Y-%m-%d %H:%M:%S", time), 19);
+        s_now = now.GetTime();
+    };
+    const struct {
+        Log::TimeInterval interval;
+        const char *start, *last, *next; // `last` is the last moment of the interval of `start`
+        std::string files;
+    } cases[] = {
+        {Log::Hour, "2026-11-21 09:00:00", "2026-11-21 09:59:59", "2026-11-21 10:00:00",
+         "day.log: 1\n;day_2026-11-21_10-00-00.log: 2\n3\n;"},
+        {Log::Hour, "2026-11-21 09:00:00", "2026-11-21 09:59:59", "2026-11-22 09:01:00",
+         "day.log: 1\n;day_2026-11-22_09-01-00.log: 2\n3\n;"},
+        {Log::Day, "2026-11-21 00:00:00", "2026-11-21 23:59:59", "2026-11-22 00:00:00",
+         "day.log: 1\n;day_2026-11-22_00-00-00.log: 2\n3\n;"},
+        {Log::Week, "2026-12-28 00:00:00", "2027-01-03 23:59:59", "2027-01-04 00:00:05",
+         "day.log: 1\n;day_2027-01-04_00-00-05.log: 2\n3\n;"},
+        {Log::Month, "2026-12-01 00:00:00", "2026-12-31 23:59:59", "2027-01-01 00:00:00",
+         "day.log: 1\n;day_2027-01-01_00-00-00.log: 2\n3\n;"},
+        {Log::None, "2026-12-01 00:00:00", "2026-12-01 00:00:01", "2029-01-01 00:00:00", "day.log: 1\n2\n3\n;"},
+    };
+    for (const auto& c : cases) {
+        const ScratchDirectory directory;
+        setNow(c.start);
+        ASSERT_EQ(log.Open(K(directory.Path()), "day.log", c.interval), 1);
+        setNow(c.last);
+        Record("1");
+        setNow(c.next);
+        RecordAll({"2", "3"});
+        EXPECT_EQ(Files(directory.Path()), c.files);
+    }
+    log.Open(K(m_scratch.Path()), "", Log::Day, Log::XML);
+    setNow("2029-01-02 00:00:00");
+    WriteBytes(m_scratch / "Zp2029-01-02_00-00-00.log", "old");
+    Record("default name");
+    EXPECT_EQ(CountXmlItems(m_scratch / "Zp2029-01-02_00-00-00(1).log"), 1);
+    EXPECT_EQ(CountXmlItems(m_scratch / "Zp2029-01-01_00-00-00.log"), 0);
+}
+
+// ---- XML
+
+TEST_F(LogTest, XmlDocument) {
+    log.SetLogFormat("%DATETIME %TIMESPAN %RESID %LEVEL %MSG %CODELINE");
+    ASSERT_EQ(log.Open(K(m_file), 1, Log::XML), 1);
+    EXPECT_EQ(CountXmlItems(m_file), 0);
+    log.RecordLog(Log::warning, 17, "a<b> & \"c\"\n\xE4\xB8\xAD\r\x01", "f.cpp", 3);
+    std::string text = ReadBytes(m_file);
+    text.replace(text.find("<TimeSpan>") + 10, 6, "123456");
+    EXPECT_EQ(text, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<Log>\r\n<LogItem>\r\n"
+                    "<DateTime>2026-11-21 09:34:56</DateTime>\r\n<TimeSpan>123456</TimeSpan>\r\n"
+                    "<Level>warning</Level>\r\n<ResID>    17</ResID>\r\n"
+                    "<Description>a&lt;b&gt; &amp; \"c\"\n\xE4\xB8\xAD&#13;<?byte 01?></Description>\r\n"
+                    "<ThreadID/>\r\n<CodeFile/>\r\n<CodeLine>3</CodeLine>\r\n</LogItem>\r\n</Log>\r\n");
+    // Added to behind what a killed process may have left: part of an item, and no end tag.
+    log.Close();
+    for (const std::string& torn :
+         {text.substr(0, text.size() - 8) + "<LogItem>\r\n<DateTime>2026", text.substr(0, text.size() - 3), text}) {
+        WriteBytes(m_file, torn);
+        ASSERT_EQ(log.Open(K(m_file), 1, Log::XML), 1);
+        EXPECT_EQ(CountXmlItems(m_file), 1);
+        Record("more");
+        EXPECT_EQ(CountXmlItems(m_file), 2);
+        log.Close();
+    }
+    WriteBytes(m_file, text.substr(0, 50) + std::string(200000, ' '));
+    EXPECT_EQ(log.Open(K(m_file), 1, Log::XML), 1);
+    EXPECT_EQ(CountXmlItems(m_file), 0);
+    const std::string foreign = "<?xml version=\"1.0\" encoding=\"GBK\"?>\r\n<Log>\r\n</Log>\r\n";
+    WriteBytes(m_file, foreign);
+    EXPECT_EQ(log.Open(K(m_file), 1, Log::XML), 0);
+    EXPECT_EQ(ReadBytes(m_file), foreign);
+    CurrentCharset chinese(KELDCharset::GB2312);
+    EXPECT_EQ(log.Open(K(m_file), 1, Log::XML), 1);
+    EXPECT_EQ(log.Open(K(m_file), 0, Log::XML), 1);
+    EXPECT_EQ(ReadBytes(m_file), foreign);
+}
+
+// Every byte, what is no text of the charset, characters that XML excludes, lines, a mebibyte.
+TEST_F(LogTest, AnyMessageComesThroughWhole) {
+    std::string bytes;
+    for (int i = 0; i < 512; ++i)
+        bytes += static_cast<char>(i);
+    std::string lines;
+    while (lines.size() < 1 << 20)
+        lines += "line " + std::to_string(lines.size()) + "| a.cpp(1)\n";
+    const std::string messages[] = {bytes,  "\xEF\xBF\xBF", "\xE4\xB8\xAD <&#0;> ]]> \xE4\xB8", "",
+                                    "\n\n", lines,          std::string(1 << 20, '<'),          "last"};
+    for (const auto& [charset, mode] :
+         {std::pair(KELDCharset::UTF8, Log::Text), std::pair(KELDCharset::UTF8, Log::XML),
+          std::pair(KELDCharset::GB2312, Log::XML), std::pair(KELDCharset::Johab, Log::XML)}) {
+        CurrentCharset current(charset);
+        log.SetLogFormat("%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)");
+        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
+        for (const std::string& message : messages)
+            ASSERT_EQ(log.RecordLog(Log::info, 5, K(message), "dir/a(1).cpp", 12), 1);
+        KeldArray<QzLogItem> items;
+        ASSERT_EQ(log.Query(QzLogQueryDef(), items), 1);
+        ASSERT_EQ(items.GetSize(), static_cast<int>(std::size(messages)));
+        for (int i = 0; i < items.GetSize(); ++i) {
+            EXPECT_TRUE(items[i].m_strDescription.View() == messages[i]) << charset << i;
+            EXPECT_EQ(
+                items[i].GetReplaceString("%DATETIME%RESID%LEVEL%THREADID%CODEFILE%CODELINE", "%Y-%m-%d %H:%M:%S"),
+                K("2026-11-21 09:34:56     5   info" + ThreadText() + "dir/a(1).cpp12"));
+        }
+        if (mode == Log::XML) {
+            EXPECT_EQ(CountXmlItems(m_file), items.GetSize());
+            EXPECT_EQ(ReadBytes(m_file).find_first_of("\x01\x02\x1F\x7F"s), ReadBytes(m_file).find('\x7F'));
+        }
+    }
+}
+
+// ---- Query
+
+TEST_F(LogTest, Query) {
+    using Def = QzLogQueryDef;
+    const std::string all = "m0;m1;m2;m3;m4;m5;";
+    const auto with = [](auto set) {
+        Def query;
+        set(query);
+        return Messages(query);
+    };
+    for (const Log::Mode mode : FileModes) {
+        log.SetLogFormat("%DATETIME %LEVEL %RESID %THREADID %CODEFILE: %MSG");
+        log.SetLogCountToDisk(4); // the last two stay in memory
+        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
+        const char* const sources[] = {"even.cpp", "odd.cpp"};
+        for (int i = 0; i < 6; ++i) {
+            s_now = Saturday + i;
+            const auto level = static_cast<Log::LogLevelType>(100 * (i % 5 + 1));
+            log.RecordLog(level, 10 * i, K("m" + std::to_string(i)), sources[i % 2], i);
+        }
+        EXPECT_EQ(Messages(), all);
+        EXPECT_EQ(with([](Def& q) { q.m_nMinLevel = 300, q.m_nMaxLevel = 400; }), "m2;m3;");
+        EXPECT_EQ(with([](Def& q) { q.m_nMinResID = 30, q.m_nMaxResID = 40; }), "m3;m4;");
+        EXPECT_EQ(with([](Def& q) { q.m_dtFrom = KeldTime(Saturday + 1), q.m_dtTo = KeldTime(Saturday + 2); }),
+                  "m1;m2;");
+        EXPECT_EQ(with([](Def& q) { q.m_strText = "odd"; }), "m1;m3;m5;");
+        EXPECT_EQ(with([](Def& q) { q.m_strText = "m4"; }), "m4;");
+        EXPECT_EQ(with([](Def& q) { q.m_nThreadID = QzThread::GetCurrentThreadId(); }), all);
+        EXPECT_EQ(with([](Def& q) { q.m_nThreadID = 1; }), "");
+        log.SetQueryMaxNum(2);
+        EXPECT_EQ(with([](Def& q) { q.m_strText = "even"; }), "m2;m4;");
+        log.SetQueryMaxNum(1000);
+
+        log.Flush();
+        KeldArray<QzLogItem> items;
+        log.Query(Def(), items);
+        ASSERT_EQ(log.SaveQueryResult(items, K(m_scratch / "saved")), 1);
+        EXPECT_EQ(ReadBytes(m_scratch / "saved"), ReadBytes(m_file)); // what was read is what was recorded
+    }
+}
+
+// ---- Failures
+
+TEST_F(LogTest, WritesAgainWhenItCan) {
+    ASSERT_EQ(log.Open("/dev/full"), 1);
+    EXPECT_EQ(RecordAll({"full 1", "full 2"}), 0);
+    EXPECT_EQ(log.Close(), 0);
+    const std::string directory = m_scratch / "gone";
+    for (const Log::Mode mode : FileModes) {
+        std::filesystem::create_directory(directory);
+        ASSERT_EQ(log.Open(K(directory + "/a.log"), 1, mode), 1);
+        Record("lost with its directory");
+        std::filesystem::remove_all(directory);
+        EXPECT_EQ(RecordAll({"3", "4"}), 0);
+        EXPECT_EQ(log.IsOpen(), 1);
+        std::filesystem::create_directory(directory);
+        EXPECT_EQ(Record("5"), 1);
+        const std::string messages = Messages(); // before them may stand what was written before the removal
+        EXPECT_EQ(messages.substr(messages.size() - 6), "3;4;5;");
+        std::filesystem::remove(directory + "/a.log"); // the file alone is made again at once
+        EXPECT_EQ(Record("6"), 1);
+        EXPECT_EQ(Messages().substr(Messages().size() - 2), "6;");
+        if (mode == Log::XML) {
+            EXPECT_GE(CountXmlItems(directory + "/a.log"), 1);
+        }
+        log.Close();
+        std::filesystem::remove_all(directory);
+    }
+    ASSERT_EQ(log.Open(K(m_file)), 1);
+    EXPECT_EQ(ReadBytes(m_file), "");
+}
+
+[[noreturn]] static void RecordOverTheLimit(const std::string& file) {
+    const auto length = std::filesystem::file_size(file);
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = {length + 20, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const bool failed = RecordAll({std::string(100, 'x'), "second"}) == 0 && std::filesystem::file_size(file) == length;
+    limit.rlim_cur = RLIM_INFINITY;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    std::_Exit(failed && Record("third") == 1 ? 0 : 1);
+}
+
+// A write that fails half-way leaves whole items, and a document. The limit is the process's, hence a
+// process.
+TEST_F(LogTest, FailedWriteIsTakenBack) {
+    for (const Log::Mode mode : FileModes) {
+        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
+        Record("first");
+        EXPECT_EXIT(RecordOverTheLimit(m_file), testing::ExitedWithCode(0), "");
+        log.Open(K(m_file), 1, mode);
+        ExpectFile(mode, "first;" + std::string(100, 'x') + ";second;third;");
+    }
+}
+
+TEST_F(LogTest, KilledProcessLosesNothing) {
+    for (const Log::Mode mode : FileModes) {
+        EXPECT_EXIT((log.Open(K(m_file), 0, mode), RecordAll({"1", "2", "3", "4"}), std::raise(SIGKILL)),
+                    testing::KilledBySignal(SIGKILL), "");
+        log.Open(K(m_file), 1, mode);
+        ExpectFile(mode, "1;2;3;4;");
+    }
+}
+
+TEST_F(LogTest, CutOffLineDoesNotSwallowTheNext) {
+    WriteBytes(m_file, "whole\nhal");
+    log.Open(K(m_file));
+    Record("next");
+    EXPECT_EQ(ReadBytes(m_file), "whole\nhal\nnext\n");
+}
+
+// ---- Call-backs
+
+TEST_F(LogTest, EchoMayLog) {
+    log.Open(K(m_file));
+    Log::SetCallBack([](const char* line) { Record("echo of "s + line); });
+    RecordAll({"a", "b"});
+    EXPECT_EQ(ReadBytes(m_file), "a\necho of a\nb\necho of b\n");
+}
+
+TEST_F(LogTest, DatabaseTakesItems) {
+    std::string source;
+    Log::SetOpenCallBack([](void* data, const char* name) -> unsigned char {
+        if (data != nullptr)
+            *static_cast<std::string*>(data) += name + ":"s;
+        return *name != '\0';
+    });
+    Log::SetCloseCallBack([](void* data) { *static_cast<std::string*>(data) += "closed"; });
+    EXPECT_EQ(log.Open(&source, ""), 0);
+    EXPECT_EQ(log.Open(&source, "table"), 1);
+    EXPECT_EQ(Record("kept"), 1); // nobody takes it
+    Log::SetWriteCallBack([](void* data, const QzLogItem& item) -> unsigned char {
+        if (item.m_strDescription == "refused")
+            return 0;
+        *static_cast<std::string*>(data) += item.m_strDescription.Cstr() + ";"s;
+        return Record("from the sink");
+    });
+    EXPECT_EQ(Record("refused"), 0);
+    EXPECT_EQ(Messages(), "refused;from the sink;");
+    Log::SetWriteCallBacks([](void* data, const KeldArray<QzLogItem>& items) -> unsigned char {
+        *static_cast<std::string*>(data) += std::to_string(items.GetSize()) + "+";
+        return 1;
+    });
+    EXPECT_EQ(Record("batch"), 1);
+    log.SetLogCountToDisk(10);
+    Record("last");
+    EXPECT_EQ(log.Close(), 1);
+    EXPECT_EQ(source, ":table:kept;3+1+closed");
+    EXPECT_EQ(log.Open(Log::Memory), 0); // the open call-back gets an empty name
+}
+
+TEST_F(LogTest, MemoryKeepsTheNewest) {
+    const TextLog<&SetTraceHandler> traces;
+    EXPECT_EQ(log.Open(Log::Memory), 1);
+    log.SetLogCountInMemory(2);
+    EXPECT_EQ(RecordAll({"1", "2", "3"}), 3);
+    EXPECT_EQ(Messages(), "2;3;");
+    log.Dump(1);
+    const std::string dump = traces.Texts().at(0);
+    EXPECT_NE(dump.find("mode Memory"), std::string::npos);
+    EXPECT_NE(dump.find("2 items pending"), std::string::npos);
+    EXPECT_EQ(dump.substr(dump.size() - 3), "\n3\n");
+}
+
+// ---- Threads
+
+TEST_F(LogTest, ThreadsLoseAndTearNothing) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    constexpr int Count = 10000;
+#else
+    constexpr int Count = 100000;
+#endif
+    constexpr int Threads = 8;
+    const auto text = [](int t, int i) {
+        return std::to_string(t) + std::string(static_cast<std::size_t>(i % 50), '.') + std::to_string(i);
+    };
+    log.SetLogFormat("%MSG %CODELINE %THREADID");
+    log.SetFilterRepeat(1);
+    log.Open(K(m_file));
+    std::atomic<int> failed{0};
+    std::string ids[Threads];
+    std::vector<std::thread> threads;
+    for (int t = 0; t < Threads; ++t) {
+        threads.emplace_back([&, t] {
+            ids[t] = ThreadText();
+            for (int i = 0; i < Count; ++i) {
+                failed += log.RecordLog(Log::info, 0, K(text(t, i)), "thread.cpp", i) == 0 ? 1 : 0;
+                if (i % 1000 == 0)
+                    log.SetDateTimeFormat("%H");
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(failed, 0);
+    int next[Threads] = {}; // a thread's items stand in their order
+    std::ifstream file(m_file);
+    for (std::string line; std::getline(file, line);) {
+        const int t = line.empty() ? -1 : line[0] - '0';
+        ASSERT_TRUE(t >= 0 && t < Threads) << line;
+        const int i = next[t]++;
+        ASSERT_EQ(line, text(t, i) + " " + std::to_string(i) + " " + ids[t]);
+    }
+    for (const int count : next)
+        EXPECT_EQ(count, Count);
+}
+
+// ---- Configuration
+
+// The library finds its configuration beside itself, so this takes a process that loads a copy of it.
+TEST(LogConfiguration, CodesAlwaysRecorded) {
+    const ScratchDirectory scratch;
+    std::filesystem::create_directory(scratch / "lib");
+    for (const auto& entry : std::filesystem::directory_iterator(QzFile::GetModulePath("MoBase").Cstr())) {
+        if (entry.path().filename().string().rfind("libMoBase", 0) == 0)
+            std::filesystem::copy_file(entry.path(), scratch / ("lib/" + entry.path().filename().string()));
+    }
+    WriteBytes(scratch / "Zephyron.xml",
+               "<Zephyron><LogSetting type=\"Object\"><InfoID>4711</InfoID></LogSetting></Zephyron>");
+    const std::string command = "LD_LIBRARY_PATH='" + (scratch / "lib") + "' '" +
+                                std::filesystem::read_symlink("/proc/self/exe").string() +
+                                "' --gtest_also_run_disabled_tests --gtest_brief=1 "
+                                "--gtest_filter=LogConfiguration.DISABLED_InfoID";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+TEST(LogConfiguration, DISABLED_InfoID) {
+    Log& log = Log::GetInstance(false);
+    log.SetLevel(Log::fatal);
+    EXPECT_EQ(log.RecordLog(Log::debug, 4711, "passes"), 1);
+    EXPECT_EQ(log.RecordLog(Log::debug, 4711, "passes"), 0) << "the repeat filter acts";
+    EXPECT_EQ(log.RecordLog(Log::warning, 4712, "does not"), 0);
+    log.SetBlocked(1);
+    EXPECT_EQ(log.RecordLog(Log::debug, 4711, "blocked"), 0);
+}

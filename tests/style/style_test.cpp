@@ -1,0 +1,461 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "base/keldcolor.h"
+#include "stream/qzbytearray.h"
+#include "style/randomstyle.h"
+#include "support.h"
+#include "toolkit/qzstyle.h"
+
+using namespace Qzc;
+
+namespace {
+
+// The bytes that pairs of hexadecimal digits stand for; blanks are there for the reader.
+std::string Hex(const std::string& text) {
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != ' ')
+            bytes += static_cast<char>(std::stoi(text.substr(i++, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+std::string Saved(const QzStyle& style, int kind) {
+    QzMemoryStream stream;
+    style.Save(stream, kind);
+    return Bytes(stream);
+}
+
+// Reads a record without its size word, as callers do. Whether all of it was there.
+bool LoadRecord(QzStyle& style, const std::string& record, int kind) {
+    QzMemoryStream stream(record.data(), static_cast<std::int64_t>(record.size()));
+    const int size = style.Load(stream, kind);
+    EXPECT_EQ(size, static_cast<int>(style.GetStyleSize(kind)) - 4);
+    return stream.IsGood();
+}
+
+QzStyle Sample() {
+    constexpr std::uint32_t Line = KELDRGB(0x11, 0x22, 0x33);
+    constexpr std::uint32_t Back = KELDRGB(0x44, 0x55, 0x66);
+    constexpr std::uint32_t Fore = KELDRGB(0x77, 0x88, 0x99);
+    QzStyle style;
+    // In the order of KeldStyle, tenths as integers: fixed colour; marker's style, angle, size, width and
+    // height; line's style, colour and width; fill's style to centre offset; scaling.
+    style.FromKeldStyle(
+        {true, 1, 0x01020304, -3, 25, 10, 20, 5, Line, 3, 6, Back, Fore, false, 50, 2, 450, -2, 3, true});
+    return style;
+}
+
+// The attributes that are left alone differ from their neighbours as they are.
+void Set3D(QzStyle& style) {
+    style.SetAltitudeMode(Absolute);
+    style.SetBottomAltitude(1.5F);
+    style.SetExtendHeight(2);
+    style.SetPointColor({1, 0, 0, 0.2});
+    style.SetIconName("ab");
+    style.SetIconAnchorPoint({1, -2});
+    style.SetBillBoardMode(FIXED_ANGLE);
+    style.SetMarker3DScaleX(1.5);
+    style.SetMarker3DScaleY(2);
+    style.SetMarker3DRotateY(-2);
+    style.SetMarker3DRotateZ(1);
+    style.SetLineColor3D({0, 1, 0, 1});
+    style.SetFillColor({0, 0, 1, 0});
+    style.SetSideTexture("s");
+    style.SetTopTexture("top");
+    style.SetTilingU(2.5F);
+    style.SetTilingV(0.5F);
+    style.SetTopTilingU(-2.5F);
+    style.SetFill3DMode(FILL_FACEANDLINE);
+    style.SetFiletEnable(1);
+}
+
+const std::string One = "000000000000F03F";
+const std::string OneAndAHalf = "000000000000F83F";
+const std::string Two = "0000000000000040";
+const std::string MinusTwo = "00000000000000C0";
+const std::string Stamp = "14051220";
+const std::string Beginning = "02000000" + OneAndAHalf + Two;
+const std::string Marker3D = OneAndAHalf + Two + One + "0000000000000000" + MinusTwo + One;
+
+// The fields of the 3D block of each kind, as Set3D sets them.
+const std::string Blocks3D[] = {
+    "FF000033 00008040 02000000 61 62 0000803F" + One + MinusTwo + "00 02000000 01" + Marker3D,
+    "00FF00FF 0000FF00 01000000 73 00002040 0000003F 03000000 14000000 01 00",
+    "00FF00FF 0000FF00 01000000 73 03000000 746F70 00002040 0000003F 000020C0 0000803F 03000000",
+    "02000000 6162 02000000 0000FF00 01" + Marker3D, ""};
+
+const std::string FillFields = "32 02 C201 FEFF 0300";
+const std::string MarkerRecord = "04030201 19000000 FDFFFFFF 11223300 0A000000 14000000";
+const std::string LineRecord = "05000000 03000000 11223300";
+const std::string RegionRecord = LineRecord + "06000000 77889900 445566FF" + FillFields;
+
+} // namespace
+
+TEST(Color, PartsLieRedFirst) {
+    EXPECT_EQ(KELDRGB(256, -1, 0x1FF), 0xFFFF00U);
+    EXPECT_EQ(QzColorValue3D::Yellow.GetValue(), 0xFF00FFFFU);
+    EXPECT_EQ(QzColorValue3D(-1, 2, std::nan(""), 0.5).GetValue(), 0x8000FF00U);
+    for (std::uint32_t part = 0; part < 256; ++part) {
+        const std::uint32_t value = part | (255 - part) << 8 | (part ^ 0x55) << 16 | part << 24;
+        EXPECT_EQ(QzColorValue3D(value).GetValue(), value);
+    }
+}
+
+TEST(Style, TenthsAreRoundedAwayFromZeroAndCutToTheField) {
+    constexpr double Inf = std::numeric_limits<double>::infinity();
+    const std::pair<double, double> rows[] = {{0.25, 0.3},          {-0.25, -0.3},        {0.04, 0.0},
+                                              {1e300, 214748364.7}, {-Inf, -214748364.8}, {std::nan(""), 0.0}};
+    QzStyle style;
+    for (const auto& [set, expected] : rows) {
+        style.SetLineWidth(set);
+        style.SetMarkerAngle(set);
+        style.SetMarkerSize(set);
+        style.SetMarkerWidth(set);
+        style.SetMarkerHeight(set);
+        for (const double got : {style.GetLineWidth(), style.GetMarkerAngle(), style.GetMarkerSize(),
+                                 style.GetMarkerWidth(), style.GetMarkerHeight()})
+            EXPECT_EQ(got, expected) << set;
+    }
+    style.SetFillAngle(6553.7); // 65537 tenths: one more than 16 bits
+    EXPECT_EQ(style.GetFillAngle(), 0.1);
+}
+
+TEST(Style, EqualityLeavesTheFixedColourAndTheScalingOut) {
+    const QzStyle style;
+    QzStyle other;
+    other.SetIsFixedColor(1);
+    other.SetFixedColor(1);
+    other.SetScaleBySymbol(1);
+    EXPECT_TRUE(style == other);
+    EXPECT_EQ(style.GetHashCode(), other.GetHashCode());
+    EXPECT_TRUE(QzStyle::IsSameDimensionStyle(style, other, 3));
+
+    // Every other field counts; `sameKinds` are the kinds that still look the same when it has changed.
+    QzStyle before;
+    before.SetFillBackOpaque(0);
+    const auto check = [&](const std::string& sameKinds, auto... setters) {
+        const auto checkOne = [&](auto set) {
+            QzStyle changed = before;
+            (changed.*set)(1);
+            EXPECT_TRUE(before != changed) << sameKinds;
+            EXPECT_FALSE(QzStyle::IsSameDimensionStyle(before, changed, 3)) << sameKinds;
+            std::string same;
+            for (int kind = 0; kind < 3; ++kind)
+                same += QzStyle::IsSameDimensionStyle(before, changed, kind) ? std::to_string(kind) : "";
+            EXPECT_EQ(same, sameKinds);
+        };
+        (checkOne(setters), ...);
+    };
+    using S = QzStyle;
+    check("01", &S::SetFillBackColor, &S::SetFillForeColor, &S::SetFillStyle, &S::SetFillOpaqueRate,
+          &S::SetFillGradientType, &S::SetFillAngle, &S::SetFillCenterOffsetX, &S::SetFillCenterOffsetY,
+          &S::SetFillBackOpaque);
+    check("12", &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerStyle, &S::SetMarkerWidth, &S::SetMarkerHeight);
+    check("0", static_cast<void (S::*)(int)>(&S::SetLineStyle), &S::SetLineWidth);
+    check("", &S::SetLineColor, &S::SetTessellate);
+
+    other.SetMarkerAngle(90);
+    EXPECT_NE(other.GetHashCode(), style.GetHashCode());
+    EXPECT_EQ(other.GetHashCodeWithoutAngle(), style.GetHashCodeWithoutAngle());
+}
+
+TEST(Style, SymbolsAreOwnedAndCompared) {
+    unsigned char bytes[] = {1, 2, 3, 4, 6};
+    QzStyle a;
+    SetSymbols(a);
+    const AssertionLog log;
+    EXPECT_FALSE(a.SetMarkSymbolStyle(nullptr, 3, 1, 1));
+    EXPECT_FALSE(a.SetLineSymbolStyle(nullptr, 3, 1, 0));
+    EXPECT_FALSE(a.SetFillSymbolStyle(nullptr, 1));
+    EXPECT_EQ(AssertionLog::Texts(),
+              (std::vector<std::string>{"pMarkerSymbolBuffer", "pLineSymbolBuffer", "pFillSymbolStream"}));
+    EXPECT_FALSE(a.SetMarkSymbolStyle(bytes, 0, 1, 1));
+    EXPECT_EQ(a.GetMarkerSymbolVersion(), 0xFFFFFFFFU);
+
+    QzStyle b = a;
+    EXPECT_NE(b.GetMarkSymbolStyle(), a.GetMarkSymbolStyle());
+    EXPECT_TRUE(a == b);
+    b.SetMarkSymbolStyle(bytes, 5, 0xFFFFFFFF, 1); // other bytes
+    EXPECT_FALSE(QzStyle::IsSameMarkerSymbolStyle(a, b));
+    b.SetLineSymbolStyle(const_cast<unsigned char*>(b.GetLineSymbolStyle()), 8, 9, 1); // another version
+    EXPECT_FALSE(QzStyle::IsSameLineSymbolStyle(a, b));
+    b = a;
+    b.ClearFillSymbolStyle();
+    EXPECT_FALSE(QzStyle::IsSameFillSymbolStyle(a, b)); // one has none
+    a.ClearFillSymbolStyle();
+    EXPECT_TRUE(a == b); // both have none
+
+    auto* const taken = new unsigned char[2]{5, 6};
+    EXPECT_TRUE(a.SetFillSymbolStyle(taken, 2, 1, 0));
+    EXPECT_EQ(a.GetFillSymbolStyle(), taken);
+    QzMemoryStream stream;
+    EXPECT_FALSE(a.SetMarkSymbolStyle(&stream, 4));
+    stream << std::int32_t{0x01020304};
+    EXPECT_TRUE(a.SetMarkSymbolStyle(&stream, 4));
+    EXPECT_EQ(a.GetMarkSymbolStyle()[3], 1);
+
+    a = *&a;
+    const QzStyle moved = std::move(a);
+    EXPECT_EQ(moved.GetMarkerSymbolLength(), 4U);
+    EXPECT_EQ(a.GetMarkerSymbolLength(), 0U); // NOLINT: a moved-from style is an empty one
+    b = moved;
+    b.ClearSymbolStyle();
+    EXPECT_TRUE(b != moved);
+    EXPECT_TRUE(b == QzStyle());
+}
+
+TEST(Style, TheExtendedPartIsMadeByItsSettersAndCopiedDeeply) {
+    const QzStyle plain;
+    EXPECT_EQ(plain.GetPipeSides(), 20U);
+    EXPECT_EQ(plain.GetStyleEx(), nullptr);
+    QzStyle style;
+    style.SetIconName("icon");
+    QzStyle copy = style;
+    EXPECT_TRUE(copy == style);
+    copy.SetIconName("other");
+    EXPECT_FALSE(copy == style);
+    copy = plain;
+    EXPECT_TRUE(copy == plain);
+}
+
+TEST(Style, ColoursFollowBetween2DAnd3D) {
+    QzStyle style;
+    style.Convert3DTo2DStyle();
+    EXPECT_EQ(style.GetStyleEx(), nullptr);
+    style.Convert2DTo3DStyle();
+    EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(0, 0, 0, 0));
+    EXPECT_EQ(style.GetPointColor(), QzColorValue3D(0, 0, 0, 0));
+    EXPECT_EQ(style.GetFillColor().GetValue(), KELDRGB(189, 235, 255));
+
+    style.SetLineColor3D({0, 0, 1, 0.25});
+    style.SetFillColor({1, 0, 0, 0.75});
+    style.Convert3DTo2DStyle();
+    EXPECT_EQ(style.GetLineColor(), KELDRGB(0, 0, 255));
+    EXPECT_EQ(style.GetFillForeColor(), KELDRGB(255, 0, 0));
+    style.SetLineColor(KELDRGB(255, 0, 51));
+    style.SetFillForeColor(KELDRGB(0, 255, 0));
+    EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(1, 0, 0.2, 0.25));
+    EXPECT_EQ(style.GetFillColor(), QzColorValue3D(0, 1, 0, 0.75));
+}
+
+TEST(StyleEx, OnlyRealChangesRaiseTheModifiedFlag) {
+    int n = 0;
+    const auto check = [&](bool raises, auto value, auto... setters) {
+        const auto checkOne = [&](auto set) {
+            QzStyleEx style;
+            (style.*set)(value);
+            EXPECT_EQ(style.IsModified(), raises) << n;
+            EXPECT_FALSE(style == QzStyleEx()) << n;
+            style.SetModifiedFlag(0);
+            const QzStyleEx copy = style;
+            (style.*set)(value);
+            EXPECT_FALSE(style.IsModified()) << n;
+            style.SetModifiedFlag();
+            EXPECT_TRUE(style == copy) << n; // the flag takes no part
+            ++n;
+        };
+        (checkOne(setters), ...);
+    };
+    using S = QzStyleEx;
+    check(true, 0.1F, &S::SetIconScale, &S::SetPointSize, &S::SetLineWidth, &S::SetBottomAltitude, &S::SetExtendHeight,
+          &S::SetTilingU, &S::SetTilingV, &S::SetTopTilingU, &S::SetTopTilingV);
+    check(true, KeldMBString("a"), &S::SetIconName, &S::SetSideTexture, &S::SetTopTexture);
+    check(true, QzColorValue3D(1, 1, 1, 0.5), &S::SetPointColor, &S::SetLineColor, &S::SetFillColor);
+    check(true, RealSize, &S::SetTextureRepeatMode, &S::SetTopTextureRepeatMode);
+    check(true, FILL_LINE, &S::SetFill3DMode);
+    check(true, Absolute, &S::SetAltitudeMode);
+    check(true, FIXED_ANGLE, &S::SetBillBoardMode);
+    check(true, LINE_PIPELINE, &S::SetLineStyle);
+    check(true, KeldPoint2D{0, 1}, &S::SetIconAnchorPoint);
+    check(true, static_cast<unsigned char>(0), &S::SetFixedPixelSize);
+    check(true, 3U, &S::SetPipeSides);
+    check(true, 3, &S::SetMarkerStyle);
+    check(false, static_cast<unsigned char>(1), &S::SetMarker3D, &S::SetFiletEnable, &S::SetTessellate);
+    check(false, 2.0, &S::SetMarker3DScaleX, &S::SetMarker3DScaleY, &S::SetMarker3DScaleZ, &S::SetMarker3DRotateX,
+          &S::SetMarker3DRotateY, &S::SetMarker3DRotateZ);
+}
+
+TEST(StyleRecord, HasTheBytesOfItsLayout) {
+    const std::string markerSymbol = "05000000 0102030405 FFFFFFFF";
+    const std::string lineSymbol = "08000000 0102030405060708 02000000";
+    const std::string fillSymbol = "01000000 01 03000000";
+    QzStyle style = Sample();
+    EXPECT_EQ(Saved(style, 0), Hex("2C000000" + MarkerRecord + "00000000" + FillFields + "44556600"));
+    EXPECT_EQ(Saved(style, 1), Hex("14000000" + LineRecord + "00000000"));
+    EXPECT_EQ(Saved(style, 2), Hex("2C000000" + RegionRecord + "00000000 00000000"));
+    EXPECT_EQ(Saved(style, 3), Hex("04000000"));
+    EXPECT_EQ(Saved(style, 4), Hex("04000000"));
+    EXPECT_EQ(Saved(style, 5), Hex("00000000"));
+    EXPECT_EQ(Saved(style, -1), Hex("00000000"));
+    SetSymbols(style);
+    EXPECT_EQ(Saved(style, 0), Hex("35000000" + MarkerRecord + markerSymbol + FillFields + "44556600"));
+    EXPECT_EQ(Saved(style, 1), Hex("20000000" + LineRecord + lineSymbol));
+    EXPECT_EQ(Saved(style, 2), Hex("3D000000" + RegionRecord + lineSymbol + fillSymbol));
+    style.ClearLineSymbolStyle();
+    EXPECT_EQ(Saved(style, 2), Hex("31000000" + RegionRecord + "00000000" + fillSymbol));
+
+    QzStyle loaded;
+    EXPECT_TRUE(LoadRecord(loaded, Saved(style, 2).substr(4), 2));
+    EXPECT_EQ(loaded.GetFillBackOpaque(), 0);
+    EXPECT_EQ(loaded.GetFillBackColor(), 0xFF665544U); // the whole word
+    style.SetFillBackOpaque(1);
+    EXPECT_TRUE(LoadRecord(loaded, Saved(style, 2).substr(4), 2));
+    EXPECT_TRUE(QzStyle::IsSameDimensionStyle(loaded, style, 2));
+    EXPECT_EQ(loaded.GetMarkerSize(), 2.4); // no field of this record
+}
+
+TEST(StyleRecord, OfAllFieldsHasTheBytesOfItsLayout) {
+    QzStyle style = Sample();
+    SetSymbols(style);
+    const std::string begin = "04030201 19000000 FDFFFFFF" + LineRecord + "06000000 77889900";
+    for (const bool opaque : {false, true}) {
+        style.SetFillBackOpaque(opaque);
+        QzMemoryStream stream;
+        style.SaveAll(stream);
+        EXPECT_EQ(Bytes(stream), Hex(begin + (opaque ? "44556600" : "FFFFFFFF") + FillFields));
+        EXPECT_EQ(stream.GetLength(), QzStyle::GetStoreSize());
+        for (const int size : {35, 36, 43, 44}) {
+            QzStyle loaded;
+            stream.Seek(0);
+            EXPECT_EQ(loaded.LoadAll(stream, size), size >= 36);
+            EXPECT_EQ(stream.GetPosition(), size < 36 ? 0 : size < 44 ? 36 : 44);
+            EXPECT_EQ(loaded == QzStyle(), size < 36);
+            EXPECT_EQ(loaded.GetFillOpaqueRate(), size < 44 ? 100 : 50);
+            EXPECT_EQ(QzStyle::IsSameFillStyle(loaded, style), opaque && size == 44);
+            EXPECT_EQ(loaded.GetFillBackOpaque(), opaque || size < 36);
+            EXPECT_EQ(loaded.GetFillBackColor() == 0xFFFFFFFF, !opaque && size >= 36);
+            loaded.SetFillBackOpaque(0);
+            stream.Seek(0);
+            loaded.LoadAll(stream, size);
+            EXPECT_EQ(loaded.GetFillBackOpaque(), 0); // never set
+        }
+    }
+}
+
+TEST(StyleRecord, The3DBlockHasTheBytesOfItsLayout) {
+    QzStyle style;
+    Set3D(style);
+    for (int kind = 0; kind <= 6; ++kind) {
+        const std::string expected = Hex(Stamp + Beginning + (kind < 5 ? Blocks3D[kind] : "00000000"));
+        EXPECT_EQ(style.GetStyleEx()->GetStyleSize(kind), expected.size()) << kind;
+        const std::string record = Saved(style, kind); // the style's own in front; its size word counts both
+        EXPECT_EQ(record.substr(Saved(QzStyle(), kind).size()), expected) << kind;
+        EXPECT_EQ(static_cast<unsigned char>(record[0]), kind < 5 ? record.size() : 0) << kind;
+        QzStyle loaded;
+        EXPECT_TRUE(LoadRecord(loaded, record.substr(4), kind));
+        EXPECT_EQ(Saved(loaded, kind), record) << kind;
+        EXPECT_FALSE(loaded.IsModified()) << kind;
+    }
+    QzStyle kept = style;
+    EXPECT_TRUE(LoadRecord(kept, Saved(QzStyle(), 1).substr(4), 1)); // no block: the part stays
+    EXPECT_TRUE(QzStyle::IsSame3DSymbolStyle(kept, style));
+}
+
+TEST(StyleRecord, The3DBlockWithoutAStampIsReadAsFarAsItGoes) {
+    // The bytes lie in memory of their own, so that the sanitizer sees a read past their end.
+    std::int64_t left = 0;
+    const auto load = [&left](const std::string& bytes, int kind, QzStyleEx& style) {
+        QzMemoryStream stream(bytes.data(), static_cast<std::int64_t>(bytes.size()));
+        style.Load(stream, kind);
+        left = stream.GetRemaining();
+        return stream.IsGood();
+    };
+    for (int kind = 0; kind <= 4; ++kind) {
+        const std::string old = Hex(Beginning + Blocks3D[kind]);
+        QzStyleEx today;
+        QzStyleEx style;
+        EXPECT_TRUE(load(Hex(Stamp) + old, kind, today));
+        EXPECT_TRUE(load(old, kind, style));
+        EXPECT_TRUE(style == today) << kind;
+        for (std::size_t length = 0; length < old.size(); ++length) {
+            QzStyleEx part;
+            const bool good = load(old.substr(0, length), kind, part);
+            // What all kinds share must be there; a text that is cut cannot be told from a wrong length.
+            EXPECT_TRUE(!good || (length >= 20 && left < 8)) << kind << ' ' << length;
+            EXPECT_EQ(part.GetExtendHeight(), length < 20 ? 0 : 2) << kind << ' ' << length;
+            EXPECT_FALSE(load(Hex(Stamp) + old.substr(0, length), kind, part)) << kind << ' ' << length;
+        }
+    }
+    QzStyleEx style;
+    EXPECT_TRUE(load(Hex(Beginning + "00FF00FF 0000FF00 01000000 73 00002040 0000"), 1, style));
+    EXPECT_EQ(style.GetSideTexture(), "s");
+    EXPECT_EQ(style.GetTilingU(), 2.5F);
+    EXPECT_EQ(style.GetTilingV(), 1);
+    EXPECT_TRUE(load(Hex(Beginning + "00000000"), 5, style));
+    EXPECT_EQ(left, 4);
+}
+
+TEST(StyleRecord, WhatIsSavedLoadsWhereverItIsCut) {
+    RandomStyle random(1);
+    for (int i = 0; i < 2000; ++i) {
+        const QzStyle style = random.Make(random.Chance());
+        for (int kind = 0; kind <= 4; ++kind) {
+            const std::string record = Saved(style, kind);
+            EXPECT_EQ(style.GetStyleSize(kind), record.size());
+            QzStyle loaded = random.Make(random.Chance() && style.GetStyleEx() != nullptr);
+            EXPECT_TRUE(LoadRecord(loaded, record.substr(4), kind));
+            EXPECT_EQ(Saved(loaded, kind), record);
+            for (std::size_t length = 0; i < 2 && length < record.size() - 4; ++length) {
+                LoadRecord(loaded, record.substr(4, length), kind);
+                EXPECT_TRUE(QzStyle(loaded) == loaded);
+                Saved(loaded, kind);
+            }
+        }
+        KeldStyle plain;
+        style.ToKeldStyle(plain);
+        QzStyle copy;
+        copy.FromKeldStyle(plain);
+        for (const auto same : {QzStyle::IsSameFillStyle, QzStyle::IsSameLineStyle, QzStyle::IsSameMarkerStyle})
+            EXPECT_TRUE(same(copy, style));
+        EXPECT_EQ(copy.GetHashCode(), style.GetHashCode());
+        EXPECT_EQ(copy.GetFixedColor(), style.GetFixedColor());
+        EXPECT_EQ(copy.IsFixedColor(), style.IsFixedColor());
+        EXPECT_EQ(copy.IsScaleBySymbol(), style.IsScaleBySymbol());
+    }
+}
+
+TEST(StyleRecord, LyingLengthsAreFailedReads) {
+    for (const std::string length : {"FFFFFFFF", "FFFFFF7F", "00000080", "06000000"}) {
+        const std::string bytes = Hex(length) + "12345";
+        QzStyle style;
+        SetSymbols(style);
+        EXPECT_FALSE(LoadRecord(style, Hex(MarkerRecord) + bytes, 0));
+        EXPECT_FALSE(LoadRecord(style, Hex(LineRecord) + bytes, 1));
+        EXPECT_FALSE(LoadRecord(style, Hex(RegionRecord + "00000000") + bytes, 2));
+        EXPECT_EQ(style.GetMarkSymbolStyle(), nullptr);
+        EXPECT_EQ(style.GetLineSymbolStyle(), nullptr);
+        EXPECT_EQ(style.GetFillSymbolStyle(), nullptr);
+        EXPECT_EQ(style.GetMarkerSymbolLength(), 0U);
+        EXPECT_EQ(style.GetStyleEx(), nullptr);
+        EXPECT_TRUE(QzStyle(style) == style);
+
+        style.SetIconName("old");
+        EXPECT_FALSE(LoadRecord(style, Hex(Stamp + Beginning) + bytes, 3));
+        EXPECT_EQ(style.GetIconName(), "old");
+    }
+}
+
+TEST(StyleRecord, SymbolBytesAsText) {
+    const std::pair<std::string, const char*> rows[] = {{"", ""},
+                                                        {"01", "01000000"},
+                                                        {"01020304", ""},
+                                                        {"0102030405", "0102030405000000"},
+                                                        {"01020304FFFE0708", "01020304"},
+                                                        {"01020304FFFE070809", "01020304FFFE070809000000"}};
+    for (const auto& [hex, expected] : rows) {
+        const std::string bytes = Hex(hex);
+        KeldMBString text(">");
+        EXPECT_TRUE(QzStyle::ByteConver2String(reinterpret_cast<const unsigned char*>(bytes.data()),
+                                               static_cast<int>(bytes.size()), text));
+        EXPECT_EQ(text, KeldMBString(">") + expected);
+    }
+    unsigned char buffer[] = "????????";
+    unsigned char* bytes = buffer;
+    EXPECT_TRUE(QzStyle::StringConver2Byte(bytes, 7, "aBg11 +1-"));
+    EXPECT_EQ(Hex("AB 00 01 00 00 00 00") + "?", std::string(reinterpret_cast<char*>(buffer), 8));
+}
