@@ -21,7 +21,8 @@ public:
     static QzThreadManager& GetInstance();
 
     /// Registers a thread, which is started with Start. Null when the name is empty or taken or `func` is
-    /// null. A managed thread leaves the registry and is deleted when its body returns.
+    /// null. The running thread bears the name's first 15 bytes in the system's tools (gdb, top). A managed thread
+    /// leaves the registry and is deleted when its body returns.
     QzThreadEx* CreateThread(const KeldMBString& name, int (*func)(void*), void* arg, unsigned char managed);
 
     /// The thread with this name. When there is none: the thread that was registered last, null in an empty

@@ -55,7 +55,7 @@ private:
     };
 
     // A waiter that is ended leaves the lock contended, which costs one wake in vain, and hands on a wake that was
-    // meant for it (PassOnWake).
+    // meant for it (AbandonWait).
     void LockSlowly() {
         while (m_state.exchange(Contended, std::memory_order_acquire) != Free) {
             LowerShield();

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 #include <functional>
 #include <string>
@@ -57,7 +59,7 @@ void EndAmid(int rounds, const std::function<void()>& work) {
 }
 
 /// Whether a child of fork can do it and end well.
-bool ChildCan(const std::function<void()>& work) {
+testing::AssertionResult ChildCan(const std::function<void()>& work) {
     const pid_t child = fork();
     if (child == 0) {
         alarm(20);
@@ -65,7 +67,9 @@ bool ChildCan(const std::function<void()>& work) {
         _exit(0);
     }
     int status = -1;
-    return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+    if (child > 0 && waitpid(child, &status, 0) == child && status == 0)
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "pid " << child << ", status " << status << ", " << std::strerror(errno);
 }
 
 } // namespace
