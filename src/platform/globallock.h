@@ -42,9 +42,13 @@ public:
             LockSlowly();
     }
     void Unlock() {
+        Abandon();
+        LowerShield();
+    }
+    /// Unlocks and leaves the shield as it is: in place of a holder that had lowered it and was then ended.
+    void Abandon() {
         if (m_state.exchange(Free, std::memory_order_release) == Contended)
             WakeOneWaiter(&m_state);
-        LowerShield();
     }
 
 private:
