@@ -61,13 +61,7 @@ private:
     static std::uint32_t Upper(std::uint64_t state) { return static_cast<std::uint32_t>(state >> 32); }
     static std::uint64_t NextWake(std::uint64_t state) { return (state & ~Wakes) | ((state + OneWake) & Wakes); }
 
-    const void* SleepersWord() const {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-        return &m_state;
-#else
-        return reinterpret_cast<const std::uint32_t*>(&m_state) + 1;
-#endif
-    }
+    const void* SleepersWord() const { return UpperHalf(m_state); }
 
     bool WaitSlowly(std::int64_t microseconds) {
         for (int spin = 0; spin < SpinCount; ++spin) {

@@ -37,6 +37,13 @@ int ThreadExitCode(const Thread& thread);
 unsigned int ThreadId(Thread& thread);
 unsigned int CurrentThreadId();
 
+/// Whether the process has one thread at this moment, so that nobody can come in between two steps of it. False where
+/// the system does not tell.
+extern const volatile char& s_isOnlyThread;
+inline bool IsOnlyThread() {
+    return s_isOnlyThread != 0;
+}
+
 /// What the system's tools show for the calling thread: as much of the text as they take (15 bytes here; a character
 /// of UTF-8 is not cut in two).
 void SetCurrentThreadName(std::string_view name);

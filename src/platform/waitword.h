@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 
@@ -12,6 +13,12 @@
 namespace Platform {
 
 constexpr std::int64_t NoTimeout = -1;
+
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr bool IsBigEndian = true;
+#else
+constexpr bool IsBigEndian = false;
+#endif
 
 /// Sleeps for as long as the word holds `expected`, until a wake or the timeout in microseconds (NoTimeout:
 /// none). It may return without any reason, so callers look at the word again. False only when the time is
@@ -66,6 +73,11 @@ private:
 /// For a thread that is being ended by force, in that moment: does its last act, and sends on a wake that it got and
 /// will not act upon.
 void AbandonWait();
+
+/// The upper half of a word of 64 bits, as a word to sleep on.
+inline const void* UpperHalf(const std::atomic<std::uint64_t>& word) {
+    return reinterpret_cast<const std::uint32_t*>(&word) + (IsBigEndian ? 0 : 1);
+}
 
 /// Tells the processor that the thread is spinning.
 inline void PauseSpinning() {

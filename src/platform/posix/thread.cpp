@@ -13,6 +13,7 @@
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/single_threaded.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -426,6 +427,8 @@ unsigned int CurrentThreadId() {
     t_id = s_forgotten ? id : 0;
     return id;
 }
+
+const volatile char& s_isOnlyThread = __libc_single_threaded;
 
 void SetCurrentThreadName(std::string_view name) {
     constexpr std::size_t Longest = 15;
