@@ -51,7 +51,7 @@ private:
 };
 
 /// Ends a thread that does it again and again, `rounds` times; after each, it is done once more.
-void EndAmid(int rounds, const std::function<void()>& work) {
+[[maybe_unused]] void EndAmid(int rounds, const std::function<void()>& work) {
     for (int round = 0; round < rounds; ++round) {
         BodyThread victim(work);
         ASSERT_TRUE(victim.start(0));
