@@ -73,7 +73,12 @@ public:
 
     KeldMBString GetXMLFileHeader() const; ///< the declaration for the document's encoding, without a line break
     KELDCharset::Charset GetEncoding() const { return m_encoding; } ///< `Unknown` after Load met a name not known
-    void SetEncoding(KELDCharset::Charset encoding) { m_encoding = encoding; } ///< what Save writes; no text changes
+    /// What Save writes; the text is not changed. Whoever sets it says that the text is in the current charset,
+    /// even one that Load could not convert.
+    void SetEncoding(KELDCharset::Charset encoding) {
+        m_encoding = encoding;
+        m_fileForm.isConverted = true;
+    }
 
     // ---- Navigation: false, and no move, when there is nothing to move to
 
@@ -264,6 +269,12 @@ private:
     };
     using Segment = std::unique_ptr<ElementPos[], FreeMemory>;
 
+    /// What Load saw of a file beside its encoding, for Save to write it alike.
+    struct FileForm {
+        bool isConverted = true; ///< the text is in the current charset
+        bool hasMark = false;    ///< a UTF-8 byte-order mark stood in front
+    };
+
     struct Attribute {
         std::string_view name;
         TokenPos value;
@@ -299,6 +310,7 @@ private:
     void Swap(QzMarkup& other) noexcept;
 
     KELDCharset::Charset m_encoding;
+    FileForm m_fileForm;
     KeldMBString m_strDoc;
     KeldMBString m_strError;
     int m_iPosParent = 0;

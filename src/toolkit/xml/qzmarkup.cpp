@@ -34,10 +34,10 @@ QzMarkup::QzMarkup(const char* szDoc) : m_encoding(QzToolkit::GetCurCharset()) {
 }
 
 QzMarkup::QzMarkup(const QzMarkup& other)
-    : m_encoding(other.m_encoding), m_strDoc(other.m_strDoc), m_strError(other.m_strError),
-      m_iPosParent(other.m_iPosParent), m_iPos(other.m_iPos), m_iPosChild(other.m_iPosChild),
-      m_nNodeType(other.m_nNodeType), m_iPosFree(other.m_iPosFree), m_iPosReleased(other.m_iPosReleased),
-      m_mapSavedPos(other.m_mapSavedPos) {
+    : m_encoding(other.m_encoding), m_fileForm(other.m_fileForm), m_strDoc(other.m_strDoc),
+      m_strError(other.m_strError), m_iPosParent(other.m_iPosParent), m_iPos(other.m_iPos),
+      m_iPosChild(other.m_iPosChild), m_nNodeType(other.m_nNodeType), m_iPosFree(other.m_iPosFree),
+      m_iPosReleased(other.m_iPosReleased), m_mapSavedPos(other.m_mapSavedPos) {
     while (m_nPosCapacity < m_iPosFree && AllocPosArray(other.m_nPosCapacity)) {
     }
     if (m_nPosCapacity < m_iPosFree) { // no memory: the text alone, as if it were not well formed
@@ -66,6 +66,7 @@ QzMarkup::~QzMarkup() = default;
 
 void QzMarkup::Swap(QzMarkup& other) noexcept {
     std::swap(m_encoding, other.m_encoding);
+    std::swap(m_fileForm, other.m_fileForm);
     std::swap(m_strDoc, other.m_strDoc);
     std::swap(m_strError, other.m_strError);
     std::swap(m_iPosParent, other.m_iPosParent);
@@ -88,6 +89,7 @@ unsigned char QzMarkup::SetDoc(const char* szDoc) {
         return 0;
     }
     m_strDoc.Replace(0, m_strDoc.GetLength(), text);
+    m_fileForm.isConverted = true;
     m_strError.Empty();
     return ParseDoc();
 }
