@@ -6,6 +6,7 @@
 
 #include "base/keldsystem.h"
 #include "platform/file.h"
+#include "platform/filereplacement.h"
 #include "platform/module.h"
 
 namespace Qzc {
@@ -116,25 +117,27 @@ bool QzFile::ReadAll(KeldMBString& text) {
 }
 
 bool QzFile::ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error) {
+    return ReplaceAll(
+        path, [&](QzFile& file) { return file.Write(text.Cstr(), text.GetLength()) == text.GetLength(); }, error);
+}
+
+bool QzFile::ReplaceAll(const KeldMBString& path, const std::function<bool(QzFile&)>& write, KeldMBString& error) {
     Platform::Replacement replacement;
     int failure = 0;
-    QzFile file;
-    file.m_handle = Platform::CreateReplacement(ToNativePath(path).Cstr(), replacement, failure);
-    if (!file.IsOpen()) {
-        error = ErrorText(failure);
-        return false;
+    bool replaced = Platform::OpenReplacement(ToNativePath(path).Cstr(), replacement, failure);
+    if (replaced) {
+        QzFile file;
+        file.m_handle = replacement.file;
+        replaced = write(file);
+        failure = file.m_error;
+        file.m_handle = Platform::NoFile; // it is the replacement's to close
+        if (replaced)
+            replaced = Platform::CommitReplacement(replacement, failure);
+        else
+            Platform::AbandonReplacement(replacement);
     }
-    // The bytes reach the device before the name changes hands, or a power cut could leave an empty file.
-    const bool written = file.Write(text.Cstr(), text.GetLength()) == text.GetLength() && file.Sync();
-    if (file.Close() && written)
-        Platform::CommitReplacement(replacement, failure);
-    else
-        failure = file.GetErrorCode();
-    if (failure != 0) {
-        Platform::RemoveFile(replacement.temporary.c_str());
-        error = ErrorText(failure);
-    }
-    return failure == 0;
+    error = ErrorText(failure);
+    return replaced;
 }
 
 bool QzFile::IsExist(const KeldMBString& path) {
