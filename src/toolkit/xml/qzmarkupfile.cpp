@@ -42,7 +42,7 @@ unsigned char QzMarkup::Load(const char* szFileName) {
     }
     m_strError = ByteCount(text.GetLength());
     m_encoding = DecodeXmlFile(text);
-    m_strDoc = std::move(text);
+    SetText(std::move(text));
     return ParseDoc();
 }
 
@@ -50,7 +50,7 @@ unsigned char QzMarkup::Save(const char* szFileName) {
     const KELDCharset::Charset current = QzToolkit::GetCurCharset();
     const bool converts =
         m_encoding != current && m_encoding != KELDCharset::Current && m_encoding != KELDCharset::Unknown;
-    KeldMBString text = m_strDoc;
+    KeldMBString text = GetDoc();
     const int declaration = text.Find("<?");
     const int end = text.Find("?>");
     if (end <= 0 && m_encoding != KELDCharset::Unknown)
@@ -63,9 +63,8 @@ unsigned char QzMarkup::Save(const char* szFileName) {
         m_strError.Format("Cannot convert to %s", QzTextCodec::GetCharsetName(m_encoding).Cstr());
         return 0;
     }
-    m_strDoc = std::move(text);
-    ForgetAttributes();
-    const KeldMBString& written = converts ? bytes : m_strDoc;
+    SetText(std::move(text));
+    const KeldMBString& written = converts ? bytes : GetDoc();
     QzFile file;
     if (!file.Open(szFileName, QzFile::Access::Write)) {
         m_strError = "Cannot open file .\n";
