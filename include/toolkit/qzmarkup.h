@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/keldcharset.h"
@@ -309,6 +310,12 @@ private:
     static bool NextAttribute(TokenPos& token, Attribute& attribute);
     const std::vector<Attribute>& Attributes(int iPos) const; ///< of the start tag, until the text changes
     void ForgetAttributes() { m_iAttributesOf = 0; }          ///< whenever the text changes
+    /// Another text under the same records: their offsets are not moved. With GetDoc the only way to the text
+    /// for what does not edit elements.
+    void SetText(KeldMBString text) {
+        m_strDoc = std::move(text);
+        ForgetAttributes();
+    }
     KeldMBString AttribName(int iPos, int n) const;
     int AttribCount(int iPos) const;
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag

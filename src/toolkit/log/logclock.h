@@ -5,7 +5,10 @@
 
 namespace Qzc {
 
-/// Puts a clock in the place of the one that the log reads, for tests; null restores it.
+/// The time that the log goes by.
+KeldTime GetLogTime();
+
+/// Puts a clock in the place of the system's, for tests; null restores it.
 void SetLogClock(KeldTime (*clock)());
 
 } // namespace Qzc

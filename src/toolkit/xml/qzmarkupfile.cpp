@@ -58,13 +58,13 @@ Change DeclarationChange(const KeldMBString& text, Charset encoding) {
     const bool isReplaced =
         hasInstruction &&
         (encoding != current || !XmlDeclaration(text.View().substr(static_cast<std::size_t>(start))).empty());
-    if (isReplaced) {
-        change.at = start;
-        change.replaced = end + 2 - start;
-    } else {
+    if (!isReplaced) {
         change.text += LineEnd;
+        return change;
     }
-    return change;
+    change.at = start;
+    change.replaced = end + 2 - start;
+    return text.Mid(start, change.replaced) != change.text ? change : Change();
 }
 
 // Writes text to a file in another charset, a part at a time, so that the whole is never held twice.
@@ -138,7 +138,7 @@ unsigned char QzMarkup::Load(const char* szFileName) {
     const XmlFileForm form = DecodeXmlFile(text);
     m_encoding = form.encoding;
     m_fileForm = {form.isConverted, form.hasMark};
-    m_strDoc = std::move(text);
+    SetText(std::move(text));
     return ParseDoc();
 }
 
@@ -204,8 +204,11 @@ unsigned char QzMarkup::SaveAs(const char* szFileName, bool bIndented) {
     if (!saved)
         return 0;
     m_strError = ByteCount(count);
-    if (!bIndented && !change.text.IsEmpty())
-        DocChange(change.at, change.replaced, change.text);
+    if (!bIndented && !change.text.IsEmpty()) {
+        KeldMBString text = doc;
+        text.Replace(change.at, change.replaced, change.text.View());
+        SetText(std::move(text));
+    }
     return 1;
 }
 

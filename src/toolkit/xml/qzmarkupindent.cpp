@@ -70,7 +70,7 @@ bool QzMarkup::CanBeIndented(int iPos) const {
 
 bool QzMarkup::SetIndented(KeldMBString text) {
     m_strError.Empty();
-    m_strDoc = std::move(text);
+    SetText(std::move(text));
     if (!ParseTree())
         return false;
     const char* const doc = GetDoc().Cstr();
@@ -115,7 +115,7 @@ bool QzMarkup::SetIndented(KeldMBString text) {
     rest.remove_prefix(std::min(rest.find_first_not_of(" \t\r\n"), rest.size()));
     if (!rest.empty())
         lines.Add(0, rest);
-    m_strDoc = KeldMBString(lines.Take());
+    SetText(KeldMBString(lines.Take()));
     return true;
 }
 
