@@ -6,7 +6,6 @@
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
 #include "toolkit/motoolkitexport.h"
-#include "toolkit/qzmutex.h"
 #include "toolkit/qzthreadex.h"
 
 namespace Qzc {
@@ -14,9 +13,9 @@ namespace Qzc {
 /// The process's registry of named threads, which makes, owns and deletes them. Names differ by more than the
 /// case of ASCII letters.
 ///
-/// Every operation may be called from any thread. They run one at a time under one mutex, which a managed
-/// thread takes as it ends. When the process ends the registered objects are deleted and threads that still
-/// run are left alone.
+/// Every operation may be called from any thread, and by one that is being ended by force. They run one at a time
+/// under one lock, which a managed thread takes as it ends. When the process ends the registered objects are deleted
+/// and threads that still run are left alone.
 class MOTOOLKIT_API QzThreadManager {
 public:
     static QzThreadManager& GetInstance();
@@ -49,15 +48,14 @@ private:
     QzThreadManager() = default;
     ~QzThreadManager() = default;
 
-    void DestoryManagedThread(const KeldMBString& name);
-    void Leave(QzThreadEx* thread, bool byExit); ///< the thread's last step on its object
+    void DestoryManagedThread(const KeldMBString& name); ///< the caller has the lock
+    void Leave(QzThreadEx* thread, bool byExit);         ///< the thread's last step on its object
     void ReleaseAll();
     int Find(const KeldMBString& name) const; ///< -1 when there is none
     void Remove(int index);
 
-    QzMutex m_mutex;
     KeldArray<QzThreadEx*> m_threads; // in the order of their creation
-    std::atomic<int> m_nActive{0};    // the array's size, to be read without the mutex
+    std::atomic<int> m_nActive{0};    // the array's size, to be read without the lock
 };
 
 } // namespace Qzc

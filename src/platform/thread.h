@@ -49,12 +49,15 @@ bool TerminateThread(Thread& thread, int exitCode);
 /// thread_local objects are destroyed; any other thread just stops.
 [[noreturn]] void ExitThread(int exitCode);
 
-/// While one lives, the calling thread is not ended by force; a request in that time is met when the last one
+/// While one is up, the calling thread is not ended by force; a request in that time is met when the last one
 /// goes. For short stretches that would leave the process unusable, such as the making of a thread.
+void RaiseShield();
+void LowerShield();
+
 class TerminationShield {
 public:
-    TerminationShield();
-    ~TerminationShield();
+    TerminationShield() { RaiseShield(); }
+    ~TerminationShield() { LowerShield(); }
     TerminationShield(const TerminationShield&) = delete;
     TerminationShield& operator=(const TerminationShield&) = delete;
 };

@@ -169,6 +169,7 @@ int ReserveSignal() {
 }
 
 int TerminationSignal() {
+    const TerminationShield shield; // one that is ended in here would leave the static shut
     static const int s_signal = ReserveSignal();
     return s_signal;
 }
@@ -193,6 +194,7 @@ void FinishThread(void* argument) {
 
 // The destructors of thread-specific data come after those of thread_local objects, and need no allocation.
 pthread_key_t FinishKey() {
+    const TerminationShield shield;
     static const pthread_key_t s_key = [] {
         pthread_key_t key = {};
         pthread_key_create(&key, FinishThread);
@@ -364,12 +366,19 @@ unsigned int ThreadId(Thread& thread) {
 
 unsigned int CurrentThreadId() {
     // Kept, for asking is a system call. The child of a fork starts with this memory but has an id of its
-    // own.
+    // own; and the request to end that a forking thread has got is not for the child.
     static thread_local unsigned int t_id [[gnu::tls_model("initial-exec")]] = 0;
-    static const bool s_forgotten = pthread_atfork(nullptr, nullptr, [] { t_id = 0; }) == 0;
-    if (t_id == 0 || !s_forgotten)
-        t_id = static_cast<unsigned int>(syscall(SYS_gettid));
-    return t_id;
+    if (t_id != 0)
+        return t_id;
+    const TerminationShield shield; // one that is ended in here would leave the static shut
+    static const bool s_forgotten = pthread_atfork(nullptr, nullptr, [] {
+                                        t_id = 0;
+                                        if (t_current != nullptr)
+                                            t_current->toTerminate.store(false);
+                                    }) == 0;
+    const auto id = static_cast<unsigned int>(syscall(SYS_gettid));
+    t_id = s_forgotten ? id : 0;
+    return id;
 }
 
 bool SetThreadPriority(Thread& thread, ThreadPriority priority) {
@@ -431,11 +440,11 @@ void ExitThread(int exitCode) {
     std::longjmp(*self->leaveBody, 1);
 }
 
-TerminationShield::TerminationShield() {
+void RaiseShield() {
     t_shields = t_shields + 1;
 }
 
-TerminationShield::~TerminationShield() {
+void LowerShield() {
     const int left = t_shields - 1;
     t_shields = left;
     if (left == 0 && t_current != nullptr && IsDoomed(*t_current))

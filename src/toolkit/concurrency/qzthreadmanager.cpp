@@ -2,14 +2,31 @@
 
 #include <new>
 
+#include "platform/forkhook.h"
+#include "platform/globallock.h"
 #include "toolkit/concurrency/threadhandle.h"
 #include "toolkit/qztoolkit.h"
 
 namespace Qzc {
 
+using Platform::GlobalLock;
+
+namespace {
+
+GlobalLock s_lock; // guards the registry and the deletion of its objects
+
+const bool s_forks = [] {
+    static constexpr auto Release = [](void*) { s_lock.Unlock(); };
+    static constexpr Platform::ForkLock s_forkLock = {[](void*) { s_lock.Lock(); }, Release, Release, nullptr};
+    Platform::AddForkLock(Platform::ForkRank::ThreadRegistry, s_forkLock);
+    return true;
+}();
+
+} // namespace
+
 QzThreadManager& QzThreadManager::GetInstance() {
     // Threads that outlive the statics still come here as they end. So the exit empties the registry, but the
-    // registry and its mutex keep standing.
+    // registry and its lock keep standing.
     struct Registry {
         Registry() { new (data) QzThreadManager; }
         ~Registry() { Get().ReleaseAll(); }
@@ -17,6 +34,7 @@ QzThreadManager& QzThreadManager::GetInstance() {
 
         alignas(QzThreadManager) unsigned char data[sizeof(QzThreadManager)];
     };
+    const Platform::TerminationShield shield; // one that is ended in here would leave the static shut
     static Registry s_registry;
     return s_registry.Get();
 }
@@ -25,8 +43,7 @@ QzThreadEx* QzThreadManager::CreateThread(const KeldMBString& name, int (*func)(
                                           unsigned char managed) {
     if (name.IsEmpty() || func == nullptr)
         return nullptr;
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const GlobalLock::Guard guard(s_lock);
     if (Find(name) >= 0)
         return nullptr;
     auto* thread = new QzThreadEx(name, func, arg, managed);
@@ -36,8 +53,7 @@ QzThreadEx* QzThreadManager::CreateThread(const KeldMBString& name, int (*func)(
 }
 
 QzThreadEx* QzThreadManager::GetThread(const KeldMBString& name) {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const GlobalLock::Guard guard(s_lock);
     const int index = Find(name);
     if (index >= 0)
         return m_threads[index];
@@ -47,8 +63,7 @@ QzThreadEx* QzThreadManager::GetThread(const KeldMBString& name) {
 void QzThreadManager::DestoryThread(const KeldMBString& name) {
     bool destroysItself = false;
     {
-        QzMutexLock lock(m_mutex);
-        lock.lock();
+        const GlobalLock::Guard guard(s_lock);
         const int index = Find(name);
         if (index < 0)
             return;
@@ -66,8 +81,7 @@ void QzThreadManager::DestoryThread(const KeldMBString& name) {
 }
 
 bool QzThreadManager::CancleManaged(const KeldMBString& name) {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const GlobalLock::Guard guard(s_lock);
     const int index = Find(name);
     if (index < 0)
         return false;
@@ -84,8 +98,6 @@ int QzThreadManager::GetActiveCount() {
 }
 
 void QzThreadManager::DestoryManagedThread(const KeldMBString& name) {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
     const int index = Find(name);
     if (index < 0 || m_threads[index]->m_bManaged == 0)
         return;
@@ -94,11 +106,10 @@ void QzThreadManager::DestoryManagedThread(const KeldMBString& name) {
     delete thread;
 }
 
-// Objects are deleted under the mutex, so a thread takes its last step on its object under it too. Only a
+// Objects are deleted under the lock, so a thread takes its last step on its object under it too. Only a
 // thread that ReleaseAll has left alone does not, and deletes its object itself.
 void QzThreadManager::Leave(QzThreadEx* thread, bool byExit) {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const GlobalLock::Guard guard(s_lock);
     if (thread->m_owner.exchange(QzThreadEx::NoThread) == QzThreadEx::ThreadAlone)
         delete thread;
     else if (byExit)
@@ -108,8 +119,7 @@ void QzThreadManager::Leave(QzThreadEx* thread, bool byExit) {
 }
 
 void QzThreadManager::ReleaseAll() {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const GlobalLock::Guard guard(s_lock);
     for (QzThreadEx* thread : m_threads) {
         if (thread->m_owner.exchange(QzThreadEx::ThreadAlone) == QzThreadEx::NoThread)
             delete thread;
