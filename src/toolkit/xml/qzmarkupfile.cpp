@@ -33,10 +33,12 @@ struct Change {
     KeldMBString text;
 };
 
-// Whether what the text declares, if anything, is what its bytes are in `written`: whoever reads them by it gets
-// the same text, or one of no other charset.
-bool IsDeclarationTrue(const KeldMBString& text, Charset written) {
-    const Charset declared = DeclaredCharset(text.View());
+// Whether the text that the instruction at `start` belongs to declares, if anything, what its bytes are in `written`:
+// whoever reads them by it gets the same text.
+bool IsDeclarationTrue(const KeldMBString& text, int start, Charset written) {
+    Charset declared = DeclaredCharset(text.View());
+    if (declared == KELDCharset::Current)
+        declared = DeclaredCharset(text.View().substr(static_cast<std::size_t>(start)));
     if (declared == KELDCharset::Current || declared == written)
         return true;
     KeldMBString read;
@@ -52,7 +54,7 @@ Change DeclarationChange(const KeldMBString& text, Charset encoding) {
     const int start = text.Find("<?");
     const int end = text.Find("?>");
     const bool hasInstruction = start >= 0 && start < end;
-    if (hasInstruction && encoding == current && IsDeclarationTrue(text, encoding))
+    if (hasInstruction && encoding == current && IsDeclarationTrue(text, start, encoding))
         return change;
     change.text = XmlFileHeader(encoding);
     const bool isReplaced =
