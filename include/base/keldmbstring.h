@@ -33,10 +33,8 @@ public:
     KeldMBString(const char* text, int length); ///< exactly `length` bytes; a negative length counts as 0
     explicit KeldMBString(char c, int count = 1);
     explicit KeldMBString(std::string text);
-    explicit KeldMBString(std::string_view text) {
-        if (KELDASSERT(text.size() <= MaxLength))
-            m_text = text;
-    }
+    explicit KeldMBString(std::string_view text)
+        : m_text(KELDASSERT(text.size() <= MaxLength) ? text : std::string_view()) {}
 
     const char* Cstr() const { return m_text.c_str(); }
     int GetLength() const { return static_cast<int>(m_text.size()); }

@@ -340,7 +340,10 @@ QzMarkup QzRegistry::Parsed(const KeldMBString& text, bool isFile) const {
     if (!markup.IsWellFormed()) {
         KeldMBString message = markup.GetError();
         message.TrimLeft(',').TrimLeft();
-        qztrace("cannot parse %s%s: %s\n", isFile ? "file: " : "text", isFile ? m_strFile.Cstr() : "",
+        int line = 1;
+        int column = 1;
+        markup.GetErrorPosition(line, column);
+        qztrace("cannot parse %s line %d: %s\n", isFile ? ("file: " + m_strFile).Cstr() : "text:", line,
                 message.IsEmpty() ? "it is empty" : message.Cstr());
     }
     return markup;

@@ -58,14 +58,14 @@ bool QzMarkup::CanBeIndented(int iPos) const {
     if (Pos(iPos).iElemChild == 0 || GetAttrib(iPos, "xml:space") == "preserve")
         return false;
     const char* const doc = GetDoc().Cstr();
-    const char* gap = doc + Pos(iPos).nStartR + 1;
+    const char* gap = doc + StartR(iPos) + 1;
     const auto isLayout = [&](int nEnd) { return VisitNodes(gap, doc + nEnd, [](std::string_view) {}); };
     for (int i = Pos(iPos).iElemChild; i != 0; i = Pos(i).iElemNext) {
-        if (!isLayout(Pos(i).nStartL))
+        if (!isLayout(StartL(i)))
             return false;
-        gap = doc + Pos(i).nEndR + 1;
+        gap = doc + EndR(i) + 1;
     }
-    return isLayout(Pos(iPos).nEndL);
+    return isLayout(EndL(iPos));
 }
 
 bool QzMarkup::SetIndented(KeldMBString text) {
@@ -82,30 +82,29 @@ bool QzMarkup::SetIndented(KeldMBString text) {
         return VisitNodes(doc + gap, doc + nEnd, [&](std::string_view node) { lines.Add(depth, node); });
     };
     const auto addRange = [&](int nLeft, int nRight) {
-        lines.Add(depth, Range(nLeft, nRight));
+        lines.Add(depth, std::string_view(doc + nLeft, static_cast<std::size_t>(nRight + 1 - nLeft)));
         gap = nRight + 1;
     };
     int i = iTop;
-    if (!addNodes(Pos(iTop).nStartL)) { // text that belongs to no element: a mark, say
+    if (!addNodes(StartL(iTop))) { // text that belongs to no element: a mark, say
         lines = Lines();
-        addRange(0, Pos(iTop).nStartL - 1);
+        addRange(0, StartL(iTop) - 1);
     }
     for (;;) {
-        const ElementPos& pos = Pos(i);
         if (i != iTop)
-            addNodes(pos.nStartL);
+            addNodes(StartL(i));
         if (CanBeIndented(i)) {
-            addRange(pos.nStartL, pos.nStartR);
+            addRange(StartL(i), StartR(i));
             ++depth;
-            i = pos.iElemChild;
+            i = Pos(i).iElemChild;
             continue;
         }
-        addRange(pos.nStartL, pos.nEndR);
+        addRange(StartL(i), EndR(i));
         while (i != iTop && Pos(i).iElemNext == 0) {
             i = Pos(i).iElemParent;
-            addNodes(Pos(i).nEndL);
+            addNodes(EndL(i));
             --depth;
-            addRange(Pos(i).nEndL, Pos(i).nEndR);
+            addRange(EndL(i), EndR(i));
         }
         if (i == iTop)
             break;
