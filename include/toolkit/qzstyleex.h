@@ -162,6 +162,10 @@ private:
     static void VisitKind(Style& style, int kind, Visitor& visit);
     std::uint64_t BlockSize(int kind) const;
     bool LoadBlock(QzStream& stream, std::int64_t end, int kind); ///< up to a position in the stream
+    template <class Reader>
+    bool TakeWhole(Reader& reader, int kind);
+    template <class Reader>
+    bool ReadBlock(Reader& reader, int kind);
 
     QzFill3DMode m_eFill3DMode = FILL_FACE;
     AltitudeMode m_eAltitudeMode = ClampToGround;

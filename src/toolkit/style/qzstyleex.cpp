@@ -15,11 +15,15 @@ namespace Qzc {
 namespace {
 
 constexpr std::int32_t VersionStamp = 0x20120514;
+constexpr std::size_t Beginning = 4 + 4 + 8 + 8; // the bytes in front of the fields of the kind
 
 // ---- Streams: one list of the fields, visited to write, to read and to measure them
 
 // A block goes to the stream, and comes from it, in as few transfers as its names leave: most fit in one.
-constexpr std::size_t BlockBytes = 256;
+constexpr std::size_t BlockBytes = 320;
+
+// No kind has more bytes between two names, so that fields need no check for room: a name leaves that much.
+constexpr std::size_t LongestRun = 96;
 
 class BlockWriter {
 public:
@@ -27,8 +31,6 @@ public:
 
     template <class T>
     void operator()(const T& field) {
-        if (sizeof(T) > sizeof(m_bytes) - m_size)
-            Flush();
         PutBytes(m_bytes + m_size, field);
         m_size += sizeof(T);
     }
@@ -36,7 +38,7 @@ public:
     void operator()(const KeldMBString& text) {
         (*this)(std::int32_t{text.GetLength()});
         const auto length = static_cast<std::size_t>(text.GetLength());
-        if (length > sizeof(m_bytes) - m_size) {
+        if (length > sizeof(m_bytes) - LongestRun - m_size) {
             Flush();
             m_stream.Write(text.Cstr(), text.GetLength());
         } else {
@@ -95,9 +97,19 @@ public:
         text = KeldMBString(std::move(bytes));
     }
 
+    /// The bytes that have been read ahead; all of them that the buffer takes, or that are left.
+    const unsigned char* Ahead(std::size_t& count) {
+        if (m_filled == m_next)
+            Fill(0);
+        count = m_filled - m_next;
+        return m_bytes + m_next;
+    }
+
     bool IsComplete() const { return m_isComplete; } ///< every field visited was there
     bool IsSound() const { return m_isSound; }       ///< no name's length was wrong
-    void GiveBack() {                                ///< to the stream, what was read ahead
+    /// To the stream, what was read ahead; `taken` bytes of it were.
+    void GiveBack(std::size_t taken = 0) {
+        m_next += taken;
         if (m_next != m_filled)
             m_source.GoBack(static_cast<std::int64_t>(m_filled - m_next));
     }
@@ -130,6 +142,57 @@ private:
     bool m_isComplete = true;
     bool m_isSound = true;
     unsigned char m_bytes[BlockBytes];
+};
+
+/// Whether bytes begin with all the fields visited.
+class BlockChecker {
+public:
+    BlockChecker(const unsigned char* bytes, std::size_t size) : m_bytes(bytes), m_size(size) {}
+
+    template <class T>
+    void operator()(const T&) {
+        m_at += sizeof(T);
+    }
+    void operator()(const QzColorValue3D&) { m_at += 4; }
+    void operator()(const KeldMBString&) {
+        m_at += 4;
+        if (m_at <= m_size) // a negative count becomes one that is far too large
+            m_at += TakeBytes<std::uint32_t>(m_bytes + m_at - 4);
+    }
+    bool AreThere() const { return m_at <= m_size; }
+    std::size_t GetCount() const { return m_at; } ///< of the bytes of these fields
+
+private:
+    const unsigned char* m_bytes;
+    std::size_t m_size;
+    std::size_t m_at = 0;
+};
+
+/// Takes fields from bytes that are known to hold them.
+class BlockTaker {
+public:
+    explicit BlockTaker(const unsigned char* bytes) : m_next(bytes) {}
+
+    template <class T>
+    void operator()(T& field) {
+        field = Take<T>();
+    }
+    void operator()(unsigned char& flag) { flag = Take<unsigned char>() != 0 ? 1 : 0; }
+    void operator()(QzColorValue3D& color) { color = QzColorValue3D(Take<std::uint32_t>()); }
+    void operator()(KeldMBString& text) {
+        const auto length = Take<std::uint32_t>();
+        text = KeldMBString(std::string_view(reinterpret_cast<const char*>(m_next), length));
+        m_next += length;
+    }
+
+private:
+    template <class T>
+    T Take() {
+        m_next += sizeof(T);
+        return TakeBytes<T>(m_next - sizeof(T));
+    }
+
+    const unsigned char* m_next;
 };
 
 class BlockMeter {
@@ -303,22 +366,10 @@ int QzStyleEx::Load(QzStream& stream, int kind) {
 bool QzStyleEx::LoadBlock(QzStream& stream, std::int64_t end, int kind) {
     RecordSource source(stream, end);
     BlockReader reader(source);
+    if (TakeWhole(reader, kind))
+        return true;
     QzStyleEx loaded(*this);
-    std::int32_t first = 0;
-    reader(first);
-    const bool isStamped = first == VersionStamp;
-    if (isStamped)
-        reader(loaded.m_eAltitudeMode);
-    else
-        loaded.m_eAltitudeMode = static_cast<AltitudeMode>(first);
-    reader(loaded.m_dBottomAltitude);
-    reader(loaded.m_dExtendHeight);
-    bool isWhole = reader.IsComplete();
-    if (isStamped || (kind >= 0 && kind <= 3)) {
-        VisitKind(loaded, kind, reader);
-        // Without a stamp the block may end early: see docs/styles.md.
-        isWhole = isWhole && reader.IsSound() && (reader.IsComplete() || !isStamped);
-    }
+    const bool isWhole = loaded.ReadBlock(reader, kind);
     reader.GiveBack();
     if (isWhole)
         *this = std::move(loaded);
@@ -327,8 +378,45 @@ bool QzStyleEx::LoadBlock(QzStream& stream, std::int64_t end, int kind) {
     return isWhole;
 }
 
+// What nearly all blocks are: of today's form, and short enough to be looked through before anything is set.
+template <class Reader>
+bool QzStyleEx::TakeWhole(Reader& reader, int kind) {
+    std::size_t count = 0;
+    const unsigned char* const bytes = reader.Ahead(count);
+    if (count < Beginning || TakeBytes<std::int32_t>(bytes) != VersionStamp)
+        return false;
+    BlockChecker checker(bytes + Beginning, count - Beginning);
+    VisitKind(*this, kind, checker);
+    if (!checker.AreThere())
+        return false;
+    BlockTaker taker(bytes + sizeof(VersionStamp));
+    taker(m_eAltitudeMode);
+    taker(m_dBottomAltitude);
+    taker(m_dExtendHeight);
+    VisitKind(*this, kind, taker);
+    reader.GiveBack(Beginning + checker.GetCount());
+    return true;
+}
+
+template <class Reader>
+bool QzStyleEx::ReadBlock(Reader& reader, int kind) {
+    std::int32_t first = 0;
+    reader(first);
+    const bool isStamped = first == VersionStamp;
+    if (isStamped)
+        reader(m_eAltitudeMode);
+    else
+        m_eAltitudeMode = static_cast<AltitudeMode>(first);
+    reader(m_dBottomAltitude);
+    reader(m_dExtendHeight);
+    const bool hasBeginning = reader.IsComplete();
+    if (isStamped || (kind >= 0 && kind <= 3))
+        VisitKind(*this, kind, reader);
+    // Without a stamp the block may end early: see docs/styles.md.
+    return hasBeginning && reader.IsSound() && (reader.IsComplete() || !isStamped);
+}
+
 std::uint64_t QzStyleEx::BlockSize(int kind) const {
-    constexpr std::uint64_t Beginning = 4 + 4 + 8 + 8;
     BlockMeter meter;
     VisitKind(*this, kind, meter);
     return Beginning + meter.Get();
