@@ -60,8 +60,8 @@ private:
 
     bool Has(Field field) const;
     const std::string& Literal(std::size_t piece) const; ///< in front of the piece, or behind the last one
-    const std::string& DateTimeText(KeldTime time);
-    void AppendText(std::string& text, std::string_view value);
+    void UpdateDateTimeText(KeldTime time);
+    std::size_t MostBytes(Field field, const LogRecord& record) const;
     bool ReadDateTime(std::string_view& text, KeldTime& time);
     bool ReadValue(Field field, std::string_view& text, QzLogItem& item);
     bool ReadFrom(std::size_t piece, std::string_view text, QzLogItem& item, int& attempts);
@@ -72,13 +72,17 @@ private:
     KeldMBString m_dateTimeFormat;
     Values m_values;
     bool m_utc;
-    bool m_hasThreadID = false;
-    bool m_hasProcessID = false;
+    std::size_t m_literals; ///< bytes of all of them
+    bool m_hasDateTime;
+    bool m_hasThreadID;
+    bool m_hasProcessID;
     LogXmlText m_xmlText;
+    std::string m_xmlValues; ///< of the item that is being written
 
     // Items come many to the second.
     KeldTime m_time;
     std::string m_timeText;
+    std::string m_timeXml; ///< the same as XML text
 };
 
 /// Reads a number behind blanks, and takes it off the text.

@@ -27,7 +27,7 @@ struct QzLogFile::State {
 
     /// What a thread hands to the write call-backs once it has left the mutex.
     struct Delivery {
-        LogBacklog items;
+        std::unique_ptr<LogBacklog> items; ///< null, as mostly: none
         void* dataSource = nullptr;
         std::int64_t lost = 0; ///< what the first item tells, if it tells that
     };
