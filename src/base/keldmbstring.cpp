@@ -16,13 +16,8 @@ namespace {
 
 constexpr const char* WhiteSpace = " \t\r\n";
 
-// Without a branch, so that the compiler takes many bytes at a time.
-constexpr auto ToUpper = [](char c) {
-    return static_cast<char>(c - ((c >= 'a') & (c <= 'z')) * ('a' - 'A'));
-};
-constexpr auto ToLower = [](char c) {
-    return static_cast<char>(c + ((c >= 'A') & (c <= 'Z')) * ('a' - 'A'));
-};
+constexpr auto ToUpper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; };
+constexpr auto ToLower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
 
 int ToIndex(std::size_t position) {
     return position == std::string::npos ? -1 : static_cast<int>(position);
@@ -209,7 +204,7 @@ void KeldMBString::MapLetters(Map map) {
     char* c = m_text.data();
     char* const end = c + m_text.size();
     if (leadBytes.IsEmpty()) {
-        constexpr std::ptrdiff_t Block = 16;
+        constexpr std::ptrdiff_t Block = 16; // a fixed number is what compilers make vectors of
         for (; end - c >= Block; c += Block) {
             for (std::ptrdiff_t i = 0; i < Block; ++i)
                 c[i] = map(c[i]);
