@@ -6,8 +6,8 @@
 // up, convert and make a value, which is dropped again.
 
 #include <benchmark/benchmark.h>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iconv.h>
@@ -219,8 +219,7 @@ const Work Works[] = {
              return wide;
          });
      }},
-    {"hash code", RawHash,
-     "QzHashCode::StringToHashCode",
+    {"hash code", RawHash, "QzHashCode::StringToHashCode",
      [](benchmark::State& state, Turn& turn) {
          const Charset before = KeldSystem::GetCurCharset();
          Each(state, turn, [&](std::size_t i) {

@@ -133,8 +133,8 @@ bool QzFile::ReadAll(KeldMBString& text) {
                 return;
             }
             bytes.resize(room);
-            done += static_cast<std::size_t>(Platform::ReadFile(
-                m_handle, bytes.data() + done, static_cast<std::int64_t>(bytes.size() - done), error));
+            done += static_cast<std::size_t>(Platform::ReadFile(m_handle, bytes.data() + done,
+                                                                static_cast<std::int64_t>(bytes.size() - done), error));
             constexpr std::size_t Most = std::size_t{KeldMBString::MaxLength} + 1;
             room = std::min(Most, std::max(2 * room, std::size_t{4096}));
         }
@@ -152,9 +152,8 @@ bool QzFile::ReplaceAll(const KeldMBString& path, const KeldMBString& text, Keld
     QzFile file;
     if (IsCut(path))
         failure = InvalidName;
-    else if (!TryMemory([&] {
-                 file.m_handle = Platform::CreateReplacement(ToNativePath(path).Cstr(), replacement, failure);
-             }))
+    else if (!TryMemory(
+                 [&] { file.m_handle = Platform::CreateReplacement(ToNativePath(path).Cstr(), replacement, failure); }))
         failure = static_cast<int>(std::errc::not_enough_memory);
     if (!file.IsOpen()) {
         error = ErrorText(failure);

@@ -50,8 +50,8 @@ public:
     }
 
     /// Hands all of it over in pieces, each of whole units and aligned for them: `append(const char* bytes, std::size_t
-    /// count)`. `reserve(std::size_t count)` is told before how many bytes are to be expected, when they are many. False
-    /// when the text cannot be converted or makes more than five bytes of each; the pieces then mean nothing.
+    /// count)`. `reserve(std::size_t count)` is told before how many bytes are to be expected, when they are many.
+    /// False when the text cannot be converted or makes more than five bytes of each; the pieces then mean nothing.
     template <class Reserve, class Append>
     bool ConvertPieces(const char* src, std::size_t length, Reserve reserve, Append append);
 
@@ -177,7 +177,8 @@ bool ConvertTo(std::basic_string<Char>& text, Converter& converter, const char* 
     if (length <= Converter::StepSize) { // most are; their string is made at once
         alignas(8) char piece[Converter::PieceSize];
         std::size_t size = 0;
-        if (!converter.Convert(src, length, piece, length * Converter::Expansion, size) || size / sizeof(Char) > maxLength)
+        if (!converter.Convert(src, length, piece, length * Converter::Expansion, size) ||
+            size / sizeof(Char) > maxLength)
             return false;
         return TryMemory(
             [&] { text = std::basic_string<Char>(reinterpret_cast<const Char*>(piece), size / sizeof(Char)); });
