@@ -257,7 +257,7 @@ TEST(MBString, AnswersBadIndicesAndImpossibleLengths) {
     text.Append(most);
     text.Insert(1, most);
     text.Replace(0, 1, std::string_view(text.Cstr(), std::size_t{KeldMBString::MaxLength}));
-    EXPECT_EQ(text.Replace("b", most), 0);
+    EXPECT_EQ(text.Replace("b", std::string_view(text.Cstr(), std::size_t{KeldMBString::MaxLength})), 0);
     EXPECT_EQ(text + KeldMBString(std::string_view(text.Cstr(), most.size() + 2)), "ab");
     EXPECT_EQ(text, "ab");
     EXPECT_EQ(AssertionLog::Texts().size(), 8U);

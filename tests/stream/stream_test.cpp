@@ -131,6 +131,7 @@ void BehaveAsBytes(Stream& stream, std::string& model, Other other) {
 
 TEST(FileStream, BehavesAsItsBytesAtEveryBufferSize) {
     const ScratchDirectory scratch;
+    char byte = 0;
     for (const int bufferSize : {0, 2, 7, 64}) {
         const std::string path = scratch / std::to_string(bufferSize);
         std::string model = "0123456789";
@@ -139,7 +140,7 @@ TEST(FileStream, BehavesAsItsBytesAtEveryBufferSize) {
         ASSERT_NO_FATAL_FAILURE(BehaveAsBytes(stream, model, [](auto&, auto&, auto&, std::size_t) {}));
         EXPECT_TRUE(stream.Close());
         EXPECT_EQ(ReadBytes(path), model);
-        EXPECT_FALSE(stream.Seek(0) || stream.Read(&model, 1) != 0);
+        EXPECT_FALSE(stream.Seek(0) || stream.Read(&byte, 1) != 0);
     }
 }
 
