@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
@@ -45,9 +46,18 @@ public:
     int GetErrorCode() const { return m_error; } ///< errno of the last operation that failed, 0 before any
     KeldMBString GetError() const;               ///< the system's words for it
 
-    /// Puts `text` in the place of the file in one step: at every moment the path names the old file or the
-    /// new one, whole. On failure the old file is as it was.
+    /// Puts `text` in the place of the file in one step: at every moment the path names the old file or the new
+    /// one, whole, and on failure the old one. Symbolic links are followed; owner and permissions stay; a file
+    /// that may not be written is refused. Another hard link keeps the old file.
+    ///
+    /// Where the directory takes no new file, or the owner could not be kept, the file is overwritten, once its
+    /// room on the disk is secured. What is no regular file, such as a device or a pipe that is being read, is
+    /// written to.
     static bool ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error);
+
+    /// The same with what `write` writes to the file that it is handed, when it returns true. `error` is empty
+    /// where it was `write` that gave up.
+    static bool ReplaceAll(const KeldMBString& path, const std::function<bool(QzFile&)>& write, KeldMBString& error);
 
     static bool IsExist(const KeldMBString& path); ///< whether something is there that Open takes for a file
     static void Remove(const KeldMBString& path);

@@ -8,6 +8,7 @@
 
 #include "base/keldsystem.h"
 #include "platform/file.h"
+#include "platform/filereplacement.h"
 #include "platform/module.h"
 
 namespace Qzc {
@@ -147,29 +148,36 @@ bool QzFile::ReadAll(KeldMBString& text) {
 }
 
 bool QzFile::ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error) {
+    return ReplaceAll(
+        path, [&](QzFile& file) { return file.Write(text.Cstr(), text.GetLength()) == text.GetLength(); }, error);
+}
+
+bool QzFile::ReplaceAll(const KeldMBString& path, const std::function<bool(QzFile&)>& write, KeldMBString& error) {
     Platform::Replacement replacement;
     int failure = 0;
-    QzFile file;
-    if (IsCut(path))
-        failure = InvalidName;
-    else if (!TryMemory(
-                 [&] { file.m_handle = Platform::CreateReplacement(ToNativePath(path).Cstr(), replacement, failure); }))
-        failure = static_cast<int>(std::errc::not_enough_memory);
-    if (!file.IsOpen()) {
-        error = ErrorText(failure);
+    if (IsCut(path)) {
+        error = ErrorText(InvalidName);
         return false;
     }
-    // The bytes reach the device before the name changes hands, or a power cut could leave an empty file.
-    const bool written = file.Write(text.Cstr(), text.GetLength()) == text.GetLength() && file.Sync();
-    if (file.Close() && written)
-        Platform::CommitReplacement(replacement, failure);
-    else
-        failure = file.GetErrorCode();
-    if (failure != 0) {
-        Platform::RemoveFile(replacement.temporary.c_str());
-        error = ErrorText(failure);
+    bool replaced = false;
+    if (!TryMemory([&] { replaced = Platform::OpenReplacement(ToNativePath(path).Cstr(), replacement, failure); })) {
+        Platform::AbandonReplacement(replacement);
+        error = ErrorText(static_cast<int>(std::errc::not_enough_memory));
+        return false;
     }
-    return failure == 0;
+    if (replaced) {
+        QzFile file;
+        file.m_handle = replacement.file;
+        replaced = write(file);
+        failure = file.m_error;
+        file.m_handle = Platform::NoFile; // it is the replacement's to close
+        if (replaced)
+            replaced = Platform::CommitReplacement(replacement, failure);
+        else
+            Platform::AbandonReplacement(replacement);
+    }
+    error = ErrorText(failure);
+    return replaced;
 }
 
 bool QzFile::IsExist(const KeldMBString& path) {

@@ -1,12 +1,8 @@
 #include "platform/file.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -116,37 +112,6 @@ bool SyncFile(FileHandle file, int& error) {
 bool FileExists(const char* path) {
     struct stat status = {};
     return stat(path, &status) == 0 && Refusal(status.st_mode) == 0;
-}
-
-FileHandle CreateReplacement(const char* path, Replacement& replacement, int& error) {
-    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path, nullptr), &std::free);
-    replacement.target = resolved != nullptr ? resolved.get() : path;
-    struct stat status = {};
-    const bool exists = stat(replacement.target.c_str(), &status) == 0;
-    if (exists && !S_ISREG(status.st_mode)) {
-        error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-        return NoFile;
-    }
-    const mode_t mode = exists ? status.st_mode & 07777 : 0666;
-    static std::atomic<unsigned> s_number{0};
-    int descriptor = -1;
-    do {
-        replacement.temporary =
-            replacement.target + '.' + std::to_string(getpid()) + '-' + std::to_string(s_number.fetch_add(1)) + ".new";
-        descriptor = open(replacement.temporary.c_str(), O_CLOEXEC | O_WRONLY | O_CREAT | O_EXCL, mode);
-    } while (descriptor < 0 && errno == EEXIST);
-    if (!Report(descriptor >= 0, error))
-        return NoFile;
-    if (exists && !Report(fchmod(descriptor, mode) == 0, error)) { // whatever the process's mask took away
-        close(descriptor);
-        unlink(replacement.temporary.c_str());
-        return NoFile;
-    }
-    return descriptor;
-}
-
-bool CommitReplacement(const Replacement& replacement, int& error) {
-    return Report(std::rename(replacement.temporary.c_str(), replacement.target.c_str()) == 0, error);
 }
 
 void RemoveFile(const char* path) {
