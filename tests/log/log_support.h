@@ -41,14 +41,19 @@ inline int RecordAll(const std::vector<std::string>& messages) {
         std::count_if(messages.begin(), messages.end(), [](const auto& m) { return Record(m) == 1; }));
 }
 
-// What a query finds, a semicolon behind each.
-inline std::string Messages(const QzLogQueryDef& query = QzLogQueryDef()) {
-    KeldArray<QzLogItem> items;
-    Log::GetInstance(false).Query(query, items);
+// The messages, a semicolon behind each.
+inline std::string MessagesOf(const KeldArray<QzLogItem>& items) {
     std::string messages;
     for (const QzLogItem& item : items)
         messages += std::string(item.m_strDescription.View()) + ";";
     return messages;
+}
+
+// What a query finds.
+inline std::string Messages(const QzLogQueryDef& query = QzLogQueryDef()) {
+    KeldArray<QzLogItem> items;
+    Log::GetInstance(false).Query(query, items);
+    return MessagesOf(items);
 }
 
 // -1 for what is no document.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "stream/qztrace.h"
+#include "toolkit/log/logdatetime.h"
 #include "toolkit/log/logguard.h"
 #include "toolkit/log/logstate.h"
 
@@ -45,6 +47,10 @@ KeldMBString QzLogFile::GetXMLLogFormat() const {
 }
 
 void QzLogFile::SetDateTimeFormat(const KeldMBString& format) {
+    if (!LogDateTimeReader::CanRead(format)) {
+        qztrace("the log cannot read back the date-time format \"%s\", which is refused\n", format.Cstr());
+        return;
+    }
     const LogGuard guard(m_state->m_mutex);
     m_state->SetFormats(m_state->m_formats->lineFormat, format);
 }
