@@ -159,7 +159,6 @@ bool TakeZoneName(std::string_view& text, std::string_view& name) {
 
 LogDateTimeReader::LogDateTimeReader(const KeldMBString& format) : m_plainDay(NoDay) {
     Compile(format.Cstr());
-    LimitYears();
 }
 
 void LogDateTimeReader::AddLiteral(std::string_view text) {
@@ -226,16 +225,15 @@ void LogDateTimeReader::Compile(std::string_view format) {
 }
 
 void LogDateTimeReader::CompileConversion(char conversion, bool padded, int width) {
-    constexpr int LongestYear = 9;
     constexpr int LongestEpoch = 18;
     const auto number = [&](Field field, int digits) {
         AddNumber(field, std::min(std::max(digits, width), LongestEpoch), padded);
     };
     switch (conversion) {
-    case 'Y': number(Year, LongestYear); break;
+    case 'Y': number(Year, 4); break;
     case 'y': number(ShortYear, 2); break;
     case 'C': number(Century, 2); break;
-    case 'G': number(IsoYear, LongestYear); break;
+    case 'G': number(IsoYear, 4); break;
     case 'g': number(IsoShortYear, 2); break;
     case 'm': number(Month, 2); break;
     case 'd': number(Day, 2); break;
@@ -278,18 +276,6 @@ void LogDateTimeReader::CompileConversion(char conversion, bool padded, int widt
     }
 }
 
-// A year has four digits where more of them follow: 20261121.
-void LogDateTimeReader::LimitYears() {
-    for (std::size_t i = 0; i + 1 < m_pieces.size(); ++i) {
-        Piece& piece = m_pieces[i];
-        const Piece& next = m_pieces[i + 1];
-        const bool digitsFollow =
-            (next.form == Form::Number && !next.padded) || (!next.literal.empty() && IsDigit(next.literal[0]));
-        if ((piece.field == Year || piece.field == IsoYear) && digitsFollow)
-            piece.digits = 4;
-    }
-}
-
 bool LogDateTimeReader::ReadPiece(const Piece& piece, std::string_view& text, Values& values) const {
     if (piece.form == Form::Text) {
         std::int64_t offset = 0;
@@ -317,7 +303,7 @@ bool LogDateTimeReader::ReadPiece(const Piece& piece, std::string_view& text, Va
         return true;
     }
     std::int64_t value = 0;
-    if (!TakeNumber(text, piece.digits, piece.field == Year || piece.field == Epoch, value))
+    if (!TakeNumber(text, piece.digits, piece.field == Epoch, value))
         return false;
     values.Set(piece.field, value);
     return true;

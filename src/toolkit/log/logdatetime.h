@@ -83,7 +83,6 @@ private:
     void AddLiteral(std::string_view text);
     void AddNumber(Field field, int digits, bool padded);
     void AddNames(Field field, char conversion, bool padded);
-    void LimitYears();
     bool ReadPiece(const Piece& piece, std::string_view& text, Values& values) const;
     bool Resolve(const Values& values, LogMoment& moment);
     bool FindDay(const Values& values, std::int64_t& day);

@@ -179,7 +179,14 @@ bool LogLineReader::Read(std::string_view text, LogReading& reading) {
             return false;
         reading = m_head;
         m_starts[m_message] = m_headEnd;
-        if (!FindTail(text, m_headEnd)) {
+        bool ends = FindTail(text, m_headEnd);
+        if (!ends) { // it may have empty lines behind it, which are nobody's
+            const std::string_view bare = text.substr(0, text.find_last_not_of("\r\n") + 1);
+            ends = bare.size() < text.size() && bare.size() >= m_headEnd && FindTail(bare, m_headEnd);
+            if (ends)
+                text = bare;
+        }
+        if (!ends) {
             if (!m_headTells)
                 return false;
             reading.message = text.substr(m_headEnd);
