@@ -7,6 +7,7 @@
 
 #include "base/keldtime.h"
 #include "platform/localtime.h"
+#include "toolkit/log/logclock.h"
 
 namespace Qzc {
 
@@ -157,7 +158,7 @@ bool TakeZoneName(std::string_view& text, std::string_view& name) {
 
 } // namespace
 
-LogDateTimeReader::LogDateTimeReader(const KeldMBString& format) : m_plainDay(NoDay) {
+LogDateTimeReader::LogDateTimeReader(const KeldMBString& format, bool utc) : m_utc(utc), m_plainDay(NoDay) {
     Compile(format.Cstr());
 }
 
@@ -350,7 +351,7 @@ bool LogDateTimeReader::Resolve(const Values& values, LogMoment& moment) {
         return false;
     const std::int64_t hour = values.Has(Hour) ? v[Hour] : v[Hour12] % 12 + 12 * v[Afternoon];
     const std::int64_t local = day * DaySeconds + hour * 3600 + v[Minute] * 60 + v[Second];
-    if (values.Has(Offset))
+    if (values.Has(Offset) || m_utc)
         moment.first = moment.last = local - v[Offset];
     else
         FromLocal(local, values.zone, moment);
@@ -443,7 +444,7 @@ void LogDateTimeReader::FromLocal(std::int64_t local, std::string_view zone, Log
     }
 }
 
-bool LogDateTimeReader::CanRead(const KeldMBString& format) {
+bool LogDateTimeReader::CanRead(const KeldMBString& format, bool utc) {
     // Times of all sizes of numbers, the ends of days, months and years, and some in between.
     std::vector<KeldTime> times = {KeldTime(2024, 2, 29, 0, 0, 0),   KeldTime(2024, 12, 31, 23, 59, 59),
                                    KeldTime(2026, 1, 1, 0, 0, 0),    KeldTime(2027, 1, 3, 12, 0, 0),
@@ -451,13 +452,14 @@ bool LogDateTimeReader::CanRead(const KeldMBString& format) {
                                    KeldTime(1999, 10, 10, 13, 5, 9), KeldTime(2026, 7, 4, 10, 10, 10)};
     for (std::int64_t i = 0; i < 14; ++i)
         times.emplace_back(1000000000 + i * 41234567);
-    LogDateTimeReader reader(format);
+    LogDateTimeReader reader(format, utc);
     return std::all_of(times.begin(), times.end(), [&](KeldTime time) {
-        const KeldMBString text = time.Format(format);
+        const KeldMBString text = FormatLogTime(time, format, utc);
         std::string_view rest = text.View();
         LogMoment moment;
         return reader.Read(rest, moment) && rest.empty() &&
-               (KeldTime(moment.first).Format(format) == text || KeldTime(moment.last).Format(format) == text);
+               (FormatLogTime(KeldTime(moment.first), format, utc) == text ||
+                FormatLogTime(KeldTime(moment.last), format, utc) == text);
     });
 }
 

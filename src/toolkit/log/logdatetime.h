@@ -22,11 +22,11 @@ struct LogMoment {
 /// What the format does not tell is of the first day from 1970-01-01 on that fits, at 00:00:00.
 class LogDateTimeReader {
 public:
-    explicit LogDateTimeReader(const KeldMBString& format);
+    LogDateTimeReader(const KeldMBString& format, bool utc);
 
     /// Whether times that are written with the format are read back from it. They are not when two of them look alike
     /// without need ("%I:%M" is only coarse, "%s%Y" runs together) or the C library writes what is unknown here.
-    static bool CanRead(const KeldMBString& format);
+    static bool CanRead(const KeldMBString& format, bool utc);
 
     /// Takes a time off the start of the text. False, and nothing is changed, when none stands there.
     bool Read(std::string_view& text, LogMoment& moment);
@@ -90,6 +90,7 @@ private:
     void FromLocal(std::int64_t local, std::string_view zone, LogMoment& moment);
 
     std::vector<Piece> m_pieces;
+    bool m_utc; ///< else local time
     bool m_readable = true;
 
     // Items come many to the second, and many seconds to the day.

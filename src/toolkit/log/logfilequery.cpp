@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "toolkit/log/logcallbacks.h"
 #include "toolkit/log/logclock.h"
 #include "toolkit/log/loglinereader.h"
 #include "toolkit/log/logreader.h"
-#include "toolkit/log/logrolledfiles.h"
 #include "toolkit/log/logxmlreader.h"
 
 namespace Qzc {
@@ -33,23 +34,26 @@ std::int64_t LengthOf(const KeldMBString& path) {
 LogFileQuery::LogFileQuery(const QzLogQueryDef& query, std::size_t maxNum, const LogFormats& formats,
                            LogQueryCallBack callBack)
     : m_search(query, maxNum), m_callBack(callBack), m_lineFormat(formats.lineFormat),
-      m_dateTimeFormat(formats.dateTimeFormat) {}
+      m_dateTimeFormat(formats.dateTimeFormat), m_utc(formats.utc) {}
 
-bool LogFileQuery::Open(const KeldMBString& path, std::int64_t position) {
+bool LogFileQuery::Open(const KeldMBString& path) {
+    m_path = path;
     if (!m_file.Open(path, QzFile::Access::Read))
         return false;
-    m_length = m_file.GetLength();
-    m_position = std::min(position, m_length);
+    m_position = m_length = m_file.GetLength();
     return m_length >= 0;
 }
 
-void LogFileQuery::AddRolledFiles(const KeldMBString& path, const KeldMBString& prefix) {
-    KeldMBString directory;
-    KeldMBString name;
-    KeldMBString extension;
-    QzFile::SplitPath(path, directory, name, extension);
-    const bool isDefaultName = IsDefaultLogName(name) && (prefix.IsEmpty() || prefix == "Log");
-    m_rolledFiles = RolledLogFiles(path, prefix.IsEmpty() ? name : prefix, isDefaultName);
+// The newest names first.
+void LogFileQuery::AddRolledFiles(const LogFileNames& names) {
+    std::vector<LogFileNames::Found> files = names.FindAll();
+    std::sort(files.begin(), files.end(), [](const LogFileNames::Found& a, const LogFileNames::Found& b) {
+        return std::tie(b.hasTime, b.time, b.number) < std::tie(a.hasTime, a.time, a.number);
+    });
+    for (LogFileNames::Found& file : files) {
+        if (file.path != m_path)
+            m_rolledFiles.push_back(std::move(file.path));
+    }
 }
 
 bool LogFileQuery::Run() {
@@ -72,11 +76,11 @@ bool LogFileQuery::Run() {
 void LogFileQuery::Read(QzFile& file, std::int64_t position, std::int64_t length) {
     std::unique_ptr<LogItemReader> reader;
     if (IsXmlLog(file))
-        reader = std::make_unique<LogXmlReader>(m_dateTimeFormat);
+        reader = std::make_unique<LogXmlReader>(m_dateTimeFormat, m_utc);
     else
-        reader = std::make_unique<LogLineReader>(m_lineFormat, m_dateTimeFormat);
+        reader = std::make_unique<LogLineReader>(m_lineFormat, m_dateTimeFormat, m_utc);
     LogFileReader items(file, *reader);
-    const auto take = [this](const LogReading& reading) { return m_search.Take(reading); };
+    const auto take = [this](LogReading& reading) { return m_search.Take(reading); };
     const auto step = [this](std::int64_t bytes) { return Step(bytes); };
     // In a file that is being overwritten the oldest items stand behind the newest.
     if (items.Read(0, position, take, step) && position < length)

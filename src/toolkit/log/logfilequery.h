@@ -2,12 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <vector>
 
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
 #include "stream/qzfile.h"
+#include "toolkit/log/logfilename.h"
 #include "toolkit/log/logformats.h"
 #include "toolkit/log/logquerycallback.h"
 #include "toolkit/log/logsearch.h"
@@ -18,17 +18,14 @@ namespace Qzc {
 /// and what it is asked for must outlive it.
 class LogFileQuery {
 public:
-    static constexpr std::int64_t Whole = std::numeric_limits<std::int64_t>::max();
-
     LogFileQuery(const QzLogQueryDef& query, std::size_t maxNum, const LogFormats& formats, LogQueryCallBack callBack);
 
     LogSearch& Search() { return m_search; }
 
-    /// The file, as long as it is now, of which the newest items end at `position`: behind it stand the oldest of a
-    /// file that is being overwritten. False when it cannot be opened.
-    bool Open(const KeldMBString& path, std::int64_t position);
-    /// The other files of its log. Without a prefix it is made of the file's own name.
-    void AddRolledFiles(const KeldMBString& path, const KeldMBString& prefix);
+    bool Open(const KeldMBString& path); ///< the file, as long as it is now; false when that cannot be
+    /// Where the newest items of the file end: behind them stand the oldest of a file that is being overwritten.
+    void SetPosition(std::int64_t position) { m_position = position < m_length ? position : m_length; }
+    void AddRolledFiles(const LogFileNames& names); ///< the other files of its log
     /// False when not everything could be looked at that had to be.
     bool Run();
 
@@ -40,6 +37,8 @@ private:
     LogQueryCallBack m_callBack;
     KeldMBString m_lineFormat;
     KeldMBString m_dateTimeFormat;
+    bool m_utc;
+    KeldMBString m_path;
     QzFile m_file;
     std::int64_t m_position = 0;
     std::int64_t m_length = 0;

@@ -5,21 +5,15 @@
 
 #include "base/namespaces.h"
 #include "toolkit/log/logdatetime.h"
+#include "toolkit/log/logrecord.h"
 #include "toolkit/qzlogitem.h"
 
 namespace Qzc {
 
-/// What an item says as it stands in a file. The texts belong to the bytes that it was read from, or to the reader.
-struct LogReading {
+/// An item as it stands in a file. The texts belong to the bytes that it was read from, or to the reader.
+struct LogReading : LogRecord {
     bool hasMoment = false; ///< else the time is that of a new item
-    LogMoment moment;
-    std::int64_t timeSpan = 0;
-    int resID = 0;
-    unsigned int threadID = 0;
-    QzLogFile::LogLevelType level = QzLogFile::info;
-    int codeLine = 0;
-    std::string_view message;
-    std::string_view codeFile;
+    LogMoment moment;       ///< what the time is made of
 };
 
 /// Reads items in one of the log's two forms. One thread at a time.

@@ -7,29 +7,44 @@
 #include "base/keldmbstring.h"
 #include "base/keldtime.h"
 #include "base/namespaces.h"
+#include "toolkit/log/logrecord.h"
+#include "toolkit/log/logxml.h"
 
 namespace Qzc {
-
-class QzLogItem;
 
 /// A line format of the log, taken apart once into its placeholders and the text between them. Writes items.
 /// One thread at a time.
 class LogLayout {
 public:
     enum class Values { Plain, XmlText }; ///< how values are written
-    enum class Field { DateTime, TimeSpan, Level, Message, ResID, ThreadID, CodeFile, CodeLine };
+    enum class Field {
+        DateTime,
+        TimeSpan,
+        Level,
+        Message,
+        ResID,
+        ThreadID,
+        CodeFile,
+        CodeLine,
+        Milliseconds,
+        ProcessID
+    };
     struct Piece {
         std::string literal; ///< in front of the placeholder
         Field field;
     };
 
-    LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFormat, Values values);
+    LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFormat, Values values, bool utc = false);
 
-    bool HasThreadID() const { return Has(Field::ThreadID); }
+    bool HasThreadID() const { return m_hasThreadID; }
+    bool HasMilliseconds() const { return Has(Field::Milliseconds); }
+    bool HasProcessID() const { return m_hasProcessID; }
     const std::vector<Piece>& Pieces() const { return m_pieces; }
     const std::string& Tail() const { return m_tail; } ///< behind the last piece
 
-    void Append(std::string& text, const QzLogItem& item);
+    void Append(std::string& text, const LogRecord& record);
+    /// The charset that XML text is written in, the current one unless told.
+    void SetCharset(KELDCharset::Charset charset) { m_xmlText.SetCharset(charset); }
 
 private:
     struct Placeholder {
@@ -40,12 +55,16 @@ private:
 
     bool Has(Field field) const;
     const std::string& DateTimeText(KeldTime time);
-    void AppendText(std::string& text, std::string_view value) const;
+    void AppendText(std::string& text, std::string_view value);
 
     std::vector<Piece> m_pieces;
     std::string m_tail;
     KeldMBString m_dateTimeFormat;
     Values m_values;
+    bool m_utc;
+    bool m_hasThreadID = false;
+    bool m_hasProcessID = false;
+    LogXmlText m_xmlText;
 
     // Items come many to the second.
     KeldTime m_time;

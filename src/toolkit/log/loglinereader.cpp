@@ -25,8 +25,8 @@ std::size_t FindBackwards(std::string_view text, std::string_view what, std::siz
 
 } // namespace
 
-LogLineReader::LogLineReader(const KeldMBString& format, const KeldMBString& dateTimeFormat)
-    : m_layout(format, dateTimeFormat, LogLayout::Values::Plain), m_dateTime(dateTimeFormat) {
+LogLineReader::LogLineReader(const KeldMBString& format, const KeldMBString& dateTimeFormat, bool utc)
+    : m_layout(format, dateTimeFormat, LogLayout::Values::Plain), m_dateTime(dateTimeFormat, utc) {
     const auto& pieces = m_layout.Pieces();
     for (std::size_t i = 0; i < pieces.size(); ++i) {
         if (IsFreeText(pieces[i].field))
@@ -57,6 +57,8 @@ bool LogLineReader::ReadValue(Field field, std::string_view& text, LogReading& r
     case Field::ResID: return ReadLogNumber(text, reading.resID);
     case Field::ThreadID: return ReadLogNumber(text, reading.threadID);
     case Field::CodeLine: return ReadLogNumber(text, reading.codeLine);
+    case Field::Milliseconds: return ReadLogNumber(text, reading.milliseconds);
+    case Field::ProcessID: return ReadLogNumber(text, reading.processID);
     case Field::Message:
     case Field::CodeFile: break;
     }

@@ -18,7 +18,7 @@ namespace Qzc {
 /// whatever it is.
 class LogLineReader : public LogItemReader {
 public:
-    LogLineReader(const KeldMBString& format, const KeldMBString& dateTimeFormat);
+    LogLineReader(const KeldMBString& format, const KeldMBString& dateTimeFormat, bool utc);
 
     bool KnowsStart() const override;
     bool StartsItem(std::string_view text) override;

@@ -5,6 +5,7 @@
 #include <new>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "stream/qztrace.h"
 #include "toolkit/log/logclock.h"
@@ -35,26 +36,30 @@ unsigned char QzLogFile::Query(const QzLogQueryDef& query, KeldArray<QzLogItem>&
     std::unique_ptr<LogFileQuery> search;
     bool isOpen = false;
     bool readable = true;
-    KeldMBString path;
-    KeldMBString prefix;
+    LogFileNames names;
     {
         const LogGuard guard(m_state->m_mutex);
         const State& state = *m_state;
         search = std::make_unique<LogFileQuery>(query, state.m_nQueryMaxNum, *state.m_formats, state.m_queryCallBack);
         search->Search().StartSource(GetLogTime());
-        for (auto pending = state.m_pending.rbegin(); pending != state.m_pending.rend(); ++pending) {
-            if (!search->Search().Take(pending->item))
-                break;
-        }
+        // They lie from the oldest to the newest.
+        std::vector<LogRecord> waiting;
+        state.m_pending.Visit([&](const LogRecord& record, const LogFormats&) {
+            waiting.push_back(record);
+            return true;
+        });
+        for (auto record = waiting.rbegin(); record != waiting.rend() && search->Search().Take(*record);)
+            ++record;
         isOpen = state.m_output.IsOpen();
         if (isOpen) {
-            path = state.m_output.GetPath();
-            prefix = state.m_rollover.GetPrefix();
-            readable = search->Open(path, state.m_output.GetPosition());
+            names = state.m_rollover.GetNames();
+            readable = search->Open(state.m_output.GetPath());
+            if (state.m_output.IsOverwriting())
+                search->SetPosition(state.m_output.GetPosition());
         }
     }
     if (isOpen && query.m_bRolledFiles != 0)
-        search->AddRolledFiles(path, prefix);
+        search->AddRolledFiles(names);
     readable = search->Run() && readable;
     search->Search().Give(items);
     return readable ? 1 : 0;
@@ -72,9 +77,9 @@ unsigned char QzLogFile::QueryFile(const KeldMBString& path, const QzLogQueryDef
     }
     const KeldMBString file = AbsoluteLogPath(path);
     search->Search().StartSource(GetLogTime());
-    bool readable = search->Open(file, LogFileQuery::Whole);
+    bool readable = search->Open(file);
     if (query.m_bRolledFiles != 0)
-        search->AddRolledFiles(file, KeldMBString());
+        search->AddRolledFiles(LogFileNames::Of(file));
     readable = search->Run() && readable;
     search->Search().Give(items);
     return readable ? 1 : 0;
@@ -84,25 +89,23 @@ unsigned char QzLogFile::QueryFile(const KeldMBString& path, const QzLogQueryDef
 
 unsigned char QzLogFile::SaveQueryResult(const KeldArray<QzLogItem>& items, const KeldMBString& file) const {
     LogOutput::Form form = LogOutput::Form::Text;
-    KeldMBString lineFormat;
-    KeldMBString dateTimeFormat;
     const KeldMBString path = AbsoluteLogPath(file);
+    std::unique_ptr<LogFormats> formats;
     {
         const LogGuard guard(m_state->m_mutex);
         if (m_state->m_output.IsOpen() && IsSameFile(path, m_state->m_output.GetPath()))
             return 0;
         if (m_state->m_eMode == XML)
             form = LogOutput::Form::Xml;
-        lineFormat = m_state->m_formats->lineFormat;
-        dateTimeFormat = m_state->m_formats->dateTimeFormat;
+        const LogFormats& current = *m_state->m_formats;
+        formats = std::make_unique<LogFormats>(current.lineFormat, current.dateTimeFormat, current.utc);
     }
     LogOutput output;
     if (!output.Open(path, form, LogOutput::Start::Afresh))
         return 0;
-    LogFormats formats(lineFormat, dateTimeFormat);
     std::string text;
     for (const QzLogItem& item : items) {
-        formats.AppendWhole(text, item, form);
+        formats->AppendWhole(text, item, form);
         if (text.size() >= State::WriteSize) {
             if (!output.Write(text))
                 return 0;

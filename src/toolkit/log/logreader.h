@@ -16,8 +16,8 @@ namespace Qzc {
 /// longer than a block twice; no more is in memory than two blocks, or such an item.
 class LogFileReader {
 public:
-    using Visitor = std::function<bool(const LogReading&)>; ///< is shown an item; false: enough
-    using Progress = std::function<bool(std::int64_t)>;     ///< is told the bytes of each step; false: stop
+    using Visitor = std::function<bool(LogReading&)>;   ///< is shown an item; false: enough
+    using Progress = std::function<bool(std::int64_t)>; ///< is told the bytes of each step; false: stop
     LogFileReader(QzFile& file, LogItemReader& reader) : m_file(file), m_reader(reader) {}
 
     /// The items between two offsets. What is no item is left out, and so is a last line that has no end yet. False

@@ -12,37 +12,26 @@ void LogSearch::StartSource(KeldTime newest) {
     m_newerSpan = 0;
 }
 
-bool LogSearch::Take(const QzLogItem& item) {
-    m_newerTime = item.m_dtDateTime.GetTime();
-    m_newerSpan = item.m_nTimeSpan;
-    if (m_new.size() < m_maxNum && m_query.Matches(item))
-        m_new.push_back(item);
+bool LogSearch::Take(const LogRecord& record) {
+    if (m_new.size() >= m_maxNum)
+        return false;
+    m_newerTime = record.dateTime.GetTime();
+    m_newerSpan = record.timeSpan;
+    if (MatchesQuery(m_query, record))
+        m_new.push_back(record.ToItem());
     return m_new.size() < m_maxNum;
 }
 
-bool LogSearch::Take(const LogReading& reading) {
-    if (m_new.size() >= m_maxNum)
-        return false;
-    const KeldTime time = TimeOf(reading);
-    if (!MatchesQuery(m_query, reading, time))
-        return true;
-    QzLogItem& item = m_new.emplace_back();
-    item.m_dtDateTime = time;
-    item.m_nTimeSpan = reading.timeSpan;
-    item.m_nResID = reading.resID;
-    item.m_nThreadID = reading.threadID;
-    item.m_eLevel = reading.level;
-    item.m_strDescription = KeldMBString(reading.message);
-    item.m_strCodeFile = KeldMBString(reading.codeFile);
-    item.m_nCodeLine = reading.codeLine;
-    return m_new.size() < m_maxNum;
+bool LogSearch::Take(LogReading& reading) {
+    reading.dateTime = TimeOf(reading);
+    return Take(static_cast<const LogRecord&>(reading));
 }
 
 // Where the clocks went through an hour twice, the item behind this one tells which time it was: by the milliseconds
 // between the two if one process wrote both, else this one just is not younger.
 KeldTime LogSearch::TimeOf(const LogReading& reading) {
     if (!reading.hasMoment)
-        return KeldTime();
+        return reading.dateTime;
     std::int64_t time = reading.moment.last;
     if (reading.moment.first != time) {
         constexpr std::int64_t Near = 15 * 60;
@@ -51,8 +40,6 @@ KeldTime LogSearch::TimeOf(const LogReading& reading) {
         if (std::abs(first - expected) < Near || (std::abs(time - expected) >= Near && time > m_newerTime))
             time = first;
     }
-    m_newerTime = time;
-    m_newerSpan = reading.timeSpan;
     return KeldTime(time);
 }
 

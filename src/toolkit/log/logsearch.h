@@ -13,7 +13,7 @@
 
 namespace Qzc {
 
-bool MatchesQuery(const QzLogQueryDef& query, const LogReading& reading, KeldTime time);
+bool MatchesQuery(const QzLogQueryDef& query, const LogRecord& record);
 
 /// Gathers the newest items that match. They are shown to it from the newest to the oldest, one file after the other.
 class LogSearch {
@@ -24,8 +24,8 @@ public:
     void StartSource(KeldTime newest);
 
     // False: it has enough of the source.
-    bool Take(const QzLogItem& item);
-    bool Take(const LogReading& reading);
+    bool Take(const LogRecord& record);
+    bool Take(LogReading& reading);
 
     /// The items, the newest last.
     void Give(KeldArray<QzLogItem>& items);

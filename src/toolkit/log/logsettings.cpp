@@ -10,9 +10,23 @@
 
 namespace Qzc {
 
+namespace {
+
+// A log whose times nobody can read again is refused, with a line of trace.
+bool IsReadable(const KeldMBString& dateTimeFormat, bool utc) {
+    if (LogDateTimeReader::CanRead(dateTimeFormat, utc))
+        return true;
+    qztrace("times of the format \"%s\" cannot be read back from the log%s: refused\n", dateTimeFormat.Cstr(),
+            utc ? " in UTC" : "");
+    return false;
+}
+
+} // namespace
+
 void QzLogFile::SetLevel(LogLevelType level) {
     const LogGuard guard(m_state->m_mutex);
     m_state->m_nLevel = level;
+    m_state->PublishThreshold();
 }
 
 QzLogFile::LogLevelType QzLogFile::GetLevel() const {
@@ -22,6 +36,7 @@ QzLogFile::LogLevelType QzLogFile::GetLevel() const {
 void QzLogFile::SetBlocked(unsigned char blocked) {
     const LogGuard guard(m_state->m_mutex);
     m_state->m_bBlocked = blocked;
+    m_state->PublishThreshold();
 }
 
 unsigned char QzLogFile::IsBlocked() const {
@@ -30,7 +45,7 @@ unsigned char QzLogFile::IsBlocked() const {
 
 void QzLogFile::SetLogFormat(const KeldMBString& format) {
     const LogGuard guard(m_state->m_mutex);
-    m_state->SetFormats(format, m_state->m_formats->dateTimeFormat);
+    m_state->SetFormats(format, m_state->m_formats->dateTimeFormat, m_state->m_formats->utc);
 }
 
 KeldMBString QzLogFile::GetLogFormat() const {
@@ -47,17 +62,33 @@ KeldMBString QzLogFile::GetXMLLogFormat() const {
 }
 
 void QzLogFile::SetDateTimeFormat(const KeldMBString& format) {
-    if (!LogDateTimeReader::CanRead(format)) {
-        qztrace("the log cannot read back the date-time format \"%s\", which is refused\n", format.Cstr());
+    if (!IsReadable(format, IsUtc() != 0))
         return;
-    }
     const LogGuard guard(m_state->m_mutex);
-    m_state->SetFormats(m_state->m_formats->lineFormat, format);
+    m_state->SetFormats(m_state->m_formats->lineFormat, format, m_state->m_formats->utc);
 }
 
 KeldMBString QzLogFile::GetDateTimeFormat() const {
     const LogGuard guard(m_state->m_mutex);
     return m_state->m_formats->dateTimeFormat;
+}
+
+void QzLogFile::SetUtc(unsigned char utc) {
+    if (!IsReadable(GetDateTimeFormat(), utc != 0))
+        return;
+    const LogGuard guard(m_state->m_mutex);
+    m_state->SetFormats(m_state->m_formats->lineFormat, m_state->m_formats->dateTimeFormat, utc != 0);
+    m_state->m_rollover.SetUtc(utc != 0);
+}
+
+unsigned char QzLogFile::IsUtc() const {
+    const LogGuard guard(m_state->m_mutex);
+    return m_state->m_formats->utc ? 1 : 0;
+}
+
+void QzLogFile::SetRetention(int files, long long bytes) {
+    const LogGuard guard(m_state->m_mutex);
+    m_state->m_rollover.SetRetention(files, bytes);
 }
 
 void QzLogFile::SetFileSizeLimit(int bytes, SizeLimitMode mode) {
@@ -108,6 +139,13 @@ void QzLogFile::SetSaveToPhysical(unsigned char save) {
 void QzLogFile::SetFilterRepeat(unsigned char filter) {
     const LogGuard guard(m_state->m_mutex);
     m_state->m_bFilterRepeat = filter;
+}
+
+void QzLogFile::SetReportRepeats(unsigned char report) {
+    const LogGuard guard(m_state->m_mutex);
+    m_state->m_bReportRepeats = report != 0 ? 1 : 0;
+    if (report == 0)
+        m_state->m_nRepeats = 0;
 }
 
 QzLogFile::Mode QzLogFile::GetMode() const {

@@ -12,7 +12,7 @@ namespace Qzc {
 /// Reads items of an XML log.
 class LogXmlReader : public LogItemReader {
 public:
-    explicit LogXmlReader(const KeldMBString& dateTimeFormat) : m_dateTime(dateTimeFormat) {}
+    LogXmlReader(const KeldMBString& dateTimeFormat, bool utc) : m_dateTime(dateTimeFormat, utc) {}
 
     bool KnowsStart() const override { return true; }
     bool StartsItem(std::string_view text) override;
