@@ -3,7 +3,6 @@
 #include <cstdarg>
 #include <limits>
 #include <new>
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -184,10 +183,9 @@ unsigned char QzLogFile::RecordFormat(LogLevelType level, int code, const char* 
                                       const char* format, ...) try {
     std::va_list arguments;
     va_start(arguments, format);
-    std::string message = LogPrint(format, arguments);
+    const KeldMBString message = LogPrint(format, arguments);
     va_end(arguments);
-    return RecordAt(level, code, KeldMBString(std::move(message)), codeFile != nullptr ? codeFile : std::string_view(),
-                    codeLine);
+    return RecordAt(level, code, message, codeFile != nullptr ? codeFile : std::string_view(), codeLine);
 } catch (const std::bad_alloc&) {
     return 0;
 }
