@@ -48,6 +48,7 @@ struct QzLogFile::State {
     void AddRepeatsReport();
 
     std::string Describe(int items) const;
+    void TakeAlongForks(); ///< from now on; the state lives as long as the process
 
     QzMutex m_mutex;
     std::atomic<unsigned char> m_bBlocked{0};
@@ -75,6 +76,9 @@ struct QzLogFile::State {
     std::int64_t m_nRepeats = 0; ///< the same for repeats
 
 private:
+    static void BeforeFork(void* object);
+    static void InParent(void* object);
+    static void InChild(void* object);
     void Stamp(LogRecord& record) const;
     bool Append(const LogRecord& record, Delivery& delivery);
     bool WriteFile();

@@ -28,7 +28,11 @@ QzLogFile::~QzLogFile() = default;
 
 QzLogFile& QzLogFile::GetInstance(bool open) {
     // It lives on, for others may fail while the process exits; what waits is written all the same.
-    static QzLogFile& s_log = *new QzLogFile;
+    static QzLogFile& s_log = []() -> QzLogFile& {
+        auto& log = *new QzLogFile;
+        log.m_state->TakeAlongForks();
+        return log;
+    }();
     static const struct AtExit {
         ~AtExit() {
             const LogGuard guard(s_log.m_state->m_mutex);
