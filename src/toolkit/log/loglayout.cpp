@@ -25,13 +25,20 @@ std::string_view PaddedLevel(QzLogFile::LogLevelType level) {
     return known != std::end(Levels) ? known->padded : "unknown";
 }
 
-void AppendNumber(std::string& text, std::int64_t value, std::size_t width, char padding = ' ') {
-    char digits[24];
-    const auto length =
-        static_cast<std::size_t>(std::to_chars(std::begin(digits), std::end(digits), value).ptr - digits);
-    if (length < width)
-        text.append(width - length, padding);
-    text.append(digits, length);
+char* Put(char* out, std::string_view text) {
+    return std::copy(text.begin(), text.end(), out);
+}
+
+constexpr std::size_t MostDigits = 24; // of a number, and bytes of a level
+
+char* PutNumber(char* out, std::int64_t value, std::ptrdiff_t width, char padding = ' ') {
+    char* const end = std::to_chars(out, out + MostDigits, value).ptr;
+    const std::ptrdiff_t missing = width - (end - out);
+    if (missing <= 0)
+        return end;
+    std::copy_backward(out, end, end + missing);
+    std::fill(out, out + missing, padding);
+    return end + missing;
 }
 
 } // namespace
@@ -62,6 +69,10 @@ LogLayout::LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFor
         copied = at += found->name.size();
     }
     m_tail = text.substr(copied);
+    m_literals = m_tail.size();
+    for (const Piece& piece : m_pieces)
+        m_literals += piece.literal.size();
+    m_hasDateTime = Has(Field::DateTime);
     m_hasThreadID = Has(Field::ThreadID);
     m_hasProcessID = Has(Field::ProcessID);
 }
@@ -70,38 +81,62 @@ bool LogLayout::Has(Field field) const {
     return std::any_of(m_pieces.begin(), m_pieces.end(), [&](const Piece& piece) { return piece.field == field; });
 }
 
-const std::string& LogLayout::DateTimeText(KeldTime time) {
-    if (m_timeText.empty() || m_time != time) {
-        m_timeText = FormatLogTime(time, m_dateTimeFormat, m_utc).View();
-        m_time = time;
+void LogLayout::UpdateDateTimeText(KeldTime time) {
+    if (!m_timeText.empty() && m_time == time)
+        return;
+    m_timeText = FormatLogTime(time, m_dateTimeFormat, m_utc).View();
+    m_time = time;
+    if (m_values == Values::XmlText) {
+        m_timeXml.clear();
+        m_xmlText.Append(m_timeXml, m_timeText);
     }
-    return m_timeText;
-}
-
-void LogLayout::AppendText(std::string& text, std::string_view value) {
-    if (m_values == Values::XmlText)
-        m_xmlText.Append(text, value);
-    else
-        text.append(value);
 }
 
 void LogLayout::Append(std::string& text, const LogRecord& record) {
+    LogRecord own = record;
+    if (m_values == Values::XmlText) {
+        m_xmlValues.clear();
+        m_xmlText.Append(m_xmlValues, record.message);
+        const std::size_t end = m_xmlValues.size();
+        m_xmlText.Append(m_xmlValues, record.codeFile);
+        own.message = std::string_view(m_xmlValues).substr(0, end);
+        own.codeFile = std::string_view(m_xmlValues).substr(end);
+    }
+    if (m_hasDateTime)
+        UpdateDateTimeText(own.dateTime);
+    // Room for all of it at once, and no question for room at each piece.
+    std::size_t room = m_literals;
+    for (const Piece& piece : m_pieces)
+        room += MostBytes(piece.field, own);
+    const std::size_t start = text.size();
+    text.resize(start + room);
+    char* out = &text[start];
     for (const Piece& piece : m_pieces) {
-        text.append(piece.literal);
+        out = Put(out, piece.literal);
         switch (piece.field) {
-        case Field::DateTime: AppendText(text, DateTimeText(record.dateTime)); break;
-        case Field::TimeSpan: AppendNumber(text, record.timeSpan, 6); break;
-        case Field::Level: text.append(PaddedLevel(record.level)); break;
-        case Field::Message: AppendText(text, record.message); break;
-        case Field::ResID: AppendNumber(text, record.resID, 6); break;
-        case Field::ThreadID: AppendNumber(text, record.threadID, 5); break;
-        case Field::CodeFile: AppendText(text, record.codeFile); break;
-        case Field::CodeLine: AppendNumber(text, record.codeLine, 0); break;
-        case Field::Milliseconds: AppendNumber(text, record.milliseconds, 3, '0'); break;
-        case Field::ProcessID: AppendNumber(text, record.processID, 0); break;
+        case Field::DateTime: out = Put(out, m_values == Values::XmlText ? m_timeXml : m_timeText); break;
+        case Field::TimeSpan: out = PutNumber(out, own.timeSpan, 6); break;
+        case Field::Level: out = Put(out, PaddedLevel(own.level)); break;
+        case Field::Message: out = Put(out, own.message); break;
+        case Field::ResID: out = PutNumber(out, own.resID, 6); break;
+        case Field::ThreadID: out = PutNumber(out, own.threadID, 5); break;
+        case Field::CodeFile: out = Put(out, own.codeFile); break;
+        case Field::CodeLine: out = PutNumber(out, own.codeLine, 0); break;
+        case Field::Milliseconds: out = PutNumber(out, own.milliseconds, 3, '0'); break;
+        case Field::ProcessID: out = PutNumber(out, own.processID, 0); break;
         }
     }
-    text.append(m_tail);
+    out = Put(out, m_tail);
+    text.resize(static_cast<std::size_t>(out - text.data()));
+}
+
+std::size_t LogLayout::MostBytes(Field field, const LogRecord& record) const {
+    switch (field) {
+    case Field::DateTime: return m_values == Values::XmlText ? m_timeXml.size() : m_timeText.size();
+    case Field::Message: return record.message.size();
+    case Field::CodeFile: return record.codeFile.size();
+    default: return MostDigits;
+    }
 }
 
 } // namespace Qzc

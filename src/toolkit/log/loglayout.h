@@ -54,21 +54,25 @@ private:
     static const Placeholder Placeholders[];
 
     bool Has(Field field) const;
-    const std::string& DateTimeText(KeldTime time);
-    void AppendText(std::string& text, std::string_view value);
+    void UpdateDateTimeText(KeldTime time);
+    std::size_t MostBytes(Field field, const LogRecord& record) const;
 
     std::vector<Piece> m_pieces;
     std::string m_tail;
     KeldMBString m_dateTimeFormat;
     Values m_values;
     bool m_utc;
-    bool m_hasThreadID = false;
-    bool m_hasProcessID = false;
+    std::size_t m_literals; ///< bytes of all of them
+    bool m_hasDateTime;
+    bool m_hasThreadID;
+    bool m_hasProcessID;
     LogXmlText m_xmlText;
+    std::string m_xmlValues; ///< of the item that is being written
 
     // Items come many to the second.
     KeldTime m_time;
     std::string m_timeText;
+    std::string m_timeXml; ///< the same as XML text
 };
 
 } // namespace Qzc

@@ -180,7 +180,7 @@ bool QzLogFile::State::Write(Delivery& delivery) {
             m_pending.Prepend(std::move(report));
             delivery.lost = std::exchange(m_nLost, 0);
         }
-        delivery.items = std::move(m_pending);
+        delivery.items = std::make_unique<LogBacklog>(std::move(m_pending));
         m_pending.Clear();
         delivery.dataSource = m_pDataSource;
     }
@@ -243,8 +243,9 @@ std::size_t QzLogFile::State::FormatPending(std::size_t size) {
 
 // Outside the mutex. What the call-backs do not take goes back into memory.
 bool QzLogFile::State::Deliver(Delivery& delivery) {
-    if (delivery.items.IsEmpty())
+    if (delivery.items == nullptr || delivery.items->IsEmpty())
         return true;
+    LogBacklog& waiting = *delivery.items;
     const auto takeAll = LogCallBacks::ms_writeAll.load();
     const auto takeOne = LogCallBacks::ms_write.load();
     std::size_t taken = 0;
@@ -252,15 +253,15 @@ bool QzLogFile::State::Deliver(Delivery& delivery) {
         const LogCallBackScope scope;
         if (takeAll != nullptr) {
             KeldArray<QzLogItem> items;
-            items.Reserve(static_cast<int>(delivery.items.GetCount()));
-            delivery.items.Visit([&](const LogRecord& record, const LogFormats&) {
+            items.Reserve(static_cast<int>(waiting.GetCount()));
+            waiting.Visit([&](const LogRecord& record, const LogFormats&) {
                 items.Add(record.ToItem());
                 return true;
             });
             if (takeAll(delivery.dataSource, items) != 0)
-                taken = delivery.items.GetCount();
+                taken = waiting.GetCount();
         } else if (takeOne != nullptr) {
-            delivery.items.Visit([&](const LogRecord& record, const LogFormats&) {
+            waiting.Visit([&](const LogRecord& record, const LogFormats&) {
                 const bool isTaken = takeOne(delivery.dataSource, record.ToItem()) != 0;
                 taken += isTaken ? 1 : 0;
                 return isTaken;
@@ -268,14 +269,14 @@ bool QzLogFile::State::Deliver(Delivery& delivery) {
         }
     } catch (...) { // what it was called for counts as refused
     }
-    delivery.items.DropOldest(taken);
-    if (delivery.items.IsEmpty())
+    waiting.DropOldest(taken);
+    if (waiting.IsEmpty())
         return true;
     if (delivery.lost != 0 && taken == 0)
-        delivery.items.DropOldest(1); // the report, which is made anew
+        waiting.DropOldest(1); // the report, which is made anew
     const LogGuard guard(m_mutex);
     m_nLost += taken == 0 ? delivery.lost : 0;
-    m_pending.Prepend(std::move(delivery.items));
+    m_pending.Prepend(std::move(waiting));
     DropOldest();
     return false;
 }

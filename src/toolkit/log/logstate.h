@@ -28,7 +28,7 @@ struct QzLogFile::State {
 
     /// What a thread hands to the write call-backs once it has left the mutex.
     struct Delivery {
-        LogBacklog items;
+        std::unique_ptr<LogBacklog> items; ///< null, as mostly: none
         void* dataSource = nullptr;
         std::int64_t lost = 0; ///< what the first item tells, if it tells that
     };
@@ -49,6 +49,7 @@ struct QzLogFile::State {
     void AddRepeatsReport();
 
     std::string Describe(int items) const;
+    void TakeAlongForks(); ///< from now on; the state lives as long as the process
 
     QzMutex m_mutex;
     std::atomic<unsigned char> m_bBlocked{0};
@@ -77,6 +78,9 @@ struct QzLogFile::State {
     std::int64_t m_nRepeats = 0; ///< the same for repeats
 
 private:
+    static void BeforeFork(void* object);
+    static void InParent(void* object);
+    static void InChild(void* object);
     void Stamp(LogRecord& record) const;
     bool Append(const LogRecord& record, Delivery& delivery);
     bool WriteFile();
