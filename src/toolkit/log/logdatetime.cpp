@@ -162,6 +162,13 @@ bool TakeZoneName(std::string_view& text, std::string_view& name) {
 
 LogDateTimeReader::LogDateTimeReader(const KeldMBString& format, bool utc) : m_utc(utc), m_plainDay(NoDay) {
     Compile(format.Cstr());
+    if (m_pieces.empty())
+        return;
+    const Piece& first = m_pieces[0];
+    if (first.form == Form::Number && !first.padded && first.field != Epoch)
+        m_start = '0';
+    else if (!first.literal.empty() && !IsDigit(first.literal[0]))
+        m_start = first.literal[0];
 }
 
 void LogDateTimeReader::AddLiteral(std::string_view text) {

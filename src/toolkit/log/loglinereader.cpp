@@ -53,6 +53,7 @@ LogLineReader::LogLineReader(const KeldMBString& format, const KeldMBString& dat
     };
     m_repeats = std::any_of(pieces.begin(), pieces.end(), [&](const auto& piece) { return count(piece.field) > 1; });
     m_known = {IsKnown(Field::DateTime), IsKnown(Field::Level), IsKnown(Field::ResID), IsKnown(Field::ThreadID)};
+    m_startsWithTime = !pieces.empty() && pieces[0].field == Field::DateTime && pieces[0].literal.empty();
     m_starts.resize(m_freeTexts.size());
     m_ends.resize(m_freeTexts.size());
 }
@@ -92,6 +93,8 @@ bool LogLineReader::ReadValue(Field field, std::string_view& text, LogReading& r
 
 bool LogLineReader::StartsItem(std::string_view text) {
     const auto& pieces = m_layout.Pieces();
+    if (m_startsWithTime && !m_dateTime.MayStart(text))
+        return false;
     const std::size_t message = m_message < m_freeTexts.size() ? m_freeTexts[m_message] : pieces.size();
     std::string_view rest = text;
     m_head = LogReading();

@@ -45,6 +45,7 @@ private:
     std::size_t m_message;                ///< which of these is the message; their number if none is
     bool m_headTells = false;             ///< a value stands in front of the message
     bool m_repeats = false;               ///< a value stands there twice
+    bool m_startsWithTime = false;
     LogKnown m_known;
 
     LogReading m_head;                         ///< what the last start told

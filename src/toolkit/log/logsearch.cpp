@@ -25,7 +25,7 @@ bool LogSearch::TakeRecord(const LogRecord& record) {
 // Most items of a large file are none of those that are looked for, and this is all they cost.
 bool LogSearch::Wants(const LogItemReader& reader, std::string_view text) {
     const LogReading* const start = reader.Start();
-    if (start == nullptr)
+    if (start == nullptr || m_new.size() >= m_maxNum)
         return true;
     LogReading known = *start;
     if (reader.KnownAtStart().time)
