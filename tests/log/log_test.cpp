@@ -1,12 +1,9 @@
-#include <gtest/gtest.h>
+#include "log_support.h"
 
-#include <algorithm>
-#include <atomic>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <deque>
+#include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <random>
 #include <set>
@@ -15,117 +12,18 @@
 
 #include "stream/qzfile.h"
 #include "stream/qztrace.h"
-#include "support.h"
-#include "toolkit/log/logclock.h"
 #include "toolkit/qzerrorobj.h"
 #include "toolkit/qzhashcode.h"
-#include "toolkit/qzlogitem.h"
-#include "toolkit/qzlogquerydef.h"
-#include "toolkit/qzmarkup.h"
-#include "toolkit/qzthread.h"
-
-using namespace Qzc;
-using namespace std::string_literals;
 
 namespace {
 
-using Log = QzLogFile;
-
-constexpr std::int64_t Saturday = 1795224896; // 2026-11-21 01:34:56 UTC, 09:34:56 in the tests' time zone
-constexpr Log::Mode FileModes[] = {Log::Text, Log::XML};
-std::atomic<std::int64_t> s_now{Saturday};
-
-KeldMBString K(const std::string& text) {
-    return KeldMBString(text);
+// Every file with its bytes, by name.
+std::string Files(const std::string& directory) {
+    std::set<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        files.insert(entry.path().filename().string() + ": " + ReadBytes(entry.path().string()) + ";");
+    return std::accumulate(files.begin(), files.end(), std::string());
 }
-
-unsigned char Record(const std::string& message, Log::LogLevelType level = Log::info) {
-    return Log::GetInstance(false).RecordLog(level, 1, K(message), "test.cpp", 7);
-}
-
-// How many were recorded.
-int RecordAll(const std::vector<std::string>& messages) {
-    return static_cast<int>(
-        std::count_if(messages.begin(), messages.end(), [](const auto& m) { return Record(m) == 1; }));
-}
-
-// What a query finds, a semicolon behind each.
-std::string Messages(const QzLogQueryDef& query = QzLogQueryDef()) {
-    KeldArray<QzLogItem> items;
-    Log::GetInstance(false).Query(query, items);
-    std::string messages;
-    for (const QzLogItem& item : items)
-        messages += std::string(item.m_strDescription.View()) + ";";
-    return messages;
-}
-
-// -1 for what is no document.
-int CountXmlItems(const std::string& path) {
-    QzMarkup markup;
-    if (!markup.Load(path.c_str()) || !markup.FindElem("Log"))
-        return -1;
-    int count = 0;
-    while (markup.FindChildElem("LogItem"))
-        ++count;
-    const std::string text = ReadBytes(path); // the parser does not look behind the end tag
-    return text.substr(text.find("</Log>")) == "</Log>\r\n" ? count : -1;
-}
-
-std::string ThreadText() {
-    char text[16];
-    std::snprintf(text, sizeof(text), "%5u", QzThread::GetCurrentThreadId());
-    return text;
-}
-
-class LogTest : public testing::Test {
-protected:
-    LogTest() {
-        setenv("TZ", "CST-8", 1);
-        tzset();
-        s_now = Saturday;
-        SetLogClock([] { return KeldTime(s_now.load()); });
-        log.SetRecordOnlyLog();
-        log.SetDateTimeFormat("%Y-%m-%d %H:%M:%S");
-        log.SetLevel(Log::debug);
-        log.SetFileSizeLimit(-1);
-        log.SetLogCountInMemory(10000);
-        log.SetLogCountToDisk(1);
-        log.SetQueryMaxNum(1000);
-        log.SetSaveToPhysical(1);
-        log.SetFilterRepeat(0);
-        Log::SetCallBack(nullptr);
-        Log::SetOpenCallBack(nullptr);
-        Log::SetWriteCallBack(nullptr);
-        Log::SetWriteCallBacks(nullptr);
-        Log::SetCloseCallBack(nullptr);
-    }
-    ~LogTest() override {
-        log.SetSaveToPhysical(1);
-        log.Open(K(m_scratch / "rest")); // takes what a test has left in memory
-        log.Close();
-    }
-
-    // Every file with its bytes, by name.
-    static std::string Files(const std::string& directory) {
-        std::set<std::string> files;
-        for (const auto& entry : std::filesystem::directory_iterator(directory))
-            files.insert(entry.path().filename().string() + ": " + ReadBytes(entry.path().string()) + ";");
-        return std::accumulate(files.begin(), files.end(), std::string());
-    }
-
-    // `messages` as Messages gives them; an XML file is a document besides.
-    void ExpectFile(Log::Mode mode, const std::string& messages) const {
-        EXPECT_EQ(Messages(), messages);
-        if (mode == Log::XML) {
-            EXPECT_EQ(CountXmlItems(m_file), std::count(messages.begin(), messages.end(), ';'));
-        }
-    }
-
-    CurrentCharset m_charset{KELDCharset::UTF8};
-    ScratchDirectory m_scratch;
-    std::string m_file = m_scratch / "a.log";
-    Log& log = Log::GetInstance(false);
-};
 
 } // namespace
 
@@ -423,81 +321,6 @@ TEST_F(LogTest, XmlDocument) {
     EXPECT_EQ(log.Open(K(m_file), 1, Log::XML), 1);
     EXPECT_EQ(log.Open(K(m_file), 0, Log::XML), 1);
     EXPECT_EQ(ReadBytes(m_file), foreign);
-}
-
-// Every byte, what is no text of the charset, characters that XML excludes, lines, a mebibyte.
-TEST_F(LogTest, AnyMessageComesThroughWhole) {
-    std::string bytes;
-    for (int i = 0; i < 512; ++i)
-        bytes += static_cast<char>(i);
-    std::string lines;
-    while (lines.size() < 1 << 20)
-        lines += "line " + std::to_string(lines.size()) + "| a.cpp(1)\n";
-    const std::string messages[] = {bytes,  "\xEF\xBF\xBF", "\xE4\xB8\xAD <&#0;> ]]> \xE4\xB8", "",
-                                    "\n\n", lines,          std::string(1 << 20, '<'),          "last"};
-    for (const auto& [charset, mode] :
-         {std::pair(KELDCharset::UTF8, Log::Text), std::pair(KELDCharset::UTF8, Log::XML),
-          std::pair(KELDCharset::GB2312, Log::XML), std::pair(KELDCharset::Johab, Log::XML)}) {
-        CurrentCharset current(charset);
-        log.SetLogFormat("%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)");
-        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
-        for (const std::string& message : messages)
-            ASSERT_EQ(log.RecordLog(Log::info, 5, K(message), "dir/a(1).cpp", 12), 1);
-        KeldArray<QzLogItem> items;
-        ASSERT_EQ(log.Query(QzLogQueryDef(), items), 1);
-        ASSERT_EQ(items.GetSize(), static_cast<int>(std::size(messages)));
-        for (int i = 0; i < items.GetSize(); ++i) {
-            EXPECT_TRUE(items[i].m_strDescription.View() == messages[i]) << charset << i;
-            EXPECT_EQ(
-                items[i].GetReplaceString("%DATETIME%RESID%LEVEL%THREADID%CODEFILE%CODELINE", "%Y-%m-%d %H:%M:%S"),
-                K("2026-11-21 09:34:56     5   info" + ThreadText() + "dir/a(1).cpp12"));
-        }
-        if (mode == Log::XML) {
-            EXPECT_EQ(CountXmlItems(m_file), items.GetSize());
-            EXPECT_EQ(ReadBytes(m_file).find_first_of("\x01\x02\x1F\x7F"s), ReadBytes(m_file).find('\x7F'));
-        }
-    }
-}
-
-// ---- Query
-
-TEST_F(LogTest, Query) {
-    using Def = QzLogQueryDef;
-    const std::string all = "m0;m1;m2;m3;m4;m5;";
-    const auto with = [](auto set) {
-        Def query;
-        set(query);
-        return Messages(query);
-    };
-    for (const Log::Mode mode : FileModes) {
-        log.SetLogFormat("%DATETIME %LEVEL %RESID %THREADID %CODEFILE: %MSG");
-        log.SetLogCountToDisk(4); // the last two stay in memory
-        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
-        const char* const sources[] = {"even.cpp", "odd.cpp"};
-        for (int i = 0; i < 6; ++i) {
-            s_now = Saturday + i;
-            const auto level = static_cast<Log::LogLevelType>(100 * (i % 5 + 1));
-            log.RecordLog(level, 10 * i, K("m" + std::to_string(i)), sources[i % 2], i);
-        }
-        EXPECT_EQ(Messages(), all);
-        EXPECT_EQ(with([](Def& q) { q.m_nMinLevel = 300, q.m_nMaxLevel = 400; }), "m2;m3;");
-        EXPECT_EQ(with([](Def& q) { q.m_nMinResID = 30, q.m_nMaxResID = 40; }), "m3;m4;");
-        EXPECT_EQ(with([](Def& q) { q.m_dtFrom = KeldTime(Saturday + 1), q.m_dtTo = KeldTime(Saturday + 2); }),
-                  "m1;m2;");
-        EXPECT_EQ(with([](Def& q) { q.m_strText = "odd"; }), "m1;m3;m5;");
-        EXPECT_EQ(with([](Def& q) { q.m_strText = "m4"; }), "m4;");
-        EXPECT_EQ(with([](Def& q) { q.m_nThreadID = QzThread::GetCurrentThreadId(); }), all);
-        EXPECT_EQ(with([](Def& q) { q.m_nThreadID = 1; }), "");
-        log.SetQueryMaxNum(2);
-        EXPECT_EQ(with([](Def& q) { q.m_strText = "even"; }), "m2;m4;");
-        log.SetQueryMaxNum(1000);
-
-        log.Flush();
-        KeldArray<QzLogItem> items;
-        log.Query(Def(), items);
-        ASSERT_EQ(log.SaveQueryResult(items, K(m_scratch / "saved")), 1);
-        EXPECT_EQ(ReadBytes(m_scratch / "saved"), ReadBytes(m_file)); // what was read is what was recorded
-    }
 }
 
 // ---- Failures

@@ -12,6 +12,7 @@
 #include "toolkit/log/logbacklog.h"
 #include "toolkit/log/logformats.h"
 #include "toolkit/log/logoutput.h"
+#include "toolkit/log/logquerycallback.h"
 #include "toolkit/log/logrecord.h"
 #include "toolkit/log/logrollover.h"
 #include "toolkit/log/repeatfilter.h"
@@ -64,6 +65,7 @@ struct QzLogFile::State {
     std::size_t m_nCountInMemory = 10000;
     std::size_t m_nCountToDisk = 1;
     std::size_t m_nQueryMaxNum = 1000;
+    LogQueryCallBack m_queryCallBack;
     void* m_pDataSource = nullptr;
 
     LogOutput m_output;
