@@ -12,7 +12,7 @@ namespace Qzc {
 /// A file of bytes, without a buffer of its own, and the questions that the toolkit asks about paths.
 ///
 /// In every path both `/` and `\` separate; results use the system's own separator. Directories, and things
-/// without a position such as pipes, are no files: opening them fails. An object is used by one thread at a
+/// without a position such as pipes, are no files: opening them fails. A path with a zero byte names nothing. An object is used by one thread at a
 /// time; the static functions may be called from any thread.
 class MOSTREAM_API QzFile {
 public:
@@ -33,7 +33,8 @@ public:
     bool IsOpen() const { return m_handle != -1; }
 
     std::int64_t Read(void* buffer, std::int64_t count); ///< the number read; fewer at the end or on failure
-    /// Reads from the start to the end. False, and `text` left as it was, on failure or from 2^31 bytes on.
+    /// Reads from the start to the end, also where the system does not tell the length. False, and `text` left as it
+    /// was, on failure or from 2^31 bytes on.
     bool ReadAll(KeldMBString& text);
     std::int64_t Write(const void* buffer, std::int64_t count); ///< the number written; fewer only on failure
     bool Seek(std::int64_t position);                           ///< from the start
@@ -58,7 +59,7 @@ public:
     /// where it was `write` that gave up.
     static bool ReplaceAll(const KeldMBString& path, const std::function<bool(QzFile&)>& write, KeldMBString& error);
 
-    static bool IsExist(const KeldMBString& path); ///< whether a file (not a directory) is there
+    static bool IsExist(const KeldMBString& path); ///< whether something is there that Open takes for a file
     static void Remove(const KeldMBString& path);
 
     /// The directory of a loaded shared library, named without prefix, suffix and version ("MoBase"); it ends
@@ -70,7 +71,7 @@ public:
 
     /// Takes a path apart, so that joining the three gives it back: the directory with the separator at its
     /// end, the name, and the extension with its dot. What a path lacks is empty; a dot that starts the name
-    /// starts no extension.
+    /// starts no extension, and neither do those of "..".
     static void SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name,
                           KeldMBString& extension);
 

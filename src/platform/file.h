@@ -44,7 +44,7 @@ bool FileHasName(FileHandle file);
 /// Waits until what was written is on the storage device.
 bool SyncFile(FileHandle file, int& error);
 
-bool FileExists(const char* path);
+bool FileExists(const char* path); ///< whether something is there that OpenFile does not refuse for its kind
 
 void RemoveFile(const char* path);
 

@@ -34,6 +34,10 @@ public:
 void AddForkHook(ForkHook& hook, const ForkHold&);
 void RemoveForkHook(ForkHook& hook, const ForkHold&);
 
+/// Removes the hooks that lie in this memory or are for an object there: a stack that is given back while nobody
+/// destroys what is on it.
+void ForgetForkHooks(const void* begin, const void* end);
+
 /// The places of the process's locks. A thread that holds one may take those before it.
 enum class ForkRank { ThreadHandles, ThreadRegistry, Log, Count };
 

@@ -42,9 +42,13 @@ public:
             LockSlowly();
     }
     void Unlock() {
+        Abandon();
+        LowerShield();
+    }
+    /// Unlocks and leaves the shield as it is: in place of a holder that had lowered it and was then ended.
+    void Abandon() {
         if (m_state.exchange(Free, std::memory_order_release) == Contended)
             WakeOneWaiter(&m_state);
-        LowerShield();
     }
 
 private:
@@ -55,7 +59,7 @@ private:
     };
 
     // A waiter that is ended leaves the lock contended, which costs one wake in vain, and hands on a wake that was
-    // meant for it (PassOnWake).
+    // meant for it (AbandonWait).
     void LockSlowly() {
         while (m_state.exchange(Contended, std::memory_order_acquire) != Free) {
             LowerShield();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 /// Threads, each behind a handle that is counted and outlives it. Any thread may call any of these functions.
 namespace Platform {
@@ -35,6 +36,17 @@ int ThreadExitCode(const Thread& thread);
 /// The system's id of the thread; waits the moment that a new thread needs to know it. 0 if it never ran.
 unsigned int ThreadId(Thread& thread);
 unsigned int CurrentThreadId();
+
+/// Whether the process has one thread at this moment, so that nobody can come in between two steps of it. False where
+/// the system does not tell.
+extern const volatile char& s_isOnlyThread;
+inline bool IsOnlyThread() {
+    return s_isOnlyThread != 0;
+}
+
+/// What the system's tools show for the calling thread: as much of the text as they take (15 bytes here; a character
+/// of UTF-8 is not cut in two).
+void SetCurrentThreadName(std::string_view name);
 
 bool SetThreadPriority(Thread& thread, ThreadPriority priority);  ///< false when the system refuses
 bool GetThreadPriority(Thread& thread, ThreadPriority& priority); ///< false when the thread has ended

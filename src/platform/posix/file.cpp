@@ -41,6 +41,13 @@ std::int64_t TransferAll(std::int64_t count, int& error, Transfer transfer) {
     return done;
 }
 
+// What keeps a thing of this mode from being a file; 0 when it is one.
+int Refusal(mode_t mode) {
+    if (S_ISDIR(mode))
+        return EISDIR;
+    return S_ISFIFO(mode) || S_ISSOCK(mode) ? ESPIPE : 0;
+}
+
 } // namespace
 
 FileHandle OpenFile(const char* path, FileAccess access, int& error) {
@@ -54,12 +61,8 @@ FileHandle OpenFile(const char* path, FileAccess access, int& error) {
     if (!Report(descriptor >= 0, error))
         return NoFile;
     struct stat status = {};
-    if (Report(fstat(descriptor, &status) == 0, error)) {
-        if (S_ISDIR(status.st_mode))
-            error = EISDIR;
-        else if (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))
-            error = ESPIPE;
-    }
+    if (Report(fstat(descriptor, &status) == 0, error))
+        error = Refusal(status.st_mode);
     if (error != 0) {
         close(descriptor);
         return NoFile;
@@ -108,7 +111,7 @@ bool SyncFile(FileHandle file, int& error) {
 
 bool FileExists(const char* path) {
     struct stat status = {};
-    return stat(path, &status) == 0 && !S_ISDIR(status.st_mode);
+    return stat(path, &status) == 0 && Refusal(status.st_mode) == 0;
 }
 
 void RemoveFile(const char* path) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <pthread.h>
 
 #include "platform/globallock.h"
@@ -72,6 +73,12 @@ void ListenToForks() {
     static_cast<void>(s_registered);
 }
 
+void Unlink(ForkHook& hook) {
+    (hook.newer != nullptr ? hook.newer->older : s_newest) = hook.older;
+    if (hook.older != nullptr)
+        hook.older->newer = hook.newer;
+}
+
 } // namespace
 
 ForkHold::ForkHold() {
@@ -92,9 +99,21 @@ void AddForkHook(ForkHook& hook, const ForkHold&) {
 }
 
 void RemoveForkHook(ForkHook& hook, const ForkHold&) {
-    (hook.newer != nullptr ? hook.newer->older : s_newest) = hook.older;
-    if (hook.older != nullptr)
-        hook.older->newer = hook.newer;
+    Unlink(hook);
+}
+
+void ForgetForkHooks(const void* begin, const void* end) {
+    const auto lies = [=](const void* address) {
+        return !std::less<>()(address, begin) && std::less<>()(address, end);
+    };
+    s_hold.Lock();
+    for (ForkHook* hook = s_newest; hook != nullptr;) {
+        ForkHook* older = hook->older;
+        if (lies(hook) || lies(hook->object))
+            Unlink(*hook);
+        hook = older;
+    }
+    s_hold.Unlock();
 }
 
 void AddForkLock(ForkRank rank, const ForkLock& lock) {

@@ -1,6 +1,9 @@
 #include "toolkit/qzthreadmanager.h"
 
+#include <functional>
+#include <memory>
 #include <new>
+#include <string>
 
 #include "platform/forkhook.h"
 #include "platform/globallock.h"
@@ -21,6 +24,14 @@ const bool s_forks = [] {
     Platform::AddForkLock(Platform::ForkRank::ThreadRegistry, s_forkLock);
     return true;
 }();
+
+/// Equal for names that compare equal whatever their charset: also bytes that only look like letters are folded.
+std::size_t NameHash(const KeldMBString& name) {
+    std::string folded(name.View());
+    for (char& byte : folded)
+        byte = byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte - 'A' + 'a') : byte;
+    return std::hash<std::string>()(folded);
+}
 
 } // namespace
 
@@ -44,34 +55,47 @@ QzThreadEx* QzThreadManager::CreateThread(const KeldMBString& name, int (*func)(
     if (name.IsEmpty() || func == nullptr)
         return nullptr;
     const GlobalLock::Guard guard(s_lock);
-    if (Find(name) >= 0)
+    if (Find(name) != m_threads.end())
         return nullptr;
-    auto* thread = new QzThreadEx(name, func, arg, managed);
-    m_threads.Add(thread);
-    m_nActive = m_threads.GetSize();
-    return thread;
+    const std::uint64_t number = m_nLastNumber + 1;
+    try {
+        std::unique_ptr<QzThreadEx, void (*)(QzThreadEx*)> thread(new QzThreadEx(name, func, arg, managed),
+                                                                  [](QzThreadEx* failed) { delete failed; });
+        const auto known = m_numbers.emplace(NameHash(name), number);
+        try {
+            m_threads.emplace_hint(m_threads.end(), number, thread.get());
+        } catch (const std::bad_alloc&) {
+            m_numbers.erase(known);
+            return nullptr;
+        }
+        m_nLastNumber = number;
+        m_nActive = static_cast<int>(m_threads.size());
+        return thread.release();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 QzThreadEx* QzThreadManager::GetThread(const KeldMBString& name) {
     const GlobalLock::Guard guard(s_lock);
-    const int index = Find(name);
-    if (index >= 0)
-        return m_threads[index];
-    return m_threads.IsEmpty() ? nullptr : m_threads[m_threads.GetSize() - 1];
+    const auto found = Find(name);
+    if (found != m_threads.end())
+        return found->second;
+    return m_threads.empty() ? nullptr : m_threads.rbegin()->second;
 }
 
 void QzThreadManager::DestoryThread(const KeldMBString& name) {
     bool destroysItself = false;
     {
         const GlobalLock::Guard guard(s_lock);
-        const int index = Find(name);
-        if (index < 0)
+        const auto found = Find(name);
+        if (found == m_threads.end())
             return;
-        QzThreadEx* thread = m_threads[index];
+        QzThreadEx* thread = found->second;
         destroysItself = thread == ThreadHandle::GetCurrent().object;
         if (!destroysItself)
             ThreadHandle::Terminate(thread->m_handle);
-        Remove(index);
+        Remove(found);
         delete thread;
     }
     if (destroysItself) {
@@ -82,10 +106,10 @@ void QzThreadManager::DestoryThread(const KeldMBString& name) {
 
 bool QzThreadManager::CancleManaged(const KeldMBString& name) {
     const GlobalLock::Guard guard(s_lock);
-    const int index = Find(name);
-    if (index < 0)
+    const auto found = Find(name);
+    if (found == m_threads.end())
         return false;
-    m_threads[index]->m_bManaged = 0;
+    found->second->m_bManaged = 0;
     return true;
 }
 
@@ -98,11 +122,11 @@ int QzThreadManager::GetActiveCount() {
 }
 
 void QzThreadManager::DestoryManagedThread(const KeldMBString& name) {
-    const int index = Find(name);
-    if (index < 0 || m_threads[index]->m_bManaged == 0)
+    const auto found = Find(name, true);
+    if (found == m_threads.end())
         return;
-    QzThreadEx* thread = m_threads[index];
-    Remove(index);
+    QzThreadEx* thread = found->second;
+    Remove(found);
     delete thread;
 }
 
@@ -120,25 +144,36 @@ void QzThreadManager::Leave(QzThreadEx* thread, bool byExit) {
 
 void QzThreadManager::ReleaseAll() {
     const GlobalLock::Guard guard(s_lock);
-    for (QzThreadEx* thread : m_threads) {
+    for (const auto& [number, thread] : m_threads) {
         if (thread->m_owner.exchange(QzThreadEx::ThreadAlone) == QzThreadEx::NoThread)
             delete thread;
     }
-    m_threads = KeldArray<QzThreadEx*>();
+    m_threads.clear();
+    m_numbers.clear();
     m_nActive = 0;
 }
 
-int QzThreadManager::Find(const KeldMBString& name) const {
-    for (int i = 0; i < m_threads.GetSize(); ++i) {
-        if (m_threads[i]->m_strName.CompareNoCase(name) == 0)
-            return i;
+QzThreadManager::Threads::iterator QzThreadManager::Find(const KeldMBString& name, bool managedOnly) {
+    auto first = m_threads.end();
+    const auto [begin, end] = m_numbers.equal_range(NameHash(name));
+    for (auto candidate = begin; candidate != end; ++candidate) {
+        const auto thread = m_threads.find(candidate->second);
+        const bool fits =
+            thread->second->m_strName.CompareNoCase(name) == 0 && (!managedOnly || thread->second->m_bManaged != 0);
+        if (fits && (first == m_threads.end() || thread->first < first->first))
+            first = thread;
     }
-    return -1;
+    return first;
 }
 
-void QzThreadManager::Remove(int index) {
-    m_threads.RemoveAt(index);
-    m_nActive = m_threads.GetSize();
+void QzThreadManager::Remove(Threads::iterator thread) {
+    auto [candidate, end] = m_numbers.equal_range(NameHash(thread->second->m_strName));
+    while (candidate != end && candidate->second != thread->first)
+        ++candidate;
+    if (candidate != end)
+        m_numbers.erase(candidate);
+    m_threads.erase(thread);
+    m_nActive = static_cast<int>(m_threads.size());
 }
 
 } // namespace Qzc
