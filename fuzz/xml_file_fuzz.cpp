@@ -26,7 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             return 0; // iconv may read what it would not write
         QzMarkup loaded;
         loaded.Load(path.c_str());
-        Require(loaded.GetDoc() == again.GetDoc());
+        // A charset that has other bytes for ASCII does not tell its name.
+        Require(loaded.GetDoc() == again.GetDoc() || loaded.GetEncoding() != again.GetEncoding());
     } else {
         Require(again.Save(path.c_str()) && FuzzFile::Bytes() == bytes);
     }
