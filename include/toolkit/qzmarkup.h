@@ -161,9 +161,9 @@ public:
     class Attribute;
     class ElementRange;
     class AttributeRange;
-    Element TopElement() const;            ///< none (see Element) when the document is not well formed
-    ElementRange Children() const;         ///< of the main element
-    AttributeRange Attributes() const;     ///< of the main element
+    Element TopElement() const;             ///< none (see Element) when the document is not well formed
+    ElementRange Children() const;          ///< of the main element
+    AttributeRange Attributes() const;      ///< of the main element
     AttributeRange ChildAttributes() const; ///< of the child
 
     // ---- Editing
@@ -272,7 +272,7 @@ protected:
     int ParseElem(int iPosParent);        ///< the top element, for parent 0; its record, or -1 with the error text set
     int ParseNode(TokenPos& token) const; ///< at a '<': steps over what is no element; its NodeType
     int ParseError(const char* szError,
-                   const char* szName);     ///< sets the error text, formatted with the name; -1
+                   const char* szName);                 ///< sets the error text, formatted with the name; -1
     KeldMBString GetToken(const TokenPos& token) const; ///< as it stands
     static bool FindToken(TokenPos& token); ///< the next name, quoted string or single delimiter; false at the end
     static bool FindAny(const char* szDoc, int& nChar); ///< steps over white space; false at the end

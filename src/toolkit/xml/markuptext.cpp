@@ -85,10 +85,11 @@ bool MarkupText::Splice(int offset, int count, std::string_view insert) {
         m_tail += right - m_front;
         m_tailLength -= right - m_front;
         m_front = right;
-        m_text.Replace(left, KeldMBString::MaxLength, insert);
-    } else {
-        m_text.Replace(left, right - left, insert);
     }
+    if (left != m_text.GetLength() || right != left)
+        m_text.Replace(left, right - left, insert);
+    else
+        m_text.Append(insert);
     const int inserted = static_cast<int>(insert.size());
     m_front += inserted - (right - left);
     m_length = kept + inserted;

@@ -6,7 +6,7 @@
 
 #include "toolkit/qztoolkit.h"
 #include "toolkit/xml/attributenames.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 
 namespace Qzc {

@@ -1,12 +1,13 @@
 // QzMarkup's editing: from markup and texts to splices of the text and changes of the records.
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <utility>
 
 #include "toolkit/qzmarkup.h"
 #include "toolkit/xml/attributenames.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 #include "toolkit/xml/xmltext.h"
 
@@ -226,9 +227,9 @@ unsigned char QzMarkup::InsertTopMarkup(const KeldMBString& text) {
 }
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, int nValue) {
-    KeldMBString value;
-    value.Format("%d", nValue);
-    return SetAttrib(iPos, szAttrib, value.Cstr());
+    char value[16] = {};
+    std::to_chars(value, value + sizeof(value) - 1, nValue);
+    return SetAttrib(iPos, szAttrib, value);
 }
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* szValue) {
@@ -275,7 +276,7 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute)
     constexpr int Many = 64;
     const bool noted = m_attributeNames != nullptr && m_attributeNames->iPos == iPos &&
                        m_attributeNames->nChanges == m_text->Changes();
-    if (noted && m_attributeNames->names.emplace(name).second)
+    if (noted && m_attributeNames->Add(name))
         return false;
     int count = 0;
     for (const Attribute& one : AttributesOf(iPos)) {
@@ -285,13 +286,13 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute)
             return true;
         }
     }
-    if (count >= Many) {
+    if (!noted && count >= Many) {
         m_attributeNames = std::make_unique<AttributeNames>();
         m_attributeNames->iPos = iPos;
         for (const Attribute& one : AttributesOf(iPos))
-            m_attributeNames->names.emplace(one.m_name);
-        m_attributeNames->names.emplace(name);
-    } else {
+            m_attributeNames->Add(one.m_name);
+        m_attributeNames->Add(name);
+    } else if (!noted) {
         m_attributeNames.reset();
     }
     return false;
@@ -389,12 +390,22 @@ int QzMarkup::LocateNew(int iPosParent, int iPosRel, unsigned char bInsert) cons
 }
 
 int QzMarkup::SkipLineEnd(int nOffset) const {
-    int n = nOffset;
-    while (*m_text->At(n) == ' ' || *m_text->At(n) == '\t')
+    int n = m_text->Cut(nOffset);
+    const char* p = m_text->At(n);
+    const auto step = [&] {
         ++n;
-    if (*m_text->At(n) == '\r' && *m_text->At(n + 1) == '\n')
-        ++n;
-    return m_text->Cut(*m_text->At(n) == '\n' ? n + 1 : nOffset);
+        ++p;
+        if (*p == '\0') // another piece of the text may follow
+            p = m_text->At(n);
+    };
+    while (*p == ' ' || *p == '\t')
+        step();
+    if (*p == '\r') {
+        step();
+        if (*p != '\n')
+            return m_text->Cut(nOffset);
+    }
+    return m_text->Cut(*p == '\n' ? n + 1 : nOffset);
 }
 
 int QzMarkup::TagBodyEnd(int iPos) const {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "toolkit/qzmarkup.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 #include "toolkit/xml/xmltext.h"
 

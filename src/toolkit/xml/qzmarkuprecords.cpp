@@ -9,37 +9,15 @@
 #include <utility>
 
 #include "toolkit/qzmarkup.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 
 namespace Qzc {
-
-int QzMarkup::FromStart(int offset) const {
-    return offset < 0 ? offset + m_text->GetLength() : offset;
-}
 
 QzMarkup::ElementPos QzMarkup::GetElementPos(int i) const {
     ElementPos pos = Pos(i);
     for (int* const offset : {&pos.nStartL, &pos.nStartR, &pos.nEndL, &pos.nEndR})
         *offset = FromStart(*offset);
     return pos;
-}
-
-QzMarkup::Tag QzMarkup::TagBehind(Tag tag) const {
-    if (tag.isEnd || IsEmptyElement(tag.iPos))
-        return TagBehindElement(tag.iPos);
-    const int iChild = Pos(tag.iPos).iElemChild;
-    return iChild != 0 ? Tag{iChild, false} : Tag{tag.iPos, true};
-}
-
-QzMarkup::Tag QzMarkup::TagBehindElement(int iPos) const {
-    const ElementPos& pos = Pos(iPos);
-    return pos.iElemNext != 0 ? Tag{pos.iElemNext, false} : Tag{pos.iElemParent, true};
-}
-
-int QzMarkup::TagOffset(Tag tag) const {
-    if (tag.iPos == 0)
-        return m_text->GetLength();
-    return tag.isEnd ? EndL(tag.iPos) : StartL(tag.iPos);
 }
 
 template <class Move>
@@ -70,7 +48,9 @@ void QzMarkup::TellFromEnd(Tag first, int nShift) {
         const ElementPos& pos = Pos(tag.iPos);
         if ((tag.isEnd ? pos.nEndL : pos.nStartL) < 0)
             break;
-        MoveTag(tag, [=](int offset) { return offset < 0 ? offset : static_cast<int>(std::int64_t{offset} - length + nShift); });
+        MoveTag(tag, [=](int offset) {
+            return offset < 0 ? offset : static_cast<int>(std::int64_t{offset} - length + nShift);
+        });
     }
     m_fromEnd = first;
 }
