@@ -4,7 +4,10 @@
 // Records: a million records of the kinds 0, 1 and 2 in turn, saved and loaded again. Every contender writes
 // the same fields in the same order, the symbols only where there are any (one style in four has one), into
 // memory that was reserved before; each record is loaded into one and the same style. A record of QzStyle has
-// its size word in front and is loaded through a stream of its own, as callers do; the others need neither.
+// its size word in front, which is checked; the others have none.
+//
+// The same with 3D attributes behind every record: a record of QzStyle is then loaded into a style that has
+// them, as a layer that is read has.
 //
 // XML: one element with a child for each field, built, turned into text, parsed and read into a style.
 // QzMarkup's text has line breaks, pugixml writes its own without any, its cheapest form.
@@ -29,7 +32,7 @@ namespace {
 
 constexpr int Records = 1000000;
 constexpr int Styles = 999;
-constexpr std::int64_t Room = 96LL * Records;
+constexpr std::int64_t Room = 256LL * Records;
 
 struct PlainSymbol {
     std::vector<unsigned char> bytes;
@@ -115,6 +118,67 @@ void VisitRecord(Style& style, int kind, Visitor& visit) {
         visit(style.fillSymbol);
 }
 
+/// The 3D attributes that records hold.
+struct Plain3D {
+    std::int32_t stamp = 0;
+    std::int32_t altitudeMode = 0;
+    double bottomAltitude = 0;
+    double extendHeight = 0;
+    std::uint32_t pointColor = 0xFFFFFFFF;
+    std::uint32_t lineColor = 0xFFFFFFFF;
+    std::uint32_t fillColor = 0xFFFFFFFF;
+    float pointSize = 4;
+    std::string iconName;
+    float iconScale = 1;
+    double iconAnchor[2] = {0, 0};
+    std::uint8_t isMarker3D = 0;
+    std::int32_t billboardMode = 0;
+    std::uint8_t fixedPixelSize = 1;
+    double scaleAndRotation[6] = {1, 1, 1, 0, 0, 0};
+    std::string sideTexture;
+    std::string topTexture;
+    float tiling[4] = {1, 1, 1, 1};
+    std::int32_t fill3DMode = 1;
+    std::uint32_t pipeSides = 20;
+    std::uint8_t fillet = 0;
+    std::uint8_t tessellate = 0;
+};
+
+template <class Block, class Visitor>
+void VisitBlock(Block& block, int kind, Visitor& visit) {
+    visit(block.stamp);
+    visit(block.altitudeMode);
+    visit(block.bottomAltitude);
+    visit(block.extendHeight);
+    if (kind == 0) {
+        visit(block.pointColor);
+        visit(block.pointSize);
+        visit(block.iconName);
+        visit(block.iconScale);
+        visit(block.iconAnchor[0]);
+        visit(block.iconAnchor[1]);
+        visit(block.isMarker3D);
+        visit(block.billboardMode);
+        visit(block.fixedPixelSize);
+        for (auto& value : block.scaleAndRotation)
+            visit(value);
+        return;
+    }
+    visit(block.lineColor);
+    visit(block.fillColor);
+    visit(block.sideTexture);
+    if (kind == 2)
+        visit(block.topTexture);
+    for (int i = 0; i < 2 * kind; ++i)
+        visit(block.tiling[i]);
+    visit(block.fill3DMode);
+    if (kind == 1) {
+        visit(block.pipeSides);
+        visit(block.fillet);
+        visit(block.tessellate);
+    }
+}
+
 std::uint32_t Length(const PlainSymbol& symbol) {
     return static_cast<std::uint32_t>(symbol.bytes.size());
 }
@@ -140,6 +204,24 @@ Qzc::QzStyle MakeStyle(int i) {
         style.SetLineSymbolStyle(symbol, length, 1, 1);
     }
     return style;
+}
+
+void Set3D(Qzc::QzStyle& style) {
+    style.SetIconName("lighthouse.png");
+    style.SetSideTexture("bricks.png");
+    style.SetTopTexture("tiles.png");
+    style.SetExtendHeight(12.5F);
+    style.SetPointColor(Qzc::QzColorValue3D::Red);
+}
+
+Plain3D ToPlain3D(const Qzc::QzStyle& style) {
+    Plain3D plain;
+    plain.iconName = style.GetIconName().Cstr();
+    plain.sideTexture = style.GetSideTexture().Cstr();
+    plain.topTexture = style.GetTopTexture().Cstr();
+    plain.extendHeight = style.GetExtendHeight();
+    plain.pointColor = style.GetPointColor().GetValue();
+    return plain;
 }
 
 PlainStyle ToPlain(const Qzc::QzStyle& style) {
@@ -173,6 +255,16 @@ const std::vector<Qzc::QzStyle>& QzStyles() {
     return s_styles;
 }
 
+const std::vector<Qzc::QzStyle>& QzStyles3D() {
+    static const std::vector<Qzc::QzStyle> s_styles = [] {
+        std::vector<Qzc::QzStyle> styles = QzStyles();
+        for (Qzc::QzStyle& style : styles)
+            Set3D(style);
+        return styles;
+    }();
+    return s_styles;
+}
+
 const std::vector<PlainStyle>& PlainStyles() {
     static const std::vector<PlainStyle> s_styles = [] {
         std::vector<PlainStyle> styles;
@@ -185,29 +277,23 @@ const std::vector<PlainStyle>& PlainStyles() {
 
 // ---- Records
 
-void SaveQz(benchmark::State& state) {
+void SaveQz(benchmark::State& state, const std::vector<Qzc::QzStyle>& styles) {
     Qzc::QzMemoryStream stream;
     stream.Reserve(Room);
     for (auto _ : state) {
         stream.Seek(0);
         for (int i = 0; i < Records; ++i)
-            QzStyles()[static_cast<std::size_t>(i % Styles)].Save(stream, i % 3);
+            styles[static_cast<std::size_t>(i % Styles)].Save(stream, i % 3);
         stream.Seek(0);
         Qzc::QzStyle style;
-        for (int i = 0; i < Records; ++i) {
-            std::uint32_t size = 0;
-            stream >> size;
-            const std::int64_t position = stream.GetPosition();
-            Qzc::QzMemoryStream record(stream.GetData() + position, size - 4);
-            style.Load(record, i % 3);
-            stream.Seek(position + size - 4);
-        }
+        for (int i = 0; i < Records; ++i)
+            Qzc::QzStyle::LoadNext(stream, i % 3, style);
         benchmark::DoNotOptimize(style);
         if (stream.GetRemaining() != 0)
             state.SkipWithError("the records do not load");
     }
 }
-BENCHMARK(SaveQz)->Name("records/save and load/QzStyle")->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(SaveQz, plain, QzStyles())->Name("records/save and load/QzStyle")->Unit(benchmark::kMillisecond);
 
 struct QtWriter {
     QDataStream& stream;
@@ -223,6 +309,18 @@ struct QtWriter {
                                 static_cast<int>(symbol.bytes.size()));
             stream << symbol.version;
         }
+    }
+    void operator()(const std::string& text) {
+        stream << static_cast<quint32>(text.size());
+        stream.writeRawData(text.data(), static_cast<int>(text.size()));
+    }
+    void operator()(float value) {
+        stream.setFloatingPointPrecision(QDataStream::SinglePrecision);
+        stream << value;
+    }
+    void operator()(double value) {
+        stream.setFloatingPointPrecision(QDataStream::DoublePrecision);
+        stream << value;
     }
 };
 
@@ -241,6 +339,20 @@ struct QtReader {
             stream.readRawData(reinterpret_cast<char*>(symbol.bytes.data()), static_cast<int>(length));
             stream >> symbol.version;
         }
+    }
+    void operator()(std::string& text) {
+        quint32 length = 0;
+        stream >> length;
+        text.resize(length);
+        stream.readRawData(text.data(), static_cast<int>(length));
+    }
+    void operator()(float& value) {
+        stream.setFloatingPointPrecision(QDataStream::SinglePrecision);
+        stream >> value;
+    }
+    void operator()(double& value) {
+        stream.setFloatingPointPrecision(QDataStream::DoublePrecision);
+        stream >> value;
     }
 };
 
@@ -267,6 +379,42 @@ void SaveQt(benchmark::State& state) {
     }
 }
 BENCHMARK(SaveQt)->Name("records/save and load/QDataStream")->Unit(benchmark::kMillisecond);
+
+void SaveQt3D(benchmark::State& state) {
+    QByteArray bytes;
+    bytes.reserve(static_cast<int>(Room));
+    std::vector<Plain3D> blocks;
+    for (const Qzc::QzStyle& style : QzStyles3D())
+        blocks.push_back(ToPlain3D(style));
+    for (auto _ : state) {
+        {
+            QDataStream stream(&bytes, QIODevice::WriteOnly);
+            stream.setByteOrder(QDataStream::LittleEndian);
+            QtWriter writer{stream};
+            for (int i = 0; i < Records; ++i) {
+                VisitRecord(PlainStyles()[static_cast<std::size_t>(i % Styles)], i % 3, writer);
+                VisitBlock(blocks[static_cast<std::size_t>(i % Styles)], i % 3, writer);
+            }
+        }
+        QDataStream stream(bytes);
+        stream.setByteOrder(QDataStream::LittleEndian);
+        QtReader reader{stream};
+        PlainStyle style;
+        Plain3D block;
+        for (int i = 0; i < Records; ++i) {
+            VisitRecord(style, i % 3, reader);
+            VisitBlock(block, i % 3, reader);
+        }
+        benchmark::DoNotOptimize(style);
+        benchmark::DoNotOptimize(block);
+        if (stream.status() != QDataStream::Ok || !stream.atEnd())
+            state.SkipWithError("the records do not load");
+    }
+}
+BENCHMARK_CAPTURE(SaveQz, with3D, QzStyles3D())
+    ->Name("records/save and load with 3D/QzStyle")
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(SaveQt3D)->Name("records/save and load with 3D/QDataStream")->Unit(benchmark::kMillisecond);
 
 struct BoostWriter {
     boost::archive::binary_oarchive& archive;
@@ -483,6 +631,62 @@ void XmlPugi(benchmark::State& state) {
     }
 }
 BENCHMARK(XmlPugi)->Name("xml/out and in/pugixml");
+
+// ---- A symbol of 1 MiB
+
+Qzc::QzStyle WithLargeSymbol() {
+    constexpr std::size_t Length = (1 << 20) - 1; // no multiple of 4, so that all of it is in the text
+    std::vector<unsigned char> bytes(Length);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<unsigned char>(i * 7 + i / 256);
+    Qzc::QzStyle style;
+    style.SetMarkSymbolStyle(bytes.data(), static_cast<unsigned int>(Length), 1, 1);
+    return style;
+}
+
+void SymbolXmlQz(benchmark::State& state) {
+    const Qzc::QzStyle source = WithLargeSymbol();
+    Qzc::QzStyle style;
+    for (auto _ : state) {
+        style.FromXML(source.ToXML(0, ""), 0);
+        if (style != source)
+            state.SkipWithError("the text does not read back");
+    }
+}
+BENCHMARK(SymbolXmlQz)->Name("xml/out and in, symbol of 1 MiB/QzStyle")->Unit(benchmark::kMillisecond);
+
+int HexDigit(char c) {
+    return c <= '9' ? c - '0' : c - 'A' + 10;
+}
+
+void SymbolXmlPugi(benchmark::State& state) {
+    const PlainStyle source = ToPlain(WithLargeSymbol());
+    PlainStyle style;
+    for (auto _ : state) {
+        std::string hex;
+        hex.reserve(2 * source.markerSymbol.bytes.size());
+        for (const unsigned char byte : source.markerSymbol.bytes) {
+            hex += "0123456789ABCDEF"[byte >> 4];
+            hex += "0123456789ABCDEF"[byte & 15];
+        }
+        pugi::xml_document out;
+        pugi::xml_node block = out.append_child("zpl:Style").append_child("zpl:CustomMarkerSymbol");
+        block.append_child("zpl:MarkerSymbolString").text().set(hex.c_str());
+        StringWriter writer;
+        out.save(writer, "", pugi::format_raw | pugi::format_no_declaration);
+
+        pugi::xml_document in;
+        in.load_buffer(writer.text.data(), writer.text.size());
+        const char* const text = in.first_child().first_child().first_child().text().get();
+        style.markerSymbol.bytes.clear();
+        style.markerSymbol.version = 1;
+        for (const char* c = text; *c != 0 && c[1] != 0; c += 2)
+            style.markerSymbol.bytes.push_back(static_cast<unsigned char>(HexDigit(c[0]) << 4 | HexDigit(c[1])));
+        if (!(style.markerSymbol == source.markerSymbol))
+            state.SkipWithError("the text does not read back");
+    }
+}
+BENCHMARK(SymbolXmlPugi)->Name("xml/out and in, symbol of 1 MiB/pugixml")->Unit(benchmark::kMillisecond);
 
 } // namespace
 

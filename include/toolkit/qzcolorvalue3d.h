@@ -13,7 +13,8 @@ public:
     constexpr QzColorValue3D(double r, double g, double b, double a = 1) : red(r), green(g), blue(b), alpha(a) {}
 
     /// From a packed value: red in the low byte, then green, blue and alpha. The colours that KELDRGB makes
-    /// have no alpha byte, so they come out fully transparent; set `alpha` where that is not meant.
+    /// have no alpha byte, so they come out fully transparent; set `alpha`, or the top byte, where that is not
+    /// meant.
     constexpr explicit QzColorValue3D(std::uint32_t value)
         : red(Part(value)), green(Part(value >> 8)), blue(Part(value >> 16)), alpha(Part(value >> 24)) {}
 
@@ -22,8 +23,9 @@ public:
         return Byte(red) | Byte(green) << 8 | Byte(blue) << 16 | Byte(alpha) << 24;
     }
 
+    /// A part that is no number is equal to one that is none either.
     friend constexpr bool operator==(const QzColorValue3D& a, const QzColorValue3D& b) {
-        return a.red == b.red && a.green == b.green && a.blue == b.blue && a.alpha == b.alpha;
+        return IsSame(a.red, b.red) && IsSame(a.green, b.green) && IsSame(a.blue, b.blue) && IsSame(a.alpha, b.alpha);
     }
     friend constexpr bool operator!=(const QzColorValue3D& a, const QzColorValue3D& b) { return !(a == b); }
 
@@ -40,6 +42,7 @@ public:
     double alpha = 1;
 
 private:
+    static constexpr bool IsSame(double a, double b) { return a == b || (a != a && b != b); }
     static constexpr double Part(std::uint32_t value) { return (value & 0xFF) / 255.0; }
     static constexpr std::uint32_t Byte(double part) {
         // Written so that what is no number counts as 0.

@@ -74,21 +74,41 @@ public:
     /// nothing set, where there is no such place.
     unsigned char GetErrorPosition(int& line, int& column) const;
 
-    /// Reads a file and converts it from the encoding that its declaration names to the current charset, then
-    /// parses. The name may stand in either kind of quotes and need not be the declaration's last word. An
-    /// encoding that is not known, or bytes that are no text of it, leave the text as it was read. A
-    /// byte-order mark (UTF-8) is dropped and counts as a declaration where there is no other. A file that
-    /// cannot be read leaves the document as it was; one that cannot be opened is also recorded in the log.
+    /// Reads a file, converts it to the current charset and parses. The encoding is that of a byte-order mark of
+    /// UTF-16 or UTF-32, else the one that the declaration names, in either kind of quotes and not necessarily as
+    /// its last word, else UTF-8 where there is its mark, else the current charset. The mark is no part of the
+    /// text. An encoding that is not known, or bytes that are no text of it, leave the text as it was read (see
+    /// IsConverted); the result tells of the parsing alone. A file that cannot be read leaves the document as it
+    /// was; one that cannot be opened is also recorded in the log.
     unsigned char Load(const char* szFileName);
 
-    /// Writes the document in its encoding (see SetEncoding), with a declaration that names it: one is put in
-    /// front where there is none, and replaced where the encoding is not the current charset; a document in
-    /// the current charset keeps the declaration that it has, whatever that says. The declaration becomes
-    /// part of the document's own text, but the records are not moved for it, so until the next SetDoc or
-    /// Load what is read from elements is not to be relied on: save last. A text that the encoding cannot
-    /// hold is not written (false, the file and the document are as they were). An unknown encoding is
-    /// written as the text stands.
+    /// Whether the text is in the current charset: 0 after Load could not convert the file, until the next
+    /// SetDoc, Load or SetEncoding. Text that is put into such a document is written as it is passed in.
+    unsigned char IsConverted() const;
+
+    /// Writes the document in its encoding (see SetEncoding); safely, as QzFile::ReplaceAll does: what fails
+    /// leaves the file and the document as they were, a text that the encoding cannot hold among them. A UTF-8
+    /// byte-order mark that Load met is written again; UTF-16 and UTF-32 always have one, and are declared by
+    /// these names. A document that is not converted is written as it was read, under its own declaration, and
+    /// one of unknown encoding as its text stands.
+    ///
+    /// All others are made to say what they are written in. What counts as the declaration is the first
+    /// "<?...?>", wherever it stands:
+    /// - Without one, a declaration and a line break are put in front.
+    /// - When the encoding is not the current charset, a declaration takes its place: that of an
+    ///   <?xml-stylesheet?> in front, too, and that of an instruction in mid-document, if that is the first.
+    /// - In the current charset all stays as it is, but for a declaration that names a charset by which the file
+    ///   would be misread. That is replaced, or, if it stands in another instruction, one is put in front.
+    ///
+    /// The change becomes part of the document's own text, but the records are not moved for it, so until the
+    /// next SetDoc or Load what is read from elements is not to be relied on: save last.
     unsigned char Save(const char* szFileName);
+
+    /// Writes what Save would, laid out for people: elements, comments and instructions on lines of their own,
+    /// indented by a tab a level (at most 16). An element that holds text or no element at all, or that says
+    /// xml:space="preserve", is written as it stands with all that is in it; so is what is behind the top
+    /// element. Only a well-formed document is written. The document itself is not changed.
+    unsigned char SaveIndented(const char* szFileName);
 
     KeldMBString GetXMLFileHeader() const; ///< the declaration for the document's encoding, without a line break
     KELDCharset::Charset GetEncoding() const { return m_encoding; } ///< `Unknown` after Load met a name not known
@@ -384,6 +404,9 @@ private:
                                const ElementPos* only = nullptr);
     unsigned char InsertTopMarkup(const KeldMBString& text);
     unsigned char ReplaceContent(int iPos, const KeldMBString& content, bool bNeedsElement = false);
+    unsigned char SaveAs(const char* szFileName, bool bIndented);
+    bool SetIndented(KeldMBString text); ///< of this object only the text and the error are good for anything then
+    bool CanBeIndented(int iPos) const;
     int SkipLineEnd(int nOffset) const; ///< behind the line break when only blanks stand before it, else nOffset
     void Swap(QzMarkup& other) noexcept;
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -16,6 +17,8 @@
 #include "toolkit/qzstyleex.h"
 
 namespace Qzc {
+
+class RecordSource;
 
 /// How a geometry is drawn: the marker of a point, the stroke of a line, the fill of a region, with a symbol
 /// of one's own for each, and three-dimensional attributes where they are needed. A value: copied, compared
@@ -79,7 +82,8 @@ public:
         return *a.m_pStyleEx == *b.m_pStyleEx;
     }
 
-    /// Equal for equal styles, on every platform. Symbols and 3D attributes take no part.
+    /// Equal for equal styles, on every platform, and spread over all bits; std::hash<QzStyle> is made of it.
+    /// Symbols and 3D attributes take no part. May differ between versions of this library.
     int GetHashCode() const;
     int GetHashCodeWithoutAngle() const; ///< the same for styles that differ in the marker angle only
 
@@ -125,7 +129,10 @@ public:
     unsigned int GetFillForeColor() const { return m_nFillForeColor; }
     /// The fill colour of the 3D attributes, if there are any, follows and keeps its alpha.
     void SetFillForeColor(unsigned int color);
-    unsigned char GetFillBackOpaque() const { return m_bFillBackOpaque; } ///< whether the back is painted
+    /// Whether the back is painted. The record of a region keeps this in the top byte of the back colour, and
+    /// a reader takes the whole word for the colour: a region whose back is not painted does not load back
+    /// equal, and before its back is painted again the colour must be set again.
+    unsigned char GetFillBackOpaque() const { return m_bFillBackOpaque; }
     void SetFillBackOpaque(unsigned char opaque) { m_bFillBackOpaque = Flag(opaque); }
     unsigned char GetFillOpaqueRate() const { return m_nFillOpaqueRate; } ///< percent
     void SetFillOpaqueRate(unsigned char percent) { m_nFillOpaqueRate = percent; }
@@ -141,10 +148,10 @@ public:
 
     // ---- Symbols of one's own: bytes that the style keeps and does not look into
     //
-    // A null pointer raises the assertion. It, a length of 0 and a length that no memory can be had for give
-    // false and change nothing. With `copy` the bytes are copied; without it the style takes over the buffer,
-    // which `new unsigned char[]` made, when the result is true. A stream gives all of its bytes, wherever
-    // its position is, and stays as it is. What the getters point to is valid until the symbol changes.
+    // A null pointer raises the assertion. It, a length of 0, one of 2^31 and more, and one that no memory can
+    // be had for give false and change nothing. With `copy` the bytes are copied; without it the style takes over the
+    // buffer, which `new unsigned char[]` made, when the result is true. A stream gives all of its bytes, wherever its
+    // position is, and stays as it is. What the getters point to is valid until the symbol changes.
 
     unsigned char SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length, unsigned int version,
                                      unsigned char copy);
@@ -173,8 +180,9 @@ public:
     void ClearSymbolStyle3D() { m_pStyleEx.reset(); } ///< drops the 3D attributes
     void ClearSymbolStyle();                          ///< drops the symbols and the 3D attributes
 
-    // ---- Three-dimensional attributes: made by the first setter called; until then getters give the
-    // defaults
+    // ---- Three-dimensional attributes: made by the first setter called, whatever it sets (so also by
+    // SetModifiedFlag(0)); until then getters give the defaults. Pointers and references that the getters give
+    // end with ClearSymbolStyle3D, ClearSymbolStyle, an assignment to the style, and the style.
 
     const QzStyleEx* GetStyleEx() const { return m_pStyleEx.get(); } ///< null: none; the style owns them
     QzStyleEx* GetStyleEx() { return m_pStyleEx.get(); }
@@ -244,8 +252,8 @@ public:
     unsigned char IsTessellate() const { return StyleEx().IsTessellate(); }
     void SetTessellate(unsigned char tessellate) { NeedStyleEx().SetTessellate(tessellate); }
 
-    /// Sets the 3D colours from the 2D ones: line and point from the line colour, fill from the fill fore
-    /// colour. Alpha is the colour's top byte, which KELDRGB leaves 0: fully transparent.
+    /// Sets the 3D colours from the 2D ones, opaque: line and point from the line colour, fill from the fill
+    /// fore colour.
     void Convert2DTo3DStyle();
     /// Sets line colour and fill fore colour from the 3D ones, if there are any, without their alpha.
     void Convert3DTo2DStyle();
@@ -255,40 +263,56 @@ public:
     void ToKeldStyle(KeldStyle& style) const;
     void FromKeldStyle(const KeldStyle& style); ///< symbols stay; 3D colours follow as with the setters
 
-    // ---- Streams. Failed transfers are remembered by the stream (IsGood).
+    // ---- Streams. Failed transfers are remembered by the stream (IsGood); a style that is not wholly there, in
+    // whatever form, changes nothing.
 
     /// Appends the record of a geometry kind (0 point, 1 line, 2 region, 3 and 4 model: 3D attributes only),
     /// which starts with its size in bytes, then the 3D attributes if there are any. Only the fields that the
-    /// kind draws with are in it.
+    /// kind draws with are in it. Any other kind gives a size of 0, and no record that can be read. A record
+    /// of 4 GiB and more is not written: the stream fails.
     void Save(QzStream& stream, int kind) const;
 
-    /// Reads the record of a kind from a stream that holds nothing behind it, and that stands behind the size
-    /// word:
-    ///     std::uint32_t size = 0;
-    ///     stream >> size;
-    ///     QzMemoryStream record(bytes, size - 4);
-    ///     style.Load(record, kind);
-    /// Fields that are not in the record keep their values; bytes behind the fields are 3D attributes. Bytes
-    /// that are missing count as 0. A symbol longer than what the stream still holds is dropped, and reading
-    /// ends there. The size of the record as Save would now write it, without the size word.
+    /// Reads the record of a kind that the stream stands at, as Save wrote it, and leaves the stream behind it:
+    ///     QzStyle style;
+    ///     while (QzStyle::LoadNext(stream, kind, style))
+    ///         Draw(style);
+    ///     if (!stream.IsGood())
+    ///         Report("a record is damaged");
+    /// Fields that are not in the record keep their values. 1; 0 at the end of the stream, which is then still
+    /// good. 0 also for a failed read, where the style stays as it was: a size that cannot be (below 4, or
+    /// beyond the stream's end) leaves the stream before it; a record that does not hold what its kind needs
+    /// is passed, so that after ClearFailure the next one can be read.
+    static unsigned char LoadNext(QzStream& stream, int kind, QzStyle& style);
+    /// Passes a record of any kind without looking into it; 0 where LoadNext finds the end or no possible size.
+    static unsigned char SkipNext(QzStream& stream);
+
+    /// Reads the record of a kind from a stream that stands behind the size word and holds nothing behind the
+    /// record: whatever follows the kind's fields is taken for 3D attributes. LoadNext does that for records
+    /// in a row. Fields that are not in the record keep their values. A record that is not wholly there, or
+    /// has a symbol or a name longer than what the stream still holds, is a failed read and changes nothing.
+    /// The size of the record as Save would now write it, without the size word; at most 2^31-1.
     int Load(QzStream& stream, int kind);
 
     /// Appends the record of fixed size: marker, line and fill, without the marker's width and height,
     /// symbols and 3D attributes.
     void SaveAll(QzStream& stream) const;
     /// Reads that record. From a size of 36, which older writers wrote, to 43 bytes the fill's opacity and
-    /// gradient keep their values; below 36 nothing is read, and the result is false.
+    /// gradient keep their values; below 36 nothing is read, and the result is false. It tells nothing of what
+    /// the stream held: ask the stream.
     unsigned char LoadAll(QzStream& stream, int size);
     static unsigned int GetStoreSize() { return 44; } ///< the bytes that SaveAll writes
 
-    unsigned int GetStyleSize(int kind) const; ///< the bytes that Save writes, for the kinds 0 to 4
+    /// The bytes that Save writes, for the kinds 0 to 4; 0 for 4 GiB and more.
+    unsigned int GetStyleSize(int kind) const;
 
     // ---- XML
 
     /// One element named `tag`, in the current charset, in one of two dialects: version 20031211, with the
-    /// element "zpl:GeoStyle", or version 0 and all newer ones, with "zpl:Style". Empty when `tag` is not
-    /// empty and no name. The older dialect has neither the marker's width and height nor 3D attributes; both
-    /// keep decimals with the precision of their text, and symbols as ByteConver2String does.
+    /// element "zpl:GeoStyle", or version 0 and all newer ones, with "zpl:Style". The older dialect has neither
+    /// the marker's width and height nor 3D attributes; both keep decimals with the precision of their text,
+    /// and symbols as ByteConver2String does: docs/styles.md lists what is lost. Empty, for what cannot be
+    /// written: a `tag` that is neither empty nor an XML name, a symbol of more than
+    /// QzMarkup::MaxValueLength / 2 bytes, 3D attributes whose ToXML is empty.
     KeldMBString ToXML(int nVersion, const KeldMBString& tag) const;
 
     /// Reads such an element; its name does not matter. Children are found in the order in which ToXML writes
@@ -340,8 +364,13 @@ private:
             nLength = 0;
         }
         void Save(QzStream& stream) const;
-        bool Load(QzStream& stream, std::uint32_t length);
-        std::uint32_t GetStoreSize() const { return pBytes != nullptr ? nLength + 4 : 0; }
+        bool Load(RecordSource& source, std::uint32_t length);
+        Symbol Next() const { ///< empty, to load into; a record without bytes has no version either
+            Symbol next;
+            next.nVersion = nVersion;
+            return next;
+        }
+        std::uint64_t GetStoreSize() const { return pBytes != nullptr ? std::uint64_t{nLength} + 4 : 0; }
         static bool AreSame(const Symbol& a, const Symbol& b) {
             if (a.pBytes == nullptr || b.pBytes == nullptr)
                 return a.pBytes == b.pBytes;
@@ -391,7 +420,11 @@ private:
     static const QzStyleEx& DefaultStyleEx();
     const QzStyleEx& StyleEx() const { return m_pStyleEx != nullptr ? *m_pStyleEx : DefaultStyleEx(); }
     QzStyleEx& NeedStyleEx();
-    KeldMBString ToXML2003(const char* tag) const;
+    std::uint32_t HashWithoutAngle() const;
+    std::uint64_t RecordSize(int kind) const;
+    bool LoadRecord(QzStream& stream, std::int64_t end, int kind); ///< up to a position in the stream
+    bool LoadBlock(QzStream& stream, std::int64_t end, int kind);
+    KeldMBString ToXML2003(const KeldMBString& tag) const;
     void FromXML2003(const KeldMBString& xml);
 
     std::uint32_t m_nFixedColor = KELDRGB(255, 255, 255);
@@ -421,3 +454,11 @@ private:
 };
 
 } // namespace Qzc
+
+/// For unordered tables keyed by style.
+template <>
+struct std::hash<Qzc::QzStyle> {
+    std::size_t operator()(const Qzc::QzStyle& style) const noexcept {
+        return static_cast<std::size_t>(static_cast<std::uint32_t>(style.GetHashCode()));
+    }
+};

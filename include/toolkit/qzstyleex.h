@@ -20,7 +20,8 @@ enum QzBillBoardMode : std::int32_t { SCREEN_ALIGNED = 0, AUTO_Z_AXIAL = 1, FIXE
 enum QzLineStyle3D : std::int32_t { LINE_SIMPLE = 0, LINE_PIPELINE = 1 };
 
 /// The three-dimensional attributes of a drawing style: a value, copied and compared by value. A QzStyle owns
-/// one when it needs it.
+/// one when it needs it; a reference to it ends with that style's ClearSymbolStyle3D, with its assignment and
+/// with the style.
 ///
 /// Setters raise the modified flag when the value differs from the one held, except those of the 3D marker,
 /// of the fillet and of the tessellation, which never do. Reading a record or XML leaves the flag alone.
@@ -29,10 +30,13 @@ class MOTOOLKIT_API QzStyleEx {
 public:
     QzStyleEx() = default;
     QzStyleEx(const QzStyleEx&) = default;
+    QzStyleEx(QzStyleEx&&) noexcept = default;
     QzStyleEx& operator=(const QzStyleEx&) = default;
+    QzStyleEx& operator=(QzStyleEx&&) noexcept = default;
     virtual ~QzStyleEx();
 
-    /// Whether both draw alike: everything but the modified flag.
+    /// Whether both draw alike: everything but the modified flag. What is no number is equal to itself, so that
+    /// a copy is always equal.
     bool operator==(const QzStyleEx& other) const;
     bool operator!=(const QzStyleEx& other) const { return !(*this == other); }
 
@@ -114,16 +118,18 @@ public:
     void Save(QzStream& stream, int kind) const;
 
     /// Reads such a block, or one of the older form without the version stamp (see docs/styles.md), and never
-    /// past the end of the stream: a field that is not wholly there keeps its value, and so do those behind
-    /// it. That is a failed read of the stream (IsGood), except among the fields of the kind in the older
-    /// form, which may end early. GetStyleSize of what is then held.
+    /// past the end of the stream. A block that is not wholly there changes nothing and is a failed read of
+    /// the stream (IsGood); but one of the older form may end behind any field of its kind, and those that are
+    /// missing keep their values. GetStyleSize of what is then held, at most 2^31-1.
     int Load(QzStream& stream, int kind);
 
-    unsigned int GetStyleSize(int kind) const; ///< the bytes that Save writes
+    unsigned int GetStyleSize(int kind) const; ///< the bytes that Save writes; 0 for 4 GiB and more
 
     /// One element named `tag` ("zpl:Style" when empty), in the current charset. All fields but the modified
-    /// flag and the marker style are in it, with the precision of their text. The version is 0 or at least
-    /// 20031211. Empty when `tag` is no name.
+    /// flag and the marker style are in it, with the precision of their text; what is no number is written as
+    /// "nan" or "inf" and read as 0. The version is 0 or at least 20031211. Empty when `tag` is no XML name,
+    /// or when a name or a texture holds a zero byte or is too long for a text (see
+    /// QzMarkup::MaxValueLength).
     KeldMBString ToXML(int nVersion, const KeldMBString& tag) const;
 
     /// Reads such an element, its children in any order; what is missing keeps its value, and so does a mode
@@ -135,16 +141,31 @@ public:
     static QzColorValue3D ConvertRGBAColor(const KeldMBString& text);
 
 private:
+    friend class QzStyle;
+
     static unsigned char Flag(unsigned char value) { return value != 0 ? 1 : 0; }
     template <class T>
+    static bool IsSame(const T& a, const T& b) {
+        return a == b;
+    }
+    static bool IsSame(double a, double b) { return a == b || (a != a && b != b); } // NaN differs from itself
+    static bool IsSame(float a, float b) { return IsSame(double{a}, double{b}); }
+    static bool IsSame(const KeldPoint2D& a, const KeldPoint2D& b) { return IsSame(a.x, b.x) && IsSame(a.y, b.y); }
+    template <class T>
     void Change(T& field, const T& value) {
-        const bool changes = !(field == value);
+        const bool changes = !IsSame(field, value);
         field = value;
         if (changes)
             SetModifiedFlag(1);
     }
     template <class Style, class Visitor>
     static void VisitKind(Style& style, int kind, Visitor& visit);
+    std::uint64_t BlockSize(int kind) const;
+    bool LoadBlock(QzStream& stream, std::int64_t end, int kind); ///< up to a position in the stream
+    template <class Reader>
+    bool TakeWhole(Reader& reader, int kind);
+    template <class Reader>
+    bool ReadBlock(Reader& reader, int kind);
 
     QzFill3DMode m_eFill3DMode = FILL_FACE;
     AltitudeMode m_eAltitudeMode = ClampToGround;

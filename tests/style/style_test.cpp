@@ -3,9 +3,11 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <unordered_set>
 
 #include "base/keldcolor.h"
 #include "stream/qzbytearray.h"
+#include "stream/qzfilestream.h"
 #include "style/randomstyle.h"
 #include "support.h"
 #include "toolkit/qzstyle.h"
@@ -23,6 +25,8 @@ std::string Hex(const std::string& text) {
     }
     return bytes;
 }
+
+using SetSymbol = unsigned char (QzStyle::*)(unsigned char*, unsigned int, unsigned int, unsigned char);
 
 std::string Saved(const QzStyle& style, int kind) {
     QzMemoryStream stream;
@@ -158,6 +162,18 @@ TEST(Style, EqualityLeavesTheFixedColourAndTheScalingOut) {
     check("12", &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerStyle, &S::SetMarkerWidth, &S::SetMarkerHeight);
     check("0", static_cast<void (S::*)(int)>(&S::SetLineStyle), &S::SetLineWidth);
     check("", &S::SetLineColor, &S::SetTessellate);
+    unsigned char byte = 1;
+    const auto checkSymbol = [&](const std::string& differingKinds, SetSymbol set) {
+        QzStyle changed;
+        (changed.*set)(&byte, 1, 1, 1);
+        std::string differing;
+        for (int kind = 0; kind < 4; ++kind)
+            differing += QzStyle::IsSameDimensionStyle(style, changed, kind) ? "" : std::to_string(kind);
+        EXPECT_EQ(differing, differingKinds);
+    };
+    checkSymbol("03", &S::SetMarkSymbolStyle);
+    checkSymbol("123", &S::SetLineSymbolStyle);
+    checkSymbol("23", &S::SetFillSymbolStyle);
 
     other.SetMarkerAngle(90);
     EXPECT_NE(other.GetHashCode(), style.GetHashCode());
@@ -193,6 +209,10 @@ TEST(Style, SymbolsAreOwnedAndCompared) {
     auto* const taken = new unsigned char[2]{5, 6};
     EXPECT_TRUE(a.SetFillSymbolStyle(taken, 2, 1, 0));
     EXPECT_EQ(a.GetFillSymbolStyle(), taken);
+    EXPECT_TRUE(a.SetFillSymbolStyle(taken, 1, 7, 0)); // its own: nothing is freed
+    EXPECT_EQ(a.GetFillSymbolStyle(), taken);
+    EXPECT_EQ(a.GetFillSymbolLength(), 1U);
+    EXPECT_EQ(taken[0], 5);
     QzMemoryStream stream;
     EXPECT_FALSE(a.SetMarkSymbolStyle(&stream, 4));
     stream << std::int32_t{0x01020304};
@@ -204,7 +224,9 @@ TEST(Style, SymbolsAreOwnedAndCompared) {
     EXPECT_EQ(moved.GetMarkerSymbolLength(), 4U);
     EXPECT_EQ(a.GetMarkerSymbolLength(), 0U); // NOLINT: a moved-from style is an empty one
     b = moved;
+    b.SetTessellate(0);
     b.ClearSymbolStyle();
+    EXPECT_EQ(b.GetStyleEx(), nullptr);
     EXPECT_TRUE(b != moved);
     EXPECT_TRUE(b == QzStyle());
 }
@@ -227,10 +249,11 @@ TEST(Style, ColoursFollowBetween2DAnd3D) {
     QzStyle style;
     style.Convert3DTo2DStyle();
     EXPECT_EQ(style.GetStyleEx(), nullptr);
-    style.Convert2DTo3DStyle();
-    EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(0, 0, 0, 0));
-    EXPECT_EQ(style.GetPointColor(), QzColorValue3D(0, 0, 0, 0));
-    EXPECT_EQ(style.GetFillColor().GetValue(), KELDRGB(189, 235, 255));
+    style.SetLineColor(KELDRGB(255, 0, 51));
+    style.Convert2DTo3DStyle(); // opaque
+    EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(1, 0, 0.2, 1));
+    EXPECT_EQ(style.GetPointColor(), QzColorValue3D(1, 0, 0.2, 1));
+    EXPECT_EQ(style.GetFillColor().GetValue(), 0xFF000000 | KELDRGB(189, 235, 255));
 
     style.SetLineColor3D({0, 0, 1, 0.25});
     style.SetFillColor({1, 0, 0, 0.75});
@@ -241,6 +264,107 @@ TEST(Style, ColoursFollowBetween2DAnd3D) {
     style.SetFillForeColor(KELDRGB(0, 255, 0));
     EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(1, 0, 0.2, 0.25));
     EXPECT_EQ(style.GetFillColor(), QzColorValue3D(0, 1, 0, 0.75));
+    style.FromKeldStyle(KeldStyle());
+    EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(0, 0, 0, 0.25));
+    EXPECT_EQ(style.GetFillColor(), QzColorValue3D(189 / 255.0, 235 / 255.0, 1, 0.75));
+}
+
+// A setter through QzStyle and its getter, and those of QzStyleEx that they stand for.
+#define ATTRIBUTE(set, get, setEx, getEx) &QzStyle::set, &QzStyle::get, &QzStyleEx::setEx, &QzStyleEx::getEx
+#define VALUE(name) ATTRIBUTE(Set##name, Get##name, Set##name, Get##name)
+#define FLAG(name) ATTRIBUTE(Set##name, Is##name, Set##name, Is##name)
+
+TEST(Style, ItsThreeDimensionalAccessorsAreThoseOfTheExtendedStyle) {
+    const auto check = [](auto value, auto kept, auto set, auto get, auto setEx, auto getEx) {
+        QzStyle style;
+        QzStyleEx expected;
+        EXPECT_TRUE((style.*get)() == (expected.*getEx)());
+        EXPECT_EQ(style.GetStyleEx(), nullptr); // getters make none
+        EXPECT_FALSE((style.*get)() == kept);
+        (style.*set)(value);
+        (expected.*setEx)(value);
+        EXPECT_TRUE((style.*get)() == kept);
+        EXPECT_TRUE((expected.*getEx)() == kept);
+        EXPECT_TRUE(*style.GetStyleEx() == expected);
+        EXPECT_EQ(style.IsModified(), expected.IsModified());
+    };
+    const auto same = [&](auto value, auto... accessors) { check(value, value, accessors...); };
+    const unsigned char two = 2; // flags are 1 or 0
+    same(FILL_LINE, VALUE(Fill3DMode));
+    same(Absolute, VALUE(AltitudeMode));
+    same(KeldMBString("a"), VALUE(IconName));
+    same(KeldMBString("b"), VALUE(SideTexture));
+    same(KeldMBString("c"), VALUE(TopTexture));
+    same(0.1F, VALUE(IconScale));
+    same(0.2F, VALUE(PointSize));
+    same(0.3F, VALUE(BottomAltitude));
+    same(0.4F, VALUE(ExtendHeight));
+    same(0.5F, VALUE(TilingU));
+    same(0.6F, VALUE(TilingV));
+    same(0.7F, VALUE(TopTilingU));
+    same(0.8F, VALUE(TopTilingV));
+    same(QzColorValue3D(1, 0, 0, 0.5), VALUE(PointColor));
+    same(QzColorValue3D(0, 1, 0, 0.5), ATTRIBUTE(SetLineColor3D, GetLineColor3D, SetLineColor, GetLineColor));
+    same(QzColorValue3D(0, 0, 1, 0.5), VALUE(FillColor));
+    same(RealSize, VALUE(TextureRepeatMode));
+    same(RealSize, VALUE(TopTextureRepeatMode));
+    same(KeldPoint2D{1, 2}, VALUE(IconAnchorPoint));
+    same(AUTO_Z_AXIAL, VALUE(BillBoardMode));
+    same(5U, VALUE(PipeSides));
+    same(1.5, VALUE(Marker3DScaleX));
+    same(2.5, VALUE(Marker3DScaleY));
+    same(3.5, VALUE(Marker3DScaleZ));
+    same(4.5, VALUE(Marker3DRotateX));
+    same(5.5, VALUE(Marker3DRotateY));
+    same(6.5, VALUE(Marker3DRotateZ));
+    same(static_cast<unsigned char>(0), VALUE(FixedPixelSize));
+    check(two, 1, FLAG(Marker3D));
+    check(two, 1, FLAG(FiletEnable));
+    check(two, 1, FLAG(Tessellate));
+    check(two, 1, ATTRIBUTE(SetModifiedFlag, IsModified, SetModifiedFlag, IsModified));
+
+    QzStyle style;
+    style.SetModifiedFlag(0);
+    EXPECT_NE(style.GetStyleEx(), nullptr);
+    style.SetFixedPixelSize(two);
+    style.SetIsFixedColor(two);
+    style.SetScaleBySymbol(two);
+    style.SetFillBackOpaque(two);
+    for (const int flag :
+         {style.GetFixedPixelSize(), style.IsFixedColor(), style.IsScaleBySymbol(), style.GetFillBackOpaque()})
+        EXPECT_EQ(flag, 1);
+}
+
+TEST(Style, IsEqualToItsCopyAndFoundInASet) {
+    const double nan = std::nan("");
+    QzStyle style;
+    QzStyle other;
+    for (QzStyle* const each : {&style, &other}) {
+        each->SetIconScale(std::nanf(""));
+        each->SetMarker3DScaleY(nan);
+        each->SetBottomAltitude(std::nanf(""));
+        each->SetIconAnchorPoint({0, nan});
+        each->SetPointColor({0, 0, 0, nan});
+    }
+    EXPECT_TRUE(style == other);
+    EXPECT_EQ(std::unordered_set<QzStyle>({style}).count(other), 1U);
+    other.SetModifiedFlag(0);
+    other.SetIconScale(std::nanf(""));
+    EXPECT_FALSE(other.IsModified());
+    other.SetIconAnchorPoint({nan, 0});
+    EXPECT_FALSE(style == other);
+
+    // Tables take the low bits: of 256 codes in 65536 places hardly any two may meet.
+    std::unordered_set<int> codes;
+    std::unordered_set<int> codesWithoutAngle;
+    for (int blue = 0; blue < 256; ++blue) {
+        QzStyle colored;
+        colored.SetLineColor(KELDRGB(0, 0, blue));
+        codes.insert(colored.GetHashCode() & 0xFFFF);
+        codesWithoutAngle.insert(colored.GetHashCodeWithoutAngle() & 0xFFFF);
+    }
+    EXPECT_GT(codes.size(), 250U);
+    EXPECT_GT(codesWithoutAngle.size(), 250U);
 }
 
 TEST(StyleEx, OnlyRealChangesRaiseTheModifiedFlag) {
@@ -377,8 +501,10 @@ TEST(StyleRecord, The3DBlockWithoutAStampIsReadAsFarAsItGoes) {
             const bool good = load(old.substr(0, length), kind, part);
             // What all kinds share must be there; a text that is cut cannot be told from a wrong length.
             EXPECT_TRUE(!good || (length >= 20 && left < 8)) << kind << ' ' << length;
-            EXPECT_EQ(part.GetExtendHeight(), length < 20 ? 0 : 2) << kind << ' ' << length;
-            EXPECT_FALSE(load(Hex(Stamp) + old.substr(0, length), kind, part)) << kind << ' ' << length;
+            EXPECT_EQ(part == QzStyleEx(), !good) << kind << ' ' << length;
+            QzStyleEx stamped;
+            EXPECT_FALSE(load(Hex(Stamp) + old.substr(0, length), kind, stamped)) << kind << ' ' << length;
+            EXPECT_TRUE(stamped == QzStyleEx()) << kind << ' ' << length;
         }
     }
     QzStyleEx style;
@@ -388,24 +514,25 @@ TEST(StyleRecord, The3DBlockWithoutAStampIsReadAsFarAsItGoes) {
     EXPECT_EQ(style.GetTilingV(), 1);
     EXPECT_TRUE(load(Hex(Beginning + "00000000"), 5, style));
     EXPECT_EQ(left, 4);
+    const QzStyleEx before = style;
+    for (const std::string length : {"FFFFFFFF", "00000080", "02000000"}) {
+        EXPECT_FALSE(load(Hex("01000000" + Beginning.substr(8) + "00FF00FF 0000FF00" + length + "78"), 1, style));
+        EXPECT_TRUE(style == before);
+    }
 }
 
-TEST(StyleRecord, WhatIsSavedLoadsWhereverItIsCut) {
+TEST(StyleRecord, RandomOnesLoadInARow) {
+    const ScratchDirectory scratch;
     RandomStyle random(1);
-    for (int i = 0; i < 2000; ++i) {
+    std::vector<std::pair<int, std::string>> records;
+    std::string all;
+    for (int i = 0; i < 4000; ++i) {
         const QzStyle style = random.Make(random.Chance());
-        for (int kind = 0; kind <= 4; ++kind) {
-            const std::string record = Saved(style, kind);
-            EXPECT_EQ(style.GetStyleSize(kind), record.size());
-            QzStyle loaded = random.Make(random.Chance() && style.GetStyleEx() != nullptr);
-            EXPECT_TRUE(LoadRecord(loaded, record.substr(4), kind));
-            EXPECT_EQ(Saved(loaded, kind), record);
-            for (std::size_t length = 0; i < 2 && length < record.size() - 4; ++length) {
-                LoadRecord(loaded, record.substr(4, length), kind);
-                EXPECT_TRUE(QzStyle(loaded) == loaded);
-                Saved(loaded, kind);
-            }
-        }
+        const int kind = random.UpTo(4);
+        records.emplace_back(kind, Saved(style, kind));
+        EXPECT_EQ(style.GetStyleSize(kind), records.back().second.size());
+        all += records.back().second;
+
         KeldStyle plain;
         style.ToKeldStyle(plain);
         QzStyle copy;
@@ -417,6 +544,73 @@ TEST(StyleRecord, WhatIsSavedLoadsWhereverItIsCut) {
         EXPECT_EQ(copy.IsFixedColor(), style.IsFixedColor());
         EXPECT_EQ(copy.IsScaleBySymbol(), style.IsScaleBySymbol());
     }
+    WriteBytes(scratch / "records", all);
+    QzFileStream file;
+    ASSERT_TRUE(file.Open((scratch / "records").c_str(), QzFileStream::Direction::Read));
+    QzMemoryStream memory(all.data(), static_cast<std::int64_t>(all.size()));
+    for (QzStream* const stream : {static_cast<QzStream*>(&file), static_cast<QzStream*>(&memory)}) {
+        std::int64_t position = 0;
+        for (const auto& [kind, record] : records) {
+            QzStyle style;
+            const bool skips = random.UpTo(9) == 0;
+            EXPECT_TRUE(skips ? QzStyle::SkipNext(*stream) : QzStyle::LoadNext(*stream, kind, style));
+            position += static_cast<std::int64_t>(record.size());
+            EXPECT_EQ(stream->GetPosition(), position);
+            EXPECT_TRUE(skips || Saved(style, kind) == record);
+        }
+        QzStyle style;
+        EXPECT_FALSE(QzStyle::LoadNext(*stream, 0, style));
+        EXPECT_FALSE(QzStyle::SkipNext(*stream));
+        EXPECT_TRUE(stream->IsGood()); // the end is no failure
+    }
+}
+
+TEST(StyleRecord, WhatIsNotWholeChangesNothing) {
+    RandomStyle random(2);
+    for (int kind = 0; kind <= 4; ++kind) {
+        const std::string record = Saved(random.Make(true), kind);
+        const QzStyle before = random.Make(random.Chance());
+        const std::size_t withoutBlock = Saved(QzStyle(), kind).size() - 4;
+        for (std::size_t length = 0; length + 4 < record.size(); ++length) {
+            QzStyle style = before;
+            const bool good = LoadRecord(style, record.substr(4, length), kind);
+            EXPECT_TRUE(!good || length >= withoutBlock); // it may be cut where the 3D block begins
+            EXPECT_EQ(style == before, !good || length == 0) << kind << ' ' << length;
+
+            // The same behind a size word that tells so: the next record is found all the same.
+            const std::string bytes = Hex("00000000") + record.substr(4, length) + record;
+            std::string size(4, '\0');
+            size[0] = static_cast<char>((length + 4) & 0xFF);
+            size[1] = static_cast<char>((length + 4) >> 8);
+            const std::string row = size + bytes.substr(4);
+            QzMemoryStream stream(row.data(), static_cast<std::int64_t>(row.size()));
+            style = before;
+            EXPECT_EQ(QzStyle::LoadNext(stream, kind, style), good);
+            EXPECT_EQ(stream.IsGood(), good);
+            EXPECT_EQ(style == before, !good || length == 0) << kind << ' ' << length;
+            EXPECT_TRUE(QzStyle::LoadNext(stream, kind, style));
+            EXPECT_EQ(Saved(style, kind), record);
+        }
+        // A size word that cannot be: too small, beyond the end, not whole.
+        for (const std::string size : {"00000000", "01000000", "03000000", "00000080", "FFFFFFFF", "0000"}) {
+            const std::string bytes = Hex("FF" + size) + (size.size() == 8 ? record : "");
+            QzMemoryStream stream(bytes.data(), static_cast<std::int64_t>(bytes.size()));
+            for (const bool skips : {true, false}) {
+                stream.Seek(1);
+                QzStyle style = before;
+                EXPECT_FALSE(skips ? QzStyle::SkipNext(stream) : QzStyle::LoadNext(stream, kind, style));
+                EXPECT_FALSE(stream.IsGood());
+                EXPECT_EQ(stream.GetPosition(), 1);
+                EXPECT_TRUE(style == before);
+                stream.ClearFailure();
+            }
+        }
+    }
+    QzStyle style;
+    QzMemoryStream shortOne(std::string(43, '\1').data(), 43);
+    EXPECT_TRUE(style.LoadAll(shortOne, 44)); // what it tells is the size
+    EXPECT_FALSE(shortOne.IsGood());
+    EXPECT_TRUE(style == QzStyle());
 }
 
 TEST(StyleRecord, LyingLengthsAreFailedReads) {
@@ -424,20 +618,35 @@ TEST(StyleRecord, LyingLengthsAreFailedReads) {
         const std::string bytes = Hex(length) + "12345";
         QzStyle style;
         SetSymbols(style);
+        style.SetIconName("old");
+        const QzStyle before = style;
         EXPECT_FALSE(LoadRecord(style, Hex(MarkerRecord) + bytes, 0));
         EXPECT_FALSE(LoadRecord(style, Hex(LineRecord) + bytes, 1));
         EXPECT_FALSE(LoadRecord(style, Hex(RegionRecord + "00000000") + bytes, 2));
-        EXPECT_EQ(style.GetMarkSymbolStyle(), nullptr);
-        EXPECT_EQ(style.GetLineSymbolStyle(), nullptr);
-        EXPECT_EQ(style.GetFillSymbolStyle(), nullptr);
-        EXPECT_EQ(style.GetMarkerSymbolLength(), 0U);
-        EXPECT_EQ(style.GetStyleEx(), nullptr);
-        EXPECT_TRUE(QzStyle(style) == style);
-
-        style.SetIconName("old");
         EXPECT_FALSE(LoadRecord(style, Hex(Stamp + Beginning) + bytes, 3));
-        EXPECT_EQ(style.GetIconName(), "old");
+        EXPECT_TRUE(style == before);
     }
+}
+
+TEST(StyleRecord, WhatIsTooLargeIsRefused) {
+    constexpr unsigned int Largest = 0x7FFFFFFF;
+    QzStyle style;
+    // Never touched, so that they need no memory.
+    for (const SetSymbol set : {SetSymbol{&QzStyle::SetLineSymbolStyle}, SetSymbol{&QzStyle::SetFillSymbolStyle}}) {
+        auto* const bytes = new (std::nothrow) unsigned char[Largest];
+        if (bytes == nullptr)
+            GTEST_SKIP() << "this machine has no 2 GiB of addresses to give";
+        EXPECT_FALSE((style.*set)(bytes, Largest + 1, 1, 0));
+        EXPECT_TRUE((style.*set)(bytes, Largest, 1, 0));
+    }
+    EXPECT_EQ(style.GetStyleSize(1), 24 + Largest);
+    EXPECT_EQ(style.GetStyleSize(2), 0U); // 2^32 + 50
+    QzMemoryStream stream;
+    style.Save(stream, 2);
+    EXPECT_FALSE(stream.IsGood());
+    EXPECT_EQ(stream.GetLength(), 0);
+    EXPECT_EQ(style.ToXML(0, ""), "");
+    EXPECT_EQ(style.ToXML(20031211, ""), "");
 }
 
 TEST(StyleRecord, SymbolBytesAsText) {

@@ -18,7 +18,7 @@ namespace {
 constexpr int Dialect2003 = 20031211;
 
 // Markup from words: "name=value" is an element, "name{" opens one and "}" closes it.
-KeldMBString Document(const std::string& words) {
+KeldMBString Document(const std::string& words, const std::string& root = "") {
     std::string xml;
     std::vector<std::string> open;
     std::istringstream in(words);
@@ -35,6 +35,11 @@ KeldMBString Document(const std::string& words) {
         } else {
             xml += "<zpl:" + name + ">" + word.substr(name.size() + 1) + "</zpl:" + name + ">\r\n";
         }
+    }
+    if (!root.empty()) {
+        xml.replace(1, xml.find('>') - 1, root);
+        const std::size_t end = xml.rfind("</") + 2;
+        xml.replace(end, xml.rfind('>') - end, root);
     }
     return KeldMBString(xml);
 }
@@ -68,7 +73,18 @@ TEST(StyleXml, TheCurrentDialectHasItsElementsInOrder) {
     style.SetMarkerWidth(2.5);
     style.SetFillCenterOffsetX(-1);
     EXPECT_EQ(style.ToXML(20081212, "zpl:Mine"), Document("Mine{ " + fields + "}"));
-    EXPECT_EQ(style.ToXML(0, "no name"), "");
+    for (const char* const tag : {"no name", "1st", "-x", "a(b", "a,b", "a[b]", "a#", "\xC3", "\xE5\xB1\x8B["}) {
+        const CurrentCharset current(KELDCharset::UTF8);
+        EXPECT_EQ(style.ToXML(0, tag), "") << tag;
+        EXPECT_EQ(style.ToXML(Dialect2003, tag), "") << tag;
+        EXPECT_EQ(QzStyleEx().ToXML(0, tag), "") << tag;
+    }
+    EXPECT_EQ(style.ToXML(0, KeldMBString("a\0b", 3)), "");
+    {
+        // A character whose second byte is that of "[".
+        const CurrentCharset current(KELDCharset::GB2312);
+        EXPECT_EQ(style.ToXML(0, "_\x81\x5B:a-1.2"), Document("Mine{ " + fields + "}", "_\x81\x5B:a-1.2"));
+    }
     SetSymbols(style);
     style.SetModifiedFlag();
     EXPECT_EQ(style.ToXML(0, ""), Document("Style{ " + fields + Symbols + "Style3D{ " + Default3D + "} }"));
@@ -178,7 +194,16 @@ TEST(StyleXml, A3DElementIsReadAsAWhole) {
     EXPECT_EQ(style.GetPointSize(), std::numeric_limits<float>::max());
     EXPECT_FALSE(style.IsModified());
 
+    EXPECT_TRUE(style.FromXML(Document("Style{ PointSize=-1e99 }"), 0));
+    EXPECT_EQ(style.GetPointSize(), -std::numeric_limits<float>::max());
+    style.SetIconName(KeldMBString("a\0b", 3)); // refused rather than cut
+    EXPECT_EQ(style.ToXML(0, ""), "");
+    style.SetIconName("");
+
     EXPECT_EQ(AssertionLog::Texts().size(), 0U);
+    style.FromXML(Document("Style{ PointSize=1 }"), 20031210); // of the style's version alone
+    EXPECT_EQ(AssertionLog::Texts().size(), 1U);
+    AssertionLog::Texts().clear();
     style.FromXML(style.ToXML(1, ""), 20031210); // each of them for the style and for its 3D part
     EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>(4, "nVersion == 0 || nVersion >= 20031211"));
 }
@@ -200,6 +225,7 @@ TEST(StyleXml, ColoursAsText) {
     EXPECT_EQ(QzStyle::ConvertRGBColor(0xFF030201), "RGB(1,2,3)");
 
     EXPECT_EQ(QzStyleEx::ConvertRGBAColor("RGBA(0.250000,-1,1e2,.5))"), QzColorValue3D(0.25, -1, 100, 0.5));
+    EXPECT_EQ(QzStyleEx::ConvertRGBAColor("1,1,1,1"), QzColorValue3D(0, 0, 0, 0)); // no bracket, no numbers
     EXPECT_EQ(QzStyleEx::ConvertRGBAColor("RGBA(nan,inf,0x10"), QzColorValue3D(0, 0, 0, 0));
 }
 

@@ -13,18 +13,26 @@ KeldMBString XmlLogFormatFor(const KeldMBString& lineFormat) {
     markup.AddElem("LogItem");
     for (const auto& [element, placeholder] : Fields)
         markup.AddChildElem(element, lineFormat.Find(placeholder) >= 0 ? placeholder : nullptr);
+    const LogLayout layout(lineFormat, KeldMBString(), LogLayout::Values::Plain);
+    if (layout.HasMilliseconds())
+        markup.AddChildElem("Milliseconds", "%MS");
+    if (layout.HasProcessID())
+        markup.AddChildElem("ProcessID", "%PID");
     return markup.GetDoc();
 }
 
-LogFormats::LogFormats(const KeldMBString& line, const KeldMBString& dateTime)
-    : lineFormat(line), dateTimeFormat(dateTime), lineLayout(line, dateTime, LogLayout::Values::Plain),
-      xmlLayout(XmlLogFormatFor(line), dateTime, LogLayout::Values::XmlText) {}
+LogFormats::LogFormats(const KeldMBString& line, const KeldMBString& dateTime, bool inUtc)
+    : lineFormat(line), dateTimeFormat(dateTime), utc(inUtc),
+      lineLayout(line, dateTime, LogLayout::Values::Plain, inUtc),
+      xmlLayout(XmlLogFormatFor(line), dateTime, LogLayout::Values::XmlText, inUtc) {}
 
-void LogFormats::AppendWhole(std::string& text, const QzLogItem& item, LogOutput::Form form) {
+void LogFormats::AppendWhole(std::string& text, const LogRecord& record, LogOutput::Form form,
+                             KELDCharset::Charset charset) {
     if (form == LogOutput::Form::Xml) {
-        xmlLayout.Append(text, item);
+        xmlLayout.SetCharset(charset);
+        xmlLayout.Append(text, record);
     } else {
-        lineLayout.Append(text, item);
+        lineLayout.Append(text, record);
         text += '\n';
     }
 }

@@ -14,13 +14,15 @@ KeldMBString XmlLogFormatFor(const KeldMBString& lineFormat);
 
 /// The formats that an item was recorded under, which it is written in even when it has to wait. One thread at a time.
 struct LogFormats {
-    LogFormats(const KeldMBString& line, const KeldMBString& dateTime);
+    LogFormats(const KeldMBString& line, const KeldMBString& dateTime, bool inUtc = false);
 
-    /// As it stands in a file.
-    void AppendWhole(std::string& text, const QzLogItem& item, LogOutput::Form form);
+    /// As it stands in a file; one of XML is in the charset.
+    void AppendWhole(std::string& text, const LogRecord& record, LogOutput::Form form,
+                     KELDCharset::Charset charset = KELDCharset::Current);
 
     KeldMBString lineFormat;
     KeldMBString dateTimeFormat;
+    bool utc;
     LogLayout lineLayout;
     LogLayout xmlLayout;
 };

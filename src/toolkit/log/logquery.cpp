@@ -40,10 +40,11 @@ unsigned char QzLogFile::Query(const QzLogQueryDef& query, KeldArray<QzLogItem>&
                 ReadTextLog(file, 0, position, state.m_formats->lineLayout, take);
             }
         }
-        for (const State::Pending& pending : state.m_pending) {
-            QzLogItem item = pending.item;
+        state.m_pending.Visit([&](const LogRecord& record, const LogFormats&) {
+            QzLogItem item = record.ToItem();
             take(item);
-        }
+            return true;
+        });
     }
     items.RemoveAll();
     items.Reserve(static_cast<int>(newest.size()));

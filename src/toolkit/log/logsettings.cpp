@@ -11,6 +11,7 @@ namespace Qzc {
 void QzLogFile::SetLevel(LogLevelType level) {
     const LogGuard guard(m_state->m_mutex);
     m_state->m_nLevel = level;
+    m_state->PublishThreshold();
 }
 
 QzLogFile::LogLevelType QzLogFile::GetLevel() const {
@@ -20,6 +21,7 @@ QzLogFile::LogLevelType QzLogFile::GetLevel() const {
 void QzLogFile::SetBlocked(unsigned char blocked) {
     const LogGuard guard(m_state->m_mutex);
     m_state->m_bBlocked = blocked;
+    m_state->PublishThreshold();
 }
 
 unsigned char QzLogFile::IsBlocked() const {
@@ -28,7 +30,7 @@ unsigned char QzLogFile::IsBlocked() const {
 
 void QzLogFile::SetLogFormat(const KeldMBString& format) {
     const LogGuard guard(m_state->m_mutex);
-    m_state->SetFormats(format, m_state->m_formats->dateTimeFormat);
+    m_state->SetFormats(format, m_state->m_formats->dateTimeFormat, m_state->m_formats->utc);
 }
 
 KeldMBString QzLogFile::GetLogFormat() const {
@@ -46,12 +48,28 @@ KeldMBString QzLogFile::GetXMLLogFormat() const {
 
 void QzLogFile::SetDateTimeFormat(const KeldMBString& format) {
     const LogGuard guard(m_state->m_mutex);
-    m_state->SetFormats(m_state->m_formats->lineFormat, format);
+    m_state->SetFormats(m_state->m_formats->lineFormat, format, m_state->m_formats->utc);
 }
 
 KeldMBString QzLogFile::GetDateTimeFormat() const {
     const LogGuard guard(m_state->m_mutex);
     return m_state->m_formats->dateTimeFormat;
+}
+
+void QzLogFile::SetUtc(unsigned char utc) {
+    const LogGuard guard(m_state->m_mutex);
+    m_state->SetFormats(m_state->m_formats->lineFormat, m_state->m_formats->dateTimeFormat, utc != 0);
+    m_state->m_rollover.SetUtc(utc != 0);
+}
+
+unsigned char QzLogFile::IsUtc() const {
+    const LogGuard guard(m_state->m_mutex);
+    return m_state->m_formats->utc ? 1 : 0;
+}
+
+void QzLogFile::SetRetention(int files, long long bytes) {
+    const LogGuard guard(m_state->m_mutex);
+    m_state->m_rollover.SetRetention(files, bytes);
 }
 
 void QzLogFile::SetFileSizeLimit(int bytes, SizeLimitMode mode) {
@@ -102,6 +120,13 @@ void QzLogFile::SetSaveToPhysical(unsigned char save) {
 void QzLogFile::SetFilterRepeat(unsigned char filter) {
     const LogGuard guard(m_state->m_mutex);
     m_state->m_bFilterRepeat = filter;
+}
+
+void QzLogFile::SetReportRepeats(unsigned char report) {
+    const LogGuard guard(m_state->m_mutex);
+    m_state->m_bReportRepeats = report != 0 ? 1 : 0;
+    if (report == 0)
+        m_state->m_nRepeats = 0;
 }
 
 QzLogFile::Mode QzLogFile::GetMode() const {

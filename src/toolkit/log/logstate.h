@@ -2,49 +2,50 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
+#include "toolkit/log/logbacklog.h"
 #include "toolkit/log/logformats.h"
 #include "toolkit/log/logoutput.h"
+#include "toolkit/log/logrecord.h"
 #include "toolkit/log/logrollover.h"
 #include "toolkit/log/repeatfilter.h"
 #include "toolkit/qzlogfile.h"
-#include "toolkit/qzlogitem.h"
 #include "toolkit/qzmutex.h"
 
 namespace Qzc {
 
 /// What the log holds: its settings, its file and the items that wait. All but what is atomic is guarded by the mutex.
 struct QzLogFile::State {
-    static constexpr std::size_t WriteSize = 1 << 20; ///< a larger batch is written in several steps
+    static constexpr std::size_t WriteSize = 1 << 20;     ///< a larger batch is written in several steps
+    static constexpr std::size_t BytesInMemory = 1 << 26; ///< what may wait, besides the newest item
 
-    struct Pending {
-        QzLogItem item;
-        std::shared_ptr<LogFormats> formats;
-    };
     /// What a thread hands to the write call-backs once it has left the mutex.
     struct Delivery {
-        std::vector<Pending> items;
+        std::unique_ptr<LogBacklog> items; ///< null, as mostly: none
         void* dataSource = nullptr;
+        std::int64_t lost = 0; ///< what the first item tells, if it tells that
     };
 
     State() { SetDefaultSetting(); }
 
     void SetDefaultSetting();
-    void SetFormats(const KeldMBString& line, const KeldMBString& dateTime);
+    void SetFormats(const KeldMBString& line, const KeldMBString& dateTime, bool utc);
 
     bool Takes(LogLevelType level, int code) const;
+    void PublishThreshold(); ///< for IsEnabled
     bool HasFile() const { return m_eMode == Text || m_eMode == XML; }
     bool WritesFile() const { return HasFile() && m_bOpen != 0 && m_bSaveToPhysical != 0; }
 
-    bool Append(Delivery& delivery);
+    bool Record(LogLevelType level, int code, const KeldMBString& message, std::string_view codeFile, int codeLine);
     bool Write(Delivery& delivery);
     bool Deliver(Delivery& delivery);
+    void AddRepeatsReport();
 
     std::string Describe(int items) const;
 
@@ -57,6 +58,7 @@ struct QzLogFile::State {
     Mode m_eMode = Text;
     unsigned char m_bOpen = 0;
     unsigned char m_bSaveToPhysical = 1;
+    unsigned char m_bReportRepeats = 0;
     std::shared_ptr<LogFormats> m_formats;
     std::size_t m_nCountInMemory = 10000;
     std::size_t m_nCountToDisk = 1;
@@ -66,15 +68,23 @@ struct QzLogFile::State {
     LogOutput m_output;
     LogRollover m_rollover;
     RepeatFilter m_repeats;
-    QzLogItem m_item; ///< the one being recorded; its texts keep their memory for the next one
-    std::deque<Pending> m_pending;
+    LogBacklog m_pending;
     std::string m_buffer;
-    bool m_failing = false; ///< the last write failed
+    bool m_failing = false;      ///< the last write failed
+    std::int64_t m_nLost = 0;    ///< items that were dropped because they could not be written, and not yet reported
+    std::int64_t m_nRepeats = 0; ///< the same for repeats
 
 private:
+    void Stamp(LogRecord& record) const;
+    bool Append(const LogRecord& record, Delivery& delivery);
     bool WriteFile();
+    bool WriteRecord(const LogRecord& record);
+    std::size_t FormatPending(std::size_t size);
+    LogRecord OwnRecord(const KeldMBString& message, LogLevelType level) const;
+    KeldMBString LossMessage() const;
+    bool IsWritingAwaited() const;
     void DropOldest();
-    void ReleaseBuffers();
+    void ReleaseBuffer();
 };
 
 } // namespace Qzc

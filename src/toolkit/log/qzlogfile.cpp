@@ -1,23 +1,27 @@
 #include "toolkit/qzlogfile.h"
 
-#include <cstdint>
+#include <cstdarg>
+#include <limits>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "stream/qzfile.h"
 #include "toolkit/log/logcallbacks.h"
-#include "toolkit/log/logclock.h"
 #include "toolkit/log/logfilename.h"
 #include "toolkit/log/logguard.h"
 #include "toolkit/log/lognames.h"
+#include "toolkit/log/logprint.h"
 #include "toolkit/log/logstate.h"
-#include "toolkit/qzerrorobj.h"
-#include "toolkit/qzthread.h"
 
 namespace Qzc {
 
 // ---- Opening and closing
+
+// Until the log is made and has read its configuration, nothing is below the threshold.
+std::atomic<int> QzLogFile::ms_nThreshold{std::numeric_limits<int>::min()};
+std::atomic<bool> QzLogFile::ms_bHasCodes{false};
 
 QzLogFile::QzLogFile() : m_state(std::make_unique<State>()) {}
 
@@ -46,17 +50,19 @@ unsigned char QzLogFile::Open(const KeldMBString& path, const KeldMBString& name
     if (mode != Text && mode != XML)
         return Open(mode);
     Close();
+    if (path.Find('\0') >= 0 || name.Find('\0') >= 0)
+        return 0;
     const LogGuard guard(m_state->m_mutex);
     State& state = *m_state;
-    const KeldTime now = GetLogTime();
-    const KeldMBString file =
-        AbsoluteLogPath(QzFile::GetAbsolutePath(path, name.IsEmpty() ? DefaultLogName(now) : name));
+    // In the place of a default name, which is found later, stands one that leaves the directory.
+    const bool isDefaultName = name.IsEmpty();
+    const KeldMBString file = AbsoluteLogPath(QzFile::GetAbsolutePath(path, isDefaultName ? "log" : name));
     state.m_eMode = mode;
     state.m_rollover.SetTimeInterval(interval);
     state.m_failing = false;
     const auto start = append != 0 ? LogOutput::Start::Append : LogOutput::Start::Afresh;
     const auto form = mode == XML ? LogOutput::Form::Xml : LogOutput::Form::Text;
-    state.m_bOpen = state.m_rollover.Open(state.m_output, file, form, start, name.IsEmpty()) ? 1 : 0;
+    state.m_bOpen = state.m_rollover.Open(state.m_output, file, form, start, isDefaultName) ? 1 : 0;
     if (state.m_bOpen == 0) {
         state.m_output.Close(false);
         return 0;
@@ -84,8 +90,12 @@ unsigned char QzLogFile::OpenCallBacks(Mode mode, void* dataSource, const KeldMB
     Close();
     if (const auto callBack = LogCallBacks::ms_open.load()) {
         const LogCallBackScope scope;
-        if (callBack(dataSource, name.Cstr()) == 0)
+        try {
+            if (callBack(dataSource, name.Cstr()) == 0)
+                return 0;
+        } catch (...) { // refused, too
             return 0;
+        }
     }
     State::Delivery delivery;
     {
@@ -108,6 +118,7 @@ unsigned char QzLogFile::Close(unsigned char sync) {
         const LogGuard guard(state.m_mutex);
         if (state.m_bOpen == 0)
             return 1;
+        state.AddRepeatsReport();
         written = state.Write(delivery);
         written = state.m_output.Close(sync != 0) && written;
         state.m_bOpen = 0;
@@ -117,7 +128,10 @@ unsigned char QzLogFile::Close(unsigned char sync) {
     written = state.Deliver(delivery) && written;
     if (const auto callBack = LogCallBacks::ms_close.load(); callBack != nullptr && usesCallBacks) {
         const LogCallBackScope scope;
-        callBack(delivery.dataSource);
+        try {
+            callBack(delivery.dataSource);
+        } catch (...) { // the log is closed all the same
+        }
     }
     return written ? 1 : 0;
 }
@@ -131,55 +145,49 @@ unsigned char QzLogFile::Flush() {
     State::Delivery delivery;
     {
         const LogGuard guard(m_state->m_mutex);
+        m_state->AddRepeatsReport();
         m_state->Write(delivery);
-        if (!m_state->m_pending.empty())
+        if (!m_state->m_pending.IsEmpty())
             return 0;
     }
     return m_state->Deliver(delivery) ? 1 : 0;
 }
 
+unsigned char QzLogFile::Reopen() {
+    const LogGuard guard(m_state->m_mutex);
+    return m_state->HasFile() && m_state->m_bOpen != 0 && m_state->m_output.Reopen() ? 1 : 0;
+}
+
 // ---- Recording
 
-unsigned char QzLogFile::RecordLog(LogLevelType level, int code, const KeldMBString& message,
-                                   const KeldMBString& codeFile, int codeLine) try {
-    State& state = *m_state;
-    if (!state.Takes(level, code))
+bool QzLogFile::IsAlwaysRecorded(int code) {
+    return GetInstance(false).m_state->Takes(debug, code);
+}
+
+unsigned char QzLogFile::RecordAt(LogLevelType level, int code, const KeldMBString& message, std::string_view codeFile,
+                                  int codeLine) {
+    if (!m_state->Takes(level, code))
         return 0;
     if (LevelName(level) == nullptr)
         GetLevelAsString(level); // its assertion, raised here because the handler may use the log
-    const bool filters = state.m_bFilterRepeat.load(std::memory_order_relaxed) != 0;
-    const std::uint32_t hash = filters ? RepeatFilter::Hash(message) : 0;
-    const auto echo = LogCallBackScope::IsInside() ? nullptr : LogCallBacks::ms_echo.load();
-    State::Delivery delivery;
-    std::string line;
-    bool written = true;
-    {
-        const LogGuard guard(state.m_mutex);
-        QzLogItem& item = state.m_item;
-        item.m_nThreadID = 0;
-        if (state.m_formats->lineLayout.HasThreadID())
-            item.m_nThreadID = QzThread::GetCurrentThreadId();
-        item.m_strDescription = message;
-        item.m_nResID = code;
-        item.m_strCodeFile = codeFile;
-        item.m_nCodeLine = codeLine;
-        item.m_eLevel = level;
-        item.m_dtDateTime = GetLogTime();
-        item.m_nTimeSpan = KeldTime::GetMilliseconds();
-        if (filters && state.m_repeats.IsFilterRepeat(message, hash, codeFile, codeLine))
-            return 0;
-        state.m_repeats.SetLast(message, codeFile, codeLine);
-        if (level >= error)
-            QzErrorObj::GetInstance().Add(code, message, codeFile, codeLine);
-        if (echo != nullptr)
-            state.m_formats->lineLayout.Append(line, item);
-        written = state.Append(delivery);
-    }
-    if (echo != nullptr) {
-        const LogCallBackScope scope;
-        echo(line.c_str());
-    }
-    return state.Deliver(delivery) && written ? 1 : 0;
+    return m_state->Record(level, code, message, codeFile, codeLine) ? 1 : 0;
+}
+
+unsigned char QzLogFile::RecordLog(LogLevelType level, int code, const KeldMBString& message,
+                                   const KeldMBString& codeFile, int codeLine) try {
+    return RecordAt(level, code, message, codeFile.View(), codeLine);
+} catch (const std::bad_alloc&) {
+    return 0;
+}
+
+unsigned char QzLogFile::RecordFormat(LogLevelType level, int code, const char* codeFile, int codeLine,
+                                      const char* format, ...) try {
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::string message = LogPrint(format, arguments);
+    va_end(arguments);
+    return RecordAt(level, code, KeldMBString(std::move(message)), codeFile != nullptr ? codeFile : std::string_view(),
+                    codeLine);
 } catch (const std::bad_alloc&) {
     return 0;
 }

@@ -76,19 +76,16 @@ void QzStyle::Symbol::Save(QzStream& stream) const {
     stream << nVersion;
 }
 
-// Behind the length. False when the bytes are not there, with the stream failed and no symbol held.
-bool QzStyle::Symbol::Load(QzStream& stream, std::uint32_t length) {
-    if (length == 0) {
-        Clear();
+// Behind the length. False when the bytes are not there, or no memory for them.
+bool QzStyle::Symbol::Load(RecordSource& source, std::uint32_t length) {
+    if (length == 0)
         return true;
-    }
-    if (length > MaxSymbolLength || length > stream.GetRemaining() || !Allocate(length)) {
-        Clear();
-        stream.SetFailed();
+    if (length > MaxSymbolLength || length > source.GetLeft() || !Allocate(length))
         return false;
-    }
-    stream.Read(pBytes.get(), length);
-    stream >> nVersion;
+    RecordPart<4> version;
+    if (!source.Read(pBytes.get(), length) || !version.Read(source))
+        return false;
+    nVersion = version.Last();
     return true;
 }
 
@@ -151,11 +148,29 @@ unsigned char QzStyle::IsSameDimensionStyle(const QzStyle& a, const QzStyle& b, 
     }
 }
 
+namespace {
+
+// Spreads what differs in any bit over all of them: tables use the low ones.
+int Mixed(std::uint32_t hash) {
+    hash ^= hash >> 16;
+    hash *= 0x85EBCA6B;
+    hash ^= hash >> 13;
+    hash *= 0xC2B2AE35;
+    hash ^= hash >> 16;
+    return static_cast<int>(hash);
+}
+
+} // namespace
+
 int QzStyle::GetHashCode() const {
-    return GetHashCodeWithoutAngle() ^ QzHashCode::DoubleToHashCode(m_nMarkerAngle / 10.0);
+    return Mixed(HashWithoutAngle() ^ static_cast<std::uint32_t>(QzHashCode::DoubleToHashCode(m_nMarkerAngle / 10.0)));
 }
 
 int QzStyle::GetHashCodeWithoutAngle() const {
+    return Mixed(HashWithoutAngle());
+}
+
+std::uint32_t QzStyle::HashWithoutAngle() const {
     std::uint32_t hash = 0;
     std::uint32_t scale = 1; // another odd number for each field, so that equal fields do not cancel out
     const auto add = [&](std::uint32_t field) {
@@ -171,7 +186,7 @@ int QzStyle::GetHashCodeWithoutAngle() const {
     add(m_nFillForeColor);
     add(m_nFillBackColor);
     add(m_bFillBackOpaque);
-    return static_cast<int>(hash);
+    return hash;
 }
 
 // ---- Fields
@@ -213,9 +228,10 @@ QzStyleEx& QzStyle::NeedStyleEx() {
 }
 
 void QzStyle::Convert2DTo3DStyle() {
-    SetLineColor3D(QzColorValue3D(m_nLineColor));
-    SetPointColor(QzColorValue3D(m_nLineColor));
-    SetFillColor(QzColorValue3D(m_nFillForeColor));
+    constexpr std::uint32_t Opaque = 0xFF000000;
+    SetLineColor3D(QzColorValue3D(m_nLineColor | Opaque));
+    SetPointColor(QzColorValue3D(m_nLineColor | Opaque));
+    SetFillColor(QzColorValue3D(m_nFillForeColor | Opaque));
 }
 
 void QzStyle::Convert3DTo2DStyle() {
@@ -287,19 +303,27 @@ void QzStyle::FromKeldStyle(const KeldStyle& style) {
 
 // ---- Streams
 
-unsigned int QzStyle::GetStyleSize(int kind) const {
-    unsigned int size = 4; // the size word itself
+std::uint64_t QzStyle::RecordSize(int kind) const {
+    std::uint64_t size = 4; // the size word itself
     switch (kind) {
     case 0: size += 40 + m_markerSymbol.GetStoreSize(); break;
     case 1: size += 16 + m_lineSymbol.GetStoreSize(); break;
     case 2: size += 40 + m_lineSymbol.GetStoreSize() + m_fillSymbol.GetStoreSize(); break;
     default: break;
     }
-    return m_pStyleEx != nullptr ? size + m_pStyleEx->GetStyleSize(kind) : size;
+    return m_pStyleEx != nullptr ? size + m_pStyleEx->BlockSize(kind) : size;
+}
+
+unsigned int QzStyle::GetStyleSize(int kind) const {
+    return SizeWord(RecordSize(kind));
 }
 
 void QzStyle::Save(QzStream& stream, int kind) const {
     const std::uint32_t size = GetStyleSize(kind);
+    if (size == 0) {
+        stream.SetFailed();
+        return;
+    }
     const std::uint32_t lineColor = QzCurrentColortoWinColor(m_nLineColor);
     switch (kind) {
     case 0:
@@ -334,50 +358,123 @@ void QzStyle::Save(QzStream& stream, int kind) const {
 }
 
 int QzStyle::Load(QzStream& stream, int kind) {
-    bool complete = true;
+    LoadRecord(stream, stream.GetLength(), kind);
+    return IntSize(std::max<std::uint64_t>(RecordSize(kind), 4) - 4);
+}
+
+// Everything is read before anything is set, so that a record that is not whole changes nothing.
+bool QzStyle::LoadRecord(QzStream& stream, std::int64_t end, int kind) {
+    RecordSource source(stream, end);
+    bool isWhole = false;
     switch (kind) {
     case 0: {
-        RecordReader<28> record(stream);
-        record >> m_nMarkerStyle >> m_nMarkerSize >> m_nMarkerAngle;
-        m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
-        record >> m_nMarkerWidth >> m_nMarkerHeight;
-        complete = m_markerSymbol.Load(stream, record.Take<std::uint32_t>());
-        if (!complete)
+        RecordPart<28> head;
+        RecordPart<12> tail;
+        Symbol marker = m_markerSymbol.Next();
+        isWhole =
+            head.Read(source) && marker.Load(source, head.Last()) && tail.Read(source) && LoadBlock(stream, end, kind);
+        if (!isWhole)
             break;
-        RecordReader<12> rest(stream);
-        rest >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
+        head >> m_nMarkerStyle >> m_nMarkerSize >> m_nMarkerAngle;
+        m_nLineColor = QzWinColortoCurrentColor(head.Take<std::uint32_t>());
+        head >> m_nMarkerWidth >> m_nMarkerHeight;
+        m_markerSymbol = std::move(marker);
+        tail >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
             m_nFillCenterOffsetY;
-        m_nFillBackColor = QzWinColortoCurrentColor(rest.Take<std::uint32_t>());
+        m_nFillBackColor = QzWinColortoCurrentColor(tail.Take<std::uint32_t>());
         break;
     }
     case 1: {
-        RecordReader<16> record(stream);
-        record >> m_nLineStyle >> m_nLineWidth;
-        m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
-        complete = m_lineSymbol.Load(stream, record.Take<std::uint32_t>());
+        RecordPart<16> head;
+        Symbol line = m_lineSymbol.Next();
+        isWhole = head.Read(source) && line.Load(source, head.Last()) && LoadBlock(stream, end, kind);
+        if (!isWhole)
+            break;
+        head >> m_nLineStyle >> m_nLineWidth;
+        m_nLineColor = QzWinColortoCurrentColor(head.Take<std::uint32_t>());
+        m_lineSymbol = std::move(line);
         break;
     }
     case 2: {
-        RecordReader<36> record(stream);
-        record >> m_nLineStyle >> m_nLineWidth;
-        m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
-        record >> m_nFillStyle;
-        m_nFillForeColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
-        const auto back = record.Take<std::uint32_t>();
+        RecordPart<36> head;
+        RecordPart<4> fillLength;
+        Symbol line = m_lineSymbol.Next();
+        Symbol fill = m_fillSymbol.Next();
+        isWhole = head.Read(source) && line.Load(source, head.Last()) && fillLength.Read(source) &&
+                  fill.Load(source, fillLength.Last()) && LoadBlock(stream, end, kind);
+        if (!isWhole)
+            break;
+        head >> m_nLineStyle >> m_nLineWidth;
+        m_nLineColor = QzWinColortoCurrentColor(head.Take<std::uint32_t>());
+        head >> m_nFillStyle;
+        m_nFillForeColor = QzWinColortoCurrentColor(head.Take<std::uint32_t>());
+        const auto back = head.Take<std::uint32_t>();
         m_bFillBackOpaque = back >> 24 == TransparentBack ? 0 : 1;
         m_nFillBackColor = QzWinColortoCurrentColor(back);
-        record >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
+        head >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
             m_nFillCenterOffsetY;
-        complete = m_lineSymbol.Load(stream, record.Take<std::uint32_t>());
-        if (complete)
-            complete = m_fillSymbol.Load(stream, RecordReader<4>(stream).Take<std::uint32_t>());
+        m_lineSymbol = std::move(line);
+        m_fillSymbol = std::move(fill);
         break;
     }
-    default: break;
+    default: isWhole = LoadBlock(stream, end, kind);
     }
-    if (complete && stream.GetPosition() != stream.GetLength())
-        NeedStyleEx().Load(stream, kind);
-    return static_cast<int>(GetStyleSize(kind)) - 4;
+    if (!isWhole)
+        stream.SetFailed();
+    return isWhole;
+}
+
+// What is left of a record is 3D attributes.
+bool QzStyle::LoadBlock(QzStream& stream, std::int64_t end, int kind) {
+    if (stream.GetPosition() == end)
+        return true;
+    if (m_pStyleEx != nullptr)
+        return m_pStyleEx->LoadBlock(stream, end, kind);
+    StyleExPtr loaded;
+    loaded.reset(new QzStyleEx);
+    if (!loaded->LoadBlock(stream, end, kind))
+        return false;
+    m_pStyleEx = std::move(loaded);
+    return true;
+}
+
+namespace {
+
+// Steps over the size word, where there is one that fits; `end` is then the record's. Without one the stream
+// stays where it was, and is good only when it had ended.
+bool EnterRecord(QzStream& stream, std::int64_t& end) {
+    constexpr std::int64_t SizeWordBytes = 4;
+    const std::int64_t start = stream.GetPosition();
+    const std::int64_t left = stream.GetLength() - start;
+    if (left == 0)
+        return false;
+    std::uint32_t size = 0;
+    if (left >= SizeWordBytes)
+        stream >> size;
+    if (size < SizeWordBytes || size > left) {
+        stream.Seek(start);
+        stream.SetFailed();
+        return false;
+    }
+    end = start + size;
+    return true;
+}
+
+} // namespace
+
+unsigned char QzStyle::LoadNext(QzStream& stream, int kind, QzStyle& style) {
+    std::int64_t end = 0;
+    if (!EnterRecord(stream, end))
+        return 0;
+    const bool isWhole = style.LoadRecord(stream, end, kind);
+    if (stream.GetPosition() != end)
+        stream.Seek(end);
+    return isWhole ? 1 : 0;
+}
+
+unsigned char QzStyle::SkipNext(QzStream& stream) {
+    std::int64_t end = 0;
+    return EnterRecord(stream, end) && stream.Seek(end) ? 1 : 0;
 }
 
 void QzStyle::SaveAll(QzStream& stream) const {
@@ -390,20 +487,25 @@ void QzStyle::SaveAll(QzStream& stream) const {
 unsigned char QzStyle::LoadAll(QzStream& stream, int size) {
     if (size < 36)
         return 0;
-    RecordReader<36> record(stream);
-    record >> m_nMarkerStyle >> m_nMarkerSize >> m_nMarkerAngle >> m_nLineStyle >> m_nLineWidth;
-    m_nLineColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
-    record >> m_nFillStyle;
-    m_nFillForeColor = QzWinColortoCurrentColor(record.Take<std::uint32_t>());
-    const auto back = record.Take<std::uint32_t>();
+    RecordSource source(stream, stream.GetLength());
+    RecordPart<36> head;
+    RecordPart<8> fill;
+    const bool hasFill = size >= 44;
+    if (!head.Read(source) || (hasFill && !fill.Read(source))) {
+        stream.SetFailed();
+        return 1;
+    }
+    head >> m_nMarkerStyle >> m_nMarkerSize >> m_nMarkerAngle >> m_nLineStyle >> m_nLineWidth;
+    m_nLineColor = QzWinColortoCurrentColor(head.Take<std::uint32_t>());
+    head >> m_nFillStyle;
+    m_nFillForeColor = QzWinColortoCurrentColor(head.Take<std::uint32_t>());
+    const auto back = head.Take<std::uint32_t>();
     m_nFillBackColor = QzWinColortoCurrentColor(back);
     if (back == NoBackColor)
         m_bFillBackOpaque = 0;
-    if (size >= 44) {
-        RecordReader<8> fill(stream);
+    if (hasFill)
         fill >> m_nFillOpaqueRate >> m_nFillGradientType >> m_nFillAngle >> m_nFillCenterOffsetX >>
             m_nFillCenterOffsetY;
-    }
     return 1;
 }
 

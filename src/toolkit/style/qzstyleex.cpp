@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cfloat>
-#include <tuple>
+#include <cstring>
+#include <string>
 #include <type_traits>
 
 #include "base/keldassert.h"
+#include "toolkit/style/record.h"
 #include "toolkit/style/stylexml.h"
 
 namespace Qzc {
@@ -13,8 +15,15 @@ namespace Qzc {
 namespace {
 
 constexpr std::int32_t VersionStamp = 0x20120514;
+constexpr std::size_t Beginning = 4 + 4 + 8 + 8; // the bytes in front of the fields of the kind
 
 // ---- Streams: one list of the fields, visited to write, to read and to measure them
+
+// A block goes to the stream, and comes from it, in as few transfers as its names leave: most fit in one.
+constexpr std::size_t BlockBytes = 320;
+
+// No kind has more bytes between two names, so that fields need no check for room: a name leaves that much.
+constexpr std::size_t LongestRun = 96;
 
 class BlockWriter {
 public:
@@ -22,88 +31,183 @@ public:
 
     template <class T>
     void operator()(const T& field) {
-        if constexpr (std::is_enum_v<T>)
-            m_stream << static_cast<std::int32_t>(field);
-        else
-            m_stream << field;
+        PutBytes(m_bytes + m_size, field);
+        m_size += sizeof(T);
     }
-    void operator()(const QzColorValue3D& color) { m_stream << color.GetValue(); }
+    void operator()(const QzColorValue3D& color) { (*this)(color.GetValue()); }
+    void operator()(const KeldMBString& text) {
+        (*this)(std::int32_t{text.GetLength()});
+        const auto length = static_cast<std::size_t>(text.GetLength());
+        if (length > sizeof(m_bytes) - LongestRun - m_size) {
+            Flush();
+            m_stream.Write(text.Cstr(), text.GetLength());
+        } else {
+            std::memcpy(m_bytes + m_size, text.Cstr(), length);
+            m_size += length;
+        }
+    }
+    void Flush() {
+        m_stream.Write(m_bytes, static_cast<std::int64_t>(m_size));
+        m_size = 0;
+    }
 
 private:
     QzStream& m_stream;
+    std::size_t m_size = 0;
+    unsigned char m_bytes[BlockBytes];
 };
 
 /// Reads fields until one is not wholly there.
 class BlockReader {
 public:
-    explicit BlockReader(QzStream& stream) : m_stream(stream), m_left(stream.GetRemaining()) {}
+    explicit BlockReader(RecordSource& source) : m_source(source) {}
 
     template <class T>
     void operator()(T& field) {
-        if constexpr (std::is_enum_v<T>) {
-            std::int32_t value = field;
-            (*this)(value);
-            field = static_cast<T>(value);
-        } else if (TakesBytes(sizeof(T))) {
-            m_stream >> field;
-        }
+        if (Has(sizeof(T)))
+            field = Take<T>();
     }
     void operator()(unsigned char& flag) {
-        if (TakesBytes(1)) {
-            m_stream >> flag;
-            flag = flag != 0 ? 1 : 0;
-        }
+        if (Has(1))
+            flag = Take<unsigned char>() != 0 ? 1 : 0;
     }
     void operator()(QzColorValue3D& color) {
-        std::uint32_t value = 0;
-        (*this)(value);
-        if (m_complete)
-            color = QzColorValue3D(value);
+        if (Has(4))
+            color = QzColorValue3D(Take<std::uint32_t>());
     }
     void operator()(KeldMBString& text) {
-        std::int32_t size = 0;
-        (*this)(size);
-        if (!m_complete)
+        if (!Has(4))
             return;
+        const auto size = Take<std::int32_t>();
+        const auto ahead = static_cast<std::int64_t>(m_filled - m_next);
         // A count that the bytes do not cover is no end of an older block but a fault.
-        if (size < 0 || !TakesBytes(size)) {
-            m_complete = false;
-            m_stream.SetFailed();
+        if (size < 0 || size > ahead + m_source.GetLeft()) {
+            m_isComplete = false;
+            m_isSound = false;
             return;
         }
-        std::string bytes(static_cast<std::size_t>(size), '\0');
-        m_stream.Read(bytes.data(), size);
+        const std::int64_t held = std::min<std::int64_t>(size, ahead);
+        std::string bytes(reinterpret_cast<const char*>(m_bytes + m_next), static_cast<std::size_t>(held));
+        m_next += static_cast<std::size_t>(held);
+        if (held < size) {
+            bytes.resize(static_cast<std::size_t>(size));
+            m_isSound = m_source.Read(bytes.data() + held, size - held);
+            m_isComplete = m_isSound;
+        }
         text = KeldMBString(std::move(bytes));
     }
 
-    bool IsComplete() const { return m_complete; } ///< every field visited was there
-
-private:
-    bool TakesBytes(std::int64_t count) {
-        m_complete = m_complete && count <= m_left;
-        if (m_complete)
-            m_left -= count;
-        return m_complete;
+    /// The bytes that have been read ahead; all of them that the buffer takes, or that are left.
+    const unsigned char* Ahead(std::size_t& count) {
+        if (m_filled == m_next)
+            Fill(0);
+        count = m_filled - m_next;
+        return m_bytes + m_next;
     }
 
-    QzStream& m_stream;
-    std::int64_t m_left;
-    bool m_complete = true;
+    bool IsComplete() const { return m_isComplete; } ///< every field visited was there
+    bool IsSound() const { return m_isSound; }       ///< no name's length was wrong
+    /// To the stream, what was read ahead; `taken` bytes of it were.
+    void GiveBack(std::size_t taken = 0) {
+        m_next += taken;
+        if (m_next != m_filled)
+            m_source.GoBack(static_cast<std::int64_t>(m_filled - m_next));
+    }
+
+private:
+    bool Has(std::size_t count) {
+        m_isComplete = m_isComplete && (count <= m_filled - m_next || Fill(count));
+        return m_isComplete;
+    }
+    bool Fill(std::size_t count) {
+        std::memmove(m_bytes, m_bytes + m_next, m_filled - m_next);
+        m_filled -= m_next;
+        m_next = 0;
+        const auto more = static_cast<std::size_t>(
+            std::min<std::int64_t>(m_source.GetLeft(), static_cast<std::int64_t>(sizeof(m_bytes) - m_filled)));
+        if (m_filled + more < count || !m_source.Read(m_bytes + m_filled, static_cast<std::int64_t>(more)))
+            return false;
+        m_filled += more;
+        return true;
+    }
+    template <class T>
+    T Take() {
+        m_next += sizeof(T);
+        return TakeBytes<T>(m_bytes + m_next - sizeof(T));
+    }
+
+    RecordSource& m_source;
+    std::size_t m_next = 0;
+    std::size_t m_filled = 0;
+    bool m_isComplete = true;
+    bool m_isSound = true;
+    unsigned char m_bytes[BlockBytes];
 };
 
-class BlockSize {
+/// Whether bytes begin with all the fields visited.
+class BlockChecker {
+public:
+    BlockChecker(const unsigned char* bytes, std::size_t size) : m_bytes(bytes), m_size(size) {}
+
+    template <class T>
+    void operator()(const T&) {
+        m_at += sizeof(T);
+    }
+    void operator()(const QzColorValue3D&) { m_at += 4; }
+    void operator()(const KeldMBString&) {
+        m_at += 4;
+        if (m_at <= m_size) // a negative count becomes one that is far too large
+            m_at += TakeBytes<std::uint32_t>(m_bytes + m_at - 4);
+    }
+    bool AreThere() const { return m_at <= m_size; }
+    std::size_t GetCount() const { return m_at; } ///< of the bytes of these fields
+
+private:
+    const unsigned char* m_bytes;
+    std::size_t m_size;
+    std::size_t m_at = 0;
+};
+
+/// Takes fields from bytes that are known to hold them.
+class BlockTaker {
+public:
+    explicit BlockTaker(const unsigned char* bytes) : m_next(bytes) {}
+
+    template <class T>
+    void operator()(T& field) {
+        field = Take<T>();
+    }
+    void operator()(unsigned char& flag) { flag = Take<unsigned char>() != 0 ? 1 : 0; }
+    void operator()(QzColorValue3D& color) { color = QzColorValue3D(Take<std::uint32_t>()); }
+    void operator()(KeldMBString& text) {
+        const auto length = Take<std::uint32_t>();
+        text = KeldMBString(std::string_view(reinterpret_cast<const char*>(m_next), length));
+        m_next += length;
+    }
+
+private:
+    template <class T>
+    T Take() {
+        m_next += sizeof(T);
+        return TakeBytes<T>(m_next - sizeof(T));
+    }
+
+    const unsigned char* m_next;
+};
+
+class BlockMeter {
 public:
     template <class T>
     void operator()(const T&) {
         static_assert(std::is_arithmetic_v<T> || std::is_enum_v<T>);
-        m_size += static_cast<unsigned int>(sizeof(T));
+        m_size += sizeof(T);
     }
     void operator()(const QzColorValue3D&) { m_size += 4; }
-    void operator()(const KeldMBString& text) { m_size += 4 + static_cast<unsigned int>(text.GetLength()); }
-    unsigned int Get() const { return m_size; }
+    void operator()(const KeldMBString& text) { m_size += 4 + static_cast<std::uint64_t>(text.GetLength()); }
+    std::uint64_t Get() const { return m_size; }
 
 private:
-    unsigned int m_size = 0;
+    std::uint64_t m_size = 0;
 };
 
 // ---- Names in XML
@@ -170,17 +274,18 @@ void ReadFloat(StyleXmlReader& reader, const char* element, float& value) {
 QzStyleEx::~QzStyleEx() = default;
 
 bool QzStyleEx::operator==(const QzStyleEx& other) const {
-    const auto fields = [](const QzStyleEx& style) {
-        return std::tie(style.m_eFill3DMode, style.m_eAltitudeMode, style.m_strIconName, style.m_fIconScale,
-                        style.m_fPointSize, style.m_colorPoint, style.m_dLineWidth, style.m_colorLine,
-                        style.m_colorFill, style.m_dBottomAltitude, style.m_dExtendHeight, style.m_strSideTexture,
-                        style.m_strTopTexture, style.m_fTilingU, style.m_fTilingV, style.m_eTextureRepeatMode,
-                        style.m_fTopTilingU, style.m_fTopTilingV, style.m_eTopTextureRepeatMode, style.m_pntIconAnchor,
-                        style.m_bMarker3D, style.m_nMarkerStyle, style.m_bFixedPixelSize, style.m_bFiletEnable,
-                        style.m_eBillBoardMode, style.m_eLineStyle, style.m_nPipeSides, style.m_bTessellate);
+    const auto same = [&](auto... fields) { return (IsSame(this->*fields, other.*fields) && ...); };
+    using S = QzStyleEx;
+    const auto sameNumbers = [](const double(&a)[3], const double(&b)[3]) {
+        return std::equal(a, a + 3, b, [](double x, double y) { return IsSame(x, y); });
     };
-    return fields(*this) == fields(other) && std::equal(m_dScale, m_dScale + 3, other.m_dScale) &&
-           std::equal(m_dRotate, m_dRotate + 3, other.m_dRotate);
+    return same(&S::m_eFill3DMode, &S::m_eAltitudeMode, &S::m_strIconName, &S::m_fIconScale, &S::m_fPointSize,
+                &S::m_colorPoint, &S::m_dLineWidth, &S::m_colorLine, &S::m_colorFill, &S::m_dBottomAltitude,
+                &S::m_dExtendHeight, &S::m_strSideTexture, &S::m_strTopTexture, &S::m_fTilingU, &S::m_fTilingV,
+                &S::m_eTextureRepeatMode, &S::m_fTopTilingU, &S::m_fTopTilingV, &S::m_eTopTextureRepeatMode,
+                &S::m_pntIconAnchor, &S::m_bMarker3D, &S::m_nMarkerStyle, &S::m_bFixedPixelSize, &S::m_bFiletEnable,
+                &S::m_eBillBoardMode, &S::m_eLineStyle, &S::m_nPipeSides, &S::m_bTessellate) &&
+           sameNumbers(m_dScale, other.m_dScale) && sameNumbers(m_dRotate, other.m_dRotate);
 }
 
 // ---- Streams
@@ -244,46 +349,88 @@ void QzStyleEx::VisitKind(Style& style, int kind, Visitor& visit) {
 }
 
 void QzStyleEx::Save(QzStream& stream, int kind) const {
-    stream << VersionStamp << static_cast<std::int32_t>(m_eAltitudeMode) << m_dBottomAltitude << m_dExtendHeight;
     BlockWriter writer(stream);
+    writer(VersionStamp);
+    writer(m_eAltitudeMode);
+    writer(m_dBottomAltitude);
+    writer(m_dExtendHeight);
     VisitKind(*this, kind, writer);
+    writer.Flush();
 }
 
 int QzStyleEx::Load(QzStream& stream, int kind) {
-    BlockReader reader(stream);
+    LoadBlock(stream, stream.GetLength(), kind);
+    return IntSize(BlockSize(kind));
+}
+
+bool QzStyleEx::LoadBlock(QzStream& stream, std::int64_t end, int kind) {
+    RecordSource source(stream, end);
+    BlockReader reader(source);
+    if (TakeWhole(reader, kind))
+        return true;
+    QzStyleEx loaded(*this);
+    const bool isWhole = loaded.ReadBlock(reader, kind);
+    reader.GiveBack();
+    if (isWhole)
+        *this = std::move(loaded);
+    else
+        stream.SetFailed();
+    return isWhole;
+}
+
+// What nearly all blocks are: of today's form, and short enough to be looked through before anything is set.
+template <class Reader>
+bool QzStyleEx::TakeWhole(Reader& reader, int kind) {
+    std::size_t count = 0;
+    const unsigned char* const bytes = reader.Ahead(count);
+    if (count < Beginning || TakeBytes<std::int32_t>(bytes) != VersionStamp)
+        return false;
+    BlockChecker checker(bytes + Beginning, count - Beginning);
+    VisitKind(*this, kind, checker);
+    if (!checker.AreThere())
+        return false;
+    BlockTaker taker(bytes + sizeof(VersionStamp));
+    taker(m_eAltitudeMode);
+    taker(m_dBottomAltitude);
+    taker(m_dExtendHeight);
+    VisitKind(*this, kind, taker);
+    reader.GiveBack(Beginning + checker.GetCount());
+    return true;
+}
+
+template <class Reader>
+bool QzStyleEx::ReadBlock(Reader& reader, int kind) {
     std::int32_t first = 0;
     reader(first);
     const bool isStamped = first == VersionStamp;
     if (isStamped)
         reader(m_eAltitudeMode);
-    else if (reader.IsComplete())
+    else
         m_eAltitudeMode = static_cast<AltitudeMode>(first);
     reader(m_dBottomAltitude);
     reader(m_dExtendHeight);
-    bool isWhole = reader.IsComplete();
-    if (isStamped) {
+    const bool hasBeginning = reader.IsComplete();
+    if (isStamped || (kind >= 0 && kind <= 3))
         VisitKind(*this, kind, reader);
-        isWhole = reader.IsComplete();
-    } else if (kind >= 0 && kind <= 3) {
-        VisitKind(*this, kind, reader); // as far as it goes: see docs/styles.md
-    }
-    if (!isWhole)
-        stream.SetFailed();
-    return static_cast<int>(GetStyleSize(kind));
+    // Without a stamp the block may end early: see docs/styles.md.
+    return hasBeginning && reader.IsSound() && (reader.IsComplete() || !isStamped);
+}
+
+std::uint64_t QzStyleEx::BlockSize(int kind) const {
+    BlockMeter meter;
+    VisitKind(*this, kind, meter);
+    return Beginning + meter.Get();
 }
 
 unsigned int QzStyleEx::GetStyleSize(int kind) const {
-    constexpr unsigned int Beginning = 4 + 4 + 8 + 8;
-    BlockSize size;
-    VisitKind(*this, kind, size);
-    return Beginning + size.Get();
+    return SizeWord(BlockSize(kind));
 }
 
 // ---- XML
 
 KeldMBString QzStyleEx::ToXML(int nVersion, const KeldMBString& tag) const {
     KELDASSERT(nVersion == 0 || nVersion >= 20031211);
-    StyleXmlWriter writer(tag.IsEmpty() ? "zpl:Style" : tag.Cstr());
+    StyleXmlWriter writer(tag.IsEmpty() ? "zpl:Style" : tag);
     const auto add = [&](const char* name, double value, int decimals) {
         writer.Add(name, NumberText::Fixed(value, decimals));
     };

@@ -1,6 +1,7 @@
 // QzStyle's XML: two dialects of one element with a child for each field.
 
 #include <algorithm>
+#include <array>
 
 #include "base/keldassert.h"
 #include "toolkit/qzstyle.h"
@@ -34,6 +35,10 @@ template <class Symbol>
 void AddSymbol(StyleXmlWriter& writer, const SymbolNames& names, const Symbol& symbol) {
     if (symbol.pBytes == nullptr)
         return;
+    if (symbol.nLength > QzMarkup::MaxValueLength / 2) {
+        writer.Check(false);
+        return;
+    }
     KeldMBString bytes;
     QzStyle::ByteConver2String(symbol.pBytes.get(), static_cast<int>(symbol.nLength), bytes);
     writer.Into(names.block);
@@ -69,11 +74,20 @@ void ReadColor(StyleXmlReader& reader, const char* name, std::uint32_t& color) {
     reader.Read(name, [&](const KeldMBString& text) { color = QzStyle::ConvertRGBColor(text); });
 }
 
+// The value of a hexadecimal digit, -1 for what is none.
+constexpr std::array<signed char, 256> HexValues = [] {
+    std::array<signed char, 256> values{};
+    for (signed char& value : values)
+        value = -1;
+    for (int digit = 0; digit < 16; ++digit) {
+        values["0123456789ABCDEF"[digit]] = static_cast<signed char>(digit);
+        values["0123456789abcdef"[digit]] = static_cast<signed char>(digit);
+    }
+    return values;
+}();
+
 int HexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+    return HexValues[static_cast<unsigned char>(c)];
 }
 
 } // namespace
@@ -81,9 +95,9 @@ int HexDigit(char c) {
 KeldMBString QzStyle::ToXML(int nVersion, const KeldMBString& tag) const {
     KELDASSERT(nVersion == 0 || nVersion >= 20031211);
     if (nVersion == StyleXml2003)
-        return ToXML2003(tag.IsEmpty() ? "zpl:GeoStyle" : tag.Cstr());
+        return ToXML2003(tag.IsEmpty() ? "zpl:GeoStyle" : tag);
 
-    StyleXmlWriter writer(tag.IsEmpty() ? "zpl:Style" : tag.Cstr());
+    StyleXmlWriter writer(tag.IsEmpty() ? "zpl:Style" : tag);
     const auto addDecimal = [&](const char* name, double value) { writer.Add(name, NumberText::Fixed(value, 2)); };
     const bool hasGradient = m_nFillGradientType < GradientCount;
     writer.AddInteger("zpl:MarkerStyle", m_nMarkerStyle);
@@ -111,7 +125,7 @@ KeldMBString QzStyle::ToXML(int nVersion, const KeldMBString& tag) const {
     return writer.Text();
 }
 
-KeldMBString QzStyle::ToXML2003(const char* tag) const {
+KeldMBString QzStyle::ToXML2003(const KeldMBString& tag) const {
     StyleXmlWriter writer(tag);
     writer.AddInteger("zpl:SymbolStyle", m_nMarkerStyle);
     writer.AddInteger("zpl:SymbolSize", m_nMarkerSize);
@@ -237,25 +251,25 @@ unsigned int QzStyle::ConvertRGBColor(const KeldMBString& text) {
 unsigned char QzStyle::ByteConver2String(const unsigned char* bytes, int length, KeldMBString& out) {
     static constexpr char Digits[] = "0123456789ABCDEF";
     constexpr int Group = 4;
-    const auto append = [&](int start, int count) {
-        char text[2 * Group];
-        std::fill(std::begin(text), std::end(text), '0');
-        char* next = text;
-        for (int i = start; i < start + count; ++i) {
-            *next++ = Digits[bytes[i] >> 4];
-            *next++ = Digits[bytes[i] & 0x0F];
-        }
-        out.Append(text, sizeof(text));
-    };
     if (length < 0 || (bytes == nullptr && length > 0))
         return 0;
+    const int tail = length % Group;
+    const int whole = tail != 0 ? length - tail : std::max(length - Group, 0);
     const std::int64_t capacity = std::int64_t{out.GetLength()} + (std::int64_t{length} + Group) * 2;
     out.Reserve(static_cast<int>(std::min<std::int64_t>(capacity, KeldMBString::MaxLength)));
-    int i = 0;
-    for (; length - i > Group; i += Group)
-        append(i, Group);
-    if (length % Group != 0)
-        append(i, length % Group);
+    char text[512];
+    char* next = text;
+    for (int i = 0; i < whole + tail; ++i) {
+        *next++ = Digits[bytes[i] >> 4];
+        *next++ = Digits[bytes[i] & 0x0F];
+        if (next == text + sizeof(text)) {
+            out.Append(text, sizeof(text));
+            next = text;
+        }
+    }
+    out.Append(text, static_cast<int>(next - text));
+    if (tail != 0)
+        out.Append("000000", (Group - tail) * 2);
     return 1;
 }
 
@@ -263,6 +277,13 @@ unsigned char QzStyle::StringConver2Byte(unsigned char*& bytes, const int& lengt
     const std::string_view view = text.View();
     std::size_t at = 0;
     for (int i = 0; i < length; ++i, at += 2) {
+        if (at + 2 <= view.size()) {
+            const int pair = HexDigit(view[at]) * 16 + HexDigit(view[at + 1]);
+            if (pair >= 0 && HexDigit(view[at + 1]) >= 0) {
+                bytes[i] = static_cast<unsigned char>(pair);
+                continue;
+            }
+        }
         int value = 0;
         for (std::size_t k = at; k < std::min(at + 2, view.size()); ++k) {
             const int digit = HexDigit(view[k]);

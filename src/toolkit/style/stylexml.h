@@ -8,22 +8,30 @@ namespace Qzc {
 /// The oldest version of the style XML, and the only one of its dialect.
 constexpr int StyleXml2003 = 20031211;
 
-/// One element with one child for each field of a style.
+/// Whether XML takes a text in the current charset for a name. QzMarkup's own test is wider.
+bool IsXmlName(const KeldMBString& text);
+
+/// One element with one child for each field of a style. What cannot be written makes the whole text empty:
+/// nothing is left out silently.
 class StyleXmlWriter {
 public:
-    explicit StyleXmlWriter(const char* root) { m_markup.AddElem(root, ""); }
+    explicit StyleXmlWriter(const KeldMBString& root)
+        : m_isGood(IsXmlName(root) && m_markup.AddElem(root.Cstr(), "") != 0) {}
 
-    void Add(const char* name, const char* text) { m_markup.AddChildElem(name, text); }
-    void Add(const char* name, const KeldMBString& text) { Add(name, text.Cstr()); }
+    void Add(const char* name, const char* text) { Check(m_markup.AddChildElem(name, text)); }
+    void Add(const char* name, const KeldMBString& text) {
+        Check(text.View().find('\0') == std::string_view::npos);
+        Add(name, text.Cstr());
+    }
     void Add(const char* name, const NumberText& number) { Add(name, number.Cstr()); }
     void AddInteger(const char* name, int value) { Add(name, NumberText::Integer(value)); }
     void AddUnsigned(const char* name, std::uint32_t value) { AddInteger(name, static_cast<std::int32_t>(value)); }
     void AddFlag(const char* name, unsigned char value) { Add(name, value != 0 ? "TRUE" : "FALSE"); }
     void AddData(const char* name, const KeldMBString& text) {
         Add(name, "");
-        m_markup.SetChildData(text.Cstr());
+        Check(m_markup.SetChildData(text.Cstr()));
     }
-    void AddElement(const KeldMBString& xml) { m_markup.AddChildSubDoc(xml.Cstr()); }
+    void AddElement(const KeldMBString& xml) { Check(m_markup.AddChildSubDoc(xml.Cstr())); }
 
     // Children of a child.
     void Into(const char* name) {
@@ -32,10 +40,12 @@ public:
     }
     void Out() { m_markup.OutOfElem(); }
 
-    const KeldMBString& Text() const { return m_markup.GetDoc(); }
+    void Check(bool isWritten) { m_isGood = m_isGood && isWritten; }
+    KeldMBString Text() const { return m_isGood ? m_markup.GetDoc() : KeldMBString(); }
 
 private:
     QzMarkup m_markup;
+    bool m_isGood;
 };
 
 /// Looks the children of the top element up by name, forward from the last one found. A read that finds no

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/keldmemory.h"
 #include "toolkit/qzmarkup.h"
 #include "toolkit/xml/attributenames.h"
 #include "toolkit/xml/qzmarkupinline.h"
@@ -133,8 +134,10 @@ public:
         m_isWhole = size <= KeldMBString::MaxLength;
         if (!m_isWhole)
             return;
-        if (m_memory.size() < size)
-            m_memory.resize(size);
+        if (m_memory.size() < size && !TryMemory([&] { m_memory.resize(size); })) {
+            m_isWhole = false;
+            return;
+        }
         m_isLarge = size > 16 * Small;
         m_end = m_memory.data();
     }
@@ -145,7 +148,8 @@ public:
     Writer(const Writer&) = delete;
     Writer& operator=(const Writer&) = delete;
 
-    bool IsWhole() const { return m_isWhole; } ///< otherwise it is longer than a document; nothing may be put
+    /// Otherwise it is longer than a document, or than the memory has room for: nothing may be put.
+    bool IsWhole() const { return m_isWhole; }
     Writer& Put(std::string_view text) {
         std::memcpy(m_end, text.data(), text.size());
         m_end += text.size();
@@ -324,7 +328,8 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute)
     constexpr int Many = 64;
     const bool noted = m_attributeNames != nullptr && m_attributeNames->iPos == iPos &&
                        m_attributeNames->nChanges == m_text->Changes();
-    if (noted && m_attributeNames->Add(name))
+    bool isNew = false;
+    if (noted && TryMemory([&] { isNew = m_attributeNames->Add(name); }) && isNew)
         return false;
     int count = 0;
     for (const Attribute& one : AttributesOf(iPos)) {
@@ -334,15 +339,20 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute)
             return true;
         }
     }
-    if (!noted && count >= Many) {
+    if (noted)
+        return false;
+    m_attributeNames.reset();
+    if (count < Many)
+        return false;
+    const bool kept = TryMemory([&] {
         m_attributeNames = std::make_unique<AttributeNames>();
         m_attributeNames->iPos = iPos;
         for (const Attribute& one : AttributesOf(iPos))
             m_attributeNames->Add(one.m_name);
         m_attributeNames->Add(name);
-    } else if (!noted) {
+    });
+    if (!kept)
         m_attributeNames.reset();
-    }
     return false;
 }
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "base/keldmemory.h"
 #include "toolkit/qzmarkup.h"
 #include "toolkit/xml/qzmarkupinline.h"
 
@@ -86,19 +87,25 @@ int QzMarkup::PreviousSibling(int iPos) {
     if (iNoted != 0 && Pos(iNoted).iElemNext == iPos && !IsReleased(iNoted))
         return iNoted;
     // Whoever asks once will ask for the others, too.
-    m_previous.resize(static_cast<std::size_t>(m_iPosFree));
+    const bool notes = TryMemory([this] { m_previous.resize(static_cast<std::size_t>(m_iPosFree)); });
+    int iFound = 0;
     int iPrevious = 0;
-    for (int i = iFirst; i != 0; i = Pos(i).iElemNext)
-        m_previous[static_cast<std::size_t>(i)] = std::exchange(iPrevious, i);
-    return m_previous[index];
+    for (int i = iFirst; i != 0; i = Pos(i).iElemNext) {
+        if (i == iPos)
+            iFound = iPrevious;
+        if (notes)
+            m_previous[static_cast<std::size_t>(i)] = iPrevious;
+        iPrevious = i;
+    }
+    return iFound;
 }
 
 void QzMarkup::SetPrevious(int iPos, int iPrevious) {
     if (iPos == 0 || m_previous.empty())
         return;
-    if (static_cast<std::size_t>(iPos) >= m_previous.size())
-        m_previous.resize(static_cast<std::size_t>(m_iPosFree));
-    m_previous[static_cast<std::size_t>(iPos)] = iPrevious;
+    const auto index = static_cast<std::size_t>(iPos);
+    if (index < m_previous.size() || TryMemory([this] { m_previous.resize(static_cast<std::size_t>(m_iPosFree)); }))
+        m_previous[index] = iPrevious;
 }
 
 // ---- Keeping them
@@ -150,9 +157,11 @@ void QzMarkup::ReleasePos(int iFirst) {
         m_iPosReleased = iReleased;
         if (!m_mapSavedPos.IsEmpty()) {
             const auto index = static_cast<std::size_t>(iReleased);
-            if (index >= m_releasedAt.size())
-                m_releasedAt.resize(static_cast<std::size_t>(m_iPosFree));
-            m_releasedAt[index] = m_nReleases;
+            if (index < m_releasedAt.size() ||
+                TryMemory([this] { m_releasedAt.resize(static_cast<std::size_t>(m_iPosFree)); }))
+                m_releasedAt[index] = m_nReleases;
+            else
+                m_mapSavedPos.RemoveAll();
         }
     }
 }

@@ -1,9 +1,13 @@
 #include "toolkit/xml/qzxmldeclaration.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "toolkit/qztextcodec.h"
 #include "toolkit/qztoolkit.h"
+#include "toolkit/text/widecharset.h"
 
 namespace Qzc {
 
@@ -11,7 +15,43 @@ namespace {
 
 using Charset = KELDCharset::Charset;
 
-constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+// In the order in which marks are looked for: the first starts as another.
+struct Wide {
+    Charset charset;
+    WideForm form;
+};
+constexpr Wide WideForms[] = {
+    {KELDCharset::UCS4LE, {"UTF-32LE", "UTF-32", std::string_view("\xFF\xFE\0\0", 4)}},
+    {KELDCharset::UCS4BE, {"UTF-32BE", "UTF-32", std::string_view("\0\0\xFE\xFF", 4)}},
+    {KELDCharset::UTF16LE, {"UTF-16LE", "UTF-16", "\xFF\xFE"}},
+    {KELDCharset::UTF16BE, {"UTF-16BE", "UTF-16", "\xFE\xFF"}},
+};
+
+// Which of them stands for a charset.
+Charset WideFormOf(Charset charset) {
+    switch (charset) {
+    case KELDCharset::Wide: return WideFormOf(GetWideCharset());
+    case KELDCharset::UCS2:
+    case KELDCharset::UCS2LE:
+    case KELDCharset::UTF16: return KELDCharset::UTF16LE;
+    case KELDCharset::UCS2BE: return KELDCharset::UTF16BE;
+    case KELDCharset::UTF32: return KELDCharset::UCS4LE;
+    case KELDCharset::UCS4: return KELDCharset::UCS4BE;
+    default: return charset;
+    }
+}
+
+bool StartsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
+// What reads as a declaration byte by byte is in no charset in which these bytes are something else.
+bool CanBeDeclared(Charset charset) {
+    const KeldMBString start("<?xml ");
+    KeldMBString read;
+    return QzTextCodec(KELDCharset::UTF8, charset).Convert(read, start) && read == start;
+}
+
 constexpr std::string_view Blanks = " \t\r\n";
 
 KeldMBString Trimmed(std::string_view text) {
@@ -48,31 +88,63 @@ KeldMBString PseudoAttribute(std::string_view text) {
     return end == std::string_view::npos ? KeldMBString() : Trimmed(text.substr(at + 1, end - at - 1));
 }
 
-// A declaration that could be read byte by byte is not in a charset of wider units, whatever it says.
-bool IsByteCharset(Charset charset) {
-    return charset != KELDCharset::UTF16LE && charset != KELDCharset::UTF16BE &&
-           !(charset >= KELDCharset::UCS2LE && charset <= KELDCharset::UCS4BE);
-}
-
 } // namespace
 
-Charset DecodeXmlFile(KeldMBString& text) {
-    const Charset current = QzToolkit::GetCurCharset();
-    const bool marked = text.View().substr(0, ByteOrderMark.size()) == ByteOrderMark;
-    if (marked)
-        text.Delete(0, static_cast<int>(ByteOrderMark.size()));
+const WideForm* FindWideForm(Charset charset) {
+    const auto* const found = std::find_if(std::begin(WideForms), std::end(WideForms),
+                                           [&](const Wide& wide) { return wide.charset == WideFormOf(charset); });
+    return found != std::end(WideForms) ? &found->form : nullptr;
+}
 
-    Charset encoding = QzTextCodec::GetCharset(LastWord(text.View()));
-    if (encoding == KELDCharset::Unknown) {
-        const KeldMBString name = PseudoAttribute(text.View());
-        if (!name.IsEmpty())
-            encoding = QzTextCodec::GetCharset(name);
-        else
-            encoding = marked ? KELDCharset::UTF8 : current;
+Charset DeclaredCharset(std::string_view text) {
+    const Charset charset = QzTextCodec::GetCharset(LastWord(text));
+    if (charset != KELDCharset::Unknown)
+        return charset;
+    const KeldMBString name = PseudoAttribute(text);
+    return name.IsEmpty() ? KELDCharset::Current : QzTextCodec::GetCharset(name);
+}
+
+std::string_view XmlDeclaration(std::string_view text) {
+    constexpr std::string_view Start = "<?xml";
+    const std::size_t end = text.find("?>");
+    if (end == std::string_view::npos || !StartsWith(text, Start) ||
+        (Blanks.find(text[Start.size()]) == std::string_view::npos && end != Start.size()))
+        return std::string_view();
+    return text.substr(0, end + 2);
+}
+
+KeldMBString XmlFileHeader(Charset charset) {
+    KeldMBString header = QzToolkit::GetXmlFileHeader(charset);
+    const WideForm* const wide = FindWideForm(charset);
+    if (wide != nullptr)
+        header.Replace(QzTextCodec::GetCharsetName(charset), wide->declared);
+    return header;
+}
+
+XmlFileForm DecodeXmlFile(KeldMBString& text) {
+    const Charset current = QzToolkit::GetCurCharset();
+    XmlFileForm form = {KELDCharset::Unknown, false, StartsWith(text.View(), Utf8Mark)};
+    for (const Wide& wide : WideForms) { // whatever the text says of itself
+        if (!StartsWith(text.View(), wide.form.mark))
+            continue;
+        form.encoding = wide.charset;
+        const int skipped = static_cast<int>(wide.form.mark.size());
+        KeldMBString converted;
+        form.isConverted = QzTextCodec(QzTextCodec::GetCharsetName(current), wide.form.name)
+                               .Convert(converted, text.Cstr() + skipped, text.GetLength() - skipped) != 0;
+        if (form.isConverted)
+            text = std::move(converted);
+        return form;
     }
-    if (encoding != KELDCharset::Unknown && encoding != current && IsByteCharset(encoding))
-        QzTextCodec(current, encoding).Convert(text, text);
-    return encoding;
+    if (form.hasMark)
+        text.Delete(0, static_cast<int>(Utf8Mark.size()));
+    form.encoding = DeclaredCharset(text.View());
+    if (form.encoding == KELDCharset::Current)
+        form.encoding = form.hasMark ? KELDCharset::UTF8 : current;
+    form.isConverted =
+        form.encoding == current || (form.encoding != KELDCharset::Unknown && CanBeDeclared(form.encoding) &&
+                                     QzTextCodec(current, form.encoding).Convert(text, text));
+    return form;
 }
 
 } // namespace Qzc
