@@ -1,4 +1,4 @@
-// The log's file beside spdlog's synchronous file sink: the same fields, settings and messages, one file
+// The log's file beside spdlog's synchronous file sinks: the same fields, settings and messages, one file
 // each.
 
 #include <cstdio>
@@ -9,10 +9,12 @@
 #include <vector>
 
 #include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/spdlog.h>
 
 #include "ratio.h"
 #include "toolkit/qzlogfile.h"
+#include "toolkit/qzlogmacros.h"
 
 using namespace Qzc;
 
@@ -43,47 +45,93 @@ const KeldMBString& SourceName() {
     return s_name;
 }
 
+struct Setting {
+    int batch;
+    bool limited; // in size; the limit is reached a few times
+};
+
+constexpr int SizeLimit = 1 << 24;
+
 class Ours {
 public:
-    static void Open(int batch) {
+    static void Open(Setting setting) {
         QzLogFile& log = QzLogFile::GetInstance(false);
         log.Open(KeldMBString((Directory() / "ours.log").string()), 0);
-        log.SetLogCountToDisk(batch);
+        log.SetLogCountToDisk(setting.batch);
+        log.SetFileSizeLimit(setting.limited ? SizeLimit : -1, QzLogFile::NewFile);
+        log.SetRetention(2, 0);
+        log.SetLevel(QzLogFile::info);
     }
     static void Record(const KeldMBString& message, int line) {
         QzLogFile::GetInstance(false).RecordLog(QzLogFile::warning, Code, message, SourceName(), line);
     }
-    static void Close() { QzLogFile::GetInstance(false).Close(); }
+    static void Text(int number) {
+        QZ_LOG_WARNING(Code, "Layer %d of the map %s cannot be drawn: the data source is gone", number, "Rivers");
+    }
+    static void Doubles(int number) {
+        QZ_LOG_WARNING(Code, "Layer %d of the map lies at %f, %f", number, 100.25 + number * 0.37,
+                       35.5 - number * 0.11);
+    }
+    static void Disabled(int number) { QZ_LOG_DEBUG(Code, "Layer %d of the map %s is drawn", number, "Rivers"); }
+    static void Close() {
+        QzLogFile& log = QzLogFile::GetInstance(false);
+        log.Close();
+        log.SetLevel(QzLogFile::debug);
+    }
 };
 
 class Spdlog {
 public:
     // It has no message code; that is put in front of the message. %e, the millisecond, is its time span.
-    static void Open(int batch) {
-        s_logger = std::make_shared<spdlog::logger>(
-            "bench", std::make_shared<spdlog::sinks::basic_file_sink_mt>((Directory() / "spdlog.log").string(), true));
+    static void Open(Setting setting) {
+        const std::string file = (Directory() / "spdlog.log").string();
+        spdlog::sink_ptr sink;
+        if (setting.limited)
+            sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(file, SizeLimit, 2, true);
+        else
+            sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(file, true);
+        s_logger = std::make_shared<spdlog::logger>("bench", sink);
         s_logger->set_pattern("%Y-%m-%d %H:%M:%S| %6e| %5t| %7l| %v| %s(%#)");
-        s_logger->flush_on(batch == 1 ? spdlog::level::trace : spdlog::level::off);
-        s_batch = batch;
+        s_logger->flush_on(setting.batch == 1 ? spdlog::level::trace : spdlog::level::off);
+        s_logger->set_level(spdlog::level::info);
+        s_batch = setting.batch;
     }
     static void Record(const KeldMBString& message, int line) {
-        thread_local int t_count = 0;
         s_logger->log(spdlog::source_loc{SourceFile, line, "Draw"}, spdlog::level::warn, "{:6}| {}", Code,
                       std::string_view(message.View()));
-        if (s_batch > 1 && ++t_count % s_batch == 0)
-            s_logger->flush();
+        FlushBatch();
+    }
+    static void Text(int number) {
+        s_logger->log(Here(), spdlog::level::warn,
+                      "{:6}| Layer {} of the map {} cannot be drawn: the data source is gone", Code, number, "Rivers");
+        FlushBatch();
+    }
+    static void Doubles(int number) {
+        s_logger->log(Here(), spdlog::level::warn, "{:6}| Layer {} of the map lies at {}, {}", Code, number,
+                      100.25 + number * 0.37, 35.5 - number * 0.11);
+        FlushBatch();
+    }
+    static void Disabled(int number) {
+        s_logger->log(Here(), spdlog::level::debug, "{:6}| Layer {} of the map {} is drawn", Code, number, "Rivers");
     }
     static void Close() { s_logger.reset(); }
 
 private:
+    static spdlog::source_loc Here() { return {__FILE__, __LINE__, "Draw"}; }
+    static void FlushBatch() {
+        thread_local int t_count = 0;
+        if (s_batch > 1 && ++t_count % s_batch == 0)
+            s_logger->flush();
+    }
+
     inline static std::shared_ptr<spdlog::logger> s_logger;
     inline static int s_batch = 1;
 };
 
 template <class Log>
-void RecordItems(benchmark::State& state) {
+void RecordItems(benchmark::State& state, Setting setting) {
     if (state.thread_index() == 0)
-        Log::Open(static_cast<int>(state.range(0)));
+        Log::Open(setting);
     const std::vector<KeldMBString>& messages = Messages();
     std::size_t i = static_cast<std::size_t>(state.thread_index()) * 2048;
     for (auto _ : state) {
@@ -95,14 +143,33 @@ void RecordItems(benchmark::State& state) {
 }
 
 template <class Log>
+void Print(benchmark::State& state, void (*print)(int)) {
+    Log::Open({Batch, false});
+    int i = 0;
+    for (auto _ : state)
+        print(++i);
+    Log::Close();
+}
+
+template <class Log>
 void Register(const std::string& name) {
-    const auto add = [](const std::string& title, int batch, int threads) {
-        benchmark::RegisterBenchmark(title.c_str(), RecordItems<Log>)->Arg(batch)->Threads(threads)->UseRealTime();
+    const auto add = [&](const std::string& title, Setting setting, int threads) {
+        benchmark::RegisterBenchmark((title + name).c_str(), RecordItems<Log>, setting)
+            ->Threads(threads)
+            ->UseRealTime();
     };
-    add("log/every line flushed/" + name, 1, 1);
-    add("log/batches/" + name, Batch, 1);
-    add("log/every line flushed/" + name, 1, 2);
-    add("log/batches/" + name, Batch, 2);
+    add("log/every line flushed/", {1, false}, 1);
+    add("log/batches/", {Batch, false}, 1);
+    add("log/every line flushed/", {1, false}, 2);
+    add("log/batches/", {Batch, false}, 2);
+    add("log/every line flushed, size limit/", {1, true}, 1);
+    add("log/batches, size limit/", {Batch, true}, 1);
+    const auto addPrint = [&](const std::string& title, void (*print)(int)) {
+        benchmark::RegisterBenchmark((title + name).c_str(), Print<Log>, print)->UseRealTime();
+    };
+    addPrint("log/below the level/", Log::Disabled);
+    addPrint("log/printed into batches/text and whole numbers/", Log::Text);
+    addPrint("log/printed into batches/floating-point numbers/", Log::Doubles);
 }
 
 } // namespace

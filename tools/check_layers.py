@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Holds the sources to the house's plan (docs/architecture.md): what may include what, who may know the system,
-and that every public header stands alone. Prints a line per fault; exits with 1 when there is one.
+that the process's own state is guarded by GlobalLock alone, and that every public header stands alone. Prints a line per fault; exits with 1 when there is one.
 
     tools/check_layers.py [--no-compile]
 """
@@ -48,6 +48,13 @@ SYSTEM_MACRO = re.compile(r"\b(_WIN32|_WIN64|WIN32|__MINGW\w*|_MSC_VER|__CYGWIN_
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 DIRECTIVE = re.compile(r"^\s*#\s*(if|ifdef|ifndef|elif|define|undef)\b")
 
+# A lock that all threads share and no object owns. Whoever is ended by force under one without a shield shuts it for
+# the rest of the process, so there is one kind: Platform::GlobalLock. Sources have no indentation in a namespace.
+LOCK = (r"\b(std::((recursive_|shared_)?(timed_)?mutex|shared_mutex|once_flag|condition_variable(_any)?|atomic_flag)|"
+        r"pthread_(mutex|rwlock|cond|spinlock)_t|sem_t|BinaryLock|RecursiveLock|ReadWriteLock|Condition|Semaphore|"
+        r"QzMutex|QzReadWriteLock|QzSemaphore|QzCondition)\b")
+SHARED_LOCK = re.compile(r"^(\s*((inline|const|alignas\(\w+\)) )*static )?(?![ /])[^()\"]*" + LOCK + r"[^()\"]*[ &*][\w:]+ *[;={\[(]")
+
 
 def toolkit_header_room(stem):
     if stem in HEADER_ROOMS:
@@ -81,6 +88,9 @@ def check_source(path, faults):
     knows_system = re.match(r"src/platform/\w+/", name) is not None
     for number, line in enumerate(path.read_text().splitlines(), 1):
         where = f"{name}:{number}"
+        lock = SHARED_LOCK.match(line.split("//")[0])
+        if lock:
+            faults.append(f"{where}: a {lock[4]} for the whole process; only platform/globallock.h is shielded")
         include = INCLUDE.match(line)
         if include is None:
             macro = SYSTEM_MACRO.search(line.split("//")[0]) if DIRECTIVE.match(line) else None

@@ -4,9 +4,9 @@
 
 namespace KELD {
 
-/// Charset numbers. Below 256 they are the Windows charset numbers with this system's own beside them; the
-/// others, for charsets that only documents name, are code page numbers. KeldSystem maps them to names and
-/// back.
+/// Charset numbers. Below 256 they are the Windows charset numbers with this system's own beside them (37 is a code
+/// page); then come code page numbers, of which only some have a name here, and from 70000 on the numbers of charsets
+/// without a code page. KeldSystem maps all of them to names and back.
 struct KELDCharset {
     enum Charset : int {
         Unknown = -1, ///< no charset of this table; never a name that a codec opens
@@ -58,7 +58,36 @@ struct KELDCharset {
         ISO8859_15 = 28605,
         ISO8859_16 = 28606,
         EUCJP = 51932,
-        GB18030 = 54936
+        GB18030 = 54936,
+
+        Big5HKSCS = 951, ///< Big5 with the characters of Hong Kong
+        ISO2022JP = 50220,
+        ISO2022KR = 50225,
+        ISO2022CN = 50227,
+        EUCTW = 51950,
+        UTF7 = 65000,
+
+        UTF16 = 70000, ///< with a byte-order mark, which tells a reader the order; UTF32 likewise
+        UTF32 = 70001,
+        UCS2 = 70002, ///< in the machine's own order; UCS4 big-endian
+        UCS4 = 70003,
+        ISO2022JP2 = 70010,
+        ISO2022JP3 = 70011,
+        ISO2022CNEXT = 70012,
+        EUCJISX0213 = 70013,
+        ShiftJISX0213 = 70014,
+        KOI8T = 70020,
+        KOI8RU = 70021,
+        TCVN = 70022,
+        VISCII = 70023,
+        TSCII = 70024,
+        ARMSCII8 = 70025,
+        GeorgianPS = 70026,
+        GeorgianAcademy = 70027,
+        PT154 = 70028,
+        RK1048 = 70029,
+        HPRoman8 = 70030,
+        MIK = 70031
     };
 };
 

@@ -1,11 +1,15 @@
 #pragma once
 
 #include <cstdarg>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include "base/keldassert.h"
 #include "base/keldcharset.h"
+#include "base/keldmemory.h"
 #include "base/mobaseexport.h"
 
 #if defined(__GNUC__)
@@ -23,26 +27,43 @@ namespace KELD {
 ///
 /// Null pointers count as empty text. An index out of range raises the assertion and gives a defined result.
 /// A text never grows past 2^31-1 bytes: an operation that would do so raises the assertion and changes
-/// nothing. An object is used by one thread at a time; several threads may read one that nobody changes.
+/// nothing, and likewise one that finds no memory; a text that was to be made is then empty. Every argument may be the
+/// text itself or a part of it. An object is used by one thread at a time; several threads may read one that nobody
+/// changes.
 class MOBASE_API KeldMBString {
+    template <class Char>
+    using IfChar = std::enable_if_t<std::is_same_v<Char, char>>;
+
 public:
     static constexpr int MaxLength = 0x7FFFFFFF;
 
     KeldMBString() = default;
-    KeldMBString(const char* text);             ///< up to the terminator
-    KeldMBString(const char* text, int length); ///< exactly `length` bytes; a negative length counts as 0
-    explicit KeldMBString(char c, int count = 1);
-    explicit KeldMBString(std::string text);
-    explicit KeldMBString(std::string_view text) {
-        if (KELDASSERT(text.size() <= MaxLength))
-            m_text = text;
+    KeldMBString(const char* text) : m_text(CopyOf(Text(text))) {} ///< up to the terminator
+    KeldMBString(const char* text, int length);                    ///< exactly `length` bytes; a negative length is 0
+    template <class Char, class = IfChar<Char>>
+    explicit KeldMBString(Char c, int count = 1) { ///< of a char alone, not of a number
+        Fill(c, count);
     }
+    explicit KeldMBString(std::string text);
+    explicit KeldMBString(std::string_view text) : m_text(CopyOf(text)) {}
+    KeldMBString(const KeldMBString& other) noexcept : m_text(CopyOf(other.m_text)), m_charset(other.m_charset) {}
+    KeldMBString(KeldMBString&& other) noexcept = default;
+    KeldMBString& operator=(const KeldMBString& other) noexcept {
+        if (Assign(other.m_text))
+            m_charset = other.m_charset;
+        return *this;
+    }
+    KeldMBString& operator=(KeldMBString&& other) noexcept = default;
+    ~KeldMBString() = default;
 
     const char* Cstr() const { return m_text.c_str(); }
     int GetLength() const { return static_cast<int>(m_text.size()); }
     bool IsEmpty() const { return m_text.empty(); }
     void Empty() { m_text.clear(); }                 ///< keeps the charset
     std::string_view View() const { return m_text; } ///< valid until the next change
+    operator std::string_view() const { return m_text; }
+    const char* begin() const { return m_text.data(); }
+    const char* end() const { return m_text.data() + m_text.size(); }
 
     KELDCharset::Charset GetCharset() const { return m_charset; }
     void SetCharset(KELDCharset::Charset charset) { m_charset = charset; } ///< the number only
@@ -89,19 +110,34 @@ public:
 
     KeldMBString& Append(const char* text, int length);
     KeldMBString& Append(std::string_view text) {
-        if (text.size() <= MaxLength - m_text.size() || HasRoomFor(text.size()))
+        if (text.size() <= m_text.capacity() - m_text.size() && text.size() <= MaxLength - m_text.size())
             m_text.append(text);
+        else
+            AppendGrowing(text);
         return *this;
     }
     KeldMBString& operator+=(const KeldMBString& text) { return Append(text.m_text); }
-    KeldMBString& operator+=(const char* text);
-    KeldMBString& operator+=(char c);
-    void Reserve(int capacity);
+    KeldMBString& operator+=(const char* text) { return Append(Text(text)); }
+    template <class Char, class = IfChar<Char>>
+    KeldMBString& operator+=(Char c) {
+        return Append(std::string_view(&c, 1));
+    }
+    void Reserve(int capacity); ///< a hint: room that cannot be had is not made
 
-    friend KeldMBString operator+(KeldMBString a, const KeldMBString& b) { return std::move(a += b); }
-    friend KeldMBString operator+(KeldMBString a, const char* b) { return std::move(a += b); }
-    friend KeldMBString operator+(KeldMBString a, char b) { return std::move(a += b); }
-    friend KeldMBString operator+(const char* a, const KeldMBString& b) { return KeldMBString(a) += b; }
+    // The charset number is that of the operand which is a KeldMBString, of the left one where both are.
+    friend KeldMBString operator+(const KeldMBString& a, const KeldMBString& b) { return Join(a, b, a); }
+    friend KeldMBString operator+(const KeldMBString& a, const char* b) { return Join(a, Text(b), a); }
+    friend KeldMBString operator+(const char* a, const KeldMBString& b) { return Join(Text(a), b, b); }
+    template <class Char, class = IfChar<Char>>
+    friend KeldMBString operator+(const KeldMBString& a, Char b) {
+        return Join(a, std::string_view(&b, 1), a);
+    }
+    friend KeldMBString operator+(KeldMBString&& a, const KeldMBString& b) { return Extend(a, b); }
+    friend KeldMBString operator+(KeldMBString&& a, const char* b) { return Extend(a, Text(b)); }
+    template <class Char, class = IfChar<Char>>
+    friend KeldMBString operator+(KeldMBString&& a, Char b) {
+        return Extend(a, std::string_view(&b, 1));
+    }
 
     // Equality and order look at the bytes, not at the charset number.
     friend bool operator==(const KeldMBString& a, const KeldMBString& b) { return a.m_text == b.m_text; }
@@ -117,6 +153,24 @@ public:
 
 private:
     static std::string_view Text(const char* text) { return text != nullptr ? text : std::string_view(); }
+    static std::string CopyOf(std::string_view text) noexcept {
+        if (text.size() <= MaxLength) {
+            try {
+                return std::string(text);
+            } catch (const std::bad_alloc&) {
+                ReportMemoryFailure();
+                return std::string();
+            }
+        }
+        return TooLong();
+    }
+    static std::string TooLong();
+    /// Both in one text; empty when there is no memory for it.
+    static KeldMBString Join(std::string_view a, std::string_view b, const KeldMBString& charset);
+    static KeldMBString Extend(KeldMBString& a, std::string_view b);
+    bool Assign(std::string_view text) noexcept;
+    void AppendGrowing(std::string_view text);
+    void Fill(char c, int count);
     /// Whether `added` more bytes fit; raises the assertion when they do not.
     bool HasRoomFor(std::size_t added) const;
     template <class Map>
@@ -127,3 +181,11 @@ private:
 };
 
 } // namespace KELD
+
+/// Equal texts have equal hashes, whatever their charset numbers.
+template <>
+struct std::hash<KELD::KeldMBString> {
+    std::size_t operator()(const KELD::KeldMBString& text) const noexcept {
+        return std::hash<std::string_view>()(text.View());
+    }
+};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "base/keldcharset.h"
 #include "base/keldmbstring.h"
 #include "base/mobaseexport.h"
@@ -15,8 +17,9 @@ public:
     /// ASCII is a part.
     static KELDCharset::Charset GetCurCharset();
 
-    /// Sets the current charset. `Current` and `Unknown` are refused: false, nothing changed. Text already
-    /// held is not converted, so set it once, at the program's start.
+    /// Sets the current charset. Refused, with false and nothing changed: `Current`, a number without a name, and
+    /// charsets in which ASCII bytes mean something else, such as wide text. Text already held is not converted, so set
+    /// it once, at the program's start.
     static bool SetCurCharset(KELDCharset::Charset charset);
 
     /// The name that iconv knows a charset by, and that files declare. `Current` gives the current charset's,
@@ -26,6 +29,8 @@ public:
     /// Shift_JIS: Windows-31J; EUC-KR: CP949), the number means the extension, so such files convert whole,
     /// and the extension's name is the one given.
     static KeldMBString GetCharsetName(KELDCharset::Charset charset);
+    /// The same without a copy: zero-terminated text that stays.
+    static std::string_view GetCharsetNameView(KELDCharset::Charset charset);
 
     /// The number of a charset name, without regard to case. `Unknown` when the name is not in the table.
     static KELDCharset::Charset GetCharset(const KeldMBString& name);

@@ -7,7 +7,8 @@
 
 namespace KELD {
 
-/// A second in time, counted from 1970-01-01 00:00:00 UTC, with its local calendar form. Any thread.
+/// A second in time, counted from 1970-01-01 00:00:00 UTC, with its local calendar form. Years reach 2147 million in
+/// both directions: times beyond read as the last second of those. Any thread.
 class MOBASE_API KeldTime {
 public:
     KeldTime() = default; ///< 1970-01-01 00:00:00 UTC
@@ -36,7 +37,8 @@ public:
     KeldMBString Format(const KeldMBString& format) const;
 
     /// Reads at the start of `text` what Format wrote with the same format; the number of bytes read. 0, and
-    /// the time left as it was, when the text is none or the format does not tell a time.
+    /// the time left as it was, when the text is none, names a day that its month lacks, or the format does not tell a
+    /// time.
     int Parse(const KeldMBString& format, const KeldMBString& text);
 
     friend bool operator==(KeldTime a, KeldTime b) { return a.m_seconds == b.m_seconds; }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
@@ -11,7 +12,7 @@ namespace Qzc {
 /// A file of bytes, without a buffer of its own, and the questions that the toolkit asks about paths.
 ///
 /// In every path both `/` and `\` separate; results use the system's own separator. Directories, and things
-/// without a position such as pipes, are no files: opening them fails. An object is used by one thread at a
+/// without a position such as pipes, are no files: opening them fails. A path with a zero byte names nothing. An object is used by one thread at a
 /// time; the static functions may be called from any thread.
 class MOSTREAM_API QzFile {
 public:
@@ -32,7 +33,8 @@ public:
     bool IsOpen() const { return m_handle != -1; }
 
     std::int64_t Read(void* buffer, std::int64_t count); ///< the number read; fewer at the end or on failure
-    /// Reads from the start to the end. False, and `text` left as it was, on failure or from 2^31 bytes on.
+    /// Reads from the start to the end, also where the system does not tell the length. False, and `text` left as it
+    /// was, on failure or from 2^31 bytes on.
     bool ReadAll(KeldMBString& text);
     std::int64_t Write(const void* buffer, std::int64_t count); ///< the number written; fewer only on failure
     bool Seek(std::int64_t position);                           ///< from the start
@@ -44,11 +46,20 @@ public:
     int GetErrorCode() const { return m_error; } ///< errno of the last operation that failed, 0 before any
     KeldMBString GetError() const;               ///< the system's words for it
 
-    /// Puts `text` in the place of the file in one step: at every moment the path names the old file or the
-    /// new one, whole. On failure the old file is as it was.
+    /// Puts `text` in the place of the file in one step: at every moment the path names the old file or the new
+    /// one, whole, and on failure the old one. Symbolic links are followed; owner and permissions stay; a file
+    /// that may not be written is refused. Another hard link keeps the old file.
+    ///
+    /// Where the directory takes no new file, or the owner could not be kept, the file is overwritten, once its
+    /// room on the disk is secured. What is no regular file, such as a device or a pipe that is being read, is
+    /// written to.
     static bool ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error);
 
-    static bool IsExist(const KeldMBString& path); ///< whether a file (not a directory) is there
+    /// The same with what `write` writes to the file that it is handed, when it returns true. `error` is empty
+    /// where it was `write` that gave up.
+    static bool ReplaceAll(const KeldMBString& path, const std::function<bool(QzFile&)>& write, KeldMBString& error);
+
+    static bool IsExist(const KeldMBString& path); ///< whether something is there that Open takes for a file
     static void Remove(const KeldMBString& path);
 
     /// The directory of a loaded shared library, named without prefix, suffix and version ("MoBase"); it ends
@@ -60,7 +71,7 @@ public:
 
     /// Takes a path apart, so that joining the three gives it back: the directory with the separator at its
     /// end, the name, and the extension with its dot. What a path lacks is empty; a dot that starts the name
-    /// starts no extension.
+    /// starts no extension, and neither do those of "..".
     static void SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name,
                           KeldMBString& extension);
 

@@ -28,6 +28,9 @@ protected:
     std::int64_t WriteMore(const unsigned char* buffer, std::int64_t count) override;
 
 private:
+    /// Makes room; gives what was the storage, for as long as somebody still reads it.
+    std::unique_ptr<unsigned char[]> Grow(std::int64_t capacity);
+
     std::unique_ptr<unsigned char[]> m_storage;
     bool m_isView = false;
 };

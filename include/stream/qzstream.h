@@ -27,18 +27,18 @@ public:
             return ReadRest(static_cast<unsigned char*>(buffer), count);
         if (count <= 0)
             return 0;
-        std::memcpy(buffer, m_cursor, static_cast<std::size_t>(count));
+        std::memmove(buffer, m_cursor, static_cast<std::size_t>(count));
         m_cursor += count;
         return count;
     }
 
-    /// Writes `count` bytes; the number written, less than `count` only on failure.
+    /// Writes `count` bytes; the number written, less than `count` only on failure. They may be the stream's own.
     std::int64_t Write(const void* buffer, std::int64_t count) {
         if (count > m_writeEnd - m_cursor)
             return WriteRest(static_cast<const unsigned char*>(buffer), count);
         if (count <= 0)
             return 0;
-        std::memcpy(m_cursor, buffer, static_cast<std::size_t>(count));
+        std::memmove(m_cursor, buffer, static_cast<std::size_t>(count));
         m_cursor += count;
         if (m_cursor > m_readEnd)
             m_readEnd = m_cursor;
@@ -55,7 +55,7 @@ public:
     void SetFailed() { m_good = false; }   ///< for a reader that finds a record wrong
     void ClearFailure() { m_good = true; }
 
-    /// Reads a signed 32-bit count of elements of `elementSize` bytes each, that follow it. A count that is
+    /// Reads a signed 32-bit count of elements of `elementSize` bytes each (at least 1), that follow it. A count that is
     /// negative or larger than what the stream still holds is a failed read: 0, and nothing behind the count
     /// is consumed.
     int ReadCount(int elementSize);
@@ -84,8 +84,8 @@ public:
         return *this;
     }
 
-    /// A signed 32-bit byte count, then the bytes. A failed read gives an empty text; the charset number is
-    /// not stored.
+    /// A signed 32-bit byte count, then the bytes. A failed read gives an empty text, and a text for which there is no
+    /// memory is one; the charset number is not stored.
     QzStream& operator<<(const KeldMBString& text);
     QzStream& operator>>(KeldMBString& text);
 

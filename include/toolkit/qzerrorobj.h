@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <deque>
 
 #include "base/keldarray.h"
@@ -10,11 +11,12 @@
 
 namespace Qzc {
 
-/// The process's error stack: the newest 1000 entries, to be read newest first. The log adds every item of
-/// level error or above that it records. Any thread.
+/// The process's error stack: the newest 1000 entries, fewer when their texts take more than 16 MiB, to be read newest
+/// first. The log adds every item of level error or above that it records. Any thread.
 class MOTOOLKIT_API QzErrorObj {
 public:
     static constexpr int MaxCount = 1000;
+    static constexpr int MaxBytes = 1 << 24; ///< the newest entry stays, whatever it takes
 
     struct Entry {
         int m_nCode = 0;
@@ -38,8 +40,11 @@ private:
     QzErrorObj() = default;
     ~QzErrorObj() = default;
 
+    void DropOldest();
+
     mutable QzMutex m_mutex;
     std::deque<Entry> m_entries; ///< newest first
+    std::size_t m_bytes = 0;     ///< of their texts
 };
 
 } // namespace Qzc

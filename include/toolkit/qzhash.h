@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/keldmbstring.h"
+#include "base/keldmemory.h"
 #include "base/namespaces.h"
 
 namespace Qzc {
@@ -14,7 +15,9 @@ namespace Qzc {
 /// A hash table keyed by text that keeps its entries in the order in which their keys were first added, so
 /// that what was read from a file is written back in the same order. Keys compare byte by byte.
 ///
-/// Values may be of a type that can only be moved. Several threads may read a table that nobody changes.
+/// Values may be of a type that can only be moved. What finds no memory raises the assertion and changes nothing; a copy
+/// that was to be made is empty. Arguments may be keys and values of the table. Several threads may read a table that
+/// nobody changes.
 template <class V>
 class QzHash {
 public:
@@ -24,9 +27,18 @@ public:
     };
 
     QzHash() = default;
-    QzHash(const QzHash& other) : m_entries(other.m_entries) { IndexWhenLarge(); }
+    QzHash(const QzHash& other) noexcept { *this = other; }
     QzHash(QzHash&& other) noexcept { Swap(other); }
-    QzHash& operator=(QzHash other) noexcept {
+    QzHash& operator=(const QzHash& other) noexcept {
+        QzHash copy;
+        if (this != &other && TryCopies<Entry>([&] { copy.m_entries = Entries(other.m_entries); })) {
+            copy.IndexWhenLarge();
+            Swap(copy);
+        }
+        return *this;
+    }
+    QzHash& operator=(QzHash&& other) noexcept {
+        QzHash old(std::move(*this));
         Swap(other);
         return *this;
     }
@@ -38,9 +50,7 @@ public:
     /// Copies the value into `value` and returns true; a missing key returns false and leaves `value` alone.
     bool Lookup(const KeldMBString& key, V& value) const {
         const V* const found = Find(key);
-        if (found != nullptr)
-            value = *found;
-        return found != nullptr;
+        return found != nullptr && TryCopies<V>([&] { value = *found; });
     }
     /// The value in the table, null when the key is missing. Valid until the key is removed.
     const V* Find(const KeldMBString& key) const {
@@ -55,18 +65,8 @@ public:
     }
 
     /// Adds the key at the end, or replaces its value where it stands.
-    void SetAt(const KeldMBString& key, V value) {
-        const auto known = Locate(key);
-        if (known != m_entries.end()) {
-            known->second = std::move(value);
-            return;
-        }
-        const auto added = m_entries.insert(m_entries.end(), Entry{key, std::move(value)});
-        if (m_index != nullptr)
-            m_index->emplace(added->first.View(), added);
-        else
-            IndexWhenLarge();
-    }
+    void SetAt(const KeldMBString& key, const V& value) { Set(key, value); }
+    void SetAt(const KeldMBString& key, V&& value) { Set(key, std::move(value)); }
     bool RemoveKey(const KeldMBString& key) { ///< whether it was there
         const auto known = Locate(key);
         if (known == m_entries.end())
@@ -120,12 +120,36 @@ private:
             ++entry;
         return entry;
     }
+    template <class Value>
+    void Set(const KeldMBString& key, Value&& value) {
+        const auto known = Locate(key);
+        if (known != m_entries.end()) {
+            TryMemory([&] { known->second = std::forward<Value>(value); });
+            return;
+        }
+        // Made apart, so that a key or a value that found no memory never stands in the table.
+        Entries added;
+        if (!TryCopies<Entry>([&] { added.push_back(Entry{key, std::forward<Value>(value)}); }))
+            return;
+        const auto entry = added.begin();
+        if (m_index != nullptr && !TryMemory([&] { m_index->emplace(entry->first.View(), entry); }))
+            return;
+        m_entries.splice(m_entries.end(), added); // the entry stays where it is
+        if (m_index == nullptr)
+            IndexWhenLarge();
+    }
+    /// Without memory for the index the entries go on to be searched.
     void IndexWhenLarge() {
         if (m_entries.size() <= SearchedCount)
             return;
-        m_index = std::make_unique<Index>();
-        for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry)
-            m_index->emplace(entry->first.View(), entry);
+        std::unique_ptr<Index> index;
+        const auto build = [&] {
+            index = std::make_unique<Index>();
+            for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry)
+                index->emplace(entry->first.View(), entry);
+        };
+        if (TryMemory(build))
+            m_index = std::move(index);
     }
     void Swap(QzHash& other) noexcept {
         m_entries.swap(other.m_entries);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
+#include <string_view>
 
 #include "base/keldarray.h"
 #include "base/keldmbstring.h"
@@ -20,12 +22,19 @@ class QzLogQueryDef;
 /// call-backs (docs/log.md has the formats). With the default batch of one item, an item is with the
 /// operating system when RecordLog returns: ending the process, by whatever means, loses none. What cannot be
 /// written (no file is open, the disk is full, the directory is gone) waits in memory, the oldest dropped
-/// when there are too many, and is written as soon as writing works again.
+/// when there are too many, and is written as soon as writing works again, behind a line that says how many
+/// were lost.
+///
+/// Several processes may have one file open, and the children of a fork go on logging: every item that was
+/// acknowledged is in the file, whole. A file that somebody renames is let go within half a second or a batch,
+/// one that is removed at once, and a new one of its name is made; a file that is cut off is gone on with from
+/// its new end. docs/log.md tells how, and where it ends.
 ///
 /// Text is in the current charset, but a message may hold any bytes. Any thread may call any operation; one
 /// mutex guards all of it. Call-backs run outside the mutex, possibly in several threads at once, and may
 /// use the log; what they record is written to the log's file, or waits for the next batch, but is not
-/// handed to a call-back by that same call. Nothing throws. Results are booleans (1: done) unless stated.
+/// handed to a call-back by that same call. Nothing throws; a call-back that does has refused. Results are booleans (1:
+/// done) unless stated.
 class MOTOOLKIT_API QzLogFile {
 public:
     enum LogLevelType : int { debug = 100, info = 200, warning = 300, error = 400, fatal = 500 };
@@ -43,7 +52,8 @@ public:
 
     /// What happens before a write when the file is longer than the limit.
     enum SizeLimitMode : int {
-        Rolling = 0, ///< text: the write goes to the file's start, over the oldest lines; XML: nothing
+        Rolling = 0, ///< text: the write goes to the file's start, over the oldest lines, whoever wrote them: for
+                     ///< files that one process has; XML: nothing
         ReOpen = 1,  ///< the file starts afresh
         NewFile = 2  ///< the log goes on in NAME(1).log, NAME(2).log...; existing files are left alone
     };
@@ -59,7 +69,9 @@ public:
     //
     // An existing file is added to unless `append` is 0, which empties it. An XML file that is no log in the
     // current charset is not added to (0). The default file name is made of the current time:
-    // Zp2026-11-21_09-22-56.log.
+    // Zp2026-11-21_09-22-56.log. Such a file is new: where another program has made it, the name is numbered. A
+    // path with a zero byte, to a directory or to what has no position (a pipe) is refused; a symbolic link that
+    // leads nowhere counts as its target, which is made.
 
     /// A file `name` in the directory `path`, each of which may be empty: the default name, the current
     /// directory. Directories are not created.
@@ -75,6 +87,10 @@ public:
     /// 0 when something could not be written; it stays pending.
     unsigned char Close(unsigned char sync = 0);
     unsigned char IsOpen() const;
+    /// Lets go of the file and goes on in the one that now has its name, made when missing: for a program that is
+    /// told that its log was rotated. Not from a signal handler, which sets a flag for this. 0 when no file is
+    /// open, or none can be opened; the next write tries again.
+    unsigned char Reopen();
     unsigned char Flush(); ///< writes what is pending; 0 when that fails or there is nothing to write to
 
     // ---- Recording
@@ -90,6 +106,17 @@ public:
     unsigned char RecordLog(LogLevelType level, const KeldMBString& message);
     unsigned char RecordLog(const KeldMBString& message); ///< level `info`
 
+    /// Whether an item of the level would pass the threshold and the block, at the cost of reading one number. The
+    /// macros of toolkit/qzlogmacros.h ask it before anything else.
+    static bool IsEnabled(LogLevelType level) { return level >= ms_nThreshold.load(std::memory_order_relaxed); }
+    /// The same for a code that may be one of those that are always recorded.
+    static bool IsEnabled(LogLevelType level, int code) {
+        return IsEnabled(level) || (ms_bHasCodes.load(std::memory_order_relaxed) && IsAlwaysRecorded(code));
+    }
+    /// RecordLog with the text that printf would make of the arguments, with a decimal point in any locale.
+    unsigned char RecordFormat(LogLevelType level, int code, const char* codeFile, int codeLine, const char* format,
+                               ...) KELD_PRINTF(6, 7);
+
     // ---- Settings: act from the next item on
 
     void SetLevel(LogLevelType level); ///< the threshold; default `debug`, which records everything
@@ -98,7 +125,7 @@ public:
     unsigned char IsBlocked() const;
 
     /// A line's text, with the placeholders %DATETIME, %TIMESPAN, %LEVEL, %MSG, %RESID, %THREADID, %CODEFILE
-    /// and %CODELINE. Default:
+    /// and %CODELINE, and also %MS (the milliseconds of %DATETIME's second, 3 digits) and %PID. Default:
     /// "%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)".
     void SetLogFormat(const KeldMBString& format);
     KeldMBString GetLogFormat() const;
@@ -107,21 +134,30 @@ public:
     KeldMBString GetXMLLogFormat() const;
     void SetDateTimeFormat(const KeldMBString& format); ///< strftime's; default "%Y-%m-%d %H:%M:%S"
     KeldMBString GetDateTimeFormat() const;
+    void SetUtc(unsigned char utc); ///< times in items and file names, and the intervals, are UTC; default local
+    unsigned char IsUtc() const;
 
     void SetFileSizeLimit(int bytes, SizeLimitMode mode = Rolling); ///< 0 or less (default -1): none
     int GetFileSizeLimit() const;
     SizeLimitMode GetSizeLimitMode() const;
     void SetTimeInterval(TimeInterval interval);
     TimeInterval GetTimeInterval() const;
+    /// When a file is opened or gone on in, the oldest of the log's other files are removed until no more of them
+    /// and of their bytes are left; 0 (default): no limit. They are told by their names, whoever made them, but one
+    /// that a log has open stays.
+    void SetRetention(int files, long long bytes);
 
-    void SetLogCountInMemory(int count);        ///< what may wait in memory (default 10000), at least 1
+    /// What may wait in memory (default 10000), at least 1. Nor do more than 64 MiB wait, but for a single item.
+    void SetLogCountInMemory(int count);
     void SetLogCountToDisk(int count);          ///< the batch (default 1); no more than the above
     void SetQueryMaxNum(int count);             ///< what a query gives at most (default 1000)
     void SetSaveToPhysical(unsigned char save); ///< 0: nothing is written to the file, all stays in memory
 
     /// Drops repeats (default): an item with the message, source file and line of the one before, and the
-    /// sixth of a message from one source position within the last 1000 items.
+    /// sixth of a message from one source position within the last 1000 items. For the latter a sum of hash codes
+    /// stands for message and position, so different items may rarely meet in one.
     void SetFilterRepeat(unsigned char filter);
+    void SetReportRepeats(unsigned char report); ///< an item tells how many were dropped before it; default off
 
     Mode GetMode() const;
     KeldMBString GetPrefix() const;   ///< the base name that a file was opened under, "Log" for the default
@@ -165,7 +201,13 @@ private:
     QzLogFile();
     ~QzLogFile();
 
+    static bool IsAlwaysRecorded(int code);
+    unsigned char RecordAt(LogLevelType level, int code, const KeldMBString& message, std::string_view codeFile,
+                           int codeLine);
     unsigned char OpenCallBacks(Mode mode, void* dataSource, const KeldMBString& name);
+
+    static std::atomic<int> ms_nThreshold; ///< what passes for sure
+    static std::atomic<bool> ms_bHasCodes; ///< that pass any threshold
 
     std::unique_ptr<State> m_state;
 };

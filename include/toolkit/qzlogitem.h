@@ -22,6 +22,8 @@ public:
     KeldMBString m_strDescription; ///< the message
     KeldMBString m_strCodeFile;
     int m_nCodeLine = 0;
+    int m_nMilliseconds = 0;       ///< of the second when it was recorded
+    unsigned int m_nProcessID = 0; ///< the recording process; 0 unless the line format names it
 
     /// The item as a line of text; see QzLogFile::SetLogFormat and SetDateTimeFormat.
     KeldMBString GetReplaceString(const KeldMBString& format, const KeldMBString& dateTimeFormat) const;

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/keldcharset.h"
@@ -13,10 +16,13 @@
 
 namespace Qzc {
 
+class MarkupText;
+
 /// An XML document: one text in the current charset, and beside it a table of records that say where in the
 /// text each element lies. Reading cuts names and values out of the text when they are asked for; editing
 /// splices the text and moves the offsets behind the splice, so that the records are always those that
-/// parsing the text afresh would give.
+/// parsing the text afresh would give. An edit costs what it writes and the distance to the edit before it, so
+/// a loop of edits along the document takes time in proportion to the document.
 ///
 /// Navigation. A position is a parent element, a main element in it, and a child of the main element. "Main"
 /// operations act on the main element, "Child" ones on the child. A new document stands before its top
@@ -26,12 +32,17 @@ namespace Qzc {
 ///         while (markup.FindChildElem("place"))
 ///             Print(markup.GetChildAttrib("name"));
 ///     }
-/// Positions stay valid across edits that do not remove their element.
+/// Positions stay valid across edits that do not remove their element. Children() and Attributes() read without
+/// moving, see toolkit/qzmarkupranges.h:
+///     for (const auto place : markup.Children())
+///         Print(place.GetAttrib("name"));
 ///
 /// Results are booleans (1: done) unless stated. What fails changes nothing: neither text nor position. Names
 /// and values passed in are text in the current charset; null counts as empty. Nothing throws. Documents of
-/// 2^31 bytes and more are refused; nesting may be as deep as the text is long. An object is used by one
-/// thread at a time.
+/// 2^31 bytes and more are refused; nesting may be as deep as the text is long.
+///
+/// Threads. Const operations on one document may run in many threads at once while nobody changes or moves it;
+/// a document that is edited or navigated is used by one thread at a time.
 class MOTOOLKIT_API QzMarkup {
 public:
     QzMarkup(); ///< an empty document, not well formed, in the current charset
@@ -46,7 +57,9 @@ public:
     /// Replaces the text and parses it; whether it is well formed. A malformed text is held all the same,
     /// without records, and GetError says what is wrong.
     unsigned char SetDoc(const char* szDoc);
-    const KeldMBString& GetDoc() const { return m_strDoc; }
+    /// The text. The reference stays valid as long as the document; what it refers to is whole until the next
+    /// edit and then again when GetDoc is called.
+    const KeldMBString& GetDoc() const;
 
     /// Whether there is a top element. Text before it is skipped and text behind its end tag is not looked at.
     unsigned char IsWellFormed() const;
@@ -55,25 +68,56 @@ public:
     /// "%d bytes" after a file was read or written.
     const KeldMBString& GetError() const { return m_strError; }
 
-    /// Reads a file and converts it from the encoding that its declaration names to the current charset, then
-    /// parses. The name may stand in either kind of quotes and need not be the declaration's last word. An
-    /// encoding that is not known, or bytes that are no text of it, leave the text as it was read. A
-    /// byte-order mark (UTF-8) is dropped and counts as a declaration where there is no other. A file that
-    /// cannot be read leaves the document as it was; one that cannot be opened is also recorded in the log.
+    /// Where the parser found what its message tells, while the document is not well formed: the tag or the node
+    /// at fault, the start tag of an element that does not end, or the end of a text without an element. Lines
+    /// end at a line feed and columns count bytes of the text as GetDoc gives it, both from 1. False, and
+    /// nothing set, where there is no such place.
+    unsigned char GetErrorPosition(int& line, int& column) const;
+
+    /// Reads a file, converts it to the current charset and parses. The encoding is that of a byte-order mark of
+    /// UTF-16 or UTF-32, else the one that the declaration names, in either kind of quotes and not necessarily as
+    /// its last word, else UTF-8 where there is its mark, else the current charset. The mark is no part of the
+    /// text. An encoding that is not known, or bytes that are no text of it, leave the text as it was read (see
+    /// IsConverted); the result tells of the parsing alone. A file that cannot be read leaves the document as it
+    /// was; one that cannot be opened is also recorded in the log.
     unsigned char Load(const char* szFileName);
 
-    /// Writes the document in its encoding (see SetEncoding), with a declaration that names it: one is put in
-    /// front where there is none, and replaced where the encoding is not the current charset; a document in
-    /// the current charset keeps the declaration that it has, whatever that says. The declaration becomes
-    /// part of the document's own text, but the records are not moved for it, so until the next SetDoc or
-    /// Load what is read from elements is not to be relied on: save last. A text that the encoding cannot
-    /// hold is not written (false, the file and the document are as they were). An unknown encoding is
-    /// written as the text stands.
+    /// Whether the text is in the current charset: 0 after Load could not convert the file, until the next
+    /// SetDoc, Load or SetEncoding. Text that is put into such a document is written as it is passed in.
+    unsigned char IsConverted() const;
+
+    /// Writes the document in its encoding (see SetEncoding); safely, as QzFile::ReplaceAll does: what fails
+    /// leaves the file and the document as they were, a text that the encoding cannot hold among them. A UTF-8
+    /// byte-order mark that Load met is written again; UTF-16 and UTF-32 always have one, and are declared by
+    /// these names. A document that is not converted is written as it was read, under its own declaration, and
+    /// one of unknown encoding as its text stands.
+    ///
+    /// All others are made to say what they are written in. What counts as the declaration is the first
+    /// "<?...?>", wherever it stands:
+    /// - Without one, a declaration and a line break are put in front.
+    /// - When the encoding is not the current charset, a declaration takes its place: that of an
+    ///   <?xml-stylesheet?> in front, too, and that of an instruction in mid-document, if that is the first.
+    /// - In the current charset all stays as it is, but for a declaration that names a charset by which the file
+    ///   would be misread. That is replaced, or, if it stands in another instruction, one is put in front.
+    ///
+    /// The change becomes part of the document's own text, but the records are not moved for it, so until the
+    /// next SetDoc or Load what is read from elements is not to be relied on: save last.
     unsigned char Save(const char* szFileName);
+
+    /// Writes what Save would, laid out for people: elements, comments and instructions on lines of their own,
+    /// indented by a tab a level (at most 16). An element that holds text or no element at all, or that says
+    /// xml:space="preserve", is written as it stands with all that is in it; so is what is behind the top
+    /// element. Only a well-formed document is written. The document itself is not changed.
+    unsigned char SaveIndented(const char* szFileName);
 
     KeldMBString GetXMLFileHeader() const; ///< the declaration for the document's encoding, without a line break
     KELDCharset::Charset GetEncoding() const { return m_encoding; } ///< `Unknown` after Load met a name not known
-    void SetEncoding(KELDCharset::Charset encoding) { m_encoding = encoding; } ///< what Save writes; no text changes
+    /// What Save writes; the text is not changed. Whoever sets it says that the text is in the current charset,
+    /// even one that Load could not convert.
+    void SetEncoding(KELDCharset::Charset encoding) {
+        m_encoding = encoding;
+        m_fileForm.isConverted = true;
+    }
 
     // ---- Navigation: false, and no move, when there is nothing to move to
 
@@ -93,25 +137,54 @@ public:
     unsigned char RestorePos(const char* szName);
 
     // ---- Reading: empty text where there is no such element or attribute
+    //
+    // A view spares the copy. It points into the document, or into a scratch text of the calling thread where
+    // references are resolved or pieces put together: it is valid until the next change of the document or the
+    // thread's next read from any.
 
     KeldMBString GetTagName() const;
     KeldMBString GetChildTagName() const;
+    std::string_view GetTagNameView() const;
+    std::string_view GetChildTagNameView() const;
 
     /// The element's own text: character data with its references resolved and CDATA sections as written, in
     /// order; comments, instructions and child elements are left out. A numeric reference always gives UTF-8
     /// bytes.
     KeldMBString GetData() const;
     KeldMBString GetChildData() const;
+    std::string_view GetDataView() const;
+    std::string_view GetChildDataView() const;
 
     KeldMBString GetAttrib(const char* szAttrib) const;
     KeldMBString GetChildAttrib(const char* szAttrib) const;
     KeldMBString GetAttribName(int n) const; ///< counted from 0
     KeldMBString GetChildAttribName(int n) const;
+    KeldMBString GetAttribValue(int n) const; ///< of the same one, also where a name stands twice
+    KeldMBString GetChildAttribValue(int n) const;
+    std::string_view GetAttribNameView(int n) const;
+    std::string_view GetChildAttribNameView(int n) const;
+    std::string_view GetAttribValueView(int n) const;
+    std::string_view GetChildAttribValueView(int n) const;
     int GetAttribCount() const;
     int GetChildAttribCount() const;
 
     KeldMBString GetSubDoc() const; ///< the element's markup, from start tag to end tag
     KeldMBString GetChildSubDoc() const;
+
+    /// Where the element's start tag stands, in line and column as GetErrorPosition gives them; false when there
+    /// is none. Counted from the start of the text when asked.
+    unsigned char GetElemPosition(int& line, int& column) const;
+    unsigned char GetChildElemPosition(int& line, int& column) const;
+
+    // Ranges to read from: they leave the position alone, and are valid until the document changes.
+    class Element;
+    class Attribute;
+    class ElementRange;
+    class AttributeRange;
+    Element TopElement() const;             ///< none (see Element) when the document is not well formed
+    ElementRange Children() const;          ///< of the main element
+    AttributeRange Attributes() const;      ///< of the main element
+    AttributeRange ChildAttributes() const; ///< of the child
 
     // ---- Editing
     //
@@ -121,8 +194,9 @@ public:
     // A value or a text of more than MaxValueLength bytes is refused, for it may grow when it is escaped.
     static constexpr int MaxValueLength = KeldMBString::MaxLength / 6;
 
-    /// Whether a text can name an element or an attribute: it is not empty, and holds no blank, no quote, no
-    /// "&" and none of <>=\/?!.
+    /// Whether a text can name an element or an attribute in what is written: of the ASCII characters it has
+    /// only letters, digits and any of _:-. and starts with none of the digits, "-" and ".". Any other character
+    /// will do, as long as its bytes are above 127 or the second of two. Other names are read where they stand.
     static unsigned char IsName(const char* szName);
 
     /// A new element behind (Add) or before (Insert) the main element; without a main element at the end
@@ -168,7 +242,9 @@ protected:
     // parent) or none (as anything else). Offsets are bytes in the text; ranges name their first and last
     // byte.
 
-    /// Where an element lies. For an empty element (<a/>) the end tag is the start tag.
+    /// Where an element lies. For an empty element (<a/>) the end tag is the start tag. A tag behind the place
+    /// of the last edit has offsets counted from the end of the text, which are below 0, so that an edit need
+    /// not move what is far behind it: GetElementPos gives all from the start.
     struct ElementPos {
         int nStartL, nStartR; ///< first and last byte of the start tag
         int nEndL, nEndR;     ///< first and last byte of the end tag
@@ -216,7 +292,8 @@ protected:
     int ParseElem(int iPosParent);        ///< the top element, for parent 0; its record, or -1 with the error text set
     int ParseNode(TokenPos& token) const; ///< at a '<': steps over what is no element; its NodeType
     int ParseError(const char* szError,
-                   const char* szName);     ///< sets the error text, formatted with the name; -1
+                   const char* szName);                 ///< sets the error text, formatted with the name; -1
+    KeldMBString GetToken(const TokenPos& token) const; ///< as it stands
     static bool FindToken(TokenPos& token); ///< the next name, quoted string or single delimiter; false at the end
     static bool FindAny(const char* szDoc, int& nChar); ///< steps over white space; false at the end
     static bool FindChar(const char* szDoc, int& nChar,
@@ -239,15 +316,18 @@ protected:
     unsigned char SetRealData(int iPos, const char* szData);
     unsigned char AddElem(const char* szName, const char* szData, unsigned char bInsert, unsigned char bAddChild);
     unsigned char AddSubDoc(const char* szSubDoc, unsigned char bInsert, unsigned char bAddChild);
-    int RemoveElem(int iPos); ///< the sibling before it, 0 if none
+    int RemoveElem(int iPos); ///< the sibling before it, 0 if none; nothing is removed for 0
     static unsigned char CreateNode(KeldMBString& strNode, int nNodeType, const char* szText);
     int LocateNew(int iPosParent, int iPosRel, unsigned char bInsert) const; ///< the offset for a new element
+    /// Splices the text. What is told from the end of it moves along.
     unsigned char DocChange(int nLeft, int nReplace, const KeldMBString& strInsert);
-    void Adjust(int iPos, int nShift,
-                unsigned char bAfterPos); ///< moves iPos (or only what follows it) and all behind
+    /// Behind a splice: moves iPos (or only what follows it) and all behind as far as it is told from the start,
+    /// and tells it from the end from then on.
+    void Adjust(int iPos, int nShift, unsigned char bAfterPos);
 
     // Records
     const ElementPos& Pos(int i) const { return const_cast<QzMarkup&>(*this).Pos(i); }
+    ElementPos GetElementPos(int i) const; ///< with all offsets from the start of the text
     void PosInsert(const Fragment& fragment, int iPosParent,
                    int iPosBefore);   ///< behind a child; 0: in front of all
     bool AllocPosArray(int nNewSize); ///< adds at most one segment
@@ -264,56 +344,97 @@ private:
     };
     using Segment = std::unique_ptr<ElementPos[], FreeMemory>;
 
-    struct Attribute {
-        std::string_view name;
-        TokenPos value;
-        bool hasEqualsSign;
+    /// What Load saw of a file beside its encoding, for Save to write it alike.
+    struct FileForm {
+        bool isConverted = true; ///< the text is in the current charset
+        bool hasMark = false;    ///< a UTF-8 byte-order mark stood in front
     };
+
+    /// A tag in the order of the text; behind the last one there is none, with record 0.
+    struct Tag {
+        int iPos = 0;
+        bool isEnd = false;
+    };
+    /// A saved position, and the number of releases that had been made then.
+    struct SavedPosAt : SavedPos {
+        std::uint64_t nReleases = 0;
+    };
+    /// The names in the start tag that attributes were added to last, when they are many.
+    struct AttributeNames;
+
     ElementPos& Pos(int i) { return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)]; }
     bool IsEmptyElement(int iPos) const { return Pos(iPos).nEndL == Pos(iPos).nStartL; }
-    int Clip(int offset) const; ///< into the text: after Save, records may point behind its end
-    std::string_view Range(int nLeft, int nRight) const;
+    int FromStart(int offset) const;
+    int StartL(int iPos) const { return FromStart(Pos(iPos).nStartL); }
+    int StartR(int iPos) const { return FromStart(Pos(iPos).nStartR); }
+    int EndL(int iPos) const { return FromStart(Pos(iPos).nEndL); }
+    int EndR(int iPos) const { return FromStart(Pos(iPos).nEndR); }
+    Tag TagBehind(Tag tag) const;
+    Tag TagBehindElement(int iPos) const;
+    int TagOffset(Tag tag) const; ///< of its first byte; the text's end for none
+    template <class Move>
+    void MoveTag(Tag tag, Move move); ///< calls it for each offset of the tag
+    void TellFromStart(int nBefore);  ///< all tags that start before an offset
+    void TellFromEnd(Tag tag, int nShift);
+
     std::string_view TagName(int iPos) const;
-    TokenPos InsideTag(int iPos) const; ///< behind the name of the start tag
-    static bool NextAttribute(TokenPos& token, Attribute& attribute);
-    const std::vector<Attribute>& Attributes(int iPos) const; ///< of the start tag, until the text changes
-    void ForgetAttributes() { m_iAttributesOf = 0; }          ///< whenever the text changes
-    KeldMBString AttribName(int iPos, int n) const;
+    std::string_view Data(int iPos, std::string& scratch) const; ///< scratch, or a part of the text
+    void AppendData(std::string& data, int iPos) const;
+    Attribute AttributeAt(int iPos, int n) const;
+    AttributeRange AttributesOf(int iPos) const;
     int AttribCount(int iPos) const;
+    unsigned char GetPosition(int nOffset, int& line, int& column) const;
+    bool FindOrNote(int iPos, std::string_view name, Attribute& attribute); ///< false: it is about to be added
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
+    /// Another text under the same records: their offsets are not moved. With GetDoc the only way to the text
+    /// for what does not edit elements.
+    void SetText(KeldMBString text);
+    bool Splice(int nLeft, int nReplace, std::string_view insert);
+    KeldMBString& Scratch(); ///< empty; for the markup that an edit makes
 
     bool ParseTree();
     int ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent);
     bool ParseFragment(const KeldMBString& text, int nBase, int iPosParent, Fragment& fragment);
     void ReleaseChildren(int iPos);
     bool IsReleased(int iPos) const { return Pos(iPos).iElemParent < 0; }
-    void ForgetReleasedPositions();
-    void ShiftSubtrees(int iFirst, int nShift);
-    int PreviousSibling(int iPos) const;
+    int PreviousSibling(int iPos);
+    void SetPrevious(int iPos, int iPrevious);
     /// `only` is the record of the one element that the text is, with offsets in the text, where it is known.
     unsigned char InsertMarkup(const KeldMBString& text, unsigned char bInsert, unsigned char bAddChild,
                                const ElementPos* only = nullptr);
     unsigned char InsertTopMarkup(const KeldMBString& text);
     unsigned char ReplaceContent(int iPos, const KeldMBString& content, bool bNeedsElement = false);
+    unsigned char SaveAs(const char* szFileName, bool bIndented);
+    bool SetIndented(KeldMBString text); ///< of this object only the text and the error are good for anything then
+    bool CanBeIndented(int iPos) const;
     int SkipLineEnd(int nOffset) const; ///< behind the line break when only blanks stand before it, else nOffset
     void Swap(QzMarkup& other) noexcept;
 
     KELDCharset::Charset m_encoding;
-    KeldMBString m_strDoc;
+    FileForm m_fileForm;
+    std::unique_ptr<MarkupText> m_text; ///< never null
     KeldMBString m_strError;
+    int m_nErrorAt = -1; ///< the offset that a parser's message tells of, below 0 for none
     int m_iPosParent = 0;
     int m_iPos = 0;
     int m_iPosChild = 0;
     int m_nNodeType = 0;    ///< NodeElement when there is a main element
     int m_iPosFree = 1;     ///< the next record never used
     int m_iPosReleased = 0; ///< a chain of released records, along iElemNext
-    KeldDict<KeldMBString, SavedPos> m_mapSavedPos;
+    KeldDict<KeldMBString, SavedPosAt> m_mapSavedPos;
     std::vector<Segment> m_segments;
     int m_nPosCapacity = 0;
-    // Whoever counts or numbers an element's attributes is about to read them all: the start tag is taken
-    // apart once, not for each of them.
-    mutable std::vector<Attribute> m_attributes;
-    mutable int m_iAttributesOf = 0;
+    Tag m_fromEnd; ///< the first tag whose offsets are told from the end of the text, as all behind it are
+    // For each record, once somebody asked for it: the sibling that was before it when that was last noted. It
+    // is so as long as that one's next is this one.
+    std::vector<int> m_previous;
+    // For each record, once a position was saved: the number of the last release that it was part of.
+    std::vector<std::uint64_t> m_releasedAt;
+    std::uint64_t m_nReleases = 0;
+    std::unique_ptr<AttributeNames> m_attributeNames;
+    KeldMBString m_strScratch;
 };
 
 } // namespace Qzc
+
+#include "toolkit/qzmarkupranges.h" // the classes that Children() and the like return

@@ -11,6 +11,7 @@
 namespace Qzc {
 
 class QzMarkup;
+class RegistryWriter;
 
 /// The engine's configuration: a tree of typed entries, read from "Zephyron.xml" and from the files that it
 /// names.
@@ -80,11 +81,25 @@ public:
     /// The names of the entries of one kind, in the order in which they were read.
     Sequence Names(ElemType type) const;
 
-    /// Writes the registry back to its file, in the current charset and with a declaration that says so,
-    /// entries in the order in which they were read and then those added since. The file is replaced in one
-    /// step: when anything fails (no file, a name that is no tag, a full disk) the result is 0 and the old
-    /// file is whole. External registries are not written, only the names of their files, relative to the
-    /// configuration directory.
+    /// Reads the registry's file anew, and the external ones when they are asked for again. False when there is
+    /// no file, it cannot be read or is not well formed (a trace line tells): nothing is changed. Otherwise what
+    /// the file does not hold is gone, and references to entries are not valid any more; nobody else may be
+    /// reading.
+    unsigned char Reload();
+
+    /// The same from a text in the current charset; Save still writes to the file.
+    unsigned char LoadText(const KeldMBString& xml);
+
+    /// Whether the text is in the current charset: 0 where the file's bytes are none of the encoding that it
+    /// declares, or that is not known. They are then held as they are.
+    unsigned char IsConverted() const { return m_fileForm.isConverted; }
+
+    /// Writes the registry back to its file, in the current charset and with a declaration that says so (one that
+    /// is not converted as it was read, under its own declaration), entries in the order in which they were read
+    /// and then those added since. A name may be any that holds no blank and none of <>=\/?!. The file is
+    /// replaced safely, as QzFile::ReplaceAll does: when anything fails (no file, a name that is no tag, a file
+    /// that may not be written, a full disk) the result is 0 and the old file is whole. External registries are
+    /// not written, only the names of their files, relative to the configuration directory.
     unsigned char Save();
 
 protected:
@@ -92,7 +107,8 @@ protected:
     explicit QzRegistry(const KeldMBString& strFile); ///< loaded by LoadFile
 
     /// Reads a file in the encoding that it declares and hands its text to LoadDoc. Save then writes to this
-    /// file. A file that cannot be read leaves a trace line and the registry empty.
+    /// file. A file that cannot be read leaves a trace line and the registry empty. So does one that is not well
+    /// formed; the line names the file, the line in it and what is wrong.
     void LoadFile(const KeldMBString& strFile);
     virtual void LoadDoc(const KeldMBString& strDoc);      ///< parses and calls LoadFromMarkup
     virtual void LoadFromMarkup(const QzMarkup& markup);   ///< adds the entries of the document's top element
@@ -108,16 +124,22 @@ private:
         ElemType type;
         KeldMBString name;
     };
-    class Writer;
+    struct FileForm {
+        bool isConverted = true;  ///< as QzMarkup's
+        bool hasMark = false;     ///< a UTF-8 byte-order mark stood in front
+        KeldMBString declaration; ///< that of a text that is not converted
+    };
 
     static std::unique_ptr<QzRegistry> MakeExternal(const KeldMBString& strName);
     void CopyTables(const QzRegistry& other);
     void Swap(QzRegistry& other) noexcept;
-    bool ReadFile(const KeldMBString& strFile, KeldMBString& text);
+    bool ReadFile(KeldMBString& text, FileForm& form) const;
+    QzMarkup Parsed(const KeldMBString& text, bool isFile) const;
+    unsigned char LoadAnew(const KeldMBString& text, const FileForm& form, bool isFile);
     void AddEntries(QzMarkup walk);
     QzRegistry* LoadEntry(QzMarkup& markup, KeldMBString& directory);
     KeldArray<OrderedEntry> EntriesInOrder() const;
-    unsigned char WriteEntry(Writer& writer, const OrderedEntry& entry) const;
+    unsigned char WriteEntry(RegistryWriter& writer, const OrderedEntry& entry, KeldMBString& directory) const;
 
     Owned<Object> m_objects;
     Owned<Sequence> m_sequences;
@@ -127,6 +149,8 @@ private:
     QzHash<KeldMBString> m_externalFiles;
     KeldMBString m_strName;
     KeldMBString m_strFile;
+    FileForm m_fileForm;
+    bool m_isFileText = false;       ///< while LoadDoc is given the text of m_strFile
     KeldArray<OrderedEntry> m_order; ///< the entries as they were read, across the kinds
 };
 

@@ -14,9 +14,10 @@ public:
     QzSemaphore(const QzSemaphore&) = delete;
     QzSemaphore& operator=(const QzSemaphore&) = delete;
 
-    void Wait();    ///< takes one unit, however long that takes
-    bool TryWait(); ///< takes one unit if there is one
-    void Post();    ///< adds one unit; at 2^31-1 it does nothing
+    void Wait();                               ///< takes one unit, however long that takes
+    bool TimedWait(unsigned int milliseconds); ///< the same for so long at most; false when the time was up
+    bool TryWait();                            ///< takes one unit if there is one
+    void Post();                               ///< adds one unit; at 2^31-1 it does nothing
 
 private:
     alignas(8) unsigned char m_data[8];

@@ -36,8 +36,11 @@ public:
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t size, std::align_val_t alignment);
     static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept;
+    static void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t& tag) noexcept;
     static void* operator new(std::size_t, void* place) noexcept { return place; }
     static void operator delete(void* memory) noexcept;
+    static void operator delete(void* memory, const std::nothrow_t& tag) noexcept;
+    static void operator delete(void* memory, std::align_val_t alignment, const std::nothrow_t& tag) noexcept;
     static void operator delete(void*, void*) noexcept {}
 };
 

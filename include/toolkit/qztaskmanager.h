@@ -28,8 +28,8 @@ public:
     /// Makes the workers; whether there are any then. A second call adds a second set.
     bool Start();
 
-    /// Deletes the queued tasks, lets those that are being executed run to their end and ends the workers, at
-    /// 100 ms or more for each; true.
+    /// Deletes the queued tasks, lets those that are being executed run to their end and ends the workers, some
+    /// 100 ms for each; true.
     bool Stop();
 
     /// AddTask of the loop, but always true: with filters that veto, call the loop's AddTask instead, to know

@@ -6,8 +6,6 @@
 #include "base/keldlist.h"
 #include "base/namespaces.h"
 #include "toolkit/motoolkitexport.h"
-#include "toolkit/qzmutex.h"
-#include "toolkit/qzsemaphore.h"
 #include "toolkit/qztaskbase.h"
 #include "toolkit/qztaskfilter.h"
 #include "toolkit/qztaskprocessor.h"
@@ -68,16 +66,15 @@ protected:
     bool Run();
 
 private:
+    class Locked;
+
     bool IsVetoed(int event, QzTaskBase* task, unsigned char& result);
-    void TakeUnit();
 
     KeldArray<QzTaskProcessor*> m_processors;
     KeldArray<QzTaskFilter*> m_filters;
     std::atomic<int> m_nQueueSize{200};
     KeldList<QzTaskBase*> m_tasks;
-    QzMutex m_mutex;
-    QzSemaphore m_semaphore{0};
-    int m_nLateUnits = 0; // units in the hands of threads whose task was removed before they came for it
+    alignas(8) unsigned char m_lock[64]; // and the units
 };
 
 } // namespace Qzc

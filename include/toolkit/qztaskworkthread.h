@@ -28,6 +28,8 @@ protected:
     int run() override;
 
 private:
+    friend class QzTaskManager;
+
     std::atomic<QzTaskMessageLoop*> m_pLoop{nullptr};
     std::atomic<unsigned char> m_bStop{1};
 };

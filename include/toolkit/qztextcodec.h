@@ -1,16 +1,23 @@
 #pragma once
 
+#include <string_view>
+
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
 #include "toolkit/motoolkitexport.h"
 
 namespace Qzc {
 
+class Converter;
+
 /// The one converter between character sets, over iconv.
 ///
 /// A codec is opened from one charset to another and converts any number of texts. It owns the iconv
 /// descriptor; one thread uses a codec at a time. Results are booleans: 1 when it worked. Nothing throws; a
 /// charset that iconv does not know is a failed Open, after which every Convert fails.
+///
+/// Each thread keeps the descriptors that its codecs had last, up to 128, so that opening the same pair again costs
+/// next to nothing. They are freed with the thread; one that is ended by force leaves them allocated.
 class MOTOOLKIT_API QzTextCodec {
 public:
     QzTextCodec() = default; ///< closed
@@ -21,19 +28,20 @@ public:
     QzTextCodec& operator=(const QzTextCodec&) = delete;
 
     /// Closes what was open, then opens. Two names that are the same text make a codec that copies. An empty
-    /// name is no charset.
+    /// name is no charset, and neither is one with a zero byte. A name may end in what iconv itself understands, such as
+    /// "//IGNORE", which drops the characters that the target charset lacks.
     unsigned char Open(const KeldMBString& to, const KeldMBString& from);
     /// The same by numbers; 132 stands for wide text of this platform's wchar_t.
     unsigned char Open(KELDCharset::Charset to, KELDCharset::Charset from);
 
     /// Converts all of `src` into `dst`. When any of it cannot be converted (bytes that are no text of the
     /// source charset, a character that the target charset lacks, an incomplete last character, more than
-    /// five bytes of output for each of input) the result is false and `dst` is left as it was. The charset
+    /// five bytes of output for each of input) or memory runs out, the result is false and `dst` is left as it was. The charset
     /// number of `dst` is not changed.
     unsigned char Convert(KeldMBString& dst, const KeldMBString& src);
 
     /// The same from `len` bytes at `src`. A codec that copies ignores `len` and takes `src` up to its
-    /// terminator.
+    /// terminator: of wide text, which has a zero byte in nearly every unit, just the first byte or so.
     unsigned char Convert(KeldMBString& dst, const char* src, int len);
 
     /// The same into raw memory: `dst` must have room for 5 * srcLen bytes, whatever `dstSize` says; `dstLen`
@@ -64,7 +72,8 @@ private:
     unsigned char m_isSameCharset = 0;
 
     static void* Closed();
-    bool ConvertBytes(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced);
+    static unsigned char Assign(KeldMBString& dst, std::string_view text);
+    unsigned char Hold(Converter* converter);
 };
 
 } // namespace Qzc

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <unordered_map>
 
-#include "base/keldarray.h"
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
 #include "toolkit/motoolkitexport.h"
-#include "toolkit/qzmutex.h"
 #include "toolkit/qzthreadex.h"
 
 namespace Qzc {
@@ -14,15 +16,16 @@ namespace Qzc {
 /// The process's registry of named threads, which makes, owns and deletes them. Names differ by more than the
 /// case of ASCII letters.
 ///
-/// Every operation may be called from any thread. They run one at a time under one mutex, which a managed
-/// thread takes as it ends. When the process ends the registered objects are deleted and threads that still
-/// run are left alone.
+/// Every operation may be called from any thread, and by one that is being ended by force. They run one at a time
+/// under one lock, which a managed thread takes as it ends. When the process ends the registered objects are deleted
+/// and threads that still run are left alone.
 class MOTOOLKIT_API QzThreadManager {
 public:
     static QzThreadManager& GetInstance();
 
     /// Registers a thread, which is started with Start. Null when the name is empty or taken or `func` is
-    /// null. A managed thread leaves the registry and is deleted when its body returns.
+    /// null. The running thread bears the name's first 15 bytes in the system's tools (gdb, top). A managed thread
+    /// leaves the registry and is deleted when its body returns.
     QzThreadEx* CreateThread(const KeldMBString& name, int (*func)(void*), void* arg, unsigned char managed);
 
     /// The thread with this name. When there is none: the thread that was registered last, null in an empty
@@ -49,15 +52,18 @@ private:
     QzThreadManager() = default;
     ~QzThreadManager() = default;
 
-    void DestoryManagedThread(const KeldMBString& name);
-    void Leave(QzThreadEx* thread, bool byExit); ///< the thread's last step on its object
+    void DestoryManagedThread(const KeldMBString& name); ///< the caller has the lock
+    void Leave(QzThreadEx* thread, bool byExit);         ///< the thread's last step on its object
     void ReleaseAll();
-    int Find(const KeldMBString& name) const; ///< -1 when there is none
-    void Remove(int index);
+    using Threads = std::map<std::uint64_t, QzThreadEx*>;
 
-    QzMutex m_mutex;
-    KeldArray<QzThreadEx*> m_threads; // in the order of their creation
-    std::atomic<int> m_nActive{0};    // the array's size, to be read without the mutex
+    Threads::iterator Find(const KeldMBString& name, bool managedOnly = false);
+    void Remove(Threads::iterator thread);
+
+    Threads m_threads; // by a running number, so in the order of their creation
+    std::unordered_multimap<std::size_t, std::uint64_t> m_numbers; // by the hash of the name
+    std::uint64_t m_nLastNumber = 0;
+    std::atomic<int> m_nActive{0}; // how many there are, to be read without the lock
 };
 
 } // namespace Qzc

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <cstdio>
 
+#include "base/keldmemory.h"
+
 namespace KELD {
 
 namespace {
@@ -21,6 +23,19 @@ KeldAssertHandler SetAssertHandler(KeldAssertHandler handler) {
 
 void ReportAssertion(const char* expression, const char* file, int line) {
     s_handler.load()(expression, file, line);
+}
+
+namespace {
+thread_local unsigned int t_memoryFailures = 0;
+}
+
+unsigned int GetMemoryFailures() {
+    return t_memoryFailures;
+}
+
+void ReportMemoryFailure() {
+    ++t_memoryFailures;
+    ReportAssertion("memory", __FILE__, __LINE__);
 }
 
 } // namespace KELD

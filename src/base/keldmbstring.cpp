@@ -1,10 +1,14 @@
 #include "base/keldmbstring.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
+#include "base/asciicase.h"
 #include "base/keldassert.h"
-#include "base/keldsystem.h"
+#include "base/leadbytes.h"
 
 namespace KELD {
 
@@ -12,12 +16,13 @@ namespace {
 
 constexpr const char* WhiteSpace = " \t\r\n";
 
-char ToUpper(char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-char ToLower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
+// Without a branch, so that the compiler takes many bytes at a time.
+constexpr auto ToUpper = [](char c) {
+    return static_cast<char>(c - ((c >= 'a') & (c <= 'z')) * ('a' - 'A'));
+};
+constexpr auto ToLower = [](char c) {
+    return static_cast<char>(c + ((c >= 'A') & (c <= 'Z')) * ('a' - 'A'));
+};
 
 int ToIndex(std::size_t position) {
     return position == std::string::npos ? -1 : static_cast<int>(position);
@@ -25,18 +30,50 @@ int ToIndex(std::size_t position) {
 
 } // namespace
 
-KeldMBString::KeldMBString(const char* text) : KeldMBString(Text(text)) {}
-
-KeldMBString::KeldMBString(const char* text, int length) {
-    if (text != nullptr && length > 0)
-        m_text.assign(text, static_cast<std::size_t>(length));
-}
-
-KeldMBString::KeldMBString(char c, int count) : m_text(static_cast<std::size_t>(std::max(count, 0)), c) {}
+KeldMBString::KeldMBString(const char* text, int length)
+    : m_text(CopyOf(text != nullptr && length > 0 ? std::string_view(text, static_cast<std::size_t>(length))
+                                                  : std::string_view())) {}
 
 KeldMBString::KeldMBString(std::string text) {
     if (KELDASSERT(text.size() <= MaxLength))
         m_text = std::move(text);
+}
+
+std::string KeldMBString::TooLong() {
+    ReportAssertion("text.size() <= MaxLength", __FILE__, __LINE__);
+    return std::string();
+}
+
+void KeldMBString::Fill(char c, int count) {
+    TryMemory([&] { m_text.assign(static_cast<std::size_t>(std::max(count, 0)), c); });
+}
+
+bool KeldMBString::Assign(std::string_view text) noexcept {
+    return TryMemory([&] { m_text.assign(text); });
+}
+
+void KeldMBString::AppendGrowing(std::string_view text) {
+    if (HasRoomFor(text.size()))
+        TryMemory([&] { m_text.append(text); });
+}
+
+KeldMBString KeldMBString::Join(std::string_view a, std::string_view b, const KeldMBString& charset) {
+    KeldMBString both;
+    both.m_charset = charset.m_charset;
+    if (KELDASSERT(a.size() + b.size() <= MaxLength))
+        TryMemory([&] {
+            both.m_text.reserve(a.size() + b.size());
+            both.m_text.append(a).append(b);
+        });
+    return both;
+}
+
+KeldMBString KeldMBString::Extend(KeldMBString& a, std::string_view b) {
+    const std::size_t length = a.m_text.size();
+    a.Append(b);
+    if (a.m_text.size() != length + b.size())
+        a.Empty();
+    return std::move(a);
 }
 
 char KeldMBString::GetAt(int index) const {
@@ -67,7 +104,7 @@ KeldMBString KeldMBString::Mid(int index, int count) const {
     part.m_charset = m_charset;
     index = std::max(index, 0);
     if (index < GetLength() && count > 0)
-        part.m_text.assign(m_text, static_cast<std::size_t>(index), static_cast<std::size_t>(count));
+        part.Assign(View().substr(static_cast<std::size_t>(index), static_cast<std::size_t>(count)));
     return part;
 }
 
@@ -106,18 +143,25 @@ int KeldMBString::Replace(const KeldMBString& from, const KeldMBString& to) {
     // Built beside the old text, so that many replacements cost one pass and not one move of the tail each.
     std::string result;
     int replaced = 0;
-    std::size_t copied = 0;
-    for (std::size_t at = 0; (at = m_text.find(from.m_text, at)) != std::string::npos; at = copied) {
-        result.append(m_text, copied, at - copied).append(to.m_text);
-        copied = at + from.m_text.size();
-        ++replaced;
-        if (!KELDASSERT(result.size() + (m_text.size() - copied) <= MaxLength))
-            return 0;
-    }
-    if (replaced != 0) {
-        result.append(m_text, copied, std::string::npos);
+    const bool done = TryMemory([&] {
+        std::size_t copied = 0;
+        for (std::size_t at = 0; (at = m_text.find(from.m_text, at)) != std::string::npos; at = copied) {
+            if (!KELDASSERT(result.size() + (m_text.size() - copied) - from.m_text.size() + to.m_text.size() <=
+                            MaxLength)) {
+                replaced = 0;
+                return;
+            }
+            result.append(m_text, copied, at - copied).append(to.m_text);
+            copied = at + from.m_text.size();
+            ++replaced;
+        }
+        if (replaced != 0)
+            result.append(m_text, copied, std::string::npos);
+    });
+    if (!done)
+        return 0;
+    if (replaced != 0)
         m_text = std::move(result);
-    }
     return replaced;
 }
 
@@ -126,7 +170,7 @@ void KeldMBString::Replace(int index, int count, std::string_view text) {
     const int cut = std::clamp(count, 0, GetLength() - at);
     if (text.size() > static_cast<std::size_t>(cut) && !HasRoomFor(text.size() - static_cast<std::size_t>(cut)))
         return;
-    m_text.replace(static_cast<std::size_t>(at), static_cast<std::size_t>(cut), text);
+    TryMemory([&] { m_text.replace(static_cast<std::size_t>(at), static_cast<std::size_t>(cut), text); });
 }
 
 int KeldMBString::Insert(int index, const KeldMBString& text) {
@@ -161,11 +205,24 @@ KeldMBString& KeldMBString::TrimRight(char c) {
 
 template <class Map>
 void KeldMBString::MapLetters(Map map) {
-    for (std::size_t i = 0; i < m_text.size(); ++i) {
-        if (KeldSystem::IsLeadByte(m_charset, static_cast<unsigned char>(m_text[i])))
-            ++i;
+    const LeadBytes leadBytes(m_charset);
+    char* c = m_text.data();
+    char* const end = c + m_text.size();
+    if (leadBytes.IsEmpty()) {
+        constexpr std::ptrdiff_t Block = 16;
+        for (; end - c >= Block; c += Block) {
+            for (std::ptrdiff_t i = 0; i < Block; ++i)
+                c[i] = map(c[i]);
+        }
+        for (; c != end; ++c)
+            *c = map(*c);
+        return;
+    }
+    for (; c < end; ++c) {
+        if (leadBytes.Holds(static_cast<unsigned char>(*c)))
+            ++c;
         else
-            m_text[i] = map(m_text[i]);
+            *c = map(*c);
     }
 }
 
@@ -185,17 +242,24 @@ int KeldMBString::Compare(const KeldMBString& other) const {
 
 int KeldMBString::CompareNoCase(const KeldMBString& other) const {
     const std::size_t common = std::min(m_text.size(), other.m_text.size());
-    bool trailByte = false;
-    for (std::size_t i = 0; i < common; ++i) {
-        char a = m_text[i];
-        char b = other.m_text[i];
-        if (!trailByte) {
-            a = ToLower(a);
-            b = ToLower(b);
+    const char* const left = m_text.data();
+    const char* const right = other.m_text.data();
+    const LeadBytes leadBytes(m_charset);
+    std::size_t i = 0;
+    if (leadBytes.IsEmpty()) {
+        for (std::uint64_t words[2]; i + sizeof(words[0]) <= common; i += sizeof(words[0])) {
+            std::memcpy(&words[0], left + i, sizeof(words[0]));
+            std::memcpy(&words[1], right + i, sizeof(words[1]));
+            if (ToLowerAscii(words[0]) != ToLowerAscii(words[1]))
+                break;
         }
+    }
+    for (bool trailByte = false; i < common; ++i) {
+        const char a = trailByte ? left[i] : ToLower(left[i]);
+        const char b = trailByte ? right[i] : ToLower(right[i]);
         if (a != b)
             return static_cast<unsigned char>(a) < static_cast<unsigned char>(b) ? -1 : 1;
-        trailByte = !trailByte && KeldSystem::IsLeadByte(m_charset, static_cast<unsigned char>(a));
+        trailByte = !trailByte && leadBytes.Holds(static_cast<unsigned char>(a));
     }
     return static_cast<int>(m_text.size() > common) - static_cast<int>(other.m_text.size() > common);
 }
@@ -213,32 +277,35 @@ void KeldMBString::FormatV(const char* format, std::va_list arguments) {
     std::va_list again;
     va_copy(again, arguments);
     char buffer[256];
+    errno = 0;
     const int length = format != nullptr ? std::vsnprintf(buffer, sizeof(buffer), format, arguments) : 0;
-    if (length >= 0 && static_cast<std::size_t>(length) < sizeof(buffer)) {
-        result.assign(buffer, static_cast<std::size_t>(length));
+    bool done = true;
+    if (length < 0 && errno == ENOMEM) {
+        done = false;
+        ReportMemoryFailure();
     } else if (length > 0) {
-        result.resize(static_cast<std::size_t>(length));
-        std::vsnprintf(result.data(), result.size() + 1, format, again);
+        done = TryMemory([&] {
+            if (static_cast<std::size_t>(length) < sizeof(buffer)) {
+                result.assign(buffer, static_cast<std::size_t>(length));
+                return;
+            }
+            result.resize(static_cast<std::size_t>(length));
+            if (std::vsnprintf(result.data(), result.size() + 1, format, again) != length)
+                throw std::bad_alloc(); // nothing else differs from the first time
+        });
     }
     va_end(again);
-    m_text = std::move(result);
+    if (done)
+        m_text = std::move(result);
 }
 
 KeldMBString& KeldMBString::Append(const char* text, int length) {
     return text != nullptr && length > 0 ? Append(std::string_view(text, static_cast<std::size_t>(length))) : *this;
 }
 
-KeldMBString& KeldMBString::operator+=(const char* text) {
-    return Append(Text(text));
-}
-
-KeldMBString& KeldMBString::operator+=(char c) {
-    return Append(std::string_view(&c, 1));
-}
-
 void KeldMBString::Reserve(int capacity) {
     if (capacity > 0)
-        m_text.reserve(static_cast<std::size_t>(capacity));
+        TryMemory([&] { m_text.reserve(static_cast<std::size_t>(capacity)); });
 }
 
 bool KeldMBString::HasRoomFor(std::size_t added) const {

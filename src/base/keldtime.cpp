@@ -4,6 +4,7 @@
 #include <chrono>
 #include <ctime>
 #include <iomanip>
+#include <limits>
 #include <locale>
 #include <sstream>
 
@@ -13,11 +14,20 @@ namespace KELD {
 
 namespace {
 
-// The calendar form; all zero (and 1900-01-00) for a time that has none.
+// The calendar form. Years are counted by an int: times beyond it read as the last that it surely holds.
 std::tm Local(std::int64_t seconds) {
+    constexpr std::int64_t Last = std::int64_t{31556952} * 2147000000;
     std::tm local = {};
-    Platform::LocalTime(seconds, local);
+    local.tm_mday = 1;
+    Platform::LocalTime(std::clamp(seconds, -Last, Last), local);
     return local;
+}
+
+bool IsDate(const std::tm& date) {
+    constexpr int Days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const int year = date.tm_year + 1900;
+    const bool isLeap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+    return date.tm_mday >= 1 && date.tm_mday <= Days[date.tm_mon] + (date.tm_mon == 1 && isLeap ? 1 : 0);
 }
 
 bool FromLocal(std::tm local, std::int64_t& seconds) {
@@ -34,7 +44,8 @@ bool FromLocal(std::tm local, std::int64_t& seconds) {
 KeldTime::KeldTime(int year, int month, int day, int hour, int minute, int second) {
     constexpr int FirstYear = 1900;
     std::tm local = {};
-    if (year < FirstYear - 100000000 || month == INT32_MIN)
+    // The C library counts both from lower bounds that an int may fall short of.
+    if (year < std::numeric_limits<int>::min() + FirstYear || month == std::numeric_limits<int>::min())
         return;
     local.tm_year = year - FirstYear;
     local.tm_mon = month - 1;
@@ -92,14 +103,17 @@ KeldMBString KeldTime::Format(const KeldMBString& format) const {
 
 int KeldTime::Parse(const KeldMBString& format, const KeldMBString& text) {
     constexpr int LongestFormat = 1023;
-    std::istringstream stream(std::string(text.View().substr(0, LongestFormat)));
-    stream.imbue(std::locale::classic());
-    std::tm local = {};
-    local.tm_mday = 0; // says whether the format told a day
-    stream >> std::get_time(&local, format.Cstr());
-    if (stream.fail() || local.tm_mday == 0 || !FromLocal(local, m_seconds))
-        return 0;
-    return stream.eof() ? std::min(text.GetLength(), LongestFormat) : static_cast<int>(stream.tellg());
+    int read = 0;
+    TryMemory([&] {
+        std::istringstream stream(std::string(text.View().substr(0, LongestFormat)));
+        stream.imbue(std::locale::classic());
+        std::tm local = {};
+        local.tm_mday = 0; // says whether the format told a day
+        stream >> std::get_time(&local, format.Cstr());
+        if (!stream.fail() && IsDate(local) && FromLocal(local, m_seconds))
+            read = stream.eof() ? std::min(text.GetLength(), LongestFormat) : static_cast<int>(stream.tellg());
+    });
+    return read;
 }
 
 } // namespace KELD

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "platform/thread.h"
 #include "platform/waitword.h"
 
 namespace Platform {
@@ -12,16 +13,23 @@ namespace Platform {
 class BinaryLock {
 public:
     void Lock() {
-        std::uint32_t expected = Free;
-        if (!m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire, std::memory_order_relaxed))
+        if (!TryLock())
             LockSlowly();
     }
     bool TryLock() {
         std::uint32_t expected = Free;
-        return m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire, std::memory_order_relaxed);
+        if (!IsOnlyThread())
+            return m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire,
+                                                   std::memory_order_relaxed);
+        if (m_state.load(std::memory_order_relaxed) != Free)
+            return false;
+        m_state.store(Locked, std::memory_order_relaxed);
+        return true;
     }
     void Unlock() {
-        if (m_state.exchange(Free, std::memory_order_release) == Contended)
+        if (IsOnlyThread())
+            m_state.store(Free, std::memory_order_relaxed);
+        else if (m_state.exchange(Free, std::memory_order_release) == Contended)
             WakeOneWaiter(&m_state);
     }
 
@@ -32,7 +40,7 @@ private:
         Contended ///< locked, and somebody may be asleep
     };
 
-    void LockSlowly() {
+    [[gnu::noinline]] void LockSlowly() {
         for (int spin = 0; spin < SpinCount; ++spin) {
             if (m_state.load(std::memory_order_relaxed) == Free && TryLock())
                 return;

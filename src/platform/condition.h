@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 
 #include "platform/binarylock.h"
@@ -28,21 +27,14 @@ public:
 
     /// False when the time in milliseconds was up.
     bool Wait(Ticket ticket, std::int64_t milliseconds) {
-        using Clock = std::chrono::steady_clock;
-        const auto limit =
-            milliseconds >= 0 ? Clock::now() + std::chrono::milliseconds(milliseconds) : Clock::time_point::max();
+        const WaitLimit limit(milliseconds >= 0 ? milliseconds * 1000 : NoTimeout);
         for (bool inTime = true;;) {
             const std::uint32_t generation = m_generation.load(std::memory_order_acquire);
             if (generation != ticket && Leave(ticket, false))
                 return true;
             if (!inTime)
                 return Leave(ticket, true);
-            std::int64_t left = NoTimeout;
-            if (milliseconds >= 0) {
-                left = std::chrono::ceil<std::chrono::microseconds>(limit - Clock::now()).count();
-                left = left > 0 ? left : 0;
-            }
-            inTime = WaitOnWord(&m_generation, generation, left);
+            inTime = WaitOnWord(&m_generation, generation, limit.Left());
         }
     }
 

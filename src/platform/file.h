@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 /// Files as bytes at 64-bit offsets. Paths are zero-terminated in the system's own form. Functions that can
 /// fail give an errno value through `error` (0 when they succeed). Any thread; one handle is used by one
@@ -45,21 +44,7 @@ bool FileHasName(FileHandle file);
 /// Waits until what was written is on the storage device.
 bool SyncFile(FileHandle file, int& error);
 
-bool FileExists(const char* path);
-
-/// A file on its way into the place of another.
-struct Replacement {
-    std::string temporary; ///< beside the target, under a name that no other file has
-    std::string target;    ///< behind any symbolic links
-};
-
-/// Creates and opens for writing a file that is to take the place of `path`, with the permissions of the one
-/// that is there. What is there and is no regular file is not replaced (EISDIR, EINVAL). NoFile on failure.
-FileHandle CreateReplacement(const char* path, Replacement& replacement, int& error);
-
-/// Puts the closed replacement in place in one step: whoever opens the target finds the old file or the new
-/// one, whole. On failure the temporary file stays, for the caller to remove.
-bool CommitReplacement(const Replacement& replacement, int& error);
+bool FileExists(const char* path); ///< whether something is there that OpenFile does not refuse for its kind
 
 void RemoveFile(const char* path);
 

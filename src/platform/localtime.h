@@ -9,4 +9,7 @@ namespace Platform {
 /// False when it has none (the year does not fit). Any thread.
 bool LocalTime(std::int64_t seconds, std::tm& local);
 
+/// The same in UTC.
+bool UtcTime(std::int64_t seconds, std::tm& calendar);
+
 } // namespace Platform

@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "platform/binarylock.h"
+#include "platform/globallock.h"
 
 namespace Platform {
 
@@ -11,7 +11,10 @@ namespace Platform {
 /// write. No owners: any thread may release. Releasing what nobody holds does nothing.
 ///
 /// A reader counts itself before it looks for a writer. If there is one, the lock passes to all counted
-/// readers in the moment in which the writer lets go; they only have to notice.
+/// readers in the moment in which the writer lets go; they only have to notice. So the readers that are counted wait
+/// while there is a writer and hold the lock while there is none: one count is both.
+///
+/// A thread that is ended by force while it waits is taken out again.
 class ReadWriteLock {
 public:
     void LockRead() {
@@ -28,11 +31,9 @@ public:
         return false;
     }
     void UnlockRead() {
-        if (m_state.load(std::memory_order_relaxed) < OneReader)
-            return;
-        const std::uint32_t before = m_state.fetch_sub(OneReader, std::memory_order_release);
-        if (before == (OneReader | WriterWaits))
-            WakeOneWaiter(&m_state); // the only one asleep, see LockWrite
+        const std::uint32_t state = m_state.load(std::memory_order_relaxed);
+        if (state >= OneReader && (state & Writing) == 0)
+            RemoveReader();
     }
 
     void LockWrite() {
@@ -60,7 +61,15 @@ private:
     static constexpr std::uint32_t WriterWaits = 2;
     static constexpr std::uint32_t OneReader = 4;
 
+    void RemoveReader() {
+        const std::uint32_t before = m_state.fetch_sub(OneReader, std::memory_order_release);
+        if (before == (OneReader | WriterWaits))
+            WakeOneWaiter(&m_state); // the only one asleep, see LockWriteSlowly
+    }
+
     void AwaitWriter() {
+        // It may be holding the lock already when it is ended: that is given up in the same way.
+        const LastAct leave([](void* self) { static_cast<ReadWriteLock*>(self)->RemoveReader(); }, this);
         for (int spin = 0;; ++spin) {
             const std::uint32_t state = m_state.load(std::memory_order_acquire);
             if ((state & Writing) == 0)
@@ -73,25 +82,35 @@ private:
     }
 
     // One writer at a time comes to the word itself, the others queue at the gate: a reader that leaves last
-    // has one thread to wake.
+    // has one thread to wake. Outside its sleep the one at the gate is shielded, so when it is ended it has the gate
+    // and not yet the lock.
     void LockWriteSlowly() {
         m_writerGate.Lock();
-        std::uint32_t state = m_state.load(std::memory_order_relaxed);
-        for (;;) {
-            if ((state & ~WriterWaits) == 0) {
-                if (m_state.compare_exchange_weak(state, Writing, std::memory_order_acquire, std::memory_order_relaxed))
-                    break;
-            } else if ((state & WriterWaits) != 0 ||
-                       m_state.compare_exchange_weak(state, state | WriterWaits, std::memory_order_relaxed)) {
-                WaitOnWord(&m_state, state | WriterWaits);
-                state = m_state.load(std::memory_order_relaxed);
+        {
+            const LastAct leave([](void* gate) { static_cast<GlobalLock*>(gate)->Abandon(); }, &m_writerGate);
+            std::uint32_t state = m_state.load(std::memory_order_relaxed);
+            for (;;) {
+                if ((state & ~WriterWaits) == 0) {
+                    if (m_state.compare_exchange_weak(state, Writing, std::memory_order_acquire,
+                                                      std::memory_order_relaxed))
+                        break;
+                } else if ((state & WriterWaits) != 0 ||
+                           m_state.compare_exchange_weak(state, state | WriterWaits, std::memory_order_relaxed)) {
+                    LowerShield();
+                    WaitOnWord(&m_state, state | WriterWaits);
+                    RaiseShield();
+                    state = m_state.load(std::memory_order_relaxed);
+                }
             }
         }
-        m_writerGate.Unlock();
+        m_writerGate.Abandon();
+        // A request that came meanwhile is met now: the lock does not go down with a thread that never used it.
+        const LastAct giveBack([](void* self) { static_cast<ReadWriteLock*>(self)->UnlockWrite(); }, this);
+        LowerShield();
     }
 
     std::atomic<std::uint32_t> m_state{0};
-    BinaryLock m_writerGate;
+    GlobalLock m_writerGate;
 };
 
 } // namespace Platform

@@ -16,7 +16,11 @@ public:
 
     void Wait() {
         if (!TryWait())
-            WaitSlowly();
+            WaitSlowly(NoTimeout);
+    }
+    /// False when the time in milliseconds was up.
+    bool TimedWait(std::uint32_t milliseconds) {
+        return TryWait() || (milliseconds != 0 && WaitSlowly(std::int64_t(milliseconds) * 1000));
     }
     bool TryWait() {
         std::uint64_t state = m_state.load(std::memory_order_relaxed);
@@ -51,37 +55,40 @@ private:
     static constexpr std::uint64_t OneWake = std::uint64_t(1) << 32;
     static constexpr std::uint64_t OneSleeper = std::uint64_t(1) << 48;
     static constexpr std::uint64_t Wakes = OneSleeper - OneWake;
+    static constexpr std::uint64_t MostSleepers = 0xFFFF * OneSleeper;
 
     static std::uint32_t Count(std::uint64_t state) { return static_cast<std::uint32_t>(state); }
     static std::uint32_t Upper(std::uint64_t state) { return static_cast<std::uint32_t>(state >> 32); }
     static std::uint64_t NextWake(std::uint64_t state) { return (state & ~Wakes) | ((state + OneWake) & Wakes); }
 
-    const void* SleepersWord() const {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-        return &m_state;
-#else
-        return reinterpret_cast<const std::uint32_t*>(&m_state) + 1;
-#endif
-    }
+    const void* SleepersWord() const { return UpperHalf(m_state); }
 
-    void WaitSlowly() {
+    bool WaitSlowly(std::int64_t microseconds) {
         for (int spin = 0; spin < SpinCount; ++spin) {
             PauseSpinning();
             if (TryWait())
-                return;
+                return true;
         }
+        const WaitLimit limit(microseconds);
         std::uint64_t state = m_state.load(std::memory_order_relaxed);
         std::uint64_t counted = 0; // 1 sleeper while this thread is one of them
         std::uint64_t wakes = 0;   // and the running number since when
-        for (;;) {
+        for (bool inTime = true;;) {
             if (counted != 0 && (state & Wakes) != wakes)
                 counted = 0; // a post has taken some sleeper out, perhaps this one
             if (Count(state) != 0) {
                 if (m_state.compare_exchange_weak(state, state - counted - 1, std::memory_order_acquire,
                                                   std::memory_order_relaxed))
-                    return;
+                    return true;
+            } else if (!inTime) {
+                if (counted == 0 || m_state.compare_exchange_weak(state, state - counted, std::memory_order_relaxed))
+                    return false;
             } else if (counted != 0) {
-                WaitOnWord(SleepersWord(), Upper(state));
+                inTime = WaitOnWord(SleepersWord(), Upper(state), limit.Left());
+                state = m_state.load(std::memory_order_relaxed);
+            } else if (state >= MostSleepers) { // those ended by force may have filled it up
+                WaitOnWord(SleepersWord(), Upper(state), limit.Left(1000));
+                inTime = limit.Left() != 0;
                 state = m_state.load(std::memory_order_relaxed);
             } else if (m_state.compare_exchange_weak(state, state + OneSleeper, std::memory_order_relaxed)) {
                 state += OneSleeper;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 /// Threads, each behind a handle that is counted and outlives it. Any thread may call any of these functions.
 namespace Platform {
@@ -36,6 +37,17 @@ int ThreadExitCode(const Thread& thread);
 unsigned int ThreadId(Thread& thread);
 unsigned int CurrentThreadId();
 
+/// Whether the process has one thread at this moment, so that nobody can come in between two steps of it. False where
+/// the system does not tell.
+extern const volatile char& s_isOnlyThread;
+inline bool IsOnlyThread() {
+    return s_isOnlyThread != 0;
+}
+
+/// What the system's tools show for the calling thread: as much of the text as they take (15 bytes here; a character
+/// of UTF-8 is not cut in two).
+void SetCurrentThreadName(std::string_view name);
+
 bool SetThreadPriority(Thread& thread, ThreadPriority priority);  ///< false when the system refuses
 bool GetThreadPriority(Thread& thread, ThreadPriority& priority); ///< false when the thread has ended
 
@@ -49,12 +61,15 @@ bool TerminateThread(Thread& thread, int exitCode);
 /// thread_local objects are destroyed; any other thread just stops.
 [[noreturn]] void ExitThread(int exitCode);
 
-/// While one lives, the calling thread is not ended by force; a request in that time is met when the last one
+/// While one is up, the calling thread is not ended by force; a request in that time is met when the last one
 /// goes. For short stretches that would leave the process unusable, such as the making of a thread.
+void RaiseShield();
+void LowerShield();
+
 class TerminationShield {
 public:
-    TerminationShield();
-    ~TerminationShield();
+    TerminationShield() { RaiseShield(); }
+    ~TerminationShield() { LowerShield(); }
     TerminationShield(const TerminationShield&) = delete;
     TerminationShield& operator=(const TerminationShield&) = delete;
 };

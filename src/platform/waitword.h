@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 
 /// Sleeping on a 32-bit word of memory, the one thing that the locks of this library ask of the system. A
@@ -12,16 +14,70 @@ namespace Platform {
 
 constexpr std::int64_t NoTimeout = -1;
 
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+constexpr bool IsBigEndian = true;
+#else
+constexpr bool IsBigEndian = false;
+#endif
+
 /// Sleeps for as long as the word holds `expected`, until a wake or the timeout in microseconds (NoTimeout:
 /// none). It may return without any reason, so callers look at the word again. False only when the time is
 /// up.
 bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds = NoTimeout);
 
+/// The end of a wait that may take several sleeps.
+class WaitLimit {
+public:
+    explicit WaitLimit(std::int64_t microseconds) : m_none(microseconds < 0) {
+        if (!m_none)
+            m_limit = Clock::now() + std::chrono::microseconds(microseconds);
+    }
+    /// The microseconds that are left, rounded up; NoTimeout where there is no end.
+    std::int64_t Left() const {
+        if (m_none)
+            return NoTimeout;
+        const auto left = std::chrono::ceil<std::chrono::microseconds>(m_limit - Clock::now()).count();
+        return left > 0 ? left : 0;
+    }
+    std::int64_t Left(std::int64_t atMost) const {
+        const std::int64_t left = Left();
+        return left == NoTimeout || left > atMost ? atMost : left;
+    }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    bool m_none;
+    Clock::time_point m_limit;
+};
+
 void WakeOneWaiter(const void* word);
 void WakeAllWaiters(const void* word);
 
-/// Sends on a wake that the calling thread got and, ended by force, will not act upon. For that moment alone.
-void PassOnWake();
+/// What is done in place of a thread that is ended by force while this lives, at the spot where it was stopped: `act`
+/// may change atomic words and wake, no more. For a waiter that others would go on reckoning with. One at a time.
+class LastAct {
+public:
+    LastAct(void (*act)(void* object), void* object);
+    ~LastAct();
+    LastAct(const LastAct&) = delete;
+    LastAct& operator=(const LastAct&) = delete;
+
+private:
+    friend void AbandonWait();
+
+    void (*m_act)(void*);
+    void* m_object;
+};
+
+/// For a thread that is being ended by force, in that moment: does its last act, and sends on a wake that it got and
+/// will not act upon.
+void AbandonWait();
+
+/// The upper half of a word of 64 bits, as a word to sleep on.
+inline const void* UpperHalf(const std::atomic<std::uint64_t>& word) {
+    return reinterpret_cast<const std::uint32_t*>(&word) + (IsBigEndian ? 0 : 1);
+}
 
 /// Tells the processor that the thread is spinning.
 inline void PauseSpinning() {

@@ -1,11 +1,14 @@
 #include "stream/qzfile.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <system_error>
 
 #include "base/keldsystem.h"
 #include "platform/file.h"
+#include "platform/filereplacement.h"
 #include "platform/module.h"
 
 namespace Qzc {
@@ -15,7 +18,17 @@ namespace {
 constexpr char Separator = static_cast<char>(std::filesystem::path::preferred_separator);
 
 KeldMBString ErrorText(int error) {
-    return error != 0 ? KeldMBString(std::generic_category().message(error)) : KeldMBString();
+    KeldMBString text;
+    if (error != 0)
+        TryMemory([&] { text = KeldMBString(std::generic_category().message(error)); });
+    return text;
+}
+
+constexpr int InvalidName = static_cast<int>(std::errc::invalid_argument);
+
+// The system ends a path at its first zero byte, and would take another file than the one that was named.
+bool IsCut(const KeldMBString& path) {
+    return path.Find('\0') >= 0;
 }
 
 Platform::FileAccess ToPlatform(QzFile::Access access) {
@@ -40,6 +53,8 @@ bool QzFile::Report(int error) {
 
 bool QzFile::Open(const KeldMBString& path, Access access) {
     Close();
+    if (IsCut(path))
+        return Report(InvalidName);
     int error = 0;
     m_handle = Platform::OpenFile(ToNativePath(path).Cstr(), ToPlatform(access), error);
     return Report(error);
@@ -100,67 +115,106 @@ KeldMBString QzFile::GetError() const {
 }
 
 bool QzFile::ReadAll(KeldMBString& text) {
+    constexpr int TooLarge = static_cast<int>(std::errc::file_too_large);
     const std::int64_t length = GetLength();
     if (length > KeldMBString::MaxLength)
-        return Report(static_cast<int>(std::errc::file_too_large));
+        return Report(TooLarge);
     if (length < 0 || !Seek(0))
         return false;
-    std::string bytes(static_cast<std::size_t>(length), '\0');
+    std::string bytes;
     int error = 0;
-    const std::int64_t done = Platform::ReadFile(m_handle, bytes.data(), length, error);
-    bytes.resize(static_cast<std::size_t>(done));
-    if (!Report(error))
+    const bool fits = TryMemory([&] {
+        // The length is where to start: some files do not tell theirs, and others grow while they are read. A byte more
+        // than that is asked for, so that most are read at once and seen to end.
+        std::size_t done = 0;
+        std::size_t room = static_cast<std::size_t>(length) + 1;
+        while (error == 0 && done == bytes.size()) {
+            if (done > KeldMBString::MaxLength) {
+                error = TooLarge;
+                return;
+            }
+            bytes.resize(room);
+            done += static_cast<std::size_t>(Platform::ReadFile(
+                m_handle, bytes.data() + done, static_cast<std::int64_t>(bytes.size() - done), error));
+            constexpr std::size_t Most = std::size_t{KeldMBString::MaxLength} + 1;
+            room = std::min(Most, std::max(2 * room, std::size_t{4096}));
+        }
+        bytes.resize(done);
+    });
+    if (!Report(fits ? error : static_cast<int>(std::errc::not_enough_memory)))
         return false;
     text = KeldMBString(std::move(bytes));
     return true;
 }
 
 bool QzFile::ReplaceAll(const KeldMBString& path, const KeldMBString& text, KeldMBString& error) {
+    return ReplaceAll(
+        path, [&](QzFile& file) { return file.Write(text.Cstr(), text.GetLength()) == text.GetLength(); }, error);
+}
+
+bool QzFile::ReplaceAll(const KeldMBString& path, const std::function<bool(QzFile&)>& write, KeldMBString& error) {
     Platform::Replacement replacement;
     int failure = 0;
-    QzFile file;
-    file.m_handle = Platform::CreateReplacement(ToNativePath(path).Cstr(), replacement, failure);
-    if (!file.IsOpen()) {
-        error = ErrorText(failure);
+    if (IsCut(path)) {
+        error = ErrorText(InvalidName);
         return false;
     }
-    // The bytes reach the device before the name changes hands, or a power cut could leave an empty file.
-    const bool written = file.Write(text.Cstr(), text.GetLength()) == text.GetLength() && file.Sync();
-    if (file.Close() && written)
-        Platform::CommitReplacement(replacement, failure);
-    else
-        failure = file.GetErrorCode();
-    if (failure != 0) {
-        Platform::RemoveFile(replacement.temporary.c_str());
-        error = ErrorText(failure);
+    bool replaced = false;
+    if (!TryMemory([&] { replaced = Platform::OpenReplacement(ToNativePath(path).Cstr(), replacement, failure); })) {
+        Platform::AbandonReplacement(replacement);
+        error = ErrorText(static_cast<int>(std::errc::not_enough_memory));
+        return false;
     }
-    return failure == 0;
+    if (replaced) {
+        QzFile file;
+        file.m_handle = replacement.file;
+        replaced = write(file);
+        failure = file.m_error;
+        file.m_handle = Platform::NoFile; // it is the replacement's to close
+        if (replaced)
+            replaced = Platform::CommitReplacement(replacement, failure);
+        else
+            Platform::AbandonReplacement(replacement);
+    }
+    error = ErrorText(failure);
+    return replaced;
 }
 
 bool QzFile::IsExist(const KeldMBString& path) {
-    return Platform::FileExists(ToNativePath(path).Cstr());
+    return !IsCut(path) && Platform::FileExists(ToNativePath(path).Cstr());
 }
 
 void QzFile::Remove(const KeldMBString& path) {
-    Platform::RemoveFile(ToNativePath(path).Cstr());
+    if (!IsCut(path))
+        Platform::RemoveFile(ToNativePath(path).Cstr());
 }
 
 KeldMBString QzFile::GetModulePath(const char* moduleName) {
-    const std::string path = moduleName != nullptr ? Platform::ModulePath(moduleName) : std::string();
-    const std::size_t separator = path.rfind(Separator);
-    return separator == std::string::npos ? KeldMBString() : KeldMBString(path.substr(0, separator + 1));
+    KeldMBString directory;
+    TryMemory([&] {
+        const std::string path = moduleName != nullptr ? Platform::ModulePath(moduleName) : std::string();
+        directory = KeldMBString(path.substr(0, path.rfind(Separator) + 1));
+    });
+    return directory;
 }
 
 KeldMBString QzFile::GetAbsolutePath(const KeldMBString& directory, const KeldMBString& path) {
-    const std::filesystem::path base(ToNativePath(directory).Cstr());
-    return KeldMBString((base / ToNativePath(path).Cstr()).lexically_normal().string());
+    KeldMBString absolute;
+    const bool whole = TryCopies<KeldMBString>([&] {
+        const KeldMBString base = ToNativePath(directory);
+        const KeldMBString native = ToNativePath(path);
+        const std::filesystem::path joined = std::filesystem::path(base.View()) / native.View();
+        absolute = KeldMBString(joined.lexically_normal().string());
+    });
+    return whole ? absolute : KeldMBString();
 }
 
 void QzFile::SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name, KeldMBString& extension) {
     const KeldMBString native = ToNativePath(path);
     const int start = native.ReverseFind(Separator) + 1;
     const int dot = native.ReverseFind('.');
-    const int end = dot > start ? dot : native.GetLength();
+    const bool isStep = native.View().substr(static_cast<std::size_t>(start)) == "..";
+    const int end = dot > start && !isStep ? dot : native.GetLength();
     directory = native.Left(start);
     name = native.Mid(start, end - start);
     extension = native.Mid(end);

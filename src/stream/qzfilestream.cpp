@@ -1,6 +1,7 @@
 #include "stream/qzfilestream.h"
 
 #include <algorithm>
+#include <new>
 
 namespace Qzc {
 
@@ -19,10 +20,15 @@ bool QzFileStream::Open(const KeldMBString& path, Direction direction, int buffe
     Close();
     ClearFailure();
     m_direction = direction;
-    if (!m_file.Open(path, direction))
-        return false;
+    // The buffer first: without one no file is created or emptied.
     m_bufferSize = std::max(bufferSize, 1);
-    m_buffer.reset(new unsigned char[static_cast<std::size_t>(m_bufferSize)]);
+    m_buffer.reset(new (std::nothrow) unsigned char[static_cast<std::size_t>(m_bufferSize)]);
+    if (m_buffer == nullptr)
+        ReportMemoryFailure();
+    if (m_buffer == nullptr || !m_file.Open(path, direction)) {
+        m_buffer.reset();
+        return false;
+    }
     ResetWindow(0);
     return true;
 }

@@ -27,6 +27,8 @@ std::int64_t QzStream::WriteRest(const unsigned char* buffer, std::int64_t count
 int QzStream::ReadCount(int elementSize) {
     std::int32_t count = 0;
     *this >> count;
+    if (!KELDASSERT(elementSize >= 1))
+        elementSize = 1;
     const std::int64_t size = static_cast<std::int64_t>(count) * elementSize;
     // The window is looked at first: a file is asked for its length only about what lies beyond.
     if (count < 0 || (size > m_readEnd - m_cursor && size > GetRemaining())) {
@@ -45,8 +47,10 @@ QzStream& QzStream::operator<<(const KeldMBString& text) {
 QzStream& QzStream::operator>>(KeldMBString& text) {
     const KELDCharset::Charset charset = text.GetCharset();
     const int size = ReadCount(1);
-    std::string bytes(static_cast<std::size_t>(size), '\0');
-    if (Read(bytes.data(), size) != size)
+    std::string bytes;
+    if (!TryMemory([&] { bytes.resize(static_cast<std::size_t>(size)); }))
+        SetFailed();
+    else if (Read(bytes.data(), size) != size)
         bytes.clear();
     text = KeldMBString(std::move(bytes));
     text.SetCharset(charset);

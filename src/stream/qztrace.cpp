@@ -2,13 +2,16 @@
 
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 
 namespace Qzc {
 
 namespace {
 
 void PrintTrace(const char* text) {
-    std::fputs(text, stderr);
+    const std::size_t length = std::strlen(text);
+    const bool isLine = length != 0 && text[length - 1] == '\n';
+    std::fprintf(stderr, isLine ? "%s" : "%s\n", text);
 }
 
 std::atomic<QzTraceHandler> s_handler{PrintTrace};

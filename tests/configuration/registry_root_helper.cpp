@@ -15,7 +15,6 @@ int main(int argc, char** argv) {
     QzToolkit::SetCurCharset(KELDCharset::UTF8);
     SetTraceHandler([](const char* text) { std::printf("trace %s", text); });
     std::printf("path %s\n", QzRegistry::XmlPath().Cstr());
-    SetTraceHandler([](const char*) {});
     std::printf("name %s\n", QzRegistry::Root().Name().Cstr());
     for (int i = 1; i < argc; ++i) {
         QzStringEx text(KeldMBString("before"));

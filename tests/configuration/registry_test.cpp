@@ -8,6 +8,7 @@
 #include <typeinfo>
 
 #include "configuration/registry_support.h"
+#include "filefaults.h"
 #include "stream/qztrace.h"
 #include "support.h"
 #include "toolkit/qzmarkup.h"
@@ -44,6 +45,14 @@ Texts ToTexts(const QzRegistry::Sequence& sequence) {
     for (const KeldMBString& text : sequence)
         texts.emplace_back(text.View());
     return texts;
+}
+
+// The bytes of a text in UTF-16LE, with a mark.
+std::string Wide(const std::string& ascii) {
+    std::string bytes = "\xFF\xFE";
+    for (const char c : ascii)
+        bytes += {c, '\0'};
+    return bytes;
 }
 
 std::string Save(Registry& registry, const std::string& path) {
@@ -246,7 +255,7 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     std::string document = EveryKind;
     WriteBytes(path, document.insert(document.find("</Root>"), "<in type='external'>data\\x.xml</in>"));
     Registry registry(path);
-    EXPECT_LE(m_trace.Texts().size(), 1U) << "the directory is looked for once, not for each file";
+    EXPECT_TRUE(m_trace.Texts().empty()) << "no file is missing";
     EXPECT_EQ(registry.GetSubFileName("in"), QzRegistry::XmlPath() + "data/x.xml");
     const std::string saved = Save(registry, path);
     EXPECT_TRUE(Registry(path) == registry) << saved;
@@ -316,6 +325,22 @@ TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
             EXPECT_EQ(ReadBytes(path), before);
         }
     }
+    {
+        Registry registry = fresh();
+        const FullDisk full(50);
+        EXPECT_FALSE(registry.Save());
+    }
+    EXPECT_EQ(ReadBytes(path), before) << "a full disk";
+    {
+        Registry registry = fresh();
+        for (const std::string& open : {m_scratch.Path(), directory})
+            std::filesystem::permissions(open, std::filesystem::perms::all);
+        std::filesystem::permissions(path, std::filesystem::perms{0444});
+        const OrdinaryUser user;
+        EXPECT_FALSE(registry.Save()) << "a file that may not be written";
+    }
+    EXPECT_EQ(ReadBytes(path), before);
+    EXPECT_EQ(FilesIn(directory).size(), 1U) << "nothing left behind";
     Registry homeless = fresh();
     std::filesystem::remove_all(directory);
     EXPECT_FALSE(homeless.Save());
@@ -325,7 +350,7 @@ TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
     std::filesystem::remove(path);
     std::filesystem::create_directories(path + "/in");
     EXPECT_FALSE(blocked.Save()) << "a directory in its place";
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1) << "nothing left behind";
+    EXPECT_EQ(FilesIn(directory).size(), 1U);
 
     Registry unnamed;
     unnamed.LoadDoc("<r/>");
@@ -387,11 +412,14 @@ TEST_F(RegistryTest, NestingCostsNoStack) {
 
 TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
     const std::string path = m_scratch / "conf.xml";
-    for (const std::string& bytes : {""s, " \r\n"s, "a=1\nb=2"s, "<r><a>1</r></a>"s, "\xFF\xFE<\0r\0/\0>\0"s,
+    for (const std::string& bytes : {""s, " \r\n"s, "a=1\nb=2"s, "<r><a>1</r></a>"s, "\xFF\xFE<\0r\0/\0>"s,
                                      "<?xml version=\"1.0\" encoding=\"GB2312\"?><r><a>\xD6"s}) {
         WriteBytes(path, bytes);
+        m_trace.Texts().clear();
         Registry registry(path);
         EXPECT_TRUE(registry == Registry()) << bytes;
+        ASSERT_EQ(m_trace.Texts().size(), 1U);
+        EXPECT_EQ(m_trace.Texts()[0].find("cannot parse file: " + path + " line "), 0U) << m_trace.Texts()[0];
         EXPECT_FALSE(registry.Save()) << "there is no top element to write";
         EXPECT_EQ(ReadBytes(path), bytes);
     }
@@ -403,8 +431,121 @@ TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
     }
     Registry loaded;
     loaded.LoadDoc("<r><a>1</a></r>");
-    loaded.LoadDoc("<r><a>2</a>");
+    m_trace.Texts().clear();
+    loaded.LoadDoc("<r>\n\n<a>2</b></r>");
     EXPECT_EQ(loaded["a"], "1") << "what is malformed adds nothing";
+    EXPECT_EQ(m_trace.Texts(), Texts{"cannot parse text: line 3: End tag does not correspond to a\n"});
+
+    std::filesystem::resize_file(path, std::uintmax_t{1} << 31); // sparse
+    m_trace.Texts().clear();
+    EXPECT_TRUE(Registry(path) == Registry()) << "more than a text can hold";
+    EXPECT_EQ(m_trace.Texts().size(), 1U);
+}
+
+TEST_F(RegistryTest, SavesEveryNameThatATagCanBe) {
+    const std::string path = m_scratch / "conf.xml";
+    WriteBytes(path, "<R&D><it's>1</it's><1>2</1><_x0041_>3</_x0041_><a\"o type='object'><&>4</&></a\"o></R&D>");
+    Registry registry(path);
+    EXPECT_EQ(registry.Name() + registry["it's"] + registry["1"] + registry["_x0041_"], "R&D123");
+    EXPECT_EQ(registry.Obj("a\"o")["&"], "4");
+    for (const char* const name : {"&amp;", "_x0022_", "_x005F_", "\x01", "-", "a;", "\xE5\x9C\xB0\xE5\x9B\xBE", "'"})
+        registry.SetAt(name, name);
+    const std::string saved = Save(registry, path);
+    for (const char* const tag : {"<R_x0026_D>", "<it_x0027_s ", "<_x0031_ ", "<_x0041_ ", "<a_x0022_o ", "<_x0026_>4",
+                                  "<_x0026_amp_x003B_ ", "<_x005F_x0022_ ", "<_x005F_x005F_ ", "<_x0001_ "})
+        EXPECT_NE(saved.find(tag), std::string::npos) << tag << saved;
+    EXPECT_TRUE(Registry(path) == registry) << saved;
+
+    const std::string pieces[] = {"_", "x00", "2", "6", "F", "_x0022_", "a", "\"", "&", "'", "\x95\\", "-", "\xFE"};
+    std::mt19937 random(4);
+    for (const auto charset : {KELDCharset::UTF8, KELDCharset::Japanese}) {
+        CurrentCharset current(charset);
+        Registry names;
+        WriteBytes(path, "<r/>");
+        names.LoadFile(KeldMBString(path));
+        for (int i = 0; i < 3000; ++i) {
+            std::string name;
+            for (auto count = 1 + random() % 6; count != 0; --count)
+                name += pieces[random() % std::size(pieces)];
+            if (charset == KELDCharset::Japanese || name.find('\\') == std::string::npos)
+                names.SetAt(KeldMBString(name), KeldMBString(name));
+        }
+        ASSERT_TRUE(names.Save());
+        ASSERT_TRUE(Registry(path) == names);
+    }
+}
+
+TEST_F(RegistryTest, ReadsAnewAndFromTexts) {
+    const std::string path = m_scratch / "conf.xml";
+    const std::string extern1 = m_scratch / "x.xml";
+    WriteBytes(extern1, "<x><v>1</v></x>");
+    WriteBytes(path, "<r><a>1</a><gone>1</gone><o type='object'/><x type='external'>" + extern1 + "</x></r>");
+    Registry derived(path);
+    QzRegistry registry(derived); // of no class of one's own
+    EXPECT_EQ(registry.SubFile("x")["v"], "1");
+    WriteBytes(extern1, "<x><v>2</v></x>");
+    WriteBytes(path, "<s><a>2</a><x type='external'>" + extern1 + "</x></s>");
+    EXPECT_TRUE(registry.Reload());
+    EXPECT_EQ(registry.Name() + registry["a"] + registry["gone"] + registry.SubFile("x")["v"], "s22");
+    EXPECT_TRUE(registry.Names(QzRegistry::ElemObject).IsEmpty());
+
+    const QzRegistry before(registry);
+    m_trace.Texts().clear();
+    EXPECT_FALSE(registry.LoadText("<r>"));
+    WriteBytes(path, "<r><a>3</a>");
+    EXPECT_FALSE(registry.Reload());
+    std::filesystem::remove(path);
+    EXPECT_FALSE(registry.Reload());
+    EXPECT_EQ(m_trace.Texts().size(), 3U);
+    EXPECT_TRUE(registry == before && registry["a"] == "2");
+    EXPECT_FALSE(Registry().Reload()) << "no file";
+
+    EXPECT_TRUE(registry.LoadText("<t><b type='sequence'><i>1</i></b><a>4</a></t>"));
+    EXPECT_EQ(registry.Name() + registry["a"] + registry.Seq("b")[0], "t41");
+    EXPECT_TRUE(registry.GetSubFileName("x").IsEmpty());
+    EXPECT_TRUE(registry.Save()) << "to its file, though that was gone";
+    EXPECT_EQ(Registry(path), registry);
+    OpenRegistry<QzRegistryResource> resource;
+    EXPECT_TRUE(resource.LoadText("<r><section><ICode><res id='1'>x</res></ICode></section></r>"));
+    EXPECT_EQ(resource["1"], "x");
+    EXPECT_TRUE(resource.LoadText("<r/>") && resource.IsEmpty());
+}
+
+TEST_F(RegistryTest, FilesKeepTheirForm) {
+    const std::string path = m_scratch / "conf.xml";
+    // What cannot be converted goes back as it came, under its own declaration.
+    for (const std::string declaration : {"<?xml version=\"1.0\" encoding=\"GB2312\" standalone=\"yes\"?>",
+                                          "<?xml encoding='x-none' version='1.0' ?>"}) {
+        WriteBytes(path, declaration + "<r><a>\xFF\xE9</a></r>");
+        Registry registry;
+        registry.LoadFile(KeldMBString(path));
+        EXPECT_FALSE(registry.IsConverted());
+        Registry copy;
+        copy = registry;
+        EXPECT_EQ(Save(copy, path), declaration + "\r\n<r>\r\n\t<a type=\"value\">\xFF\xE9</a>\r\n</r>\r\n");
+        EXPECT_TRUE(Registry(path) == registry);
+        EXPECT_TRUE(registry.LoadText("<r/>") && registry.IsConverted());
+        EXPECT_EQ(Save(registry, path), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
+    }
+    WriteBytes(path, "\xEF\xBB\xBF<r/>");
+    Registry marked(path);
+    EXPECT_EQ(Save(marked, path), "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
+    WriteBytes(path, Wide("<?xml version=\"1.0\" encoding=\"UTF-16\"?><r><a>x</a></r>"));
+    Registry wide(path);
+    EXPECT_TRUE(wide.IsConverted() && wide["a"] == "x");
+    EXPECT_EQ(Save(wide, path).find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r>"), 0U);
+
+    // Order and file come along with an assignment.
+    Registry source;
+    WriteBytes(path, "<r><b>1</b><o type='object'/><a>2</a></r>");
+    source.LoadFile(KeldMBString(path));
+    Registry target;
+    target.LoadDoc("<other><a>1</a><o type='object'/></other>");
+    target = source;
+    std::filesystem::remove(path);
+    EXPECT_TRUE(target.Save());
+    const std::string saved = ReadBytes(path);
+    EXPECT_TRUE(saved.find("<b ") < saved.find("<o ") && saved.find("<o ") < saved.find("<a ")) << saved;
 }
 
 // The place of the base library decides, so each case is a process of its own with a copy of that library.
@@ -426,9 +567,10 @@ TEST(RegistryRoot, IsFoundBesideTheBaseLibraryOrAboveIt) {
         std::filesystem::copy_file(BASE_LIBRARY, std::filesystem::path(scratch / "bin") /
                                                      std::filesystem::path(BASE_LIBRARY).filename());
         if (place == "none") {
-            EXPECT_EQ(run(scratch), "trace cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml at "
-                                    "qzc bin dir!\npath " +
-                                        scratch.Path() + "/\nname \n" + unresolved);
+            // One line for being asked where, one for being asked for the configuration.
+            const std::string line = "trace cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml "
+                                     "at qzc bin dir!\n";
+            EXPECT_EQ(run(scratch), line + "path " + scratch.Path() + "/\n" + line + "name \n" + unresolved);
             continue;
         }
         if (place == "bin/") // is preferred to the one above

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <list>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -16,14 +18,14 @@
 
 #include "childprocess.h"
 #include "log/log_lines.h"
-#include "platform/namedsemaphore.h"
-#include "platform/sharedmemory.h"
+#include "platform/sharedlock.h"
 #include "toolkit/qzprocessreaderlock.h"
 #include "toolkit/qzprocesswriterlock.h"
 
 using namespace Qzc;
-using Platform::NamedSemaphore;
+using Platform::SharedLock;
 using Platform::SharedMemory;
+using Platform::Waited;
 using Opening = SharedMemory::Opening;
 using Words = std::vector<std::uint64_t>;
 
@@ -53,19 +55,16 @@ protected:
                 << entry.path();
     }
 
-    static SharedMemory::Options BlockOptions() {
-        SharedMemory::Options options = {24};
-        options.marks = true;
-        return options;
-    }
-
     /// What all see of the lock: the stamp, the reading processes and the attach count.
     Words Block() const {
         SharedMemory memory;
-        if (memory.Open(base + ".lock", BlockOptions()) != Opening::Opened)
+        if (memory.Open(base + ".lock", {64}) != Opening::Opened)
             return {};
         const auto* const words = static_cast<const std::uint64_t*>(memory.View());
-        return {words[0], words[1], words[2]};
+        std::uint64_t readers = 0;
+        for (std::uint32_t i = 0; i < memory.SlotsUsed(); ++i)
+            readers += memory.Slot(i) & SharedLock::Reading;
+        return {words[0], readers, words[2]};
     }
 
     /// A process of its own opens the lock, does this with it, and is killed.
@@ -98,21 +97,19 @@ void AWhile() {
 TEST(NamedObject, LivesFromTheFirstOpenerToTheLast) {
     SharedMemory first;
     SharedMemory second;
-    SharedMemory::Options options = {8};
-    options.content = "abcdefgh";
+    const SharedMemory::Options options = {8};
     const auto text = [&] { return std::string(static_cast<char*>(second.View()), 8); };
     ASSERT_EQ(first.Open("life", options), Opening::Created);
-    static_cast<char*>(first.View())[0] = 'x';
+    std::memcpy(first.View(), "abcdefgh", 8);
     ASSERT_EQ(second.Open("life", options), Opening::Opened);
     first.Close();
-    EXPECT_EQ(text(), "xbcdefgh");
+    EXPECT_EQ(text(), "abcdefgh");
     second.Close();
     ASSERT_EQ(second.Open("life", options), Opening::Created);
-    EXPECT_EQ(text(), "abcdefgh");
+    EXPECT_EQ(text(), std::string(8, '\0'));
 
     SharedMemory other;
-    EXPECT_EQ(other.Open("life", {16}), Opening::Failed);
-    EXPECT_EQ(NamedSemaphore().Open("life", 1, 1), Opening::Failed);
+    EXPECT_EQ(other.Open("life", {16}), Opening::Unfit);
     EXPECT_EQ(other.Open("", {8}), Opening::Failed);
     using std::filesystem::perms;
     const auto file = Directory() / "life";
@@ -128,22 +125,33 @@ TEST(NamedObject, LivesFromTheFirstOpenerToTheLast) {
     std::filesystem::remove(Directory());
 }
 
-TEST(NamedObject, CountsLikeASemaphore) {
-    NamedSemaphore semaphore;
-    NamedSemaphore other;
-    using Waited = NamedSemaphore::Waited;
-    EXPECT_EQ(semaphore.Open("count", 4, 3), Opening::Failed);
-    ASSERT_EQ(semaphore.Open("count", 2, 3), Opening::Created);
-    ASSERT_EQ(other.Open("count", 0, 9), Opening::Opened);
-    for (const auto expected : {Waited::Acquired, Waited::Acquired, Waited::TimedOut})
-        EXPECT_EQ(other.Wait(15), expected);
-    for (const bool fits : {true, true, true, false})
-        EXPECT_EQ(semaphore.Post(), fits);
-    for (const auto expected : {Waited::Acquired, Waited::Acquired, Waited::Acquired, Waited::TimedOut})
-        EXPECT_EQ(other.Wait(0), expected);
-    other.Close(); // with the last unit
-    for (const auto expected : {Waited::Abandoned, Waited::TimedOut})
-        EXPECT_EQ(semaphore.Wait(0), expected);
+TEST(NamedObject, GivesSlotsToTheLivingAlone) {
+    SharedMemory first;
+    ASSERT_EQ(first.Open("slots", {8}), Opening::Created);
+    constexpr std::uint32_t Openers = 40;
+    std::set<const void*> places;
+    std::list<SharedMemory> openers;
+    for (std::uint32_t i = 1; i < Openers; ++i) {
+        EXPECT_EQ(openers.emplace_back().Open("slots", {8}), Opening::Opened);
+        places.insert(reinterpret_cast<char*>(&openers.back().OwnSlot()) - static_cast<char*>(openers.back().View()) +
+                      static_cast<const char*>(first.View()));
+    }
+    places.insert(&first.OwnSlot());
+    EXPECT_EQ(places.size(), Openers);
+    for (std::uint32_t i = 0; i < Openers; ++i)
+        EXPECT_EQ(places.count(&first.Slot(i)), 1U);
+    EXPECT_EQ(first.SlotsUsed(), Openers);
+    openers.clear();
+    EXPECT_EQ(first.Slot(1), 0U);
+    // A hundred that are killed leave a few slots: they are looked for when the table would grow.
+    for (int i = 0; i < 100; ++i) {
+        Child child([] {
+            SharedMemory own;
+            return own.Open("slots", {8}) == Opening::Opened && raise(SIGKILL) == 0;
+        });
+        EXPECT_FALSE(child.Succeeds());
+    }
+    EXPECT_LE(first.SlotsUsed(), 64U);
 }
 
 // ---- One process
@@ -183,8 +191,8 @@ TEST_F(ProcessLock, TakesAnyNameOfBoundedLength) {
     EXPECT_EQ(QzProcess().ProcessLockInit(KeldMBString(longName)), 0U);
     EXPECT_TRUE(log.Has("error  -100: create file Semaphore " + longName + " Faile"));
     // The mapping's name is held by something else.
-    NamedSemaphore occupant;
-    ASSERT_EQ(occupant.Open(base + ".lock", 1, 1), Opening::Created);
+    SharedMemory occupant;
+    ASSERT_EQ(occupant.Open(base + ".lock", {8}), Opening::Created);
     EXPECT_EQ(lock.ProcessLockInit(name), 0U);
     EXPECT_TRUE(log.Has("error  -100: create file mapping " + base + " Faile"));
     occupant.Close();
@@ -358,35 +366,8 @@ TEST_F(ProcessLock, IsAsNewWhenTheLastIsKilled) {
     KillAfter([](QzProcess&) {});
     EXPECT_FALSE(std::filesystem::is_empty(Directory()));
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    ASSERT_EQ(std::system((program + " --gtest_filter=NamedObject.Counts* >/dev/null").c_str()), 0);
+    ASSERT_EQ(std::system((program + " --gtest_filter=NamedObject.Lives* >/dev/null").c_str()), 0);
     // TearDown sees that any program's first opening takes the rest away.
-}
-
-TEST_F(ProcessLock, IsAsNewWhileTheLastIsStillEnding) {
-    // The system ends a killed process's openings one by one. Here each in turn is still there.
-    const auto isAsNew = [&] {
-        const bool first = lock.ProcessLockInit(name) == 1;
-        const bool fresh = Block() == Words{0, 0, 1};
-        lock.WriterLock(false);
-        const bool locked = lock.isLocked();
-        lock.ProcessLockRelease();
-        return first && fresh && locked;
-    };
-    SharedMemory mapping;
-    ASSERT_EQ(mapping.Open(base + ".lock", BlockOptions()), Opening::Created);
-    mapping.SetMark(true);
-    static_cast<std::uint64_t*>(mapping.View())[1] = 1;
-    EXPECT_TRUE(isAsNew());
-    mapping.Close();
-    NamedSemaphore guard;
-    NamedSemaphore exclusion;
-    ASSERT_EQ(exclusion.Open(base + ".rwlock", 1, 1024), Opening::Created);
-    exclusion.Wait(0);
-    EXPECT_TRUE(isAsNew());
-    ASSERT_EQ(guard.Open(base + ".rlock", 1, 1024), Opening::Created);
-    ASSERT_EQ(exclusion.Open(base + ".rwlock", 1, 1024, guard.Life()), Opening::Created);
-    exclusion.Wait(0, Platform::Taker::Group); // a reader whose mapping is gone already
-    EXPECT_TRUE(isAsNew());
 }
 
 namespace {

@@ -20,7 +20,7 @@ public:
         std::vector<std::array<int, 6>> rows;
         std::map<int, int> rowOf{{0, 0}};
         for (int i = Pos(0).iElemChild; i != 0;) {
-            const ElementPos& pos = Pos(i);
+            const ElementPos pos = GetElementPos(i);
             rows.push_back({pos.nStartL, pos.nStartR, pos.nEndL, pos.nEndR, rowOf[pos.iElemParent], pos.iElemLast});
             rowOf[i] = static_cast<int>(rows.size());
             if (pos.iElemChild != 0) {

@@ -1,15 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cctype>
-#include <cerrno>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <system_error>
-#include <tuple>
 #include <utility>
 
-#include "log/log_lines.h"
 #include "support.h"
 #include "xml/markup_records.h"
 
@@ -17,10 +11,6 @@ using namespace Qzc;
 using namespace std::string_literals;
 
 namespace {
-
-std::string ErrorOf(int code) {
-    return std::generic_category().message(code);
-}
 
 // ---- Parsing
 
@@ -202,152 +192,6 @@ TEST(Markup, ReadsAttributes) {
     }
 }
 
-// ---- Files
-
-class MarkupFile : public testing::Test {
-protected:
-    ScratchDirectory m_directory;
-    std::string m_path = m_directory / "file.xml";
-    CurrentCharset m_current{KELDCharset::UTF8};
-    LogLines m_log;
-};
-
-TEST_F(MarkupFile, LoadsWhatTheDeclarationSays) {
-    const std::string xml = "<?xml version=\"1.0\" encoding=\"";
-    const std::tuple<std::string, std::string, const char*, KELDCharset::Charset> cases[] = {
-        // the declaration, a text in its encoding, the same in UTF-8 and the encoding
-        {xml + "GB2312\"?>", "\xB5\xD8\xCD\xBC", "\xE5\x9C\xB0\xE5\x9B\xBE", KELDCharset::GB2312},
-        {xml + "gb2312\"?>", "\xE6\x67", "\xE9\x8E\x94", KELDCharset::GB2312}, // a character of GBK only
-        {xml + " GBK \"?>", "\xE6\x67", "\xE9\x8E\x94", KELDCharset::GB2312},
-        {xml + "GB18030\"?>", "\x95\x32\x82\x36", "\xF0\xA0\x80\x80", KELDCharset::GB18030},
-        {xml + "Shift_JIS\"?>", "\x95\x5C", "\xE8\xA1\xA8", KELDCharset::Japanese},
-        {xml + "Big5\"?>", "\xA5\x5C", "\xE5\x8A\x9F", KELDCharset::Big5},
-        {xml + "KOI8-R\"?>", "\xCD\xC9\xD2", "\xD0\xBC\xD0\xB8\xD1\x80", KELDCharset::KOI8R},
-        {xml + "ISO-8859-1\" standalone=\"yes\"?>", "\xE9", "\xC3\xA9", KELDCharset::ISO8859_1},
-        {"<?xml version='1.0' encoding = 'ISO-8859-1' ?>", "\xE9", "\xC3\xA9", KELDCharset::ISO8859_1},
-        {"", "\xC3\xA9", "\xC3\xA9", KELDCharset::UTF8},
-        {"\xEF\xBB\xBF", "\xC3\xA9", "\xC3\xA9", KELDCharset::UTF8},
-        {xml + "x-nobody-knows\"?>", "\xE9", "\xE9", KELDCharset::Unknown},
-        {xml + "GB2312\"?>", "\xFF\xFF", "\xFF\xFF", KELDCharset::GB2312}, // no text of it: as it was read
-    };
-    for (const auto& [declaration, stored, text, encoding] : cases) {
-        SCOPED_TRACE(declaration + text);
-        const std::string bytes = declaration + "<" + stored + ">" + stored + "</" + stored + ">";
-        WriteBytes(m_path, bytes);
-        QzMarkup markup;
-        EXPECT_TRUE(markup.Load(m_path.c_str())) << markup.GetError();
-        EXPECT_EQ(markup.GetError(), (std::to_string(bytes.size()) + " bytes").c_str());
-        EXPECT_EQ(markup.GetEncoding(), encoding);
-        ASSERT_TRUE(markup.FindElem(text));
-        EXPECT_EQ(markup.GetData(), text);
-    }
-    // A byte-order mark speaks even where the current charset is another one.
-    CurrentCharset current(KELDCharset::ISO8859_1);
-    WriteBytes(m_path, "\xEF\xBB\xBF<a>\xC3\xA9</a>");
-    QzMarkup markup;
-    EXPECT_TRUE(markup.Load(m_path.c_str()));
-    EXPECT_EQ(markup.GetDoc(), "<a>\xE9</a>");
-    EXPECT_TRUE(m_log.IsEmpty());
-}
-
-TEST_F(MarkupFile, TellsWhyItCannotLoad) {
-    std::filesystem::create_directory(m_directory / "directory");
-    mkfifo((m_directory / "pipe").c_str(), 0600);
-    WriteBytes(m_directory / "locked", "<a/>");
-    chmod((m_directory / "locked").c_str(), 0);
-    const std::pair<const char*, int> unopened[] = {
-        {"missing", ENOENT}, {"directory", EISDIR}, {"pipe", ESPIPE}, {"locked", EACCES}};
-    for (const auto& [name, code] : unopened) {
-        const std::string path = m_directory / name;
-        if (code == EACCES && std::ifstream(path))
-            continue; // the superuser reads everything
-        m_log.Clear();
-        QzMarkup markup("<kept/>");
-        EXPECT_FALSE(markup.Load(path.c_str()));
-        EXPECT_EQ(markup.GetError(), ErrorOf(code).c_str());
-        EXPECT_EQ(markup.GetDoc(), "<kept/>");
-        EXPECT_TRUE(m_log.Has("error  -100: Can not open file  " + path + " Error message " + ErrorOf(code)));
-        EXPECT_TRUE(m_log.Has(" qzmarkup"));
-    }
-    m_log.Clear();
-    QzMarkup markup("<kept/>");
-    std::ofstream(m_path).close();
-    std::filesystem::resize_file(m_path, std::uintmax_t{1} << 31); // sparse
-    EXPECT_FALSE(markup.Load(m_path.c_str()));
-    EXPECT_EQ(markup.GetError(), ErrorOf(EFBIG).c_str());
-    EXPECT_EQ(markup.GetDoc(), "<kept/>");
-
-    const std::pair<std::string, const char*> malformed[] = {
-        {"", "0 bytes"},
-        {std::string(1234, ' '), "1234 bytes, Element tag not found"},
-        {std::string("\0\1<a>\xFF", 6), "6 bytes, Element tag not found"},
-        {"<?xml version=\"1.0\" encoding=\"", "30 bytes, Invalid node"},
-        {"<?xml version=\"1.0\" encoding=\"GB2312\"?><a>\xB5\xD8", "44 bytes, End tag of a element not found"},
-    };
-    for (const auto& [bytes, error] : malformed) {
-        WriteBytes(m_path, bytes);
-        EXPECT_TRUE(markup.SetDoc("<a/>"));
-        EXPECT_FALSE(markup.Load(m_path.c_str()));
-        EXPECT_EQ(markup.GetError(), error);
-        EXPECT_FALSE(markup.IsWellFormed() || markup.FindElem());
-    }
-    EXPECT_TRUE(m_log.IsEmpty());
-}
-
-TEST_F(MarkupFile, SavesWithADeclaration) {
-    const std::tuple<const char*, KELDCharset::Charset, std::string> cases[] = {
-        {"<a/>", KELDCharset::UTF8, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a/>"},
-        {"<a>\xC3\xA9</a>", KELDCharset::ISO8859_1, "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n<a>\xE9</a>"},
-        {"<?xml version='1.0'?>\n<a/>", KELDCharset::UTF8, "<?xml version='1.0'?>\n<a/>"},
-        {"<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n<a x='\xE9\x8E\x94'><b>1</b></a>",
-         KELDCharset::GB2312, "<?xml version=\"1.0\" encoding=\"GBK\"?>\n<a x='\xE6\x67'><b>1</b></a>"},
-    };
-    for (const auto& [doc, encoding, bytes] : cases) {
-        SCOPED_TRACE(doc);
-        QzMarkup markup(doc);
-        ASSERT_TRUE(markup.FindElem());
-        const std::string top = markup.GetSubDoc().Cstr();
-        markup.SetEncoding(encoding);
-        EXPECT_TRUE(markup.Save(m_path.c_str()));
-        EXPECT_EQ(ReadBytes(m_path), bytes);
-        EXPECT_EQ(markup.GetError(), (std::to_string(bytes.size()) + " bytes").c_str());
-        WalkAll(markup); // the records lie beside the text now: anything may come out, but it ends
-        for (markup.ResetPos(), markup.FindElem(); markup.FindChildElem();) {
-            markup.SetChildAttrib("a", "b");
-            markup.SetChildData("data");
-        }
-        markup.SetRealData("<c/>");
-        markup.RemoveElem();
-
-        QzMarkup loaded;
-        EXPECT_TRUE(loaded.Load(m_path.c_str()));
-        EXPECT_TRUE(loaded.FindElem());
-        EXPECT_EQ(loaded.GetSubDoc(), top.c_str());
-        EXPECT_EQ(loaded.GetEncoding(), encoding);
-        EXPECT_TRUE(loaded.Save(m_path.c_str())); // again, in its own encoding
-        EXPECT_EQ(ReadBytes(m_path), bytes);
-    }
-}
-
-TEST_F(MarkupFile, TellsWhyItCannotSave) {
-    QzMarkup markup("<a>\xC3\xA9</a>");
-    for (const std::string& path : {m_directory.Path(), m_directory / "missing/file.xml", std::string()}) {
-        EXPECT_FALSE(markup.Save(path.c_str()));
-        EXPECT_EQ(markup.GetError(), "Cannot open file .\n");
-    }
-    if (std::filesystem::exists("/dev/full")) {
-        EXPECT_FALSE(markup.Save("/dev/full"));
-        EXPECT_EQ(markup.GetError(), "Cannot write file .\n");
-    }
-    WriteBytes(m_path, "old");
-    markup.SetEncoding(KELDCharset::Russian); // has no such letter
-    const KeldMBString doc = markup.GetDoc();
-    EXPECT_FALSE(markup.Save(m_path.c_str()));
-    EXPECT_EQ(ReadBytes(m_path), "old");
-    EXPECT_EQ(markup.GetDoc(), doc);
-    EXPECT_TRUE(m_log.IsEmpty());
-}
-
 // ---- Sizes
 
 TEST(Markup, NestsAMillionDeep) {
@@ -400,49 +244,5 @@ TEST(Markup, RefusesTwoGigabytes) {
     munmap(text, Size + Chunk);
     close(memory);
 }
-
-// ---- Documents that nobody here wrote
-
-// A second opinion, for well-formed documents: '<' before a letter, outside comments and the document type.
-int CountElements(std::string text) {
-    for (std::size_t at = 0; (at = text.find("<!--", at)) != std::string::npos;)
-        text.erase(at, text.find("-->", at) + 3 - at);
-    const std::size_t type = text.find("<!DOCTYPE");
-    if (type != std::string::npos)
-        text.erase(type, text.find("]>", type) + 2 - type);
-    int count = 0;
-    for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos; ++at)
-        count += std::isalpha(static_cast<unsigned char>(text[at + 1])) != 0 ? 1 : 0;
-    return count;
-}
-
-class InstalledDocument : public MarkupFile, public testing::WithParamInterface<const char*> {};
-
-TEST_P(InstalledDocument, LoadsWalksAndSaves) {
-    const std::string bytes = ReadBytes(GetParam());
-    if (!std::filesystem::exists(GetParam()))
-        GTEST_SKIP() << GetParam() << " is not installed";
-    QzMarkup markup;
-    ASSERT_TRUE(markup.Load(GetParam())) << markup.GetError().Cstr();
-    EXPECT_EQ(WalkAll(markup), CountElements(bytes));
-    ASSERT_TRUE(markup.Save(m_path.c_str()));
-    EXPECT_TRUE(ReadBytes(m_path) == bytes);
-
-    const KeldMBString top = (markup.ResetPos(), markup.FindElem(), markup.GetSubDoc());
-    markup.SetEncoding(KELDCharset::GB18030); // holds every character
-    ASSERT_TRUE(markup.Save(m_path.c_str()));
-    EXPECT_FALSE(ReadBytes(m_path) == bytes);
-    QzMarkup loaded;
-    ASSERT_TRUE(loaded.Load(m_path.c_str())) << loaded.GetError().Cstr();
-    EXPECT_EQ(loaded.GetEncoding(), KELDCharset::GB18030);
-    EXPECT_TRUE(loaded.FindElem());
-    EXPECT_TRUE(loaded.GetSubDoc() == top);
-}
-
-INSTANTIATE_TEST_SUITE_P(Debian, InstalledDocument,
-                         testing::Values("/usr/share/mime/packages/freedesktop.org.xml",
-                                         "/usr/share/xml/iso-codes/iso_15924.xml",
-                                         "/usr/share/xml/iso-codes/iso_3166-2.xml",
-                                         "/usr/share/xml/iso-codes/iso_639-3.xml"));
 
 } // namespace

@@ -1,12 +1,8 @@
 #include "platform/file.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,6 +41,13 @@ std::int64_t TransferAll(std::int64_t count, int& error, Transfer transfer) {
     return done;
 }
 
+// What keeps a thing of this mode from being a file; 0 when it is one.
+int Refusal(mode_t mode) {
+    if (S_ISDIR(mode))
+        return EISDIR;
+    return S_ISFIFO(mode) || S_ISSOCK(mode) ? ESPIPE : 0;
+}
+
 } // namespace
 
 FileHandle OpenFile(const char* path, FileAccess access, int& error) {
@@ -58,12 +61,8 @@ FileHandle OpenFile(const char* path, FileAccess access, int& error) {
     if (!Report(descriptor >= 0, error))
         return NoFile;
     struct stat status = {};
-    if (Report(fstat(descriptor, &status) == 0, error)) {
-        if (S_ISDIR(status.st_mode))
-            error = EISDIR;
-        else if (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode))
-            error = ESPIPE;
-    }
+    if (Report(fstat(descriptor, &status) == 0, error))
+        error = Refusal(status.st_mode);
     if (error != 0) {
         close(descriptor);
         return NoFile;
@@ -112,38 +111,7 @@ bool SyncFile(FileHandle file, int& error) {
 
 bool FileExists(const char* path) {
     struct stat status = {};
-    return stat(path, &status) == 0 && !S_ISDIR(status.st_mode);
-}
-
-FileHandle CreateReplacement(const char* path, Replacement& replacement, int& error) {
-    const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path, nullptr), &std::free);
-    replacement.target = resolved != nullptr ? resolved.get() : path;
-    struct stat status = {};
-    const bool exists = stat(replacement.target.c_str(), &status) == 0;
-    if (exists && !S_ISREG(status.st_mode)) {
-        error = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-        return NoFile;
-    }
-    const mode_t mode = exists ? status.st_mode & 07777 : 0666;
-    static std::atomic<unsigned> s_number{0};
-    int descriptor = -1;
-    do {
-        replacement.temporary =
-            replacement.target + '.' + std::to_string(getpid()) + '-' + std::to_string(s_number.fetch_add(1)) + ".new";
-        descriptor = open(replacement.temporary.c_str(), O_CLOEXEC | O_WRONLY | O_CREAT | O_EXCL, mode);
-    } while (descriptor < 0 && errno == EEXIST);
-    if (!Report(descriptor >= 0, error))
-        return NoFile;
-    if (exists && !Report(fchmod(descriptor, mode) == 0, error)) { // whatever the process's mask took away
-        close(descriptor);
-        unlink(replacement.temporary.c_str());
-        return NoFile;
-    }
-    return descriptor;
-}
-
-bool CommitReplacement(const Replacement& replacement, int& error) {
-    return Report(std::rename(replacement.temporary.c_str(), replacement.target.c_str()) == 0, error);
+    return stat(path, &status) == 0 && Refusal(status.st_mode) == 0;
 }
 
 void RemoveFile(const char* path) {

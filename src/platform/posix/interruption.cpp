@@ -7,6 +7,7 @@
 #include <cstring>
 #include <link.h>
 #include <sched.h>
+#include <sys/auxv.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -21,7 +22,8 @@ struct Code {
     bool Holds(std::uintptr_t address) const { return address >= begin && address < end; }
 };
 
-std::array<Code, 2> s_systemCode; // the C library's, and the allocator's where that is another one
+// The C library's, the allocator's where that is another one, and the dynamic linker's.
+std::array<Code, 3> s_systemCode;
 
 struct Search {
     std::uintptr_t wanted;
@@ -44,18 +46,41 @@ int Visit(dl_phdr_info* module, std::size_t, void* argument) {
     return 0;
 }
 
-template <class Function>
-Code CodeAround(Function* function) {
-    Search search{reinterpret_cast<std::uintptr_t>(function), Code()};
-    dl_iterate_phdr(Visit, &search);
-    // In a program that is linked with the C library in one piece nothing tells the two apart.
-    return search.found.Holds(reinterpret_cast<std::uintptr_t>(&LocateSystemCode)) ? Code() : search.found;
+Code CodeAround(std::uintptr_t address) {
+    Search search{address, Code()};
+    if (address != 0)
+        dl_iterate_phdr(Visit, &search);
+    return search.found;
+}
+
+/// The system's code at an address. Nothing where it is one piece with the program, or with this library: there
+/// nothing tells a thread's own work from the system's, and every place would count as one to stay away from.
+Code SystemCodeAround(std::uintptr_t address) {
+    const Code code = CodeAround(address);
+    const bool isMixed = code.Holds(getauxval(AT_ENTRY)) || code.Holds(reinterpret_cast<std::uintptr_t>(&CodeAround));
+    return isMixed ? Code() : code;
+}
+
+/// The dynamic linker's, which is told by its base alone: it has no function that is known to be its own.
+Code LinkerCode() {
+    Code code;
+    const std::uintptr_t base = getauxval(AT_BASE);
+    if (base == 0)
+        return code; // linked statically
+    const auto* header = reinterpret_cast<const ElfW(Ehdr)*>(base);
+    const auto* segments = reinterpret_cast<const ElfW(Phdr)*>(base + header->e_phoff);
+    for (int i = 0; i < header->e_phnum; ++i) {
+        if (segments[i].p_type == PT_LOAD && (segments[i].p_flags & PF_X) != 0)
+            code = {base + segments[i].p_vaddr, base + segments[i].p_vaddr + segments[i].p_memsz};
+    }
+    return code;
 }
 
 } // namespace
 
 void LocateSystemCode() {
-    s_systemCode = {CodeAround(&getpid), CodeAround(&std::malloc)};
+    s_systemCode = {SystemCodeAround(reinterpret_cast<std::uintptr_t>(&getpid)),
+                    SystemCodeAround(reinterpret_cast<std::uintptr_t>(&std::malloc)), LinkerCode()};
 }
 
 bool MayHoldSystemLock(const void* context) {

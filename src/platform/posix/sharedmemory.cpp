@@ -2,18 +2,23 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <cstring>
+#include <climits>
+#include <cstdio>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <grp.h>
+#include <linux/futex.h>
+#include <set>
 #include <sys/mman.h>
-#include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
-// A named memory is a file in a directory of the user's own on the memory file system.
+// A named memory is a file in a directory of the user's own, or of the group's, on the memory file system.
 //
 // Who has it open is told by locks on the file, which the kernel drops when a process ends in whatever way.
 // Each opener keeps the lock on one byte, the one at the offset that is its number (the bytes need not
@@ -29,26 +34,18 @@
 //
 // A process that is killed as the last one leaves its file behind, without any lock. Such a file is as good
 // as none: its next opener makes it afresh. The first opening in any process of the user removes all of them.
+//
+// The directory's name is known, so another user may have taken it. There is no second place: processes that
+// would find different ones, each by its own lights, would not keep each other out.
 
 namespace Platform {
 
 namespace {
 
-constexpr std::uint64_t Magic = 0x314D5351'4F4D414EU; // changes with the layout of the file
-constexpr std::size_t LongestFileName = 200;
+constexpr std::uint64_t Magic = 0x324D5351'4F4D414EU; // changes with the layout of the file
+constexpr std::size_t LongestFileName = 198;
 constexpr SharedMemory::Opener LastOpener = 0x7FFFFFFE; // all of them are file offsets
 constexpr auto GatePatience = std::chrono::seconds(10);
-
-// Slots of the table of marks: the opener in the low half, whether it is marked above.
-constexpr std::uint64_t MarkedBit = std::uint64_t(1) << 32;
-
-SharedMemory::Opener SlotOpener(std::uint64_t slot) {
-    return static_cast<SharedMemory::Opener>(slot);
-}
-
-std::string UserDirectory() {
-    return "/dev/shm/motoolkit-" + std::to_string(geteuid());
-}
 
 // The bytes that a file name cannot hold, or that would make it a surprise to people, as % and two digits.
 std::string FileName(std::string_view name) {
@@ -137,75 +134,149 @@ bool LockGate(int descriptor) {
 
 // ---- The directory and its files
 
-bool IsOwnFile(int descriptor, struct stat& status) {
-    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid();
+/// Where the memory of a user or of a group lies, and to whom things there must belong.
+struct Place {
+    std::string directory;
+    bool isGroups = false;
+    gid_t group = 0;
+
+    mode_t DirectoryMode() const { return isGroups ? 02770 : 0700; } // what members make in it is the group's
+    mode_t FileMode() const { return isGroups ? 0660 : 0600; }
+    bool Owns(const struct stat& status) const {
+        return isGroups ? status.st_gid == group : status.st_uid == geteuid();
+    }
+};
+
+// False when there is no group of this name.
+bool FindGroup(const std::string& name, gid_t& group) {
+    constexpr std::size_t Enough = std::size_t(1) << 24;
+    std::vector<char> buffer(1024);
+    struct group entry = {};
+    struct group* found = nullptr;
+    int error = 0;
+    while ((error = getgrnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE &&
+           buffer.size() < Enough)
+        buffer.resize(2 * buffer.size());
+    if (error != 0 || found == nullptr)
+        return false;
+    group = entry.gr_gid;
+    return true;
 }
 
-// The directory, made when it is missing. Somebody else may have been there first: it must be the user's.
-int OpenDirectory(const std::string& path) {
-    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
-        return -1;
-    Descriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+bool FindPlace(std::string_view group, Place& place, std::string& whyDenied) {
+    place.directory = "/dev/shm/motoolkit-";
+    if (group.empty()) {
+        place.directory += std::to_string(geteuid());
+        return true;
+    }
+    const std::string name(group);
+    place.isGroups = true;
+    if (!FindGroup(name, place.group)) {
+        whyDenied = "there is no group " + name;
+        return false;
+    }
+    place.directory += "group-" + std::to_string(place.group);
+    return true;
+}
+
+// Gives what this user has made the rights that it should have, whatever the umask took away; what another
+// one of the group has made must have them.
+bool HasRights(int descriptor, const struct stat& status, mode_t mode) {
+    return (status.st_mode & 07777) == mode || (status.st_uid == geteuid() && fchmod(descriptor, mode) == 0);
+}
+
+// 0, or what is wrong. A group's directory comes into being with all its rights at once: others must not find it
+// half made.
+int MakeDirectory(const Place& place) {
+    if (!place.isGroups)
+        return mkdir(place.directory.c_str(), place.DirectoryMode()) == 0 ? 0 : errno;
+    std::string path = place.directory + "-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr)
+        return errno;
+    if (chown(path.c_str(), uid_t(-1), place.group) == 0 && chmod(path.c_str(), place.DirectoryMode()) == 0 &&
+        renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, place.directory.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    const int error = errno;
+    rmdir(path.c_str());
+    return error;
+}
+
+// The directory, made when it is missing. Somebody else may have been there first: then it must be the user's,
+// or the group's. -1 on failure; with ENOENT when it was removed meanwhile.
+int OpenDirectory(const Place& place, std::string& whyDenied) {
     struct stat status = {};
-    if (!directory || fstat(directory.Get(), &status) != 0)
+    if (lstat(place.directory.c_str(), &status) != 0) {
+        const int error = MakeDirectory(place);
+        if (error != 0 && error != EEXIST) {
+            whyDenied = "cannot make " + place.directory + ": " + std::generic_category().message(error);
+            errno = error == ENOENT ? EACCES : error; // not the one that was removed
+            return -1;
+        }
+    }
+    Descriptor directory(open(place.directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!directory && errno == ENOENT)
         return -1;
-    // What the umask took away is given back.
-    if (status.st_uid != geteuid() || fchmod(directory.Get(), 0700) != 0) {
+    if (!directory || fstat(directory.Get(), &status) != 0 || !place.Owns(status) ||
+        !HasRights(directory.Get(), status, place.DirectoryMode())) {
+        whyDenied = place.directory + (place.isGroups ? " is not one of the group's that this process may use"
+                                                      : " is not a directory of this user's");
         errno = EACCES;
         return -1;
     }
     return directory.Release();
 }
 
+bool IsOwnFile(int descriptor, const Place& place, struct stat& status) {
+    return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && place.Owns(status);
+}
+
 // Those that killed processes left. A file that is just being opened is not missed: see the opener above.
-void RemoveLeftFiles(const std::string& directory) {
+void RemoveLeftFiles(const Place& place) {
     std::error_code error;
-    std::filesystem::directory_iterator entry(directory, error);
+    std::filesystem::directory_iterator entry(place.directory, error);
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string path = entry->path().string();
         const Descriptor file(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat status = {};
-        if (file && LockByte(file.Get(), 0) && IsOwnFile(file.Get(), status) && status.st_nlink != 0 &&
+        if (file && LockByte(file.Get(), 0) && IsOwnFile(file.Get(), place, status) && status.st_nlink != 0 &&
             !HasOtherOpeners(file.Get()))
             unlink(path.c_str());
     }
 }
 
+// Once for each place in a process. Guarded by the hold that every opening has; never destroyed, since objects
+// that live as long as the process open names to the last.
+bool IsTidy(const std::string& directory) {
+    static auto& s_tidied = *new std::set<std::string>;
+    return !s_tidied.insert(directory).second;
+}
+
 // The file, open, named and with its gate locked; -1 on failure.
-int EnterFile(const std::string& directoryPath, const std::string& file) {
-    static bool s_tidy = false; // guarded by the hold that every opening has
+int EnterFile(const Place& place, const std::string& file, std::string& whyDenied) {
     for (int attempt = 0; attempt < 10000; ++attempt) {
-        const Descriptor directory(OpenDirectory(directoryPath));
+        const Descriptor directory(OpenDirectory(place, whyDenied));
         if (!directory) {
             if (errno == ENOENT) // removed between two steps
                 continue;
             return -1;
         }
-        if (!s_tidy) {
-            RemoveLeftFiles(directoryPath);
-            s_tidy = true;
-        }
-        Descriptor descriptor(
-            openat(directory.Get(), file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+        if (!IsTidy(place.directory))
+            RemoveLeftFiles(place);
+        Descriptor descriptor(openat(directory.Get(), file.c_str(),
+                                     O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, place.FileMode()));
         if (!descriptor) {
             if (errno == ENOENT)
                 continue;
             return -1;
         }
         struct stat status = {};
-        if (!LockGate(descriptor.Get()) || !IsOwnFile(descriptor.Get(), status))
+        if (!LockGate(descriptor.Get()) || !IsOwnFile(descriptor.Get(), place, status) ||
+            !HasRights(descriptor.Get(), status, place.FileMode()))
             return -1;
         if (status.st_nlink != 0)
             return descriptor.Release();
     }
     return -1;
-}
-
-std::uint64_t NewLife() {
-    std::uint64_t life = 0;
-    if (getrandom(&life, sizeof(life), 0) != static_cast<ssize_t>(sizeof(life)))
-        life = static_cast<std::uint64_t>(std::chrono::system_clock::now().time_since_epoch().count());
-    return life | 1; // never 0
 }
 
 // Room on the device is taken beforehand: a page for which there is none would end the process when touched.
@@ -215,48 +286,40 @@ bool Reserve(int descriptor, std::size_t offset, std::size_t size) {
 
 } // namespace
 
-// Behind the view, in a cache line of its own; the table of marks follows.
+// Behind the view, in a cache line of its own; the slots follow.
 struct alignas(64) SharedMemory::Header {
     std::uint64_t magic;
     std::uint64_t size;
-    std::uint64_t life;
-    std::uint64_t partOf;
-    Kind kind;
     std::atomic<Opener> lastOpener;
-    std::atomic<std::uint32_t> slotsUsed; ///< those behind have never been taken
+    std::atomic<std::uint32_t> slotsUsed;
 };
-
-std::uint64_t SharedMemory::Life() const {
-    return m_header != nullptr ? m_header->life : 0;
-}
-
-std::atomic<std::uint64_t>* SharedMemory::Slots() const {
-    return reinterpret_cast<std::atomic<std::uint64_t>*>(m_header + 1);
-}
 
 // Whatever the file says, no more than there are.
 std::uint32_t SharedMemory::SlotsUsed() const {
-    return m_marks ? std::min<std::uint32_t>(m_header->slotsUsed, MaxMarks) : 0;
+    return std::min(m_header->slotsUsed.load(), MaxOpeners);
 }
 
 SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& options) {
     Close();
+    m_whyDenied.clear();
     const std::string file = FileName(name);
     if (file.empty() || file.size() > LongestFileName || options.size == 0)
         return Opening::Failed;
 
     const ForkHold hold; // a child must not inherit the gate
-    m_directory = UserDirectory();
+    Place place;
+    if (!FindPlace(options.group, place, m_whyDenied))
+        return Opening::Denied;
+    m_directory = place.directory;
     m_path = m_directory + '/' + file;
-    m_marks = options.marks;
-    Descriptor descriptor(EnterFile(m_directory, file));
+    Descriptor descriptor(EnterFile(place, file, m_whyDenied));
     Opening opening = Opening::Failed;
     if (!descriptor)
-        return Opening::Failed;
+        return m_whyDenied.empty() ? Opening::Failed : Opening::Denied;
     if (!Map(descriptor.Get(), options, opening) || !BecomeOpener(descriptor.Get())) {
         RemoveIfLast(descriptor.Get());
         Forget();
-        return Opening::Failed;
+        return Opening::Unfit;
     }
     UnlockByte(descriptor.Get(), 0);
     m_descriptor = descriptor.Release();
@@ -268,11 +331,11 @@ SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& o
 bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening) {
     const std::size_t headerOffset = (options.size + alignof(Header) - 1) / alignof(Header) * alignof(Header);
     const std::size_t slots = headerOffset + sizeof(Header);
-    const std::size_t length = slots + (options.marks ? MaxMarks * sizeof(std::uint64_t) : 0);
+    const std::size_t length = slots + MaxOpeners * sizeof(std::uint64_t);
     const bool alone = !HasOtherOpeners(descriptor);
     // Cut to nothing and grown again, all its bytes are zero.
-    if (alone && (fchmod(descriptor, 0600) != 0 || ftruncate(descriptor, 0) != 0 ||
-                  ftruncate(descriptor, static_cast<off_t>(length)) != 0 || !Reserve(descriptor, 0, slots)))
+    if (alone && (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(length)) != 0 ||
+                  !Reserve(descriptor, 0, slots)))
         return false;
     struct stat status = {};
     if (fstat(descriptor, &status) != 0 || status.st_size != static_cast<off_t>(length))
@@ -283,27 +346,14 @@ bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening)
     m_view = view;
     m_length = length;
     m_header = reinterpret_cast<Header*>(static_cast<char*>(view) + headerOffset);
+    m_slots = reinterpret_cast<Atomic<std::uint64_t>*>(m_header + 1);
 
-    const bool made = m_header->magic == Magic;
-    if (!alone && made && (m_header->kind != options.kind || m_header->size != options.size))
-        return false;
-    const bool formerLife = options.partOf != 0 && m_header->partOf != options.partOf;
-    opening = made && !formerLife ? Opening::Opened : Opening::Created;
-    if (opening == Opening::Created) {
-        m_header->magic = 0; // whoever is killed from here on leaves a file that is not made
-        if (options.content != nullptr)
-            std::memcpy(view, options.content, options.size);
-        else
-            std::memset(view, 0, options.size);
-        for (std::uint32_t i = 0; i < SlotsUsed(); ++i)
-            Slots()[i] = 0;
-        m_header->size = options.size;
-        m_header->kind = options.kind;
-        m_header->partOf = options.partOf;
-        m_header->life = NewLife();
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        m_header->magic = Magic;
-    }
+    // An opener that was killed before it had made the memory is not there any more: then this one is alone.
+    opening = alone ? Opening::Created : Opening::Opened;
+    if (!alone)
+        return m_header->magic == Magic && m_header->size == options.size;
+    m_header->size = options.size;
+    m_header->magic = Magic;
     return true;
 }
 
@@ -316,34 +366,44 @@ bool SharedMemory::BecomeOpener(int descriptor) {
     if (errno != 0)
         return false;
     m_self = self;
-    return !m_marks || TakeSlot(descriptor);
+    return TakeSlot(descriptor);
 }
 
-// A free slot, else one of an opener that is gone without a mark.
+// The first free slot. Those of openers that were killed are freed before the table reaches twice its size: it
+// does not grow with the number of the dead, and seldom is anybody asked for.
 bool SharedMemory::TakeSlot(int descriptor) {
-    for (const bool full : {false, true}) {
-        for (std::uint32_t i = 0; i < MaxMarks; ++i) {
-            std::atomic<std::uint64_t>& slot = Slots()[i];
-            std::uint64_t old = 0;
-            if (i >= m_header->slotsUsed) {
-                const auto offset =
-                    static_cast<std::size_t>(reinterpret_cast<char*>(&slot) - static_cast<char*>(m_view));
-                if (!Reserve(descriptor, offset, sizeof(slot)))
-                    return false;
-            } else if ((old = slot.load()) != 0 &&
-                       (!full || (old & MarkedBit) != 0 || OthersLock(descriptor, SlotOpener(old), 1))) {
-                continue;
-            }
-            if (!slot.compare_exchange_strong(old, m_self))
-                continue;
-            std::uint32_t used = m_header->slotsUsed;
-            while (used <= i && !m_header->slotsUsed.compare_exchange_weak(used, i + 1)) {
-            }
-            m_slot = &slot;
-            return true;
+    for (std::uint32_t i = 0; i < MaxOpeners; ++i) {
+        Atomic<std::uint64_t>& slot = Slot(i);
+        if (i >= SlotsUsed()) {
+            const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&slot) - static_cast<char*>(m_view));
+            if (!Reserve(descriptor, offset, sizeof(slot)))
+                return false;
         }
+        const bool isPowerOfTwo = (i & (i - 1)) == 0;
+        if (i >= SlotsUsed() && i >= 16 && isPowerOfTwo && FreeSlotsOfTheGone(descriptor))
+            return TakeSlot(descriptor);
+        std::uint64_t free = 0;
+        if (!slot.compare_exchange_strong(free, EmptySlot(m_self)))
+            continue;
+        std::uint32_t used = m_header->slotsUsed;
+        while (used <= i && !m_header->slotsUsed.compare_exchange_weak(used, i + 1)) {
+        }
+        m_slot = &slot;
+        return true;
     }
-    return false;
+    return FreeSlotsOfTheGone(descriptor) && TakeSlot(descriptor);
+}
+
+// Those alone that they have left empty: others are looked for by somebody else. Whether there was any.
+bool SharedMemory::FreeSlotsOfTheGone(int descriptor) const {
+    bool freed = false;
+    for (std::uint32_t i = 0; i < SlotsUsed(); ++i) {
+        std::uint64_t slot = Slot(i);
+        const Opener opener = SlotOpener(slot);
+        if (slot != 0 && slot == EmptySlot(opener) && opener != m_self && !OthersLock(descriptor, opener, 1))
+            freed = Slot(i).compare_exchange_strong(slot, 0) || freed;
+    }
+    return freed;
 }
 
 void SharedMemory::Close() {
@@ -351,8 +411,10 @@ void SharedMemory::Close() {
         return;
     const ForkHold hold;
     RemoveForkHook(m_forkHook, hold);
-    if (m_slot != nullptr && (*m_slot & MarkedBit) == 0)
-        *m_slot = 0;
+    if (m_slot != nullptr) {
+        std::uint64_t empty = EmptySlot(m_self);
+        m_slot->compare_exchange_strong(empty, 0);
+    }
     const Descriptor descriptor(m_descriptor);
     if (LockGate(descriptor.Get()))
         RemoveIfLast(descriptor.Get());
@@ -374,6 +436,7 @@ void SharedMemory::Forget() {
         munmap(m_view, m_length);
     m_view = nullptr;
     m_header = nullptr;
+    m_slots = nullptr;
     m_slot = nullptr;
     m_self = Nobody;
 }
@@ -401,26 +464,33 @@ bool SharedMemory::IsThere(Opener opener) const {
     return opener == m_self || OthersLock(m_descriptor, opener, 1);
 }
 
-void SharedMemory::SetMark(bool marked) const {
-    m_slot->store(m_self | (marked ? MarkedBit : 0), std::memory_order_release);
+// ---- Sleeping
+
+namespace {
+
+// Unlike those of one process, these waits are found by all that map the memory.
+long CallFutex(const void* word, int operation, std::uint32_t value, const void* timeout = nullptr) {
+    return syscall(SYS_futex, word, operation, value, timeout, nullptr, 0);
 }
 
-SharedMemory::MarkCount SharedMemory::CountMarks(bool forget) const {
-    MarkCount count = {};
-    for (std::uint32_t i = 0; i < SlotsUsed(); ++i) {
-        std::uint64_t slot = Slots()[i];
-        const bool marked = (slot & MarkedBit) != 0;
-        if (slot == 0 || (!marked && !forget))
-            continue;
-        if (IsThere(SlotOpener(slot))) {
-            count.there += marked;
-        } else {
-            count.gone += marked;
-            if (forget)
-                Slots()[i].compare_exchange_strong(slot, 0);
-        }
-    }
-    return count;
+} // namespace
+
+bool SharedMemory::Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected,
+                         std::chrono::nanoseconds time) const {
+    constexpr long Billion = 1000000000;
+    const struct { // whatever size the C library's own has
+        long seconds;
+        long nanoseconds;
+    } timeout = {static_cast<long>(time.count() / Billion), static_cast<long>(time.count() % Billion)};
+    return CallFutex(&word, FUTEX_WAIT, expected, &timeout) == 0 || errno != ETIMEDOUT;
+}
+
+void SharedMemory::WakeOne(const Atomic<std::uint32_t>& word) const {
+    CallFutex(&word, FUTEX_WAKE, 1);
+}
+
+void SharedMemory::WakeAll(const Atomic<std::uint32_t>& word) const {
+    CallFutex(&word, FUTEX_WAKE, INT_MAX);
 }
 
 } // namespace Platform

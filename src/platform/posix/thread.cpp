@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csetjmp>
 #include <csignal>
@@ -12,9 +13,11 @@
 #include <pthread.h>
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/single_threaded.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/forkhook.h"
 #include "platform/posix/interruption.h"
 #include "platform/waitword.h"
 
@@ -67,7 +70,7 @@ public:
     ThreadMain main = nullptr;
     void* argument = nullptr;
     std::size_t stackSize = 0;
-    ThreadPriority priority = ThreadPriority::Normal;
+    std::atomic<ThreadPriority> priority{ThreadPriority::Other}; ///< the last one that was asked for
 
     std::atomic<int> references{1};
     std::atomic<std::uint32_t> state{Running};
@@ -82,6 +85,7 @@ public:
     // Used by the thread itself, also in its signal handler.
     std::atomic<Phase> phase{Phase::Starting};
     std::jmp_buf* leaveBody = nullptr;
+    const char* stackTop = nullptr; ///< `stackSize` bytes end there
 
     bool HasEnded() const {
         const std::uint32_t now = state.load(std::memory_order_acquire);
@@ -99,14 +103,11 @@ bool IsDoomed(const Thread& self) {
     return self.toTerminate.load() && self.phase.load(std::memory_order_relaxed) == Thread::Phase::Body;
 }
 
-#if !defined(VICTIM_LEAPS)
-void ForgetThreadSpecifics() {
+/// Ends the thread with nothing but the system's help. Its thread-specific data would be found, and in the end
+/// destroyed again, by the next thread that gets this stack.
+[[noreturn]] void Vanish() {
     for (unsigned int key = 0; key < PTHREAD_KEYS_MAX; ++key)
         pthread_setspecific(key, nullptr);
-}
-#endif
-
-[[noreturn]] void Vanish() {
     for (;;)
         syscall(SYS_exit, 0);
 }
@@ -126,14 +127,19 @@ void EndAwaited(Thread& self) {
     Vanish();
 }
 
+/// What is left on the stack without being destroyed must not be looked for there.
+void ForgetStack(const Thread& self) {
+    ForgetForkHooks(self.stackTop - self.stackSize, self.stackTop);
+}
+
 [[noreturn]] void Die(Thread& self) {
     self.phase.store(Thread::Phase::Leaving, std::memory_order_relaxed);
     self.exitCode = self.terminationCode.load();
-    PassOnWake();
+    AbandonWait();
+    ForgetStack(self);
 #if defined(VICTIM_LEAPS)
     std::longjmp(*self.leaveBody, 1);
 #else
-    ForgetThreadSpecifics();
     VanishAsEnded(self);
 #endif
 }
@@ -151,9 +157,14 @@ void OnTerminationSignal(int, siginfo_t*, void* context) {
     Die(*self);
 }
 
+bool IsOurs(int signal) {
+    struct sigaction action = {};
+    return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) != 0 &&
+           action.sa_sigaction == OnTerminationSignal;
+}
+
 // Takes the highest real-time signal that nobody handles. 0 when there is none.
 int ReserveSignal() {
-    LocateSystemCode();
     for (int number = SIGRTMAX; number >= SIGRTMIN; --number) {
         struct sigaction action = {};
         if (sigaction(number, nullptr, &action) != 0 || (action.sa_flags & SA_SIGINFO) != 0 ||
@@ -168,9 +179,24 @@ int ReserveSignal() {
     return 0;
 }
 
-int TerminationSignal() {
-    static const int s_signal = ReserveSignal();
-    return s_signal;
+const bool s_located = (LocateSystemCode(), true);
+std::atomic<int> s_signal{0};
+
+// The signal, reserved on the first call. A program that later handles it itself, unknowing, gets it: then this takes
+// another one.
+int UsableSignal() {
+    int signal = s_signal.load();
+    while (signal == 0 || !IsOurs(signal)) {
+        const int reserved = ReserveSignal();
+        if (reserved == 0 || s_signal.compare_exchange_strong(signal, reserved))
+            return reserved;
+    }
+    return signal;
+}
+
+int ReservedSignal() {
+    const int signal = s_signal.load();
+    return signal != 0 ? signal : UsableSignal();
 }
 
 void Join(Thread& thread) {
@@ -193,6 +219,7 @@ void FinishThread(void* argument) {
 
 // The destructors of thread-specific data come after those of thread_local objects, and need no allocation.
 pthread_key_t FinishKey() {
+    const TerminationShield shield;
     static const pthread_key_t s_key = [] {
         pthread_key_t key = {};
         pthread_key_create(&key, FinishThread);
@@ -212,25 +239,41 @@ void RunBody(Thread& self) {
     std::atomic_signal_fence(std::memory_order_seq_cst);
 }
 
-// The nice values of the priorities from Idle on.
-constexpr std::array<int, 5> NiceValues = {19, 10, 0, -5, -10};
+constexpr int LowestNice = 19;
+constexpr int HighestNice = -20;
+
+/// Relative to the process, whose own value is that of its main thread: a thread without a priority of its own must
+/// not overtake the others because the program was started with nice. Next to the lowest value two priorities may be
+/// the same to the system.
+int NiceValue(ThreadPriority priority) {
+    const int normal = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+    switch (priority) {
+    case ThreadPriority::Idle: return LowestNice;
+    case ThreadPriority::BelowNormal: return normal + (LowestNice - normal + 1) / 2;
+    case ThreadPriority::AboveNormal: return std::max(normal - 5, HighestNice);
+    case ThreadPriority::Highest: return std::max(normal - 10, HighestNice);
+    default: return normal;
+    }
+}
 
 bool SetNice(unsigned int id, ThreadPriority priority) {
-    return setpriority(PRIO_PROCESS, id, NiceValues[static_cast<std::size_t>(priority) - 1]) == 0;
+    return setpriority(PRIO_PROCESS, id, NiceValue(priority)) == 0;
 }
 
 void* ThreadEntry(void* argument) {
     Thread& self = *static_cast<Thread*>(argument);
     t_current = &self;
+    self.stackTop = static_cast<const char*>(__builtin_frame_address(0));
     self.handle.store(pthread_self());
     pthread_setspecific(FinishKey(), argument);
     sigset_t signals;
     sigemptyset(&signals);
-    sigaddset(&signals, TerminationSignal());
+    sigaddset(&signals, ReservedSignal());
     pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
     const unsigned int id = CurrentThreadId();
-    if (self.priority != ThreadPriority::Other)
-        SetNice(id, self.priority);
+    const ThreadPriority priority = self.priority.load();
+    if (priority != ThreadPriority::Other)
+        SetNice(id, priority);
     // From here on the thread can be found. A request that came earlier is seen by RunBody.
     if (self.id.exchange(id) == Thread::IdAwaited)
         WakeAllWaiters(&self.id);
@@ -257,6 +300,11 @@ public:
 
     bool IsGood() const { return m_good; }
     const pthread_attr_t* Get() const { return &m_attributes; }
+    std::size_t StackSize() const {
+        std::size_t size = 0;
+        pthread_attr_getstacksize(&m_attributes, &size);
+        return size;
+    }
 
 private:
     pthread_attr_t m_attributes = {};
@@ -264,9 +312,10 @@ private:
 };
 
 bool CreateSystemThread(Thread& thread) {
-    TerminationSignal(); // reserved before there is a thread to send it to
+    ReservedSignal(); // reserved before there is a thread to send it to
     pthread_t handle = {};
     const Attributes attributes(thread.stackSize);
+    thread.stackSize = attributes.StackSize();
     if (!attributes.IsGood() || pthread_create(&handle, attributes.Get(), ThreadEntry, &thread) != 0)
         return false;
     thread.handle.store(handle); // the thread does the same; whoever comes first
@@ -283,7 +332,7 @@ Thread* NewThread(ThreadMain main, void* argument, std::size_t stackSize, Thread
         thread->main = main;
         thread->argument = argument;
         thread->stackSize = stackSize;
-        thread->priority = priority;
+        thread->priority.store(priority);
     }
     return thread;
 }
@@ -364,17 +413,39 @@ unsigned int ThreadId(Thread& thread) {
 
 unsigned int CurrentThreadId() {
     // Kept, for asking is a system call. The child of a fork starts with this memory but has an id of its
-    // own.
+    // own; and the request to end that a forking thread has got is not for the child.
     static thread_local unsigned int t_id [[gnu::tls_model("initial-exec")]] = 0;
-    static const bool s_forgotten = pthread_atfork(nullptr, nullptr, [] { t_id = 0; }) == 0;
-    if (t_id == 0 || !s_forgotten)
-        t_id = static_cast<unsigned int>(syscall(SYS_gettid));
-    return t_id;
+    if (t_id != 0)
+        return t_id;
+    const TerminationShield shield; // one that is ended in here would leave the static shut
+    static const bool s_forgotten = pthread_atfork(nullptr, nullptr, [] {
+                                        t_id = 0;
+                                        if (t_current != nullptr)
+                                            t_current->toTerminate.store(false);
+                                    }) == 0;
+    const auto id = static_cast<unsigned int>(syscall(SYS_gettid));
+    t_id = s_forgotten ? id : 0;
+    return id;
+}
+
+const volatile char& s_isOnlyThread = __libc_single_threaded;
+
+void SetCurrentThreadName(std::string_view name) {
+    constexpr std::size_t Longest = 15;
+    std::size_t length = std::min(name.size(), Longest);
+    while (length < name.size() && length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0) == 0x80)
+        --length;
+    std::array<char, Longest + 1> text = {};
+    std::copy_n(name.data(), length, text.data());
+    pthread_setname_np(pthread_self(), text.data());
 }
 
 bool SetThreadPriority(Thread& thread, ThreadPriority priority) {
     const unsigned int id = ThreadId(thread);
-    return !thread.HasEnded() && SetNice(id, priority);
+    if (thread.HasEnded() || !SetNice(id, priority))
+        return false;
+    thread.priority.store(priority);
+    return true;
 }
 
 bool GetThreadPriority(Thread& thread, ThreadPriority& priority) {
@@ -385,44 +456,63 @@ bool GetThreadPriority(Thread& thread, ThreadPriority& priority) {
     const int nice = getpriority(PRIO_PROCESS, id);
     if (nice == -1 && errno != 0)
         return false;
-    const auto* level = std::find(NiceValues.begin(), NiceValues.end(), nice);
-    priority =
-        level != NiceValues.end() ? static_cast<ThreadPriority>(level - NiceValues.begin() + 1) : ThreadPriority::Other;
+    // Where the system cannot tell two priorities apart, the one that was asked for.
+    const ThreadPriority asked = thread.priority.load();
+    using P = ThreadPriority;
+    for (const P candidate : {asked, P::Normal, P::Idle, P::BelowNormal, P::AboveNormal, P::Highest}) {
+        if (candidate != P::Other && NiceValue(candidate) == nice) {
+            priority = candidate;
+            return true;
+        }
+    }
+    priority = P::Other;
     return true;
 }
 
 bool TerminateThread(Thread& thread, int exitCode) {
     if (&thread == t_current)
         ExitThread(exitCode);
-    if (TerminationSignal() == 0)
-        return false;
     std::uint32_t expected = Thread::Running;
     thread.state.compare_exchange_strong(expected, Thread::RunningAwaited);
     if (thread.HasEnded())
         return WaitForThread(thread);
     thread.terminationCode.store(exitCode);
     thread.toTerminate.store(true);
-    // A request is repeated after 50 microseconds at first, and without consideration after 2 seconds.
-    constexpr int Patience = 2000;
-    for (int sent = 0; !thread.HasEnded(); ++sent) {
+    // A request is repeated after 50 microseconds at first, later after 2 milliseconds.
+    using Clock = std::chrono::steady_clock;
+    constexpr std::int64_t LongestPause = 2000;
+    const auto regardless = Clock::now() + std::chrono::seconds(2);
+    for (std::int64_t pause = 50; !thread.HasEnded(); pause = std::min(pause + 1, LongestPause)) {
+        const int signal = UsableSignal();
+        if (signal == 0)
+            return false;
         const std::uint32_t id = thread.id.load();
         // If the thread has just ended by itself the number may meanwhile be another thread's of this
         // process, which has no request and ignores the signal.
         if (id != 0 && id != Thread::IdAwaited)
-            syscall(SYS_tgkill, getpid(), id, TerminationSignal());
-        if (sent == Patience)
+            syscall(SYS_tgkill, getpid(), id, signal);
+        if (!thread.atAnyPlace.load() && Clock::now() >= regardless)
             thread.atAnyPlace.store(true);
         const std::uint32_t state = thread.state.load();
         if (state < Thread::Ended)
-            WaitOnWord(&thread.state, state, 50 + sent);
+            WaitOnWord(&thread.state, state, pause);
     }
     return WaitForThread(thread);
 }
 
 void ExitThread(int exitCode) {
     Thread* self = t_current;
-    if (self == nullptr)
+    if (self == nullptr) {
+        pthread_attr_t attributes = {};
+        void* stack = nullptr;
+        std::size_t size = 0;
+        if (pthread_getattr_np(pthread_self(), &attributes) == 0 &&
+            pthread_attr_getstack(&attributes, &stack, &size) == 0)
+            ForgetForkHooks(stack, static_cast<char*>(stack) + size);
+        pthread_attr_destroy(&attributes);
         Vanish();
+    }
+    ForgetStack(*self);
     if (self->phase.load(std::memory_order_relaxed) != Thread::Phase::Body)
         VanishAsEnded(*self); // a thread_local object's destructor came here
     self->phase.store(Thread::Phase::Leaving, std::memory_order_relaxed);
@@ -431,11 +521,11 @@ void ExitThread(int exitCode) {
     std::longjmp(*self->leaveBody, 1);
 }
 
-TerminationShield::TerminationShield() {
+void RaiseShield() {
     t_shields = t_shields + 1;
 }
 
-TerminationShield::~TerminationShield() {
+void LowerShield() {
     const int left = t_shields - 1;
     t_shields = left;
     if (left == 0 && t_current != nullptr && IsDoomed(*t_current))

@@ -1,5 +1,6 @@
 #include "platform/waitword.h"
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <ctime>
@@ -14,6 +15,7 @@ namespace {
 // The word that this thread sleeps on or last slept on. A wake that is given to a thread which is being ended
 // would be lost to the others that wait there.
 thread_local const void* volatile t_waitedWord [[gnu::tls_model("initial-exec")]] = nullptr;
+thread_local const LastAct* volatile t_lastAct [[gnu::tls_model("initial-exec")]] = nullptr;
 
 void Wake(const void* word, int count) {
     syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
@@ -41,7 +43,23 @@ void WakeAllWaiters(const void* word) {
     Wake(word, INT_MAX);
 }
 
-void PassOnWake() {
+LastAct::LastAct(void (*act)(void* object), void* object) : m_act(act), m_object(object) {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    t_lastAct = this;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+LastAct::~LastAct() {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    t_lastAct = nullptr;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
+
+void AbandonWait() {
+    const LastAct* last = t_lastAct;
+    t_lastAct = nullptr;
+    if (last != nullptr)
+        last->m_act(last->m_object);
     if (t_waitedWord != nullptr)
         Wake(t_waitedWord, 1);
 }

@@ -21,6 +21,10 @@ void QzSemaphore::Wait() {
     Opaque<Semaphore>(m_data).Wait();
 }
 
+bool QzSemaphore::TimedWait(unsigned int milliseconds) {
+    return Opaque<Semaphore>(m_data).TimedWait(milliseconds);
+}
+
 bool QzSemaphore::TryWait() {
     return Opaque<Semaphore>(m_data).TryWait();
 }

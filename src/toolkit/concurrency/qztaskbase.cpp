@@ -13,6 +13,11 @@ void* Checked(void* memory) {
     return memory;
 }
 
+// The size of a class is a multiple of its alignment, as aligned_alloc wants it.
+void* Aligned(std::size_t size, std::align_val_t alignment) {
+    return std::aligned_alloc(static_cast<std::size_t>(alignment), size);
+}
+
 } // namespace
 
 void QzTaskBase::Release(QzTaskBase* task) {
@@ -27,14 +32,28 @@ void* QzTaskBase::operator new(std::size_t size) {
 }
 
 void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment) {
-    return Checked(std::aligned_alloc(static_cast<std::size_t>(alignment), size));
+    return Checked(Aligned(size, alignment));
 }
 
 void* QzTaskBase::operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return std::malloc(size);
 }
 
+void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+    return Aligned(size, alignment);
+}
+
 void QzTaskBase::operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+// These two are for a constructor that throws.
+
+void QzTaskBase::operator delete(void* memory, const std::nothrow_t&) noexcept {
+    std::free(memory);
+}
+
+void QzTaskBase::operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
     std::free(memory);
 }
 

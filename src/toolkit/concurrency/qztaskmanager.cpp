@@ -35,6 +35,9 @@ bool QzTaskManager::Start() {
 
 bool QzTaskManager::Stop() {
     m_loop.RemoveAllTask();
+    // All of them first: a wake-up for one may reach another, which then leaves in its place.
+    for (QzTaskWorkThread* worker : m_threads)
+        worker->m_bStop = 1;
     for (QzTaskWorkThread* worker : m_threads) {
         worker->StopThread();
         delete worker;

@@ -1,17 +1,15 @@
 #include "toolkit/qztaskmessageloop.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "base/keldassert.h"
+#include "platform/unitlock.h"
+#include "toolkit/opaque.h"
 
 namespace Qzc {
 
-// Count and queue
-// ---------------
-// Every queued task has one unit in the semaphore. Units are added and taken back under the queue's mutex;
-// only GetTask takes its unit before it has the mutex. If in between the task is removed, RemoveTask finds no
-// unit to take back, and notes a late one. The next GetTask settles it: on an empty queue the late unit was
-// its own, and if it gets a task instead, that task's unit is still in the semaphore and is taken back now.
+using Platform::UnitLock;
 
 namespace {
 
@@ -26,12 +24,34 @@ bool RemoveFirst(KeldArray<T*>& items, T* item) {
 
 } // namespace
 
-QzTaskMessageLoop::QzTaskMessageLoop() = default;
+/// Every queued task has one unit; task and unit come and go together under the lock.
+class QzTaskMessageLoop::Locked {
+public:
+    explicit Locked(QzTaskMessageLoop& loop, bool withUnit = false) : m_lock(Opaque<UnitLock>(loop.m_lock)) {
+        if (withUnit)
+            m_lock.LockWithUnit();
+        else
+            m_lock.Lock();
+    }
+    ~Locked() { m_lock.Unlock(); }
+    Locked(const Locked&) = delete;
+    Locked& operator=(const Locked&) = delete;
+
+    void AddUnit() { m_lock.AddUnit(); }
+    void TakeUnit() { m_lock.TakeUnit(); }
+
+private:
+    UnitLock& m_lock;
+};
+
+QzTaskMessageLoop::QzTaskMessageLoop() {
+    static_assert(sizeof(m_lock) >= sizeof(UnitLock));
+    new (m_lock) UnitLock;
+}
 
 QzTaskMessageLoop::~QzTaskMessageLoop() {
     RemoveAllTask();
-    while (m_semaphore.TryWait()) {
-    }
+    std::destroy_at(&Opaque<UnitLock>(m_lock));
 }
 
 bool QzTaskMessageLoop::AddTaskProcessor(QzTaskProcessor* processor) {
@@ -70,8 +90,7 @@ bool QzTaskMessageLoop::IsTaskEmpty() {
 }
 
 int QzTaskMessageLoop::GetTaskCount() {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    const Locked lock(*this);
     return m_tasks.GetCount();
 }
 
@@ -93,8 +112,7 @@ bool QzTaskMessageLoop::IsVetoed(int event, QzTaskBase* task, unsigned char& res
 bool QzTaskMessageLoop::AddTask(QzTaskBase* task, bool toTail) {
     if (task == nullptr)
         return false;
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    Locked lock(*this);
     unsigned char result = 0;
     if (IsVetoed(QzTaskFilter::EventAdd, task, result))
         return result != 0;
@@ -110,22 +128,15 @@ bool QzTaskMessageLoop::AddTask(QzTaskBase* task, bool toTail) {
     if (isFull)
         QzTaskBase::Release(toTail ? m_tasks.RemoveHead() : m_tasks.RemoveTail());
     else
-        m_semaphore.Post();
+        lock.AddUnit();
     return true;
 }
 
 QzTaskBase* QzTaskMessageLoop::GetTask() {
-    m_semaphore.Wait();
-    QzMutexLock lock(m_mutex);
-    lock.lock();
-    if (m_tasks.IsEmpty()) {
-        if (m_nLateUnits > 0)
-            --m_nLateUnits;
+    const Locked lock(*this, true);
+    if (m_tasks.IsEmpty())
         return nullptr;
-    }
     QzTaskBase* task = m_tasks.RemoveHead();
-    if (m_nLateUnits > 0 && m_semaphore.TryWait())
-        --m_nLateUnits;
     unsigned char ignored = 0;
     if (IsVetoed(QzTaskFilter::EventGet, task, ignored)) {
         QzTaskBase::Release(task);
@@ -155,37 +166,30 @@ bool QzTaskMessageLoop::Run() {
 }
 
 bool QzTaskMessageLoop::RemoveTask(QzTaskBase* task) {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    Locked lock(*this);
     if (m_tasks.IsEmpty())
         return false;
     if (m_tasks.Remove(task)) {
         QzTaskBase::Release(task);
-        TakeUnit();
+        lock.TakeUnit();
     }
     return true;
 }
 
 int QzTaskMessageLoop::RemoveAllTask() {
-    QzMutexLock lock(m_mutex);
-    lock.lock();
+    Locked lock(*this);
     const int count = m_tasks.GetCount();
     for (QzTaskBase* task : m_tasks) {
         QzTaskBase::Release(task);
-        TakeUnit();
+        lock.TakeUnit();
     }
     m_tasks.RemoveAll();
     return count;
 }
 
-void QzTaskMessageLoop::TakeUnit() {
-    if (!m_semaphore.TryWait())
-        ++m_nLateUnits;
-}
-
 void QzTaskMessageLoop::PostTask(int n) {
-    for (int i = 0; i < n; ++i)
-        m_semaphore.Post();
+    if (n > 0)
+        Opaque<UnitLock>(m_lock).Post(static_cast<std::uint32_t>(n));
 }
 
 } // namespace Qzc

@@ -1,5 +1,8 @@
 #include "toolkit/qztaskworkthread.h"
 
+#include <chrono>
+#include <thread>
+
 namespace Qzc {
 
 QzTaskWorkThread::QzTaskWorkThread() = default;
@@ -25,6 +28,9 @@ void QzTaskWorkThread::StopThread() {
         if (loop != nullptr) {
             sleep(100000000);
             loop->PostTask(1);
+            // The worker needs a moment to leave. Not to give it that would cost another 100 ms.
+            for (int i = 0; i < 20 && running(); ++i)
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
         } else {
             yield();
         }

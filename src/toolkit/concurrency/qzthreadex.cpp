@@ -76,6 +76,7 @@ bool QzThreadEx::Start() {
 int QzThreadEx::execute(void* object) {
     auto* self = static_cast<QzThreadEx*>(object);
     self->m_nThreadID = GetCurrentThreadId();
+    Platform::SetCurrentThreadName(self->m_strName.View());
     ThreadHandle::GetCurrent() = {self, [](void* current) {
                                       auto* left = static_cast<QzThreadEx*>(current);
                                       QzThreadManager::GetInstance().Leave(left, true);

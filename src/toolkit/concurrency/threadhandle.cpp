@@ -1,6 +1,7 @@
 #include "toolkit/concurrency/threadhandle.h"
 
-#include "platform/binarylock.h"
+#include "platform/forkhook.h"
+#include "platform/globallock.h"
 
 namespace Qzc::ThreadHandle {
 
@@ -8,11 +9,18 @@ namespace {
 
 // Between reading a handle and counting the reference the handle must not be closed. One lock for all fields:
 // it is held for a few instructions, and a thread takes microseconds to be made.
-Platform::BinaryLock s_lock;
+Platform::GlobalLock s_lock;
+
+const bool s_forks = [] {
+    static constexpr auto Release = [](void*) { s_lock.Unlock(); };
+    static constexpr Platform::ForkLock s_forkLock = {[](void*) { s_lock.Lock(); }, Release, Release, nullptr};
+    Platform::AddForkLock(Platform::ForkRank::ThreadHandles, s_forkLock);
+    return true;
+}();
 
 /// Puts the handle into the field, which owns its reference, and closes the one that was there.
 void Replace(std::atomic<void*>& field, Platform::Thread* thread) {
-    const Platform::TerminationShield shield;
+    const Platform::TerminationShield shield; // or nobody would close what was there
     s_lock.Lock();
     auto* before = static_cast<Platform::Thread*>(field.exchange(thread));
     s_lock.Unlock();
@@ -22,12 +30,10 @@ void Replace(std::atomic<void*>& field, Platform::Thread* thread) {
 } // namespace
 
 Shared::Shared(const std::atomic<void*>& field) {
-    const Platform::TerminationShield shield;
-    s_lock.Lock();
+    const Platform::GlobalLock::Guard guard(s_lock);
     m_thread = static_cast<Platform::Thread*>(field.load());
     if (m_thread != nullptr)
         Platform::KeepThread(*m_thread);
-    s_lock.Unlock();
 }
 
 void Close(std::atomic<void*>& field) {

@@ -11,12 +11,13 @@
 #include "stream/qzfile.h"
 #include "stream/qzfilestream.h"
 #include "stream/qztrace.h"
+#include "toolkit/configuration/entryname.h"
+#include "toolkit/configuration/registrywriter.h"
 #include "toolkit/qzmarkup.h"
 #include "toolkit/qzregistryepsfont.h"
 #include "toolkit/qzregistryresource.h"
 #include "toolkit/qztoolkit.h"
 #include "toolkit/xml/qzxmldeclaration.h"
-#include "toolkit/xml/xmltext.h"
 
 namespace Qzc {
 
@@ -54,12 +55,39 @@ KeldMBString ParentDirectory(KeldMBString directory) {
     return directory.IsEmpty() ? KeldMBString(".") : directory;
 }
 
+// The configuration directory. What lies in it is looked for whether the file itself is found or not.
+KeldMBString FindDirectory(bool& isFound) {
+    KeldMBString beside = QzFile::GetModulePath(BaseModule);
+    isFound = beside.IsEmpty() || QzFile::IsExist(beside + ConfigurationFile);
+    if (isFound)
+        return beside;
+    KeldMBString above = ParentDirectory(beside);
+    isFound = QzFile::IsExist(above + ConfigurationFile);
+    return above;
+}
+
+KeldMBString FindDirectory() {
+    bool ignored = false;
+    return FindDirectory(ignored);
+}
+
+void TraceMissing() {
+    qztrace("cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml at qzc bin dir!\n");
+}
+
+// The first instruction of a text, which its encoding is read from.
+KeldMBString FirstInstruction(const KeldMBString& text) {
+    const int start = text.Find("<?");
+    const int end = text.Find("?>");
+    return start >= 0 && start < end ? text.Mid(start, end + 2 - start) : KeldMBString();
+}
+
 // The main element's children as a table of tag and text.
 QzRegistry::Object ReadObject(QzMarkup& markup) {
     QzRegistry::Object object;
     markup.IntoElem();
     while (markup.FindElem())
-        object.SetAt(markup.GetTagName(), markup.GetData());
+        object.SetAt(NameOfTag(markup.GetTagName()), markup.GetData());
     markup.OutOfElem();
     return object;
 }
@@ -71,10 +99,10 @@ QzRegistry::Object ReadObject(QzMarkup& markup) {
 QzRegistry::QzRegistry() = default;
 
 // As LoadFile, but nothing that a derived class overrides can be called yet.
-QzRegistry::QzRegistry(const KeldMBString& strFile) {
+QzRegistry::QzRegistry(const KeldMBString& strFile) : m_strFile(strFile) {
     KeldMBString text;
-    if (ReadFile(strFile, text))
-        AddEntries(QzMarkup(text.Cstr()));
+    if (ReadFile(text, m_fileForm))
+        AddEntries(Parsed(text, true));
 }
 
 QzRegistry::QzRegistry(const QzRegistry& other) : QzHash<KeldMBString>(other) {
@@ -130,6 +158,7 @@ void QzRegistry::CopyTables(const QzRegistry& other) {
     m_externalFiles = other.m_externalFiles;
     m_strName = other.m_strName;
     m_strFile = other.m_strFile;
+    m_fileForm = other.m_fileForm;
     m_order = other.m_order;
 }
 
@@ -143,6 +172,7 @@ void QzRegistry::Swap(QzRegistry& other) noexcept {
     std::swap(m_externalFiles, other.m_externalFiles);
     std::swap(m_strName, other.m_strName);
     std::swap(m_strFile, other.m_strFile);
+    std::swap(m_fileForm, other.m_fileForm);
     std::swap(m_order, other.m_order);
 }
 
@@ -176,18 +206,26 @@ bool operator==(const QzRegistry& a, const QzRegistry& b) {
 // ---- Reading
 
 QzRegistry& QzRegistry::Root() {
-    static QzRegistry s_root(XmlPath() + ConfigurationFile);
+    static QzRegistry s_root;
+    static const bool s_isRead = [] {
+        bool isFound = false;
+        s_root.m_strFile = FindDirectory(isFound) + ConfigurationFile;
+        if (isFound)
+            s_root.LoadFile(s_root.m_strFile);
+        else
+            TraceMissing();
+        return isFound;
+    }();
+    static_cast<void>(s_isRead);
     return s_root;
 }
 
 KeldMBString QzRegistry::XmlPath() {
-    KeldMBString beside = QzFile::GetModulePath(BaseModule);
-    if (beside.IsEmpty() || QzFile::IsExist(beside + ConfigurationFile))
-        return beside;
-    KeldMBString above = ParentDirectory(beside);
-    if (!QzFile::IsExist(above + ConfigurationFile))
-        qztrace("cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml at qzc bin dir!\n");
-    return above;
+    bool isFound = false;
+    KeldMBString directory = FindDirectory(isFound);
+    if (!isFound)
+        TraceMissing();
+    return directory;
 }
 
 QzRegistry::Object& QzRegistry::Obj(const KeldMBString& strName) const {
@@ -260,9 +298,8 @@ QzRegistry::Sequence QzRegistry::Names(ElemType type) const {
 
 // ---- Loading
 
-bool QzRegistry::ReadFile(const KeldMBString& strFile, KeldMBString& text) {
-    m_strFile = strFile;
-    QzFileStream stream(strFile, QzFileStream::Direction::Read, BufferSize);
+bool QzRegistry::ReadFile(KeldMBString& text, FileForm& form) const {
+    QzFileStream stream(m_strFile, QzFileStream::Direction::Read, BufferSize);
     const std::int64_t length = stream.GetLength();
     std::string bytes;
     if (stream.IsOpen() && length <= KeldMBString::MaxLength) {
@@ -272,23 +309,71 @@ bool QzRegistry::ReadFile(const KeldMBString& strFile, KeldMBString& text) {
         stream.SetFailed();
     }
     if (!stream.IsGood()) {
-        qztrace("cannot read file: %s %s\n", strFile.Cstr(), stream.GetError().Cstr());
+        qztrace("cannot read file: %s %s\n", m_strFile.Cstr(), stream.GetError().Cstr());
         return false;
     }
     stream.Close();
     text = KeldMBString(std::move(bytes));
-    DecodeXmlFile(text);
+    const XmlFileForm decoded = DecodeXmlFile(text);
+    form.isConverted = decoded.isConverted;
+    form.hasMark = decoded.hasMark;
+    form.declaration = decoded.isConverted ? KeldMBString() : FirstInstruction(text);
     return true;
 }
 
 void QzRegistry::LoadFile(const KeldMBString& strFile) {
+    m_strFile = strFile;
     KeldMBString text;
-    if (ReadFile(strFile, text))
-        LoadDoc(text);
+    if (!ReadFile(text, m_fileForm))
+        return;
+    m_isFileText = true;
+    LoadDoc(text);
+    m_isFileText = false;
 }
 
 void QzRegistry::LoadDoc(const KeldMBString& strDoc) {
-    LoadFromMarkup(QzMarkup(strDoc.Cstr()));
+    LoadFromMarkup(Parsed(strDoc, m_isFileText));
+}
+
+QzMarkup QzRegistry::Parsed(const KeldMBString& text, bool isFile) const {
+    QzMarkup markup(text.Cstr());
+    if (!markup.IsWellFormed()) {
+        KeldMBString message = markup.GetError();
+        message.TrimLeft(',').TrimLeft();
+        int line = 1;
+        int column = 1;
+        markup.GetErrorPosition(line, column);
+        qztrace("cannot parse %s line %d: %s\n", isFile ? ("file: " + m_strFile).Cstr() : "text:", line,
+                message.IsEmpty() ? "it is empty" : message.Cstr());
+    }
+    return markup;
+}
+
+unsigned char QzRegistry::Reload() {
+    KeldMBString text;
+    FileForm form;
+    return !m_strFile.IsEmpty() && ReadFile(text, form) && LoadAnew(text, form, true);
+}
+
+unsigned char QzRegistry::LoadText(const KeldMBString& xml) {
+    FileForm form;
+    form.hasMark = m_fileForm.hasMark;
+    return LoadAnew(xml, form, false);
+}
+
+unsigned char QzRegistry::LoadAnew(const KeldMBString& text, const FileForm& form, bool isFile) {
+    QzRegistry held;
+    Swap(held);
+    m_strFile = held.m_strFile;
+    m_fileForm = form;
+    m_isFileText = isFile;
+    LoadDoc(text);
+    m_isFileText = false;
+    // A name alone is something; only what is malformed, or in no form that this class reads, gives nothing.
+    const bool isLoaded = *this != QzRegistry();
+    if (!isLoaded)
+        Swap(held);
+    return isLoaded;
 }
 
 void QzRegistry::LoadFromMarkup(const QzMarkup& markup) {
@@ -299,7 +384,7 @@ bool QzRegistry::EnterTop(QzMarkup& walk) {
     walk.ResetPos();
     if (!walk.FindElem())
         return false;
-    m_strName = walk.GetTagName();
+    m_strName = NameOfTag(walk.GetTagName());
     walk.IntoElem();
     return true;
 }
@@ -326,7 +411,7 @@ void QzRegistry::AddEntries(QzMarkup walk) {
 // Adds the entry at the main position. A nested registry is returned, for its elements to be added to it. The
 // configuration directory is looked for when the first external file is met, and not again.
 QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
-    const KeldMBString name = markup.GetTagName();
+    const KeldMBString name = NameOfTag(markup.GetTagName());
     const ElemType type = ToElemType(markup.GetAttrib("type"));
     QzRegistry* nested = nullptr;
     bool isNew = false;
@@ -362,7 +447,7 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
     }
     case ElemExternal:
         if (directory.IsEmpty())
-            directory = XmlPath();
+            directory = FindDirectory();
         set(m_externalFiles, QzFile::GetAbsolutePath(directory, markup.GetData()));
         break;
     default: KELDASSERT_TEXT(false, "an entry of no kind"); break;
@@ -374,72 +459,30 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
 
 // ---- Saving
 
-// Builds the markup of the entries as one text: adding them one by one would move everything that stands
-// behind each.
-class QzRegistry::Writer {
-public:
-    const KeldMBString& Text() const { return m_text; }
-    const KeldMBString& Directory() { ///< that of the configuration
-        if (m_directory.IsEmpty())
-            m_directory = XmlPath();
-        return m_directory;
-    }
-
-    unsigned char Open(const KeldMBString& name, ElemType type) {
-        return Open(name, KeldMBString(" type=\"") + TypeNames[type] + "\"");
-    }
-    unsigned char Open(const KeldMBString& name, const KeldMBString& attributes = KeldMBString()) {
-        if (!QzMarkup::IsName(name.Cstr()))
-            return 0;
-        Indent();
-        m_text += "<";
-        m_text += name;
-        m_text += attributes;
-        m_text += ">\r\n";
-        ++m_depth;
-        return 1;
-    }
-    void Close(const KeldMBString& name) {
-        --m_depth;
-        Indent();
-        m_text += "</";
-        m_text += name;
-        m_text += ">\r\n";
-    }
-    unsigned char Leaf(const KeldMBString& name, const KeldMBString& data,
-                       const KeldMBString& attributes = KeldMBString()) {
-        if (!Open(name, attributes))
-            return 0;
-        --m_depth;
-        m_text.Delete(m_text.GetLength() - 2, 2);
-        AppendEscaped(m_text, data.View(), "<&>");
-        m_text += "</";
-        m_text += name;
-        m_text += ">\r\n";
-        return 1;
-    }
-    unsigned char Leaf(const KeldMBString& name, ElemType type, const KeldMBString& data) {
-        return Leaf(name, data, KeldMBString(" type=\"") + TypeNames[type] + "\"");
-    }
-
-private:
-    // Deep nesting is not indented further, or the blanks would outgrow the rest.
-    void Indent() { m_text += KeldMBString('\t', std::min(m_depth, 16)); }
-
-    KeldMBString m_text;
-    KeldMBString m_directory;
-    int m_depth = 1;
-};
-
 unsigned char QzRegistry::Save() {
     if (m_strFile.IsEmpty())
         return 0;
-    QzMarkup markup((QzToolkit::GetXmlFileHeader(QzToolkit::GetCurCharset()) + "\r\n").Cstr());
-    if (!markup.AddElem(m_strName.Cstr()))
+    const KELDCharset::Charset current = QzToolkit::GetCurCharset();
+    KeldMBString head = m_fileForm.isConverted ? QzToolkit::GetXmlFileHeader(current) : m_fileForm.declaration;
+    if (!head.IsEmpty())
+        head += "\r\n";
+    QzMarkup markup(head.Cstr());
+    if (!markup.AddElem(TagOfName(m_strName).Cstr()))
         return 0;
     markup.IntoElem();
+    if (!SaveDoc(markup))
+        return 0;
+    const bool isMarked = m_fileForm.hasMark && (current == KELDCharset::UTF8 || !m_fileForm.isConverted);
+    const std::string_view parts[] = {isMarked ? ByteOrderMark(KELDCharset::UTF8) : std::string_view(),
+                                      markup.GetDoc().View()};
+    const auto write = [&](QzFile& file) {
+        return std::all_of(std::begin(parts), std::end(parts), [&](std::string_view part) {
+            const auto size = static_cast<std::int64_t>(part.size());
+            return file.Write(part.data(), size) == size;
+        });
+    };
     KeldMBString error;
-    return SaveDoc(markup) && QzFile::ReplaceAll(m_strFile, markup.GetDoc(), error);
+    return QzFile::ReplaceAll(m_strFile, write, error);
 }
 
 unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
@@ -449,7 +492,8 @@ unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
         KeldArray<OrderedEntry> entries;
         int next;
     };
-    Writer writer;
+    RegistryWriter writer;
+    KeldMBString directory;
     std::vector<Level> open;
     open.push_back({m_strName, this, EntriesInOrder(), 0});
     while (!open.empty()) {
@@ -461,7 +505,7 @@ unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
             continue;
         }
         const OrderedEntry& entry = level.entries[level.next++];
-        if (!level.registry->WriteEntry(writer, entry))
+        if (!level.registry->WriteEntry(writer, entry, directory))
             return 0;
         if (entry.type == ElemSubReg) {
             const QzRegistry& nested = level.registry->SubReg(entry.name);
@@ -490,8 +534,10 @@ KeldArray<QzRegistry::OrderedEntry> QzRegistry::EntriesInOrder() const {
     return entries;
 }
 
-// Writes an entry; of a nested registry the start tag only.
-unsigned char QzRegistry::WriteEntry(Writer& writer, const OrderedEntry& entry) const {
+// Writes an entry; of a nested registry the start tag only. The configuration directory is looked for when the first
+// external file is met, and not again.
+unsigned char QzRegistry::WriteEntry(RegistryWriter& writer, const OrderedEntry& entry, KeldMBString& directory) const {
+    const RegistryWriter::Attribute type = {"type", TypeNames[entry.type]};
     const auto writeObject = [&](const Object& object) {
         unsigned char written = 1;
         for (const Entry& item : object)
@@ -499,13 +545,15 @@ unsigned char QzRegistry::WriteEntry(Writer& writer, const OrderedEntry& entry) 
         return written;
     };
     if (entry.type == ElemValue)
-        return writer.Leaf(entry.name, ElemValue, (*this)[entry.name]);
+        return writer.Leaf(entry.name, (*this)[entry.name], type);
     if (entry.type == ElemExternal) {
+        if (directory.IsEmpty())
+            directory = FindDirectory();
         const std::filesystem::path path(GetSubFileName(entry.name).Cstr());
-        const std::filesystem::path relative = path.lexically_relative(writer.Directory().Cstr());
-        return writer.Leaf(entry.name, ElemExternal, KeldMBString((relative.empty() ? path : relative).string()));
+        const std::filesystem::path relative = path.lexically_relative(directory.Cstr());
+        return writer.Leaf(entry.name, KeldMBString((relative.empty() ? path : relative).string()), type);
     }
-    if (!writer.Open(entry.name, entry.type))
+    if (!writer.Open(entry.name, type))
         return 0;
     switch (entry.type) {
     case ElemObject:

@@ -1,12 +1,12 @@
 #include "toolkit/qzregistryepsfont.h"
 
+#include "toolkit/configuration/registrywriter.h"
 #include "toolkit/qzmarkup.h"
-#include "toolkit/xml/xmltext.h"
 
 namespace Qzc {
 
 void QzRegistryEpsFont::LoadDoc(const KeldMBString& strDoc) {
-    LoadFromMarkup(QzMarkup(strDoc.Cstr()));
+    QzRegistry::LoadDoc(strDoc);
 }
 
 void QzRegistryEpsFont::LoadFromMarkup(const QzMarkup& markup) {
@@ -23,15 +23,10 @@ void QzRegistryEpsFont::LoadFromMarkup(const QzMarkup& markup) {
 }
 
 unsigned char QzRegistryEpsFont::SaveDoc(QzMarkup& markup) const {
-    KeldMBString fonts;
-    for (const Entry& font : *this) {
-        fonts += "\t<tml:fontname><tml:Qzc>";
-        AppendEscaped(fonts, font.first.View(), "<&>");
-        fonts += "</tml:Qzc><tml:EPS>";
-        AppendEscaped(fonts, font.second.View(), "<&>");
-        fonts += "</tml:EPS></tml:fontname>\r\n";
-    }
-    return fonts.IsEmpty() || markup.AddSubDoc(fonts.Cstr());
+    RegistryWriter writer;
+    for (const Entry& font : *this)
+        writer.Row("tml:fontname", {{"tml:Qzc", font.first}, {"tml:EPS", font.second}});
+    return writer.Text().IsEmpty() || markup.AddSubDoc(writer.Text().Cstr());
 }
 
 } // namespace Qzc

@@ -1,7 +1,7 @@
 #include "toolkit/qzregistryresource.h"
 
+#include "toolkit/configuration/registrywriter.h"
 #include "toolkit/qzmarkup.h"
-#include "toolkit/xml/xmltext.h"
 
 namespace Qzc {
 
@@ -14,7 +14,7 @@ bool IsTag(const QzMarkup& markup, const char* tag) {
 } // namespace
 
 void QzRegistryResource::LoadDoc(const KeldMBString& strDoc) {
-    LoadFromMarkup(QzMarkup(strDoc.Cstr()));
+    QzRegistry::LoadDoc(strDoc);
 }
 
 void QzRegistryResource::LoadFromMarkup(const QzMarkup& markup) {
@@ -40,16 +40,14 @@ void QzRegistryResource::LoadFromMarkup(const QzMarkup& markup) {
 }
 
 unsigned char QzRegistryResource::SaveDoc(QzMarkup& markup) const {
-    KeldMBString messages = "\t<section>\r\n\t\t<ICode>\r\n";
-    for (const Entry& message : *this) {
-        messages += "\t\t\t<res id=\"";
-        AppendEscaped(messages, message.first.View(), "<&>'\"");
-        messages += "\">";
-        AppendEscaped(messages, message.second.View(), "<&>");
-        messages += "</res>\r\n";
-    }
-    messages += "\t\t</ICode>\r\n\t</section>\r\n";
-    return markup.AddSubDoc(messages.Cstr());
+    RegistryWriter writer;
+    writer.Open("section");
+    writer.Open("ICode");
+    for (const Entry& message : *this)
+        writer.Leaf("res", message.second, {"id", message.first});
+    writer.Close("ICode");
+    writer.Close("section");
+    return markup.AddSubDoc(writer.Text().Cstr());
 }
 
 } // namespace Qzc

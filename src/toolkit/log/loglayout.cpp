@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstdint>
 
-#include "toolkit/log/logxml.h"
+#include "toolkit/log/logclock.h"
 #include "toolkit/qzlogitem.h"
 
 namespace Qzc {
@@ -28,13 +28,20 @@ std::string_view PaddedLevel(QzLogFile::LogLevelType level) {
     return known != std::end(Levels) ? known->padded : "unknown";
 }
 
-void AppendNumber(std::string& text, std::int64_t value, std::size_t width) {
-    char digits[24];
-    const auto length =
-        static_cast<std::size_t>(std::to_chars(std::begin(digits), std::end(digits), value).ptr - digits);
-    if (length < width)
-        text.append(width - length, ' ');
-    text.append(digits, length);
+char* Put(char* out, std::string_view text) {
+    return std::copy(text.begin(), text.end(), out);
+}
+
+constexpr std::size_t MostDigits = 24; // of a number, and bytes of a level
+
+char* PutNumber(char* out, std::int64_t value, std::ptrdiff_t width, char padding = ' ') {
+    char* const end = std::to_chars(out, out + MostDigits, value).ptr;
+    const std::ptrdiff_t missing = width - (end - out);
+    if (missing <= 0)
+        return end;
+    std::copy_backward(out, end, end + missing);
+    std::fill(out, out + missing, padding);
+    return end + missing;
 }
 
 bool TakeOff(std::string_view& text, std::string_view start) {
@@ -53,7 +60,8 @@ void SkipBlanks(std::string_view& text) {
 const LogLayout::Placeholder LogLayout::Placeholders[] = {
     {"%DATETIME", Field::DateTime}, {"%TIMESPAN", Field::TimeSpan}, {"%LEVEL", Field::Level},
     {"%MSG", Field::Message},       {"%RESID", Field::ResID},       {"%THREADID", Field::ThreadID},
-    {"%CODEFILE", Field::CodeFile}, {"%CODELINE", Field::CodeLine},
+    {"%CODEFILE", Field::CodeFile}, {"%CODELINE", Field::CodeLine}, {"%MS", Field::Milliseconds},
+    {"%PID", Field::ProcessID},
 };
 
 template <class T>
@@ -81,10 +89,11 @@ bool ReadLogLevel(std::string_view& text, QzLogItem& item) {
     return false;
 }
 
-// No placeholder is part of another, and values are not searched for placeholders, so a message that holds
-// one stands as it is: one pass gives what replacing them one after the other would.
-LogLayout::LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFormat, Values values)
-    : m_dateTimeFormat(dateTimeFormat), m_values(values) {
+// No placeholder is part of another but %MS of %MSG, which is looked for first, and values are not searched for
+// placeholders, so a message that holds one stands as it is: one pass gives what replacing them one after the other
+// would.
+LogLayout::LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFormat, Values values, bool utc)
+    : m_dateTimeFormat(dateTimeFormat), m_values(values), m_utc(utc) {
     const std::string_view text = format.View();
     std::size_t copied = 0;
     for (std::size_t at = 0; (at = text.find('%', at)) != std::string_view::npos;) {
@@ -102,6 +111,12 @@ LogLayout::LogLayout(const KeldMBString& format, const KeldMBString& dateTimeFor
     const auto message = std::find_if(m_pieces.begin(), m_pieces.end(),
                                       [](const Piece& piece) { return piece.field == Field::Message; });
     m_message = static_cast<std::size_t>(message - m_pieces.begin());
+    m_literals = m_tail.size();
+    for (const Piece& piece : m_pieces)
+        m_literals += piece.literal.size();
+    m_hasDateTime = Has(Field::DateTime);
+    m_hasThreadID = Has(Field::ThreadID);
+    m_hasProcessID = Has(Field::ProcessID);
 }
 
 bool LogLayout::Has(Field field) const {
@@ -112,36 +127,62 @@ const std::string& LogLayout::Literal(std::size_t piece) const {
     return piece < m_pieces.size() ? m_pieces[piece].literal : m_tail;
 }
 
-const std::string& LogLayout::DateTimeText(KeldTime time) {
-    if (m_timeText.empty() || m_time != time) {
-        m_timeText = time.Format(m_dateTimeFormat).View();
-        m_time = time;
+void LogLayout::UpdateDateTimeText(KeldTime time) {
+    if (!m_timeText.empty() && m_time == time)
+        return;
+    m_timeText = FormatLogTime(time, m_dateTimeFormat, m_utc).View();
+    m_time = time;
+    if (m_values == Values::XmlText) {
+        m_timeXml.clear();
+        m_xmlText.Append(m_timeXml, m_timeText);
     }
-    return m_timeText;
 }
 
-void LogLayout::AppendText(std::string& text, std::string_view value) const {
-    if (m_values == Values::XmlText)
-        AppendXmlText(text, value);
-    else
-        text.append(value);
-}
-
-void LogLayout::Append(std::string& text, const QzLogItem& item) {
+void LogLayout::Append(std::string& text, const LogRecord& record) {
+    LogRecord own = record;
+    if (m_values == Values::XmlText) {
+        m_xmlValues.clear();
+        m_xmlText.Append(m_xmlValues, record.message);
+        const std::size_t end = m_xmlValues.size();
+        m_xmlText.Append(m_xmlValues, record.codeFile);
+        own.message = std::string_view(m_xmlValues).substr(0, end);
+        own.codeFile = std::string_view(m_xmlValues).substr(end);
+    }
+    if (m_hasDateTime)
+        UpdateDateTimeText(own.dateTime);
+    // Room for all of it at once, and no question for room at each piece.
+    std::size_t room = m_literals;
+    for (const Piece& piece : m_pieces)
+        room += MostBytes(piece.field, own);
+    const std::size_t start = text.size();
+    text.resize(start + room);
+    char* out = &text[start];
     for (const Piece& piece : m_pieces) {
-        text.append(piece.literal);
+        out = Put(out, piece.literal);
         switch (piece.field) {
-        case Field::DateTime: AppendText(text, DateTimeText(item.m_dtDateTime)); break;
-        case Field::TimeSpan: AppendNumber(text, item.m_nTimeSpan, 6); break;
-        case Field::Level: text.append(PaddedLevel(item.m_eLevel)); break;
-        case Field::Message: AppendText(text, item.m_strDescription.View()); break;
-        case Field::ResID: AppendNumber(text, item.m_nResID, 6); break;
-        case Field::ThreadID: AppendNumber(text, item.m_nThreadID, 5); break;
-        case Field::CodeFile: AppendText(text, item.m_strCodeFile.View()); break;
-        case Field::CodeLine: AppendNumber(text, item.m_nCodeLine, 0); break;
+        case Field::DateTime: out = Put(out, m_values == Values::XmlText ? m_timeXml : m_timeText); break;
+        case Field::TimeSpan: out = PutNumber(out, own.timeSpan, 6); break;
+        case Field::Level: out = Put(out, PaddedLevel(own.level)); break;
+        case Field::Message: out = Put(out, own.message); break;
+        case Field::ResID: out = PutNumber(out, own.resID, 6); break;
+        case Field::ThreadID: out = PutNumber(out, own.threadID, 5); break;
+        case Field::CodeFile: out = Put(out, own.codeFile); break;
+        case Field::CodeLine: out = PutNumber(out, own.codeLine, 0); break;
+        case Field::Milliseconds: out = PutNumber(out, own.milliseconds, 3, '0'); break;
+        case Field::ProcessID: out = PutNumber(out, own.processID, 0); break;
         }
     }
-    text.append(m_tail);
+    out = Put(out, m_tail);
+    text.resize(static_cast<std::size_t>(out - text.data()));
+}
+
+std::size_t LogLayout::MostBytes(Field field, const LogRecord& record) const {
+    switch (field) {
+    case Field::DateTime: return m_values == Values::XmlText ? m_timeXml.size() : m_timeText.size();
+    case Field::Message: return record.message.size();
+    case Field::CodeFile: return record.codeFile.size();
+    default: return MostDigits;
+    }
 }
 
 bool LogLayout::ReadDateTime(std::string_view& text, KeldTime& time) {
@@ -171,6 +212,8 @@ bool LogLayout::ReadValue(Field field, std::string_view& text, QzLogItem& item) 
     case Field::ResID: return ReadLogNumber(text, item.m_nResID);
     case Field::ThreadID: return ReadLogNumber(text, item.m_nThreadID);
     case Field::CodeLine: return ReadLogNumber(text, item.m_nCodeLine);
+    case Field::Milliseconds: return ReadLogNumber(text, item.m_nMilliseconds);
+    case Field::ProcessID: return ReadLogNumber(text, item.m_nProcessID);
     default: return false; // free text, which only what follows it ends
     }
 }

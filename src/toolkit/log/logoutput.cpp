@@ -1,10 +1,8 @@
 #include "toolkit/log/logoutput.h"
 
 #include <algorithm>
-#include <string_view>
-#include <utility>
 
-#include "toolkit/qztoolkit.h"
+#include "base/keldtime.h"
 
 namespace Qzc {
 
@@ -12,98 +10,139 @@ namespace {
 
 constexpr std::string_view EndTag = "</Log>\r\n";
 constexpr std::string_view ItemEnd = "</LogItem>\r\n";
+constexpr std::int64_t AskEvery = 500; // milliseconds
+constexpr std::size_t LargeWrite = 1 << 14;
 
-std::string XmlHead() {
-    return std::string(QzToolkit::GetXmlFileHeader(QzToolkit::GetCurCharset()).View()) + "\r\n<Log>\r\n";
+std::string XmlHead(KELDCharset::Charset charset) {
+    return std::string(QzToolkit::GetXmlFileHeader(charset).View()) + "\r\n<Log>\r\n";
 }
+
+// The process that logged first, and the children that it forked since: they share their files on purpose.
+unsigned int Family() {
+    static const unsigned int s_family = Platform::CurrentProcessId();
+    return s_family;
+}
+
+// While one lives, no other log changes what stands in the file.
+class ChangeLock {
+public:
+    explicit ChangeLock(Platform::SharedFile& file) : m_file(file) { m_file.LockChanges(); }
+    ~ChangeLock() { m_file.UnlockChanges(); }
+    ChangeLock(const ChangeLock&) = delete;
+    ChangeLock& operator=(const ChangeLock&) = delete;
+
+private:
+    Platform::SharedFile& m_file;
+};
 
 } // namespace
 
-bool LogOutput::Open(const KeldMBString& path, Form form, Start start) {
+// ---- Opening
+
+bool LogOutput::Open(const KeldMBString& path, Form form, Start start, KELDCharset::Charset charset) {
     Close(false);
     m_path = path;
-    return Reopen(form, start);
+    m_form = form;
+    m_charset = charset;
+    return OpenFile(start);
 }
 
-bool LogOutput::Reopen(Form form, Start start) {
-    m_form = form;
-    const bool opened = form == Form::Xml ? OpenXml(start) : OpenText(start);
+bool LogOutput::Reopen() {
+    m_file.Close();
+    return OpenFile(Start::Append);
+}
+
+bool LogOutput::Close(bool sync) {
+    m_path.Empty();
+    if (!m_file.IsOpen())
+        return true;
+    const bool synced = !sync || m_file.Sync();
+    return m_file.Close() && synced;
+}
+
+bool LogOutput::OpenFile(Start start) {
+    using Creation = Platform::SharedFile::Creation;
+    int error = 0;
+    if (!m_file.Open(std::string(m_path.View()), start == Start::New ? Creation::New : Creation::Keep, error))
+        return false;
+    m_file.Mark(Family());
+    m_position = -1;
+    m_nameAsked = m_lengthAsked = KeldTime::GetMilliseconds();
+    const ChangeLock lock(m_file);
+    const bool opened = m_form == Form::Xml ? OpenXml(start) : OpenText(start);
+    m_known = m_end;
     if (!opened)
         m_file.Close();
     return opened;
 }
 
-bool LogOutput::Close(bool sync) {
-    const bool kept = m_unasked.empty() || (m_file.IsOpen() && m_file.HasName()) || WriteAgain({});
-    m_unasked.clear();
-    m_path.Empty();
-    if (!m_file.IsOpen())
-        return kept;
-    const bool synced = !sync || m_file.Sync();
-    return m_file.Close() && synced && kept;
-}
-
 bool LogOutput::OpenText(Start start) {
-    const bool afresh = start == Start::Afresh;
-    if (!m_file.Open(m_path, afresh ? QzFile::Access::Write : QzFile::Access::ReadWrite))
-        return false;
-    m_cursor = 0;
-    m_position = m_end = m_file.GetLength();
+    m_end = std::max<std::int64_t>(m_file.GetLength(), 0);
+    if (start == Start::Afresh)
+        return StartAfresh();
     char last = '\n';
-    if (m_position > 0 && m_file.Seek(m_position - 1)) {
-        m_file.Read(&last, 1);
-        m_cursor = m_position;
-    }
+    if (m_end > 0)
+        m_file.ReadAt(m_end - 1, &last, 1);
     if (last == '\n')
         return true;
     // A line that was cut off, by a power failure, say, must not swallow the next one.
-    if (!WriteAt(m_position, "\n"))
-        return false;
-    m_position = m_end = m_position + 1;
-    return true;
+    ++m_end;
+    return m_file.Append("\n", 1) == 1;
 }
 
 bool LogOutput::OpenXml(Start start) {
-    const std::string head = XmlHead();
-    const std::string empty = head + std::string(EndTag);
-    const bool exists = QzFile::IsExist(m_path) && m_file.Open(m_path, QzFile::Access::ReadWrite);
-    std::int64_t length = exists ? m_file.GetLength() : 0;
-    if (start == Start::Afresh || length <= 0) {
-        // In one step, for even a file that was just made is to be a document.
-        KeldMBString error;
-        if (!QzFile::ReplaceAll(m_path, KeldMBString(empty), error) || !m_file.Open(m_path, QzFile::Access::ReadWrite))
-            return false;
-        m_cursor = 0;
-        m_position = m_end = static_cast<std::int64_t>(head.size());
-        return true;
-    }
-    m_cursor = -1;
-    std::string bytes(head.size(), '\0');
-    if (!m_file.Seek(0) ||
-        m_file.Read(bytes.data(), static_cast<std::int64_t>(bytes.size())) != static_cast<std::int64_t>(bytes.size()) ||
-        bytes != head)
+    m_end = m_file.GetLength();
+    if (start == Start::Afresh || m_end == 0)
+        return StartAfresh();
+    return IsXmlLog() && EndXmlItems();
+}
+
+bool LogOutput::StartAfresh() {
+    if (m_end > 0 && !m_file.Truncate(0))
         return false;
-    m_position = m_end = FindEndOfItems(static_cast<std::int64_t>(head.size()));
-    // A write that was cut off has left part of an item, and no end tag.
-    std::string tail(EndTag.size() + 1, '\0');
-    const bool whole =
-        m_file.Seek(m_position) &&
-        m_file.Read(tail.data(), static_cast<std::int64_t>(tail.size())) == static_cast<std::int64_t>(EndTag.size()) &&
-        tail.compare(0, EndTag.size(), EndTag) == 0;
-    return whole || (m_file.Truncate(m_position) && WriteAt(m_position, std::string(EndTag)));
+    m_end = m_known = 0;
+    m_position = -1;
+    if (m_form == Form::Text)
+        return true;
+    const std::string empty = XmlHead(m_charset).append(EndTag);
+    if (!WriteAt(0, empty)) {
+        m_file.Truncate(0);
+        return false;
+    }
+    m_end = static_cast<std::int64_t>(empty.size());
+    return true;
+}
+
+bool LogOutput::IsXmlLog() const {
+    const std::string head = XmlHead(m_charset);
+    std::string bytes(head.size(), '\0');
+    const auto size = static_cast<std::int64_t>(head.size());
+    return m_file.ReadAt(0, bytes.data(), size) == size && bytes == head;
+}
+
+// A write that was cut off has left part of an item, and no end tag.
+bool LogOutput::EndXmlItems() {
+    constexpr auto TagSize = static_cast<std::int64_t>(EndTag.size());
+    char tail[EndTag.size()];
+    if (m_file.ReadAt(m_end - TagSize, tail, TagSize) == TagSize && std::string_view(tail, EndTag.size()) == EndTag)
+        return true;
+    const std::int64_t end = FindEndOfItems();
+    if (!m_file.Truncate(end) || !WriteAt(end, EndTag))
+        return false;
+    m_end = end + TagSize;
+    return true;
 }
 
 // Markup in values is escaped, so these bytes are nothing but the end of an item.
-std::int64_t LogOutput::FindEndOfItems(std::int64_t start) {
+std::int64_t LogOutput::FindEndOfItems() const {
     constexpr std::int64_t BlockSize = 1 << 16;
-    const auto overlap = static_cast<std::int64_t>(ItemEnd.size()) - 1;
-    const std::int64_t length = m_file.GetLength();
-    for (std::int64_t end = length; end > start; end -= BlockSize) {
+    constexpr auto Overlap = static_cast<std::int64_t>(ItemEnd.size()) - 1;
+    const auto start = static_cast<std::int64_t>(XmlHead(m_charset).size());
+    for (std::int64_t end = m_end; end > start; end -= BlockSize) {
         const std::int64_t from = std::max(start, end - BlockSize);
-        std::string block(static_cast<std::size_t>(std::min(end + overlap, length) - from), '\0');
-        if (!m_file.Seek(from))
-            break;
-        block.resize(static_cast<std::size_t>(m_file.Read(block.data(), static_cast<std::int64_t>(block.size()))));
+        std::string block(static_cast<std::size_t>(std::min(end + Overlap, m_end) - from), '\0');
+        const std::int64_t size = m_file.ReadAt(from, block.data(), static_cast<std::int64_t>(block.size()));
+        block.resize(static_cast<std::size_t>(size));
         const std::size_t found = block.rfind(ItemEnd);
         if (found != std::string::npos)
             return from + static_cast<std::int64_t>(found + ItemEnd.size());
@@ -111,78 +150,135 @@ std::int64_t LogOutput::FindEndOfItems(std::int64_t start) {
     return start;
 }
 
-bool LogOutput::WriteHere(const std::string& bytes) {
-    const auto size = static_cast<std::int64_t>(bytes.size());
-    const std::int64_t written = m_file.Write(bytes.data(), size);
-    m_cursor += written;
-    return written == size;
-}
+// ---- Writing
 
-bool LogOutput::WriteAt(std::int64_t position, const std::string& bytes) {
-    if (m_cursor != position && !m_file.Seek(position))
-        return false;
-    m_cursor = position;
-    return WriteHere(bytes);
-}
-
-bool LogOutput::Write(std::string& items) {
+bool LogOutput::Write(std::string& items, std::int64_t now) {
     const std::size_t length = items.size();
     if (m_form == Form::Xml)
         items.append(EndTag);
-    const std::string_view itemsAlone = std::string_view(items).substr(0, length);
-    if (m_file.IsOpen()) {
-        if (!TryToWrite(items, static_cast<std::int64_t>(length)))
-            return false;
-        if (!IsNameToBeAsked()) {
-            m_unasked.append(itemsAlone);
-            return true;
-        }
-        // A removed file takes the write as any other does; asked behind it, the question misses no removal.
-        m_writesUnasked = 0;
-        if (m_file.HasName()) {
-            m_unasked.clear();
-            return true;
-        }
+    if (m_file.IsOpen() && (length > LargeWrite || now - m_nameAsked >= AskEvery)) {
+        m_nameAsked = now;
+        if (m_file.HasLeft(m_path.Cstr()))
+            m_file.Close();
     }
-    return WriteAgain(itemsAlone);
+    if (!m_file.IsOpen() && !Reopen())
+        return false;
+    if (!TryToWrite(items, length))
+        return false;
+    // A removed file takes the write as any other does; asked behind it, the question misses no removal.
+    return !m_file.IsRemoved() || (Reopen() && TryToWrite(items, length));
 }
 
-// A pause ends a burst: to remove a file takes longer than a write.
-bool LogOutput::IsNameToBeAsked() {
-    constexpr int LongestBurst = 16;
-    constexpr std::size_t MostBytes = 1 << 16;
-    constexpr std::chrono::microseconds Pause(5);
-    const auto before = std::exchange(m_lastWrite, std::chrono::steady_clock::now());
-    return ++m_writesUnasked >= LongestBurst || m_unasked.size() > MostBytes || m_lastWrite - before > Pause;
-}
-
-bool LogOutput::WriteAgain(std::string_view items) {
-    std::string all = m_unasked;
-    all.append(items);
-    const auto length = static_cast<std::int64_t>(all.size());
+bool LogOutput::TryToWrite(const std::string& items, std::size_t itemsLength) {
     if (m_form == Form::Xml)
-        all.append(EndTag);
-    if (!Reopen(m_form, Start::Append) || !TryToWrite(all, length)) {
-        m_file.Close();
+        return TryToWriteXml(items, itemsLength);
+    return m_position < 0 ? TryToAppend(items) : TryToOverwrite(items);
+}
+
+bool LogOutput::TryToAppend(const std::string& items) {
+    const auto size = static_cast<std::int64_t>(items.size());
+    const std::int64_t written = m_file.Append(items.data(), size);
+    m_end += written;
+    if (written == size)
+        return true;
+    if (written > 0) {
+        const std::int64_t end = m_file.GetPosition();
+        TakeBack(end - written, end);
+    }
+    return false;
+}
+
+// To cut the file off takes away what others may have added meanwhile; where there are others, the part of a line
+// becomes an empty one.
+void LogOutput::TakeBack(std::int64_t start, std::int64_t end) {
+    bool isCut = false;
+    if (m_file.HoldAlone(Family())) {
+        isCut = m_file.GetLength() == end && m_file.Truncate(start);
+        m_file.ReleaseAlone(Family());
+    }
+    if (isCut)
+        m_end = start;
+    else
+        WriteAt(start, std::string(static_cast<std::size_t>(end - start - 1), ' ') + '\n');
+}
+
+bool LogOutput::TryToOverwrite(const std::string& items) {
+    if (m_position > 0 && m_file.GetLength() < m_position) {
+        m_position = -1; // somebody has cut the file off
+        return TryToAppend(items);
+    }
+    const auto size = static_cast<std::int64_t>(items.size());
+    const std::int64_t written = m_file.WriteAt(m_position, items.data(), size);
+    if (written != size) {
+        if (m_position + written > m_end)
+            m_file.Truncate(m_end);
         return false;
     }
-    m_unasked.clear();
+    m_position += size;
+    if (m_position >= m_end) {
+        m_end = m_position;
+        m_position = -1;
+    }
     return true;
 }
 
-bool LogOutput::TryToWrite(const std::string& items, std::int64_t itemsLength) {
-    if (WriteAt(m_position, items)) {
-        m_position += itemsLength;
-        m_end = std::max(m_end, m_position);
+bool LogOutput::TryToWriteXml(const std::string& items, std::size_t itemsLength) {
+    constexpr auto TagSize = static_cast<std::int64_t>(EndTag.size());
+    const ChangeLock lock(m_file);
+    const std::int64_t length = m_file.GetLength();
+    if (length != m_end) {
+        // Others have written, or cut the file off.
+        m_end = length;
+        if (length <= 0 ? !StartAfresh() : !(IsXmlLog() && EndXmlItems()))
+            return false;
+    }
+    const std::int64_t position = m_end - TagSize;
+    if (WriteAt(position, items)) {
+        m_end += static_cast<std::int64_t>(itemsLength);
         return true;
     }
-    // Back to whole items; cutting them off makes room for the end tag on a full disk.
-    if (m_cursor > m_end) {
-        m_file.Truncate(m_end);
-        if (m_form == Form::Xml)
-            WriteAt(m_end, std::string(EndTag));
-    }
+    // Cutting off makes room for the end tag on a full disk.
+    m_file.Truncate(position);
+    WriteAt(position, EndTag);
     return false;
+}
+
+bool LogOutput::WriteAt(std::int64_t position, std::string_view bytes) {
+    const auto size = static_cast<std::int64_t>(bytes.size());
+    return m_file.WriteAt(position, bytes.data(), size) == size;
+}
+
+// ---- Length and place
+
+void LogOutput::Rewind() {
+    if (m_form == Form::Text && m_end > 0)
+        m_position = 0;
+}
+
+bool LogOutput::IsLongerThan(std::int64_t limit, std::int64_t now) {
+    constexpr std::int64_t OthersWrite = 16; // times what we do
+    if (!m_file.IsOpen())
+        return false;
+    const bool mayHavePassed = m_known <= limit && (m_end - m_known) * OthersWrite > limit - m_known;
+    if (mayHavePassed || now - m_lengthAsked >= AskEvery) {
+        m_lengthAsked = now;
+        m_known = m_file.GetLength();
+        if (m_form == Form::Text) // that of an XML file is told under its lock
+            m_end = m_known;
+    }
+    return m_known > limit;
+}
+
+std::int64_t LogOutput::GetPosition() const {
+    return m_position >= 0 ? m_position : GetLength();
+}
+
+bool LogOutput::IsOpenElsewhere(const KeldMBString& path, bool inFamily) {
+    Platform::SharedFile file;
+    int error = 0;
+    if (!file.Open(path.Cstr(), Platform::SharedFile::Creation::Never, error))
+        return false;
+    return inFamily ? file.IsMarkedElsewhere(Family()) : file.IsMarkedElsewhere();
 }
 
 } // namespace Qzc

@@ -4,6 +4,15 @@
 
 namespace Qzc {
 
+namespace {
+
+std::size_t BytesOf(const QzErrorObj::Entry& entry) {
+    return static_cast<std::size_t>(entry.m_strMessage.GetLength()) +
+           static_cast<std::size_t>(entry.m_strCodeFile.GetLength());
+}
+
+} // namespace
+
 QzErrorObj& QzErrorObj::GetInstance() {
     static QzErrorObj& s_instance = *new QzErrorObj; // lives on: errors may come up while the process exits
     return s_instance;
@@ -12,8 +21,14 @@ QzErrorObj& QzErrorObj::GetInstance() {
 void QzErrorObj::Add(int code, const KeldMBString& message, const KeldMBString& codeFile, int codeLine) {
     const LogGuard guard(m_mutex);
     m_entries.push_front({code, message, codeFile, codeLine});
-    if (m_entries.size() > MaxCount)
-        m_entries.pop_back();
+    m_bytes += BytesOf(m_entries.front());
+    while (m_entries.size() > MaxCount || (m_bytes > MaxBytes && m_entries.size() > 1))
+        DropOldest();
+}
+
+void QzErrorObj::DropOldest() {
+    m_bytes -= BytesOf(m_entries.back());
+    m_entries.pop_back();
 }
 
 int QzErrorObj::GetCount() const {
@@ -41,6 +56,7 @@ KeldArray<QzErrorObj::Entry> QzErrorObj::GetAll() const {
 void QzErrorObj::Clear() {
     const LogGuard guard(m_mutex);
     m_entries.clear();
+    m_bytes = 0;
 }
 
 } // namespace Qzc

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
@@ -21,13 +22,12 @@ public:
 
     /// Whether this is a repeat; what is none counts from now on. The message's hash is the caller's, who may
     /// take it outside the lock.
-    bool IsFilterRepeat(const KeldMBString& message, std::uint32_t messageHash, const KeldMBString& codeFile,
-                        int codeLine) {
-        if (m_hasLast && m_lastLine == codeLine && m_lastMessage == message.View() && m_lastFile == codeFile.View())
+    bool IsFilterRepeat(std::string_view message, std::uint32_t messageHash, std::string_view codeFile, int codeLine) {
+        if (m_hasLast && m_lastLine == codeLine && m_lastMessage == message && m_lastFile == codeFile)
             return true;
-        if (m_hashedFile != codeFile.View()) {
-            m_fileHash = Hash(codeFile);
-            m_hashedFile = codeFile.View();
+        if (m_hashedFile != codeFile) {
+            m_fileHash = Hash(KeldMBString(codeFile));
+            m_hashedFile = codeFile;
         }
         const std::uint32_t key = m_fileHash + messageHash + static_cast<std::uint32_t>(codeLine);
         if (Count(key) >= MaxCount)
@@ -43,12 +43,12 @@ public:
     }
 
     /// The item was recorded, be it with the filter on or off.
-    void SetLast(const KeldMBString& message, const KeldMBString& codeFile, int codeLine) {
+    void SetLast(std::string_view message, std::string_view codeFile, int codeLine) {
         constexpr int WorthKeeping = 1 << 16; // bytes that the copy of a long message may hold on to
         if (m_lastMessage.capacity() > WorthKeeping)
             m_lastMessage = std::string();
-        m_lastMessage = message.View();
-        m_lastFile = codeFile.View();
+        m_lastMessage = message;
+        m_lastFile = codeFile;
         m_lastLine = codeLine;
         m_hasLast = true;
     }

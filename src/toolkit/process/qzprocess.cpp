@@ -1,46 +1,38 @@
 #include "toolkit/qzprocess.h"
 
+#include <atomic>
 #include <chrono>
 #include <new>
 
 #include "platform/forkhook.h"
-#include "platform/namedsemaphore.h"
-#include "platform/sharedmemory.h"
+#include "platform/sharedlock.h"
+#include "toolkit/process/nesting.h"
 #include "toolkit/qzlogfile.h"
-
-// What a killed process leaves
-// ----------------------------
-// The semaphores know who has them, so whoever waits for a process that is gone gets its unit. What else a
-// process may leave half done is put right by the one that gets the guard from it (RepairReaders):
-//
-//     ReaderLock                            left, and put right
-//     take the guard
-//     mark this process as reading          marked, not counted            } the count of reading processes
-//     count it                              counted, no exclusion          } is made anew from the marks of
-//     the first takes the exclusion         the readers' exclusion         } those that are there; when there
-//     release the guard                     and nobody who reads           } are none, the readers' exclusion
-//                                                                          } is given back
-//
-// ReaderUnlock goes the same way back, under the guard as well. A process that is killed while it reads
-// leaves its mark, which a writer that waits for the readers finds. A writer has only the exclusion to leave.
+#include "toolkit/qzmutex.h"
 
 namespace Qzc {
 
-using Platform::NamedSemaphore;
+using Platform::SharedLock;
 using Platform::SharedMemory;
-using Platform::Taker;
-using Waited = NamedSemaphore::Waited;
+using Platform::SharedMutex;
+using Platform::Waited;
 using Opening = SharedMemory::Opening;
+using Clock = SharedMemory::Clock;
+using Deadline = Clock::time_point;
 
 namespace {
 
 constexpr int MessageCode = -100;
-constexpr std::uint32_t MaximumCount = 1024;
-constexpr std::int64_t WaitLimit = 1000000; // milliseconds
+constexpr std::chrono::milliseconds WaitLimit(1000000);
+constexpr Deadline NoDeadline = Deadline::max(); ///< WaitLimit from the moment that a wait begins
 
 constexpr unsigned long WaitAcquired = 0;
 constexpr unsigned long WaitTimedOut = 258;
 constexpr unsigned long WaitFailed = 0xFFFFFFFF;
+
+Deadline OrLimit(Deadline deadline) {
+    return deadline == NoDeadline ? Clock::now() + WaitLimit : deadline;
+}
 
 KeldMBString FailureMessage(const char* what, const KeldMBString& name) {
     return what + (name.IsEmpty() ? KeldMBString("null") : name) + " Faile";
@@ -50,335 +42,413 @@ void Record(QzLogFile::LogLevelType level, const KeldMBString& message, int line
     QzLogFile::GetInstance(false).RecordLog(level, MessageCode, message, "qzprocess", line);
 }
 
-} // namespace
+/// What all processes see. It fills one cache line: who locks looks at most of it.
+struct alignas(64) SharedView {
+    struct Counters {
+        std::atomic<std::uint64_t> stamp;
+        std::uint64_t readingProcesses; ///< the slots tell
+        std::atomic<std::uint64_t> attachCount;
+    };
+    Counters counters;        ///< ".lock"
+    SharedLock::State lock;   ///< ".rwlock"
+    SharedMutex::State guard; ///< ".rlock"
+};
+static_assert(sizeof(SharedView::Counters) == 24 && sizeof(SharedView) == 64);
 
-// What all processes see under the name + ".lock".
-struct QzProcess::SharedBlock {
-    std::atomic<std::uint64_t> stamp;
-    std::atomic<std::uint64_t> readingProcesses;
-    std::atomic<std::uint64_t> attachCount;
+/// An open lock.
+struct Connection {
+    Connection(SharedMemory& memory, SharedView& sharedView)
+        : view(sharedView), guard(memory, sharedView.guard), lock(memory, sharedView.lock) {}
+
+    SharedView& view;
+    SharedMutex guard;
+    SharedLock lock;
 };
 
-namespace {
+/// Reading or writing, of a whole process.
+struct Side {
+    Nesting nesting;
+    std::atomic<bool> has{false}; ///< whether the process really has the lock; failed locks raise the number, too
 
-// The counters change under the guard or the exclusion alone, so no step need be one with the system's help.
-// Nor may the compiler exchange two: see above.
-std::uint64_t Read(const std::atomic<std::uint64_t>& counter) {
-    return counter.load(std::memory_order_acquire);
-}
+    void Forget() {
+        nesting.Forget();
+        has = false;
+    }
+};
 
-std::uint64_t Advance(std::atomic<std::uint64_t>& counter, std::uint64_t by) {
-    const std::uint64_t value = Read(counter) + by;
-    counter.store(value, std::memory_order_release);
-    return value;
-}
+/// What a lock call came to.
+struct Locked {
+    bool has = false;
+    bool changed = false;
+};
 
 } // namespace
 
-QzProcess::QzProcess()
-    : m_forkHook(new Platform::ForkHook{[](void* self) { static_cast<QzProcess*>(self)->AfterForkInChild(); }, this}) {
-    static_assert(sizeof(SharedBlock) == 24);
-    Platform::AddForkHook(*m_forkHook, Platform::ForkHold());
-}
+class QzProcess::Body {
+public:
+    Body() { Platform::AddForkHook(m_forkHook, Platform::ForkHold()); }
+    ~Body() {
+        Release();
+        Platform::RemoveForkHook(m_forkHook, Platform::ForkHold());
+    }
+    Body(const Body&) = delete;
+    Body& operator=(const Body&) = delete;
 
-QzProcess::~QzProcess() {
-    ProcessLockRelease();
-    Platform::RemoveForkHook(*m_forkHook, Platform::ForkHold());
-}
+    std::uint64_t Init(const KeldMBString& name, const KeldMBString& group);
+    void Release();
+    Locked LockReading(bool notify, Deadline deadline);
+    void UnlockReading();
+    Locked LockWriting(bool notify, Deadline deadline);
+    void UnlockWriting();
+    bool IsLocked() const { return m_reading.has || m_writing.has; }
+    void SetCallBack(void (*callback)(void*), void* argument);
+    void SetValid(bool valid) { m_valid = valid; }
+    unsigned long WaitFor(const void* handle);
+
+private:
+    // The counters change under the guard or the lock, or one at a time.
+    static std::uint64_t Read(const std::atomic<std::uint64_t>& counter) {
+        return counter.load(std::memory_order_acquire);
+    }
+
+    bool IsUsable() const { return m_valid && m_initialised.load(std::memory_order_acquire); }
+    bool Open(const KeldMBString& group);
+    void Close();
+    bool TakeGuard(Deadline deadline);
+    void ReleaseGuard();
+    void RecordLost(const SharedLock::Outcome& outcome) const;
+    bool NoteChange(bool notify, Nesting& nesting);
+    void GiveBackReading();
+    void GiveBackWriting();
+    void AfterForkInChild();
+    static void Fail(Side& side, bool keepsNumber);
+
+    Side m_reading;
+    Side m_writing;
+    std::atomic<bool> m_initialised{false};
+    std::atomic<bool> m_valid{true};
+    std::atomic<bool> m_hasGuard{false};
+    std::atomic<std::uint64_t> m_lastStamp{0};
+    std::unique_ptr<Connection> m_connection;
+    SharedMemory m_memory;
+    KeldMBString m_name;
+    QzMutex m_initMutex; ///< guards the callback, too
+    void (*m_callback)(void*) = nullptr;
+    void* m_argument = nullptr;
+    Platform::ForkHook m_forkHook = {[](void* self) { static_cast<Body*>(self)->AfterForkInChild(); }, this};
+};
 
 // ---- Opening and closing
 
-std::uint64_t QzProcess::ProcessLockInit(const KeldMBString& name) {
+std::uint64_t QzProcess::Body::Init(const KeldMBString& name, const KeldMBString& group) {
     QzMutexLock lock(m_initMutex);
     lock.lock();
     if (name.IsEmpty() || m_initialised)
         return 0;
-    CloseObjects(); // what a child of fork could not keep
+    Close(); // what a child of fork could not keep
     m_name = name;
-    if (!OpenObjects()) {
-        CloseObjects();
+    if (!Open(group) || !TakeGuard(NoDeadline)) {
+        Close();
         return 0;
     }
-    m_lastStamp = Read(m_view->stamp);
-    m_initialised = true;
-    const std::uint64_t attachCount = Advance(m_view->attachCount, 1);
+    SharedView::Counters& counters = m_connection->view.counters;
+    m_lastStamp = Read(counters.stamp);
+    const std::uint64_t attachCount = counters.attachCount.fetch_add(1) + 1;
     ReleaseGuard();
+    m_initialised.store(true, std::memory_order_release);
     return attachCount;
 }
 
-// Each object counts as part of the one before, so all three are of one life: see SharedMemory::Options.
-// Returns with the guard taken.
-bool QzProcess::OpenObjects() {
-    KeldMBString base = m_name;
-    base.Replace('\\', '/');
-    m_guard = std::make_unique<NamedSemaphore>();
-    m_exclusion = std::make_unique<NamedSemaphore>();
-    m_mapping = std::make_unique<SharedMemory>();
-    if (m_guard->Open((base + ".rlock").View(), 1, MaximumCount) == Opening::Failed) {
-        Record(QzLogFile::error, FailureMessage("create file Semaphore ", m_name), __LINE__);
-        return false;
+// One memory holds all three objects: so they are of one life, and a process that is killed loses them at once.
+bool QzProcess::Body::Open(const KeldMBString& group) {
+    KeldMBString file = m_name + ".lock";
+    file.Replace('\\', '/');
+    SharedMemory::Options options = {sizeof(SharedView)};
+    options.group = group.View();
+    const Opening opening = m_memory.Open(file.View(), options);
+    if (opening == Opening::Created || opening == Opening::Opened) {
+        m_connection = std::make_unique<Connection>(m_memory, *static_cast<SharedView*>(m_memory.View()));
+        return true;
     }
-    bool abandoned = false;
-    if (Wait(*m_guard, Taker::Self, abandoned) != WaitAcquired)
-        return false;
-    m_hasGuard = true;
-
-    const char* failed = nullptr;
-    Opening mapping = Opening::Failed;
-    if (m_exclusion->Open((base + ".rwlock").View(), 1, MaximumCount, m_guard->Life()) == Opening::Failed) {
-        failed = "create file Semaphore ";
-    } else {
-        SharedMemory::Options options = {sizeof(SharedBlock)};
-        options.marks = true;
-        options.partOf = m_exclusion->Life();
-        mapping = m_mapping->Open((base + ".lock").View(), options);
-        if (mapping == Opening::Failed)
-            failed = "create file mapping ";
-    }
-    if (failed != nullptr) {
-        Record(QzLogFile::error, FailureMessage(failed, m_name), __LINE__);
-        // What the one left that had the guard before is still to be repaired. Closed without being given
-        // back, the guard tells that to the next one.
-        if (!abandoned)
-            ReleaseGuard();
-        return false;
-    }
-    m_view = static_cast<SharedBlock*>(m_mapping->View());
-    if (abandoned || mapping == Opening::Created)
-        RepairReaders();
-    return true;
+    const char* const what = opening == Opening::Unfit ? "create file mapping " : "create file Semaphore ";
+    Record(QzLogFile::error, FailureMessage(what, m_name), __LINE__);
+    if (opening == Opening::Denied)
+        Record(QzLogFile::error, KeldMBString(m_memory.WhyDenied()), __LINE__);
+    return false;
 }
 
-void QzProcess::CloseObjects() {
-    m_view = nullptr;
-    m_mapping.reset();
-    m_exclusion.reset();
-    m_guard.reset();
+void QzProcess::Body::Close() {
+    m_connection.reset();
+    m_memory.Close();
     m_hasGuard = false;
 }
 
-void QzProcess::ProcessLockRelease() {
-    { // before the writer mutex: a thread that has it may be waiting for this process's readers
-        QzMutexLock lock(m_readerMutex);
-        lock.lock();
-        GiveBackReading();
-    }
-    QzMutexLock readerLock(m_readerMutex);
-    readerLock.lock();
-    QzMutexLock writerLock(m_writerMutex);
-    writerLock.lock();
-    QzMutexLock initLock(m_initMutex);
-    initLock.lock();
+void QzProcess::Body::Release() {
+    if (m_reading.nesting.IsRecursion() || m_writing.nesting.IsRecursion())
+        return; // from the callback, which must not; it would wait for itself
+    // First the reading alone: a thread that is inside the writing may wait for this process's readers.
+    m_reading.nesting.GoInside();
+    m_reading.nesting.Clear();
     GiveBackReading();
-    GiveBackWriting();
-    m_initialised = false;
-    CloseObjects();
+    m_reading.nesting.GoOutside();
+
+    m_reading.nesting.GoInside();
+    m_writing.nesting.GoInside();
+    {
+        QzMutexLock lock(m_initMutex);
+        lock.lock();
+        m_reading.nesting.Clear();
+        m_writing.nesting.Clear();
+        GiveBackReading();
+        GiveBackWriting();
+        m_initialised = false;
+        Close();
+    }
+    m_writing.nesting.GoOutside();
+    m_reading.nesting.GoOutside();
 }
 
 // ---- Locking
 
-bool QzProcess::ReaderLock(bool notify) {
-    QzMutexLock lock(m_readerMutex);
-    lock.lock();
-    if (!IsUsable() || ++m_readers > 1 || !TakeGuard())
-        return false;
-    if (!m_isCounted) {
-        m_mapping->SetMark(true);
-        m_isCounted = true;
-        Advance(m_view->readingProcesses, 1);
+Locked QzProcess::Body::LockReading(bool notify, Deadline deadline) {
+    if (!IsUsable())
+        return {};
+    const Nesting::Entry entry = m_reading.nesting.Enter(deadline);
+    if (entry != Nesting::Entry::First)
+        return {entry == Nesting::Entry::Nested && m_reading.has, false};
+    if (!m_initialised) { // released meanwhile
+        Fail(m_reading, false);
+        return {};
     }
-    if (!m_exclusion->IsTakenByGroup()) {
-        // Others are counted, but have no exclusion: they failed to get it, and may be gone since.
-        if (Read(m_view->readingProcesses) > 1)
-            RepairReaders();
-        if (Read(m_view->readingProcesses) == 1 && !TakeExclusion(Taker::Group)) {
-            ReleaseGuard();
-            return false;
+    SharedLock& lock = m_connection->lock;
+    if (!lock.TryRead()) {
+        const SharedLock::Outcome outcome = lock.Read(OrLimit(deadline));
+        RecordLost(outcome);
+        if (!outcome.taken) {
+            Fail(m_reading, deadline == NoDeadline);
+            return {};
         }
     }
-    m_isReading = true;
-    const bool changed = NoteChange(notify);
-    ReleaseGuard();
-    return changed;
+    m_reading.has.store(true, std::memory_order_release);
+    bool changed = false;
+    if (Read(m_connection->view.counters.stamp) != m_lastStamp.load(std::memory_order_relaxed)) {
+        if (!TakeGuard(deadline)) {
+            GiveBackReading();
+            Fail(m_reading, deadline == NoDeadline);
+            return {};
+        }
+        changed = NoteChange(notify, m_reading.nesting);
+        ReleaseGuard();
+    }
+    const bool has = m_reading.has; // not in a child that the callback has forked
+    m_reading.nesting.GoOutside();
+    return {has, changed};
 }
 
-void QzProcess::ReaderUnlock() {
-    QzMutexLock lock(m_readerMutex);
-    lock.lock();
-    if (IsUsable() && m_readers != 0 && --m_readers == 0)
+void QzProcess::Body::UnlockReading() {
+    if (IsUsable() && m_reading.nesting.Leave()) {
         GiveBackReading();
+        m_reading.nesting.GoOutside();
+    }
 }
 
-bool QzProcess::WriterLock(bool notify) {
-    QzMutexLock lock(m_writerMutex);
-    lock.lock();
-    if (!IsUsable() || ++m_writers > 1 || !TakeExclusion(Taker::Self))
-        return false;
-    m_isWriting = true;
-    const bool changed = NoteChange(notify);
-    m_lastStamp = Advance(m_view->stamp, 1);
-    return changed;
+Locked QzProcess::Body::LockWriting(bool notify, Deadline deadline) {
+    if (!IsUsable())
+        return {};
+    const Nesting::Entry entry = m_writing.nesting.Enter(deadline);
+    if (entry != Nesting::Entry::First)
+        return {entry == Nesting::Entry::Nested && m_writing.has, false};
+    if (!m_initialised) {
+        Fail(m_writing, false);
+        return {};
+    }
+    SharedLock& lock = m_connection->lock;
+    if (!lock.TryWrite()) {
+        const SharedLock::Outcome outcome = lock.Write(OrLimit(deadline));
+        RecordLost(outcome);
+        if (!outcome.taken) {
+            Fail(m_writing, deadline == NoDeadline);
+            return {};
+        }
+    }
+    m_writing.has.store(true, std::memory_order_release);
+    SharedView::Counters& counters = m_connection->view.counters;
+    const bool changed =
+        Read(counters.stamp) != m_lastStamp.load(std::memory_order_relaxed) && NoteChange(notify, m_writing.nesting);
+    const bool has = m_writing.has; // not in a child that the callback has forked
+    if (has) {
+        const std::uint64_t stamp = Read(counters.stamp) + 1;
+        counters.stamp.store(stamp, std::memory_order_release);
+        m_lastStamp.store(stamp, std::memory_order_relaxed);
+    }
+    m_writing.nesting.GoOutside();
+    return {has, changed};
 }
 
-void QzProcess::WriterUnlock() {
-    QzMutexLock lock(m_writerMutex);
-    lock.lock();
-    if (IsUsable() && m_writers != 0 && --m_writers == 0)
+void QzProcess::Body::UnlockWriting() {
+    if (IsUsable() && m_writing.nesting.Leave()) {
         GiveBackWriting();
+        m_writing.nesting.GoOutside();
+    }
 }
 
-bool QzProcess::isLocked() const {
-    return m_isReading || m_isWriting;
+// A lock that fails keeps its number: its unlock is still to come. One with a deadline does not.
+void QzProcess::Body::Fail(Side& side, bool keepsNumber) {
+    if (!keepsNumber)
+        side.nesting.Clear();
+    side.nesting.GoOutside();
 }
 
-void QzProcess::SetCallBack(void (*callback)(void*), void* argument) {
-    QzMutexLock lock(m_initMutex);
-    lock.lock();
-    m_callback = callback;
-    m_argument = argument;
+// From inside, as are all that follow for one side.
+void QzProcess::Body::GiveBackReading() {
+    if (m_reading.has) {
+        m_reading.has.store(false, std::memory_order_release);
+        m_connection->lock.EndRead();
+    }
 }
 
-void QzProcess::SetIsValied(bool valid) {
-    m_valid = valid;
+void QzProcess::Body::GiveBackWriting() {
+    if (m_writing.has) {
+        m_writing.has.store(false, std::memory_order_release);
+        m_connection->lock.EndWrite();
+    }
 }
 
-bool QzProcess::IsUsable() const {
-    return m_valid && m_initialised;
-}
-
-bool QzProcess::NoteChange(bool notify) {
-    const std::uint64_t stamp = Read(m_view->stamp);
-    if (stamp == m_lastStamp)
-        return false;
+bool QzProcess::Body::NoteChange(bool notify, Nesting& nesting) {
+    const std::uint64_t stamp = Read(m_connection->view.counters.stamp);
     if (notify) {
         QzMutexLock lock(m_initMutex);
         lock.lock();
         void (*const callback)(void*) = m_callback;
         void* const argument = m_argument;
         lock.unlock();
+        const Nesting::Recursion recursion(nesting);
         if (callback != nullptr)
             callback(argument);
     }
-    m_lastStamp = stamp;
+    m_lastStamp.store(stamp, std::memory_order_relaxed);
     return true;
 }
 
-void QzProcess::GiveBackReading() {
-    m_readers = 0;
-    m_isReading = false;
-    if (!m_isCounted || !TakeGuard())
-        return;
-    const std::uint64_t left = Advance(m_view->readingProcesses, std::uint64_t(0) - 1);
-    m_mapping->SetMark(false);
-    m_isCounted = false;
-    if (left == 0 && m_exclusion->IsTakenByGroup())
-        m_exclusion->Post();
-    ReleaseGuard();
+void QzProcess::Body::SetCallBack(void (*callback)(void*), void* argument) {
+    QzMutexLock lock(m_initMutex);
+    lock.lock();
+    m_callback = callback;
+    m_argument = argument;
 }
 
-void QzProcess::GiveBackWriting() {
-    m_writers = 0;
-    if (m_isWriting) {
-        m_isWriting = false;
-        m_exclusion->Post();
-    }
+// ---- Waiting, and what processes leave that are gone
+
+unsigned long QzProcess::Body::WaitFor(const void* handle) {
+    if (handle == nullptr || m_connection == nullptr)
+        return WaitFailed;
+    bool acquired = false;
+    if (handle == &m_connection->guard)
+        acquired = m_connection->guard.TryTake() || m_connection->guard.Wait(OrLimit(NoDeadline)) != Waited::TimedOut;
+    else if (handle == &m_connection->lock)
+        acquired = m_connection->lock.TryWrite() || m_connection->lock.Write(OrLimit(NoDeadline)).taken;
+    else
+        return WaitFailed;
+    return acquired ? WaitAcquired : WaitTimedOut;
 }
 
-// ---- Waiting, and what killed processes leave
-
-unsigned long QzProcess::WaitForValidSignal(void* handle) {
-    bool abandoned = false;
-    for (NamedSemaphore* const semaphore : {m_guard.get(), m_exclusion.get()}) {
-        if (handle != nullptr && handle == semaphore)
-            return Wait(*semaphore, Taker::Self, abandoned);
-    }
-    return WaitFailed;
-}
-
-unsigned long QzProcess::Wait(NamedSemaphore& semaphore, Taker taker, bool& abandoned) {
-    Waited waited = semaphore.Wait(NamedSemaphore::CheckInterval, taker);
-    if (waited == Waited::TimedOut) {
-        using Clock = std::chrono::steady_clock;
-        const auto deadline = Clock::now() + std::chrono::milliseconds(WaitLimit - NamedSemaphore::CheckInterval);
-        while (waited == Waited::TimedOut && Clock::now() < deadline) {
-            if (&semaphore == m_exclusion.get())
-                RepairReadersIfOneIsGone();
-            waited = semaphore.Wait(NamedSemaphore::CheckInterval, taker);
-        }
-    }
-    abandoned = waited == Waited::Abandoned;
-    return waited == Waited::TimedOut ? WaitTimedOut : WaitAcquired;
-}
-
-bool QzProcess::TakeGuard() {
-    bool abandoned = false;
-    if (Wait(*m_guard, Taker::Self, abandoned) != WaitAcquired)
+// Who is killed inside the guard is a reader, as a rule: now is the time to look for them.
+bool QzProcess::Body::TakeGuard(Deadline deadline) {
+    SharedMutex& guard = m_connection->guard;
+    const Waited waited = guard.TryTake() ? Waited::Acquired : guard.Wait(OrLimit(deadline));
+    if (waited == Waited::TimedOut)
         return false;
     m_hasGuard = true;
-    if (abandoned)
-        RepairReaders();
+    if (waited == Waited::Abandoned) {
+        SharedLock::Outcome outcome;
+        outcome.lostReaders = m_connection->lock.ForgetLostReaders();
+        RecordLost(outcome);
+    }
     return true;
 }
 
-void QzProcess::ReleaseGuard() {
+void QzProcess::Body::ReleaseGuard() {
     // A callback may have forked: what its process had is not the child's to give back.
     if (m_hasGuard) {
         m_hasGuard = false;
-        m_guard->Post();
+        m_connection->guard.Release();
     }
 }
 
-bool QzProcess::TakeExclusion(Taker taker) {
-    bool abandoned = false;
-    if (Wait(*m_exclusion, taker, abandoned) != WaitAcquired)
-        return false;
-    if (abandoned)
-        Record(QzLogFile::warning,
-               "a process ended while it had locked " + m_name + " for writing: the protected data may be half written",
-               __LINE__);
-    return true;
-}
-
-// Counts the reading processes anew. With the guard.
-void QzProcess::RepairReaders() {
-    const SharedMemory::MarkCount marks = m_mapping->CountMarks(true);
-    m_view->readingProcesses.store(marks.there, std::memory_order_release);
-    if (marks.there == 0 && m_exclusion->IsTakenByGroup())
-        m_exclusion->Post();
-    if (marks.gone != 0)
-        Record(QzLogFile::warning, "a process ended while it had locked " + m_name + " for reading", __LINE__);
-}
-
-// For those who wait for the readers. Without any reader there, the last one is just giving the exclusion
-// back, or it was killed before it could: the guard tells which.
-void QzProcess::RepairReadersIfOneIsGone() {
-    if (m_hasGuard || !m_exclusion->IsTakenByGroup())
-        return;
-    const SharedMemory::MarkCount marks = m_mapping->CountMarks(false);
-    if (marks.there != 0 && marks.gone == 0)
-        return;
-    const Waited waited = m_guard->Wait(0);
-    if (waited == Waited::TimedOut)
-        return;
-    m_hasGuard = true;
-    RepairReaders();
-    ReleaseGuard();
+void QzProcess::Body::RecordLost(const SharedLock::Outcome& outcome) const {
+    const KeldMBString what = "a process ended while it had locked " + m_name + " for ";
+    if (outcome.lostWriter)
+        Record(QzLogFile::warning, what + "writing: the protected data may be half written", __LINE__);
+    if (outcome.lostReaders)
+        Record(QzLogFile::warning, what + "reading", __LINE__);
 }
 
 // Only the thread that forked is there. Another one may have been inside any of the functions above.
-void QzProcess::AfterForkInChild() {
-    for (QzMutex* const mutex : {&m_readerMutex, &m_writerMutex, &m_initMutex}) {
-        mutex->~QzMutex();
-        new (mutex) QzMutex;
-    }
-    m_readers = 0;
-    m_writers = 0;
+void QzProcess::Body::AfterForkInChild() {
+    m_initMutex.~QzMutex();
+    new (&m_initMutex) QzMutex;
+    m_reading.Forget();
+    m_writing.Forget();
     m_hasGuard = false;
-    m_isCounted = false;
-    m_isReading = false;
-    m_isWriting = false;
-    if (m_initialised && (!m_guard->IsOpen() || !m_exclusion->IsOpen() || !m_mapping->IsOpen()))
+    if (!m_memory.IsOpen())
         m_initialised = false;
+}
+
+// ---- The object
+
+QzProcess::QzProcess() : m_body(new Body) {}
+QzProcess::~QzProcess() = default;
+
+std::uint64_t QzProcess::ProcessLockInit(const KeldMBString& name) {
+    return m_body->Init(name, KeldMBString());
+}
+
+std::uint64_t QzProcess::ProcessLockInit(const KeldMBString& name, const KeldMBString& group) {
+    return m_body->Init(name, group);
+}
+
+void QzProcess::ProcessLockRelease() {
+    m_body->Release();
+}
+
+bool QzProcess::ReaderLock(bool notify) {
+    return m_body->LockReading(notify, NoDeadline).changed;
+}
+
+void QzProcess::ReaderUnlock() {
+    m_body->UnlockReading();
+}
+
+bool QzProcess::WriterLock(bool notify) {
+    return m_body->LockWriting(notify, NoDeadline).changed;
+}
+
+void QzProcess::WriterUnlock() {
+    m_body->UnlockWriting();
+}
+
+bool QzProcess::TimedReaderLock(unsigned int milliseconds, bool notify) {
+    return m_body->LockReading(notify, Clock::now() + std::chrono::milliseconds(milliseconds)).has;
+}
+
+bool QzProcess::TimedWriterLock(unsigned int milliseconds, bool notify) {
+    return m_body->LockWriting(notify, Clock::now() + std::chrono::milliseconds(milliseconds)).has;
+}
+
+bool QzProcess::isLocked() const {
+    return m_body->IsLocked();
+}
+
+void QzProcess::SetCallBack(void (*callback)(void*), void* argument) {
+    m_body->SetCallBack(callback, argument);
+}
+
+void QzProcess::SetIsValied(bool valid) {
+    m_body->SetValid(valid);
+}
+
+unsigned long QzProcess::WaitForValidSignal(void* handle) {
+    return m_body->WaitFor(handle);
 }
 
 } // namespace Qzc

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "toolkit/qzstringucs2le.h"
+#include "toolkit/text/converter.h"
 
 namespace Qzc {
 
@@ -76,17 +76,28 @@ int QzHashCode::FastStringToHashCode(const KeldMBString& text) {
 }
 
 int QzHashCode::StringToHashCode(const KeldMBString& text) {
-    const QzStringUCS2LE wide(text, KELDCharset::Current);
-    const unsigned short* const units = wide.Cstr();
-    const int length = wide.GetLength();
+    // As QzStringUCS2LE converts it, but without keeping the units.
     Lanes lanes;
-    // Not two units a step: stored codes depend on this overlapping walk. An empty text still takes a step,
-    // over its terminator.
-    lanes.first = Step(lanes.first) ^ units[0];
-    for (int i = 1; i < length; ++i) {
-        lanes.first = Step(lanes.first) ^ units[i];
-        lanes.second = Step(lanes.second) ^ units[i];
+    bool isLater = false;
+    const auto walk = [&](const char* bytes, std::size_t size) {
+        for (std::size_t i = 0; i + 1 < size; i += 2) {
+            const std::uint32_t unit =
+                static_cast<unsigned char>(bytes[i]) | std::uint32_t{static_cast<unsigned char>(bytes[i + 1])} << 8;
+            lanes.first = Step(lanes.first) ^ unit;
+            // Not two units a step: stored codes depend on this overlapping walk.
+            if (isLater)
+                lanes.second = Step(lanes.second) ^ unit;
+            isLater = true;
+        }
+    };
+    const ConverterUse converter(KELDCharset::UCS2LE, KELDCharset::Current);
+    if (!converter || !converter->ConvertPieces(
+                          text.Cstr(), static_cast<std::size_t>(text.GetLength()), [](std::size_t) {}, walk)) {
+        lanes = Lanes();
+        isLater = false;
     }
+    if (!isLater) // an empty text still takes a step, over its terminator
+        lanes.first = Step(lanes.first);
     return lanes.Join();
 }
 

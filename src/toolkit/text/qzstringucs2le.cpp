@@ -3,26 +3,71 @@
 #include <cstdint>
 #include <cstring>
 
-#include "toolkit/qztextcodec.h"
+#include "toolkit/text/converter.h"
 
 namespace Qzc {
 
-QzStringUCS2LE::QzStringUCS2LE() {
-    m_units.Add(0);
+namespace {
+
+// What an empty text shows: it has no memory of its own, so that it can be made when there is none.
+const KeldArray<unsigned short>& Terminator() {
+    static const KeldArray<unsigned short> s_units = [] {
+        KeldArray<unsigned short> units;
+        units.Add(0);
+        return units;
+    }();
+    return s_units;
+}
+
+// Made with the library, when there is memory.
+[[maybe_unused]] const KeldArray<unsigned short>& s_madeEarly = Terminator();
+
+} // namespace
+
+const KeldArray<unsigned short>& QzStringUCS2LE::GetChars() const {
+    return m_units.IsEmpty() ? Terminator() : m_units;
+}
+
+bool QzStringUCS2LE::Append(const char* bytes, std::size_t count) {
+    const auto units = static_cast<std::size_t>(GetLength()) + count / 2;
+    if (!KELDASSERT(units <= MaxLength))
+        return false;
+    const int length = GetLength();
+    m_units.SetSize(static_cast<int>(units) + 1); // the new last one is the terminator
+    if (m_units.GetSize() != static_cast<int>(units) + 1)
+        return false;
+    std::memcpy(m_units.GetData() + length, bytes, count / 2 * 2);
+    m_units[static_cast<int>(units)] = 0;
+    return true;
 }
 
 QzStringUCS2LE::QzStringUCS2LE(const KeldMBString& text, KELDCharset::Charset from) {
-    KeldMBString wide;
-    QzTextCodec(KELDCharset::UCS2LE, from).Convert(wide, text);
-    const int length = KELDASSERT(wide.GetLength() / 2 <= MaxLength) ? wide.GetLength() / 2 : 0;
-    m_units.SetSize(length + 1);
-    std::memcpy(m_units.GetData(), wide.Cstr(), static_cast<std::size_t>(length) * 2);
+    const ConverterUse converter(KELDCharset::UCS2LE, from);
+    if (!converter)
+        return;
+    const auto size = static_cast<std::size_t>(text.GetLength());
+    bool isWhole = true;
+    const auto append = [&](const char* bytes, std::size_t count) { isWhole = isWhole && Append(bytes, count); };
+    if (converter->IsSameCharset())
+        append(text.Cstr(), size);
+    else if (!converter->ConvertPieces(
+                 text.Cstr(), size, [](std::size_t) {}, append))
+        isWhole = false;
+    if (!isWhole)
+        m_units.RemoveAll();
 }
 
 KeldMBString QzStringUCS2LE::ToString(KELDCharset::Charset to) const {
-    KeldMBString text;
-    QzTextCodec(to, KELDCharset::UCS2LE)
-        .Convert(text, reinterpret_cast<const char*>(m_units.GetData()), m_units.GetSize() * 2);
+    const ConverterUse converter(to, KELDCharset::UCS2LE);
+    if (!converter)
+        return KeldMBString();
+    const KeldArray<unsigned short>& units = GetChars();
+    const char* const bytes = reinterpret_cast<const char*>(units.GetData());
+    if (converter->IsSameCharset())
+        return KeldMBString(bytes);
+    std::string converted;
+    ConvertTo(converted, *converter, bytes, static_cast<std::size_t>(units.GetSize()) * 2, KeldMBString::MaxLength);
+    KeldMBString text(std::move(converted));
     text.TrimRight('\0');
     return text;
 }
@@ -38,15 +83,20 @@ QzStream& operator>>(QzStream& stream, QzStringUCS2LE& text) {
     KeldArray<unsigned short>& units = text.m_units;
     units.RemoveAll();
     const int size = stream.ReadCount(1);
-    if (size <= QzStringUCS2LE::MaxLength * 2) {
-        units.SetSize(size / 2 + 1);
-        if (stream.Read(units.GetData(), size) != size)
-            units.RemoveAll();
-    } else {
+    if (size > QzStringUCS2LE::MaxLength * 2) {
         stream.SetFailed();
+        return stream;
     }
-    if (units.IsEmpty() || units[units.GetSize() - 1] != 0)
-        units.Add(0);
+    const int count = size / 2 + 1;
+    units.SetSize(count + 1); // with room for a terminator, and zeros where nothing is read
+    if (units.GetSize() != count + 1) {
+        units.RemoveAll();
+        stream.SetFailed();
+    } else if (stream.Read(units.GetData(), size) != size) {
+        units.RemoveAll();
+    } else if (units[count - 1] == 0) {
+        units.SetSize(count);
+    }
     return stream;
 }
 

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "base/keldassert.h"
-#include "toolkit/qztextcodec.h"
-#include "toolkit/qztoolkit.h"
-#include "toolkit/text/widecharset.h"
+#include "toolkit/text/converter.h"
 
 namespace Qzc {
 
@@ -26,17 +23,8 @@ int ToIndex(std::size_t position) {
     return position == std::wstring::npos ? -1 : static_cast<int>(position);
 }
 
-std::wstring_view Cut(std::wstring_view text) {
-    const bool fits = KELDASSERT(text.size() <= QzStringW::MaxLength);
-    return fits ? text : std::wstring_view();
-}
-
 std::wstring_view Set(const wchar_t* set) {
     return KELDASSERT_TEXT(set != nullptr, "lpszCharSet") ? set : std::wstring_view();
-}
-
-KELDCharset::Charset Resolve(KELDCharset::Charset charset) {
-    return charset == KELDCharset::Current ? QzToolkit::GetCurCharset() : charset;
 }
 
 } // namespace
@@ -62,11 +50,37 @@ QzStringW::QzStringW(std::wstring text) {
         m_text = std::move(text);
 }
 
-QzStringW::QzStringW(const wchar_t* text) : m_text(Cut(Text(text))) {}
-
 QzStringW::QzStringW(const wchar_t* text, int length) {
     if (KELDASSERT_TEXT(text != nullptr, "str != 0") && length > 0)
-        m_text = Cut(std::wstring_view(text, static_cast<std::size_t>(length)));
+        m_text = CopyOf(std::wstring_view(text, static_cast<std::size_t>(length)));
+}
+
+QzStringW& QzStringW::operator=(const QzStringW& other) noexcept {
+    TryMemory([&] { m_text = other.m_text; });
+    return *this;
+}
+
+std::wstring QzStringW::CopyOf(std::wstring_view text) noexcept {
+    std::wstring copy;
+    if (KELDASSERT(text.size() <= MaxLength))
+        TryMemory([&] { copy = text; });
+    return copy;
+}
+
+QzStringW QzStringW::Join(std::wstring_view a, std::wstring_view b) {
+    QzStringW both;
+    if (KELDASSERT(a.size() + b.size() <= MaxLength))
+        TryMemory([&] {
+            both.m_text.reserve(a.size() + b.size());
+            both.m_text.append(a).append(b);
+        });
+    return both;
+}
+
+QzStringW& QzStringW::Append(std::wstring_view text) {
+    if (HasRoomFor(text.size()))
+        TryMemory([&] { m_text.append(text); });
+    return *this;
 }
 
 wchar_t QzStringW::GetAt(int index) const {
@@ -78,7 +92,7 @@ void QzStringW::SetAt(int index, wchar_t unit) {
         m_text[static_cast<std::size_t>(index)] = unit;
 }
 
-wchar_t& QzStringW::operator[](int index) {
+wchar_t& QzStringW::Unit(int index) {
     if (IsIndex(index))
         return m_text[static_cast<std::size_t>(index)];
     static thread_local wchar_t s_none;
@@ -116,7 +130,7 @@ QzStringW& QzStringW::MakeInverse() {
 }
 
 QzStringW QzStringW::Left(int count) const {
-    return count > 0 ? QzStringW(m_text.substr(0, static_cast<std::size_t>(count))) : QzStringW();
+    return count > 0 ? QzStringW(View().substr(0, static_cast<std::size_t>(count))) : QzStringW();
 }
 
 QzStringW QzStringW::Right(int count) const {
@@ -132,7 +146,7 @@ QzStringW QzStringW::Mid(int index) const {
 QzStringW QzStringW::Mid(int index, int count) const {
     if (count < 0 || index >= GetLength())
         return QzStringW();
-    return m_text.substr(static_cast<std::size_t>(std::max(index, 0)), static_cast<std::size_t>(count));
+    return View().substr(static_cast<std::size_t>(std::max(index, 0)), static_cast<std::size_t>(count));
 }
 
 int QzStringW::Delete(int index, int count) {
@@ -145,14 +159,16 @@ int QzStringW::Delete(int index, int count) {
 int QzStringW::Insert(int index, const wchar_t* text) {
     const std::wstring_view added = Text(text);
     if (HasRoomFor(added.size()))
-        m_text.insert(static_cast<std::size_t>(std::clamp(index, 0, GetLength())), added);
+        TryMemory([&] { m_text.insert(static_cast<std::size_t>(std::clamp(index, 0, GetLength())), added); });
     return GetLength();
 }
 
 int QzStringW::Insert(int index, wchar_t unit, int count) {
     if (count > 0 && HasRoomFor(static_cast<std::size_t>(count)))
-        m_text.insert(static_cast<std::size_t>(std::clamp(index, 0, GetLength())), static_cast<std::size_t>(count),
-                      unit);
+        TryMemory([&] {
+            m_text.insert(static_cast<std::size_t>(std::clamp(index, 0, GetLength())), static_cast<std::size_t>(count),
+                          unit);
+        });
     return GetLength();
 }
 
@@ -204,8 +220,15 @@ int QzStringW::Compare(const wchar_t* text) const {
 }
 
 int QzStringW::CompareNoCase(const wchar_t* text) const {
-    QzStringW lower(*this);
-    return lower.MakeLower().m_text.compare(QzStringW(text).MakeLower().m_text);
+    const std::wstring_view other = Text(text);
+    const std::size_t common = std::min(m_text.size(), other.size());
+    for (std::size_t i = 0; i < common; ++i) {
+        const wchar_t a = ToLower(m_text[i]);
+        const wchar_t b = ToLower(other[i]);
+        if (a != b)
+            return a < b ? -1 : 1;
+    }
+    return static_cast<int>(m_text.size() > common) - static_cast<int>(other.size() > common);
 }
 
 int QzStringW::Find(wchar_t unit, int start) const {
@@ -226,11 +249,11 @@ int QzStringW::FindOneOf(const wchar_t* set) const {
 }
 
 QzStringW QzStringW::SpanIncluding(const wchar_t* set) const {
-    return m_text.substr(0, m_text.find_first_not_of(Set(set)));
+    return View().substr(0, m_text.find_first_not_of(Set(set)));
 }
 
 QzStringW QzStringW::SpanExcluding(const wchar_t* set) const {
-    return m_text.substr(0, m_text.find_first_of(Set(set)));
+    return View().substr(0, m_text.find_first_of(Set(set)));
 }
 
 int QzStringW::Replace(wchar_t from, wchar_t to) {
@@ -254,56 +277,81 @@ int QzStringW::Replace(const wchar_t* from, const wchar_t* to) {
     // Built beside the old text, so that many replacements cost one pass and not one move of the tail each.
     std::wstring result;
     int replaced = 0;
-    std::size_t copied = 0;
-    for (std::size_t at = 0; (at = m_text.find(old, at)) != std::wstring::npos; at = copied) {
-        result.append(m_text, copied, at - copied).append(fresh);
-        copied = at + old.size();
-        ++replaced;
-        if (!KELDASSERT(result.size() + (m_text.size() - copied) <= MaxLength))
-            return 0;
-    }
-    if (replaced != 0) {
-        result.append(m_text, copied, std::wstring::npos);
+    const bool done = TryMemory([&] {
+        std::size_t copied = 0;
+        for (std::size_t at = 0; (at = m_text.find(old, at)) != std::wstring::npos; at = copied) {
+            if (!KELDASSERT(result.size() + (m_text.size() - copied) - old.size() + fresh.size() <= MaxLength)) {
+                replaced = 0;
+                return;
+            }
+            result.append(m_text, copied, at - copied).append(fresh);
+            copied = at + old.size();
+            ++replaced;
+        }
+        if (replaced != 0)
+            result.append(m_text, copied, std::wstring::npos);
+    });
+    if (!done)
+        return 0;
+    if (replaced != 0)
         m_text = std::move(result);
-    }
     return replaced;
 }
 
 int QzStringW::Split(KeldArray<QzStringW>& pieces, const QzStringW& delimiters) const {
     // Gathered first: this text, or the delimiters, may be an element of `pieces`.
     KeldArray<QzStringW> found;
-    const std::wstring& set = delimiters.m_text;
-    std::size_t start = 0;
-    while ((start = m_text.find_first_not_of(set, start)) != std::wstring::npos) {
-        const std::size_t end = std::min(m_text.find_first_of(set, start), m_text.size());
-        found.Add(m_text.substr(start, end - start));
-        start = end;
+    const std::wstring_view set = delimiters.m_text;
+    const bool whole = TryCopies<QzStringW>([&] {
+        std::size_t start = 0;
+        while ((start = m_text.find_first_not_of(set, start)) != std::wstring::npos) {
+            const std::size_t end = std::min(m_text.find_first_of(set, start), m_text.size());
+            found.Add(QzStringW(View().substr(start, end - start)));
+            start = end;
+        }
+    });
+    const int before = pieces.GetSize();
+    for (QzStringW& piece : found) {
+        if (!whole || pieces.Add(std::move(piece)) < 0) {
+            pieces.RemoveAt(before, pieces.GetSize() - before);
+            return 0;
+        }
     }
-    for (QzStringW& piece : found)
-        pieces.Add(std::move(piece));
     return found.GetSize();
 }
 
 KeldMBString QzStringW::ToString(KELDCharset::Charset charset) const {
-    charset = Resolve(charset);
+    if (charset == KELDCharset::Current)
+        charset = KeldSystem::GetCurCharset();
     KeldMBString text;
-    QzTextCodec codec(charset, GetWideCharset());
-    codec.Convert(text, reinterpret_cast<const char*>(m_text.c_str()), GetLength() * static_cast<int>(sizeof(wchar_t)));
+    const ConverterUse converter(charset, GetWideCharset());
+    const char* const bytes = reinterpret_cast<const char*>(m_text.data());
+    std::string converted;
+    if (converter && converter->IsSameCharset())
+        text = KeldMBString(bytes);
+    else if (converter && ConvertTo(converted, *converter, bytes, m_text.size() * sizeof(wchar_t), KeldMBString::MaxLength))
+        text = KeldMBString(std::move(converted));
     text.SetCharset(charset);
     return text;
 }
 
 void QzStringW::FromString(const KeldMBString& text, KELDCharset::Charset charset) {
-    m_text.clear();
-    KeldMBString wide;
-    QzTextCodec codec(GetWideCharset(), Resolve(charset));
-    if (!codec.Convert(wide, text))
+    const unsigned int memoryFailures = GetMemoryFailures();
+    const ConverterUse converter(GetWideCharset(), charset);
+    const auto size = static_cast<std::size_t>(text.GetLength());
+    std::wstring wide;
+    if (converter && converter->IsSameCharset())
+        // Bytes that no conversion has seen may end within a unit: its missing bytes are zero.
+        TryMemory([&] {
+            wide.resize((size + sizeof(wchar_t) - 1) / sizeof(wchar_t));
+            std::memcpy(wide.data(), text.Cstr(), size);
+        });
+    else if (converter)
+        ConvertTo(wide, *converter, text.Cstr(), size, MaxLength);
+    if (GetMemoryFailures() != memoryFailures)
         return;
-    const std::size_t size = static_cast<std::size_t>(wide.GetLength());
-    // Bytes that no conversion has seen may end within a unit: its missing bytes are zero.
-    m_text.resize((size + sizeof(wchar_t) - 1) / sizeof(wchar_t));
-    std::memcpy(m_text.data(), wide.Cstr(), size);
-    m_text.resize(std::min(m_text.find(L'\0'), m_text.size()));
+    wide.resize(std::min(wide.find(L'\0'), wide.size()));
+    m_text = std::move(wide);
 }
 
 } // namespace Qzc

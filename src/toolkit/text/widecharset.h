@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/keldcharset.h"
+#include "base/keldsystem.h"
 #include "stream/qztrace.h"
 
 namespace Qzc {
@@ -17,6 +18,13 @@ inline KELDCharset::Charset GetWideCharset() {
         return IsLittleEndian == 1 ? KELDCharset::UCS4LE : KELDCharset::UCS4BE;
     qztrace("unicode format not supported!");
     return KELDCharset::Unknown;
+}
+
+/// The charset that a number stands for at this moment.
+inline KELDCharset::Charset ResolveCharset(KELDCharset::Charset charset) {
+    if (charset == KELDCharset::Current)
+        return KeldSystem::GetCurCharset();
+    return charset == KELDCharset::Wide ? GetWideCharset() : charset;
 }
 
 } // namespace Qzc

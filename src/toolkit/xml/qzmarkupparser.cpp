@@ -5,6 +5,7 @@
 
 #include "stream/qzsprintf.h"
 #include "toolkit/qzmarkup.h"
+#include "toolkit/xml/markuptext.h"
 #include "toolkit/xml/qzmarkupscan.h"
 
 namespace Qzc {
@@ -25,16 +26,20 @@ unsigned char QzMarkup::ParseDoc() {
 }
 
 bool QzMarkup::ParseTree() {
-    ForgetAttributes();
+    m_text->Close();
+    m_fromEnd = Tag();
+    m_previous.clear();
+    m_releasedAt.clear();
+    m_nErrorAt = -1;
     m_iPosFree = 1;
     m_iPosReleased = 0;
-    const int wanted = m_strDoc.GetLength() / 64 + 8;
+    const int wanted = m_text->GetLength() / 64 + 8;
     while (m_nPosCapacity < wanted && AllocPosArray(wanted)) {
     }
     if (m_nPosCapacity == 0)
         return false;
     Pos(0) = ElementPos{};
-    if (m_strDoc.IsEmpty())
+    if (m_text->GetLength() == 0)
         return false;
     const int iPos = ParseElem(0);
     if (iPos <= 0) {
@@ -47,8 +52,8 @@ bool QzMarkup::ParseTree() {
 }
 
 int QzMarkup::ParseElem(int iPosParent) {
-    int nNext = iPosParent == 0 ? 0 : Clip(Pos(iPosParent).nStartR + 1);
-    return ParseElem(m_strDoc, nNext, 0, iPosParent);
+    int nNext = iPosParent == 0 ? 0 : m_text->Cut(StartR(iPosParent) + 1);
+    return ParseElem(m_text->Whole(), nNext, 0, iPosParent);
 }
 
 // One pass over the text with the open elements kept in the records themselves (each knows its parent), so
@@ -61,7 +66,8 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
     const auto nameOf = [=](int iPos) { return SkipBlanks(szDoc + (Pos(iPos).nStartL - nBase) + 1); };
     int iTop = 0;
     int iOpen = iPosParent; // the innermost element whose end tag is still to come
-    const auto fail = [&](const char* szError, bool withName) {
+    const auto fail = [&](const char* szError, bool withName, int nErrorAt) {
+        m_nErrorAt = nErrorAt;
         KeldMBString name;
         if (withName) {
             const char* const start = nameOf(iOpen);
@@ -78,7 +84,8 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         while (*p != '<' && *p != '\0')
             p = stop.Next(p + 1);
         if (*p == '\0')
-            return iTop == 0 ? fail("Element tag not found", false) : fail("End tag of %s element not found", true);
+            return iTop == 0 ? fail("Element tag not found", false, offset(p))
+                             : fail("End tag of %s element not found", true, Pos(iOpen).nStartL);
 
         // ---- What stands at this '<'?
         const char* const tag = p;
@@ -87,26 +94,26 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
             if (*name == '!' || *name == '?') {
                 TokenPos node(szDoc, static_cast<int>(p - szDoc));
                 if (ParseNode(node) == NodeInvalid)
-                    return fail("Invalid node", false);
+                    return fail("Invalid node", false, offset(tag));
                 p = szDoc + node.nNext;
                 continue;
             }
             name = SkipBlanks(name);
             if (Is(*name, Quote))
-                return fail("Tag starts with quote", false);
+                return fail("Tag starts with quote", false, offset(tag));
             if (*name == '\0')
-                return iTop == 0 ? fail("Abrupt end within tag", false)
-                                 : fail("End tag not completed for element %s", true);
+                return iTop == 0 ? fail("Abrupt end within tag", false, offset(tag))
+                                 : fail("End tag not completed for element %s", true, offset(tag));
             if (Is(*name, Delimiter)) {
                 if (iTop == 0)
-                    return fail("Invalid node", false);
+                    return fail("Invalid node", false, offset(tag));
                 if (*name != '/')
-                    return fail("Expecting end tag of element %s", true);
+                    return fail("Expecting end tag of element %s", true, offset(tag));
 
                 // ---- An end tag
                 name = SkipBlanks(name + 1);
                 if (*name == '\0')
-                    return fail("End tag not completed for element %s", true);
+                    return fail("End tag not completed for element %s", true, offset(tag));
                 const char* const opened = nameOf(iOpen);
                 std::size_t length = 0;
                 do {
@@ -115,10 +122,10 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
                 } while (name[length] == '\\' && opened[length] == '\\' && IsSecondByte(name, name + length) &&
                          ++length != 0);
                 if (!EndsName(name, name + length) || !EndsName(opened, opened + length))
-                    return fail("End tag does not correspond to %s", true);
+                    return fail("End tag does not correspond to %s", true, offset(tag));
                 p = SkipBlanks(name + length);
                 if (*p != '>')
-                    return fail("End tag not completed for element %s", true);
+                    return fail("End tag not completed for element %s", true, offset(tag));
                 ++p;
                 ElementPos& closed = Pos(iOpen);
                 closed.nEndL = offset(tag);
@@ -143,12 +150,12 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
                 unquoted = p + 1;
             }
             if (*p == '\0')
-                return fail("End of tag not found", false);
+                return fail("End of tag not found", false, offset(tag));
             ++p;
         }
         const int iPos = GetFreePos();
         if (iPos == 0)
-            return fail("Out of memory", false);
+            return fail("Out of memory", false, offset(tag));
         const bool empty = p[-1] == '/';
         const int nStartL = offset(tag);
         const int nStartR = offset(p);
@@ -178,8 +185,10 @@ bool QzMarkup::ParseFragment(const KeldMBString& text, int nBase, int iPosParent
             continue;
         // The error text tells of documents; a refused fragment leaves the document as it was.
         KeldMBString kept = m_strError;
+        const int nKept = m_nErrorAt;
         const int iPos = node == NodeElement ? ParseElem(text, token.nNext, nBase, iPosParent) : -1;
         m_strError = std::move(kept);
+        m_nErrorAt = nKept;
         if (iPos <= 0) {
             if (fragment.iFirst != 0)
                 ReleasePos(fragment.iFirst);
@@ -258,115 +267,24 @@ bool QzMarkup::FindToken(TokenPos& token) {
     return true;
 }
 
-bool QzMarkup::NextAttribute(TokenPos& token, Attribute& attribute) {
-    while (FindToken(token)) {
-        const char* const start = token.szDoc + token.nL;
-        if (token.bIsString)
-            continue;
-        if (*start == '>')
-            return false;
-        if (Is(*start, Delimiter))
-            continue;
-        attribute.name = std::string_view(start, static_cast<std::size_t>(token.nR - token.nL + 1));
-        attribute.value.nL = token.nR + 1;
-        attribute.value.nR = token.nR;
-        attribute.value.bIsString = false;
-        attribute.hasEqualsSign = false;
-        int next = token.nNext;
-        if (FindAny(token.szDoc, next) && token.szDoc[next] == '=') {
-            attribute.hasEqualsSign = true;
-            token.nNext = next + 1;
-            TokenPos value = token;
-            if (FindToken(value) && (value.bIsString || !Is(token.szDoc[value.nL], Delimiter))) {
-                token.nNext = value.nNext;
-                attribute.value = value;
-            } else {
-                attribute.value.nL = token.nNext;
-                attribute.value.nR = token.nNext - 1;
-            }
-        }
-        return true;
-    }
-    return false;
-}
-
 bool QzMarkup::FindAttrib(TokenPos& token, const char* szAttrib) const {
     const std::string_view wanted = szAttrib != nullptr ? szAttrib : "";
-    Attribute attribute{{}, token, false};
-    while (NextAttribute(token, attribute)) {
-        if (attribute.name == wanted) {
-            token.nL = attribute.value.nL;
-            token.nR = attribute.value.nR;
-            token.bIsString = attribute.value.bIsString;
-            return true;
-        }
-    }
-    return false;
-}
-
-// ---- Records
-
-bool QzMarkup::AllocPosArray(int nNewSize) {
-    if (nNewSize <= m_nPosCapacity)
-        return true;
-    const int used = m_nPosCapacity & (SegmentSize - 1);
-    const int first = m_nPosCapacity - used;
-    const int size = std::min(nNewSize - first, SegmentSize);
-    Segment segment(static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
-    if (segment == nullptr)
+    const char* next = token.szDoc + token.nNext;
+    TagAttribute attribute;
+    bool found = false;
+    while (!found && NextAttribute(next, next, attribute))
+        found = attribute.name == wanted;
+    if (!found)
         return false;
-    if (used != 0) {
-        std::copy_n(m_segments.back().get(), used, segment.get());
-        m_segments.back() = std::move(segment);
-    } else {
-        m_segments.push_back(std::move(segment));
-    }
-    m_nPosCapacity = first + size;
+    token.nNext = static_cast<int>(next - token.szDoc);
+    token.nL = static_cast<int>(attribute.value.data() - token.szDoc);
+    token.nR = token.nL + static_cast<int>(attribute.value.size()) - 1;
+    token.bIsString = attribute.isQuoted;
     return true;
 }
 
-int QzMarkup::GetFreePos() {
-    if (m_iPosReleased != 0) {
-        const int iPos = m_iPosReleased;
-        m_iPosReleased = Pos(iPos).iElemNext;
-        return iPos;
-    }
-    if (m_iPosFree >= m_nPosCapacity && !AllocPosArray(std::max(m_nPosCapacity + m_nPosCapacity / 2, 8)))
-        return 0;
-    return m_iPosFree++;
-}
-
-void QzMarkup::ReleasePos(int iFirst) {
-    // The chain of what is still to be released grows in front by each record's children, so no depth costs
-    // stack.
-    while (iFirst != 0) {
-        ElementPos& pos = Pos(iFirst);
-        const int iReleased = iFirst;
-        iFirst = pos.iElemNext;
-        if (pos.iElemChild != 0) {
-            Pos(pos.iElemLast).iElemNext = iFirst;
-            iFirst = pos.iElemChild;
-        }
-        pos.iElemParent = -1;
-        pos.iElemNext = m_iPosReleased;
-        m_iPosReleased = iReleased;
-    }
-}
-
-void QzMarkup::PosInsert(const Fragment& fragment, int iPosParent, int iPosBefore) {
-    ElementPos& parent = Pos(iPosParent);
-    int& link = iPosBefore != 0 ? Pos(iPosBefore).iElemNext : parent.iElemChild;
-    Pos(fragment.iLast).iElemNext = link;
-    if (link == 0)
-        parent.iElemLast = fragment.iLast;
-    link = fragment.iFirst;
-}
-
-void QzMarkup::SetPos(int iPosParent, int iPos, int iPosChild) {
-    m_iPosParent = iPosParent;
-    m_iPos = iPos;
-    m_iPosChild = iPosChild;
-    m_nNodeType = iPos != 0 ? NodeElement : 0;
+KeldMBString QzMarkup::GetToken(const TokenPos& token) const {
+    return KeldMBString(token.szDoc + token.nL, token.nR - token.nL + 1);
 }
 
 } // namespace Qzc

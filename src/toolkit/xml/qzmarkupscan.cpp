@@ -70,4 +70,14 @@ const char* SkipDeclaration(const char* p) {
     return nullptr;
 }
 
+const char* SkipNode(const char* p) {
+    if (p[1] == '?')
+        return SkipInstruction(p);
+    if (p[1] != '!')
+        return nullptr;
+    if (std::strncmp(p, "<!--", 4) == 0)
+        return SkipComment(p);
+    return std::strncmp(p, "<![CDATA[", 9) == 0 ? SkipCData(p) : SkipDeclaration(p);
+}
+
 } // namespace Qzc::MarkupScan

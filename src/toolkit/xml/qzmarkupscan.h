@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -15,7 +16,9 @@ enum ByteClass : unsigned char {
     Blank = 1,     ///< white space
     Delimiter = 2, ///< ends a token: white space, one of <>=\/?! and the terminator
     Quote = 4,
-    Stop = 8 ///< the parser cannot run over it without a look: < > " ' and the terminator
+    Stop = 8,       ///< the parser cannot run over it without a look: < > " ' and the terminator
+    NameStart = 16, ///< can start a name that is written
+    NamePart = 32   ///< can only follow in one
 };
 
 constexpr std::array<unsigned char, 256> MakeClasses() {
@@ -28,6 +31,13 @@ constexpr std::array<unsigned char, 256> MakeClasses() {
         classes[static_cast<unsigned char>(c)] |= Quote | Stop;
     for (const char c : {'<', '>', '\0'})
         classes[static_cast<unsigned char>(c)] |= Stop;
+    for (int c = 0; c < 256; ++c) {
+        const bool isLetter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+        if (isLetter || c == '_' || c == ':' || c >= 128)
+            classes[static_cast<std::size_t>(c)] |= NameStart;
+        else if ((c >= '0' && c <= '9') || c == '-' || c == '.')
+            classes[static_cast<std::size_t>(c)] |= NamePart;
+    }
     return classes;
 }
 
@@ -134,10 +144,78 @@ inline const char* SkipName(const char* p) {
     return p;
 }
 
+/// The first `c` at or behind `p`, or the terminator; before `readable` sixteen bytes are looked at in one go.
+inline const char* SkipTo(const char* p, const char* readable, char c) {
+#if defined(__SSE2__)
+    for (; readable - p >= 16; p += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i found =
+            _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)), _mm_cmpeq_epi8(bytes, _mm_setzero_si128()));
+        const int stops = _mm_movemask_epi8(found);
+        if (stops != 0)
+            return p + __builtin_ctz(static_cast<unsigned>(stops));
+    }
+#else
+    (void)readable;
+#endif
+    return SkipTo(p, c);
+}
+
+/// An attribute as it stands in a start tag. Where there is no value it is empty and marks its place.
+struct TagAttribute {
+    std::string_view name;
+    std::string_view value; ///< without its quotes
+    bool isQuoted = false;
+    bool hasEqualsSign = false;
+};
+
+/// Takes the next attribute from inside a start tag and moves `p` behind it; false at the tag's end. Bytes before
+/// `readable` may be read beyond the tag.
+inline bool NextAttribute(const char*& p, const char* readable, TagAttribute& attribute) {
+    const auto between = [](const char* start, const char* end) {
+        return std::string_view(start, static_cast<std::size_t>(end - start));
+    };
+    const char* start = SkipBlanks(p);
+    for (; Is(*start, Delimiter | Quote); start = SkipBlanks(start)) {
+        if (*start == '>' || *start == '\0')
+            return false;
+        if (Is(*start, Quote)) {
+            start = SkipTo(start + 1, readable, *start);
+            start += *start != '\0' ? 1 : 0;
+        } else {
+            ++start;
+        }
+    }
+    p = SkipName(start);
+    attribute.name = between(start, p);
+    attribute.value = between(p, p);
+    attribute.isQuoted = false;
+    const char* const sign = SkipBlanks(p);
+    attribute.hasEqualsSign = *sign == '=';
+    if (!attribute.hasEqualsSign)
+        return true;
+    p = sign + 1;
+    const char* value = SkipBlanks(p);
+    attribute.isQuoted = Is(*value, Quote);
+    if (attribute.isQuoted) {
+        const char* const end = SkipTo(value + 1, readable, *value);
+        attribute.value = between(value + 1, end);
+        p = end + (*end != '\0' ? 1 : 0);
+    } else if (!Is(*value, Delimiter)) {
+        const char* const end = SkipName(value);
+        attribute.value = between(value, end);
+        p = end;
+    } else {
+        attribute.value = between(p, p);
+    }
+    return true;
+}
+
 /// At "<!" or "<?": behind the node that starts there, null when it does not end.
 const char* SkipComment(const char* p);
 const char* SkipCData(const char* p);
 const char* SkipInstruction(const char* p);
+const char* SkipNode(const char* p); ///< whichever of them it is
 const char* SkipDeclaration(const char* p); ///< with an internal subset, its quotes, comments and instructions
 
 } // namespace Qzc::MarkupScan

@@ -3,26 +3,49 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "toolkit/xml/qzmarkupscan.h"
 
 namespace Qzc {
 
+namespace {
+
+constexpr std::string_view CDataStart = "<![CDATA[";
+constexpr std::string_view CDataEnd = "]]>";
+
+// What stands for a byte in markup, and its bit in a set of such bytes.
+struct Escape {
+    char c;
+    std::string_view entity;
+};
+constexpr std::array<Escape, 6> Escapes = {
+    {{'<', "&lt;"}, {'&', "&amp;"}, {'>', "&gt;"}, {'\'', "&apos;"}, {'"', "&quot;"}, {'\0', "&#0;"}}};
+
+constexpr std::array<unsigned char, 256> MakeEscapeBits() {
+    std::array<unsigned char, 256> bits{};
+    for (std::size_t i = 0; i < Escapes.size(); ++i)
+        bits[static_cast<unsigned char>(Escapes[i].c)] = static_cast<unsigned char>(1U << i);
+    return bits;
+}
+constexpr std::array<unsigned char, 256> EscapeBits = MakeEscapeBits();
+
+} // namespace
+
 void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view special) {
-    std::array<bool, 256> stops{true}; // the zero byte is one
+    unsigned stops = EscapeBits[0];
     for (const char c : special)
-        stops[static_cast<unsigned char>(c)] = true;
+        stops |= EscapeBits[static_cast<unsigned char>(c)];
     std::size_t copied = 0;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        if (!stops[static_cast<unsigned char>(text[at])])
+        const unsigned bit = EscapeBits[static_cast<unsigned char>(text[at])] & stops;
+        if (bit == 0)
             continue;
         markup.Append(text.substr(copied, at - copied));
-        switch (text[at]) {
-        case '<': markup += "&lt;"; break;
-        case '&': markup += "&amp;"; break;
-        case '>': markup += "&gt;"; break;
-        case '\'': markup += "&apos;"; break;
-        case '"': markup += "&quot;"; break;
-        default: markup += "&#0;"; break;
-        }
+        markup.Append(Escapes[static_cast<std::size_t>(__builtin_ctz(bit))].entity);
         copied = at + 1;
     }
     markup.Append(text.substr(copied));
@@ -75,13 +98,31 @@ bool AppendEntity(std::string& data, std::string_view& text) {
 
 } // namespace
 
-KeldMBString Unescaped(std::string_view text) {
-    std::size_t at = text.find('&');
-    if (at == std::string_view::npos)
-        return KeldMBString(text);
-    std::string data;
-    data.reserve(text.size());
-    for (; at != std::string_view::npos; at = text.find('&')) {
+std::size_t FindReference(std::string_view text) {
+    const void* const found = text.empty() ? nullptr : std::memchr(text.data(), '&', text.size());
+    return found != nullptr ? static_cast<std::size_t>(static_cast<const char*>(found) - text.data()) : text.size();
+}
+
+std::size_t FindMarkup(std::string_view text) {
+    std::size_t at = 0;
+#if defined(__SSE2__)
+    for (; text.size() - at >= 16; at += 16) {
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + at));
+        const __m128i found =
+            _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('&')), _mm_cmpeq_epi8(bytes, _mm_set1_epi8('<')));
+        const int stops = _mm_movemask_epi8(found);
+        if (stops != 0)
+            return at + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(stops)));
+    }
+#endif
+    while (at < text.size() && text[at] != '&' && text[at] != '<')
+        ++at;
+    return at;
+}
+
+void AppendUnescaped(std::string& data, std::string_view text) {
+    std::size_t at = FindReference(text);
+    for (; at != text.size(); at = FindReference(text)) {
         data.append(text.substr(0, at));
         text.remove_prefix(at + 1);
         bool resolved = false;
@@ -97,7 +138,33 @@ KeldMBString Unescaped(std::string_view text) {
             data += '&';
     }
     data.append(text);
+}
+
+KeldMBString Unescaped(std::string_view text) {
+    std::string data;
+    data.reserve(text.size());
+    AppendUnescaped(data, text);
     return KeldMBString(std::move(data));
+}
+
+void AppendContent(std::string& data, std::string_view text) {
+    for (;;) {
+        const std::size_t at = FindMarkup(text);
+        if (at == text.size()) {
+            data.append(text);
+            return;
+        }
+        const std::size_t node = std::min(text.find('<', at), text.size());
+        AppendUnescaped(data, text.substr(0, node));
+        text.remove_prefix(node);
+        const char* const behind = text.empty() ? nullptr : MarkupScan::SkipNode(text.data());
+        const auto length = static_cast<std::size_t>(behind != nullptr ? behind - text.data() : 0);
+        if (length == 0 || length > text.size())
+            return;
+        if (text.substr(0, CDataStart.size()) == CDataStart)
+            data.append(text.substr(CDataStart.size(), length - CDataStart.size() - CDataEnd.size()));
+        text.remove_prefix(length);
+    }
 }
 
 } // namespace Qzc

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,13 @@ void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view
 /// whose characters become UTF-8 bytes whatever the charset. An ampersand that starts neither stands for
 /// itself.
 KeldMBString Unescaped(std::string_view text);
+void AppendUnescaped(std::string& data, std::string_view text);
+
+/// Appends what is data in the text between two tags: character data with its references resolved and CDATA
+/// sections as written, without other nodes.
+void AppendContent(std::string& data, std::string_view text);
+
+std::size_t FindReference(std::string_view text); ///< the first ampersand, or the end
+std::size_t FindMarkup(std::string_view text);    ///< the first ampersand or '<', or the end
 
 } // namespace Qzc

@@ -1,0 +1,114 @@
+#include "toolkit/log/logfilename.h"
+
+#include <charconv>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "stream/qzfile.h"
+#include "toolkit/log/logclock.h"
+
+namespace Qzc {
+
+namespace {
+
+bool TakeOff(std::string_view& text, std::string_view start) {
+    if (text.substr(0, start.size()) != start)
+        return false;
+    text.remove_prefix(start.size());
+    return true;
+}
+
+bool TakeOffEnd(std::string_view& text, std::string_view end) {
+    if (text.size() < end.size() || text.substr(text.size() - end.size()) != end)
+        return false;
+    text.remove_suffix(end.size());
+    return true;
+}
+
+// "2026-11-21_09-00-01"
+bool TakeOffTime(std::string_view& text, KeldTime& time) {
+    constexpr std::string_view Pattern = "dddd-dd-dd_dd-dd-dd";
+    if (text.size() < Pattern.size())
+        return false;
+    int numbers[6] = {};
+    std::size_t number = 0;
+    for (std::size_t i = 0; i < Pattern.size(); ++i) {
+        const bool isDigit = text[i] >= '0' && text[i] <= '9';
+        if (Pattern[i] != 'd' ? text[i] != Pattern[i] : !isDigit)
+            return false;
+        if (Pattern[i] == 'd')
+            numbers[number] = numbers[number] * 10 + (text[i] - '0');
+        else
+            ++number;
+    }
+    text.remove_prefix(Pattern.size());
+    time = KeldTime(numbers[0], numbers[1], numbers[2], numbers[3], numbers[4], numbers[5]);
+    return true;
+}
+
+// "(12)", or nothing
+bool IsNumber(std::string_view text) {
+    if (text.empty())
+        return true;
+    return TakeOff(text, "(") && TakeOffEnd(text, ")") && !text.empty() &&
+           text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+} // namespace
+
+KeldMBString AbsoluteLogPath(const KeldMBString& path) {
+    std::error_code failed;
+    const std::filesystem::path current = std::filesystem::current_path(failed);
+    return failed ? QzFile::ToNativePath(path) : QzFile::GetAbsolutePath(KeldMBString(current.string()), path);
+}
+
+KeldMBString LogFileNames::First(KeldTime now) const {
+    return isDefault ? OfTime(now) : directory + prefix + extension;
+}
+
+KeldMBString LogFileNames::OfTime(KeldTime now) const {
+    if (isDefault)
+        return directory + FormatLogTime(now, "Zp%Y-%m-%d_%H-%M-%S.log", utc);
+    return directory + prefix + FormatLogTime(now, "_%Y-%m-%d_%H-%M-%S", utc) + extension;
+}
+
+std::vector<LogFileNames::Found> LogFileNames::FindAll() const {
+    std::vector<Found> all;
+    std::error_code failed;
+    const std::filesystem::path folder(directory.Cstr());
+    const std::string_view start = isDefault ? std::string_view("Zp") : prefix.View();
+    const std::string_view end = isDefault ? std::string_view(".log") : extension.View();
+    for (std::filesystem::directory_iterator entry(folder, failed), last; !failed && entry != last;
+         entry.increment(failed)) {
+        const std::string name = entry->path().filename().string();
+        std::string_view middle = name;
+        Found found;
+        if (!TakeOff(middle, start) || !TakeOffEnd(middle, end))
+            continue;
+        std::string_view behind = middle;
+        if ((isDefault || TakeOff(behind, "_")) && TakeOffTime(behind, found.time)) {
+            found.hasTime = true;
+            middle = behind;
+        }
+        if (!IsNumber(middle) || (isDefault && !found.hasTime))
+            continue;
+        found.path = directory + KeldMBString(name);
+        all.push_back(std::move(found));
+    }
+    return all;
+}
+
+KeldMBString NumberedLogName(const KeldMBString& path, int number) {
+    if (number == 0)
+        return path;
+    KeldMBString directory;
+    KeldMBString name;
+    KeldMBString extension;
+    QzFile::SplitPath(path, directory, name, extension);
+    KeldMBString text;
+    text.Format("(%d)", number);
+    return directory + name + text + extension;
+}
+
+} // namespace Qzc

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+#include "base/keldmbstring.h"
+#include "base/namespaces.h"
+#include "toolkit/xml/attributememo.h"
+
+namespace Qzc {
+
+/// The text of a document, with a gap where it was edited last: an edit moves only the bytes between the last
+/// one and itself. Offsets count the bytes of the text and know of no gap. All of them are cut to the text.
+///
+/// The bytes before the gap are the start of a KeldMBString, those behind it lie in a buffer of their own. The
+/// string has room for all of them, so that closing the gap for a reader only appends to it: what other readers
+/// see of either side stays where it is. That makes the const operations safe from many threads.
+class MarkupText {
+public:
+    MarkupText() = default;
+    MarkupText(const MarkupText& other) : m_text(other.Whole()), m_front(other.m_length), m_length(other.m_length) {}
+    MarkupText& operator=(const MarkupText&) = delete;
+
+    int GetLength() const { return m_length; }
+    const KeldMBString& Whole() const; ///< without a gap; the same object all the time
+    void Swap(MarkupText& other) noexcept;
+    void Set(KeldMBString text);
+    void Set(std::string_view text); ///< may be a part of Whole()
+
+    /// Puts `insert`, which is no part of the text, in place of `count` bytes. False when the text would grow
+    /// beyond what a string holds.
+    bool Splice(int offset, int count, std::string_view insert);
+
+    /// Takes the gap, when it is inside a range that is about to be read, to the nearer end of the range.
+    void KeepWhole(int left, int right) {
+        if (left < m_front && m_front < right)
+            MoveGap(m_front - left < right - m_front ? left : right);
+    }
+    void Close(); ///< ends the gap
+
+    int Cut(int offset) const { return offset < 0 ? 0 : offset > m_length ? m_length : offset; }
+
+    /// From `left` to before `right`, in one piece. Behind it more of the text follows, and somewhere a
+    /// terminator.
+    std::string_view Range(int left, int right) const {
+        left = Cut(left);
+        right = Cut(right);
+        if (right <= left)
+            return std::string_view(At(left), 0);
+        const char* const start = left < m_front && m_front < right ? Whole().Cstr() + left : At(left);
+        return std::string_view(start, static_cast<std::size_t>(right - left));
+    }
+    const char* At(int offset) const {
+        offset = Cut(offset);
+        return offset < m_front || m_tailLength == 0 ? m_text.Cstr() + offset : m_tail + (offset - m_front);
+    }
+    /// The end of the piece that `offset` lies in.
+    const char* PieceEnd(int offset) const {
+        return Cut(offset) < m_front || m_tailLength == 0 ? m_text.Cstr() + m_front : m_tail + m_tailLength;
+    }
+    KeldMBString Copy(int left, int right) const; ///< from `left` to before `right`
+
+    /// The number of line feeds before an offset, and the offset behind the last of them.
+    void CountLines(int offset, int& lines, int& lineStart) const;
+
+    std::uint64_t Changes() const { return m_changes; } ///< another number after every change
+    AttributeMemo& Memo() const { return m_memo; }      ///< of the text as it stands
+
+private:
+    enum class Joined { No, Joining, Yes }; ///< whether the string has the bytes behind the gap, too
+
+    void Changed() {
+        ++m_changes;
+        m_memo.Forget();
+    }
+    void Part(); ///< takes the bytes behind the gap from the string again
+    void MoveGap(int offset);
+    void MakeRoomInTail(int count);
+    void MakeRoomInText();
+    void DropTail();
+    std::string_view Front() const { return std::string_view(m_text.Cstr(), static_cast<std::size_t>(m_front)); }
+    std::string_view Tail() const { return std::string_view(m_tail, static_cast<std::size_t>(m_tailLength)); }
+
+    mutable KeldMBString m_text;
+    int m_front = 0; ///< bytes before the gap
+    int m_length = 0;
+    int m_room = 0;                      ///< the string holds as many bytes without moving
+    std::unique_ptr<char[]> m_tailBytes; ///< right-aligned, then a terminator
+    int m_tailRoom = 0;
+    const char* m_tail = "";
+    int m_tailLength = 0;
+    std::uint64_t m_changes = 0;
+    mutable std::atomic<Joined> m_joined{Joined::No};
+    mutable AttributeMemo m_memo;
+};
+
+} // namespace Qzc

@@ -1,0 +1,446 @@
+// QzMarkup's editing: from markup and texts to splices of the text and changes of the records.
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+#include "toolkit/qzmarkup.h"
+#include "toolkit/xml/attributenames.h"
+#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupscan.h"
+#include "toolkit/xml/xmltext.h"
+
+namespace Qzc {
+
+using namespace MarkupScan;
+
+namespace {
+
+constexpr const char* LineEnd = "\r\n";
+constexpr std::string_view ElementSpecial = "<&>";
+constexpr std::string_view AttributeSpecial = "<&>'\"";
+
+std::string_view View(const char* text) {
+    return text != nullptr ? text : std::string_view();
+}
+
+} // namespace
+
+// ---- Editing
+
+unsigned char QzMarkup::IsName(const char* szName) {
+    const std::string_view name = View(szName);
+    for (const char* p = name.data(); p != name.data() + name.size(); ++p) {
+        if (!Is(*p, p == name.data() ? NameStart : NameStart | NamePart) && !IsSecondByte(name.data(), p))
+            return 0;
+    }
+    return name.empty() ? 0 : 1;
+}
+
+unsigned char QzMarkup::AddElem(const char* szName, const char* szData) {
+    return AddElem(szName, szData, 0, 0);
+}
+
+unsigned char QzMarkup::InsertElem(const char* szName, const char* szData) {
+    return AddElem(szName, szData, 1, 0);
+}
+
+unsigned char QzMarkup::AddChildElem(const char* szName, const char* szData) {
+    return AddElem(szName, szData, 0, 1);
+}
+
+unsigned char QzMarkup::InsertChildElem(const char* szName, const char* szData) {
+    return AddElem(szName, szData, 1, 1);
+}
+
+unsigned char QzMarkup::AddSubDoc(const char* szSubDoc) {
+    return AddSubDoc(szSubDoc, 0, 0);
+}
+
+unsigned char QzMarkup::InsertSubDoc(const char* szSubDoc) {
+    return AddSubDoc(szSubDoc, 1, 0);
+}
+
+unsigned char QzMarkup::AddChildSubDoc(const char* szSubDoc) {
+    return AddSubDoc(szSubDoc, 0, 1);
+}
+
+unsigned char QzMarkup::InsertChildSubDoc(const char* szSubDoc) {
+    return AddSubDoc(szSubDoc, 1, 1);
+}
+
+unsigned char QzMarkup::SetAttrib(const char* szAttrib, const char* szValue) {
+    return SetAttrib(m_iPos, szAttrib, szValue);
+}
+
+unsigned char QzMarkup::SetAttrib(const char* szAttrib, int nValue) {
+    return SetAttrib(m_iPos, szAttrib, nValue);
+}
+
+unsigned char QzMarkup::SetChildAttrib(const char* szAttrib, const char* szValue) {
+    return SetAttrib(m_iPosChild, szAttrib, szValue);
+}
+
+unsigned char QzMarkup::SetChildAttrib(const char* szAttrib, int nValue) {
+    return SetAttrib(m_iPosChild, szAttrib, nValue);
+}
+
+unsigned char QzMarkup::AddChildAttrib(const char* szAttrib, const char* szValue) {
+    return SetChildAttrib(szAttrib, szValue);
+}
+
+unsigned char QzMarkup::AddChildAttrib(const char* szAttrib, int nValue) {
+    return SetChildAttrib(szAttrib, nValue);
+}
+
+unsigned char QzMarkup::SetData(const char* szData, int nCDATA) {
+    return SetData(m_iPos, szData, nCDATA);
+}
+
+unsigned char QzMarkup::SetChildData(const char* szData, int nCDATA) {
+    return SetData(m_iPosChild, szData, nCDATA);
+}
+
+unsigned char QzMarkup::SetRealData(const char* szData) {
+    return SetRealData(m_iPos, szData);
+}
+
+unsigned char QzMarkup::RemoveElem() {
+    if (m_nNodeType != NodeElement)
+        return 0;
+    const int iPosParent = m_iPosParent;
+    SetPos(iPosParent, RemoveElem(m_iPos), 0);
+    return 1;
+}
+
+unsigned char QzMarkup::RemoveChildElem() {
+    if (m_iPosChild == 0)
+        return 0;
+    m_iPosChild = RemoveElem(m_iPosChild);
+    return 1;
+}
+
+unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned char bInsert,
+                                unsigned char bAddChild) {
+    const std::string_view name = View(szName);
+    const std::string_view data = View(szData);
+    if (!IsName(szName) || data.size() > MaxValueLength)
+        return 0;
+    KeldMBString& markup = Scratch();
+    markup.Append("<").Append(name).Append(data.empty() ? "/>" : ">");
+    ElementPos only{};
+    only.nStartR = markup.GetLength() - 1;
+    if (!data.empty()) {
+        AppendEscaped(markup, data, ElementSpecial);
+        only.nEndL = markup.GetLength();
+        markup.Append("</").Append(name).Append(">");
+    }
+    only.nEndR = markup.GetLength() - 1;
+    markup.Append(std::string_view(LineEnd));
+    // Where the text may have grown beyond what a string holds, the parser finds out.
+    const bool whole = markup.GetLength() <= KeldMBString::MaxLength / 2;
+    return InsertMarkup(markup, bInsert, bAddChild, whole ? &only : nullptr);
+}
+
+unsigned char QzMarkup::AddSubDoc(const char* szSubDoc, unsigned char bInsert, unsigned char bAddChild) {
+    std::string_view text = View(szSubDoc);
+    if (text.size() > KeldMBString::MaxLength - 2)
+        return 0;
+    if (text.substr(0, 6) == "<?xml " && text.find("?>") != std::string_view::npos) {
+        text.remove_prefix(text.find("?>") + 2);
+        text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
+    }
+    KeldMBString markup(text);
+    if (!text.empty() && text.back() != '\n')
+        markup += LineEnd;
+    return InsertMarkup(markup, bInsert, bAddChild);
+}
+
+unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bInsert, unsigned char bAddChild,
+                                     const ElementPos* only) {
+    if (bAddChild && m_nNodeType != NodeElement)
+        return 0;
+    const int iPosParent = bAddChild ? m_iPos : m_iPosParent;
+    const int iPosRel = bAddChild ? m_iPosChild : m_iPos;
+    if (iPosParent == 0)
+        return InsertTopMarkup(text);
+
+    const int iPosBefore =
+        bInsert ? (iPosRel != 0 ? PreviousSibling(iPosRel) : 0) : (iPosRel != 0 ? iPosRel : Pos(iPosParent).iElemLast);
+    Fragment fragment;
+    if (IsEmptyElement(iPosParent)) {
+        if (!ReplaceContent(iPosParent, KeldMBString(LineEnd) + text, true))
+            return 0;
+        fragment.iLast = Pos(iPosParent).iElemLast;
+    } else {
+        const int nLeft = LocateNew(iPosParent, iPosRel, bInsert);
+        if (only != nullptr) {
+            const int iPos = GetFreePos();
+            if (iPos == 0)
+                return 0;
+            Pos(iPos) =
+                ElementPos{nLeft, only->nStartR + nLeft, only->nEndL + nLeft, only->nEndR + nLeft, 0, iPosParent, 0, 0};
+            fragment = {iPos, iPos, 1};
+        } else if (!ParseFragment(text, nLeft, iPosParent, fragment) || fragment.nCount == 0) {
+            return 0;
+        }
+        if (!Splice(nLeft, 0, text.View())) {
+            ReleasePos(fragment.iFirst);
+            return 0;
+        }
+        PosInsert(fragment, iPosParent, iPosBefore);
+        Adjust(fragment.iLast, text.GetLength(), 1);
+        m_text->KeepWhole(EndR(fragment.iLast) + 1, TagOffset(m_fromEnd));
+    }
+    if (bAddChild)
+        m_iPosChild = fragment.iLast;
+    else
+        SetPos(m_iPosParent, fragment.iLast, 0);
+    return 1;
+}
+
+// A document has one top element, and what may stand around it depends on text that has no records: so the
+// whole is parsed afresh, which it is once in its life.
+unsigned char QzMarkup::InsertTopMarkup(const KeldMBString& text) {
+    Fragment fragment;
+    if (IsWellFormed() || !ParseFragment(text, 0, 0, fragment))
+        return 0;
+    ReleasePos(fragment.iFirst);
+    const int length = m_text->GetLength();
+    if (fragment.nCount != 1 || !Splice(length, 0, text.View()))
+        return 0;
+    KeldMBString kept = m_strError;
+    const int nKept = m_nErrorAt;
+    const bool parsed = ParseTree() && Pos(Pos(0).iElemChild).nStartL >= length;
+    m_strError = std::move(kept);
+    m_nErrorAt = nKept;
+    if (!parsed) {
+        Pos(0) = ElementPos{};
+        m_iPosFree = 1;
+        m_iPosReleased = 0;
+        Splice(length, text.GetLength(), std::string_view());
+        return 0;
+    }
+    SetPos(0, Pos(0).iElemChild, 0);
+    return 1;
+}
+
+unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, int nValue) {
+    KeldMBString value;
+    value.Format("%d", nValue);
+    return SetAttrib(iPos, szAttrib, value.Cstr());
+}
+
+unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* szValue) {
+    const std::string_view name = View(szAttrib);
+    if (iPos == 0 || !IsName(szAttrib) || View(szValue).size() > MaxValueLength)
+        return 0;
+    KeldMBString& text = Scratch();
+    const int nLeftOfTag = StartL(iPos);
+    int nLeft = 0;
+    int nReplace = 0;
+    Attribute attribute;
+    const bool found = FindOrNote(iPos, name, attribute);
+    if (found) {
+        const int quote = attribute.m_isQuoted ? 1 : 0;
+        const char* const tag = m_text->Range(nLeftOfTag, StartR(iPos) + 1).data();
+        nLeft = nLeftOfTag + static_cast<int>(attribute.m_value.data() - tag) - quote;
+        nReplace = static_cast<int>(attribute.m_value.size()) + 2 * quote;
+        if (!attribute.m_hasEqualsSign)
+            text.Append("=");
+    } else {
+        nLeft = TagBodyEnd(iPos);
+        // An attribute that was left without its value must not take this one's name for it.
+        const bool openValue = nLeft > 0 && *m_text->At(nLeft - 1) == '=';
+        text.Append(openValue ? "\"\" " : " ").Append(name).Append("=");
+    }
+    text.Append("\"");
+    AppendEscaped(text, View(szValue), AttributeSpecial);
+    text.Append("\"");
+    if (!Splice(nLeft, nReplace, text.View()))
+        return 0;
+    const int nShift = text.GetLength() - nReplace;
+    ElementPos& pos = Pos(iPos);
+    pos.nStartR += nShift;
+    if (IsEmptyElement(iPos))
+        pos.nEndR += nShift;
+    TellFromEnd(TagBehind({iPos, false}), nShift);
+    m_text->KeepWhole(nLeftOfTag, pos.nStartR + 1);
+    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos)
+        m_attributeNames->nChanges = m_text->Changes();
+    return 1;
+}
+
+bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute) {
+    constexpr int Many = 64;
+    const bool noted = m_attributeNames != nullptr && m_attributeNames->iPos == iPos &&
+                       m_attributeNames->nChanges == m_text->Changes();
+    if (noted && m_attributeNames->names.emplace(name).second)
+        return false;
+    int count = 0;
+    for (const Attribute& one : AttributesOf(iPos)) {
+        ++count;
+        if (one.m_name == name) {
+            attribute = one;
+            return true;
+        }
+    }
+    if (count >= Many) {
+        m_attributeNames = std::make_unique<AttributeNames>();
+        m_attributeNames->iPos = iPos;
+        for (const Attribute& one : AttributesOf(iPos))
+            m_attributeNames->names.emplace(one.m_name);
+        m_attributeNames->names.emplace(name);
+    } else {
+        m_attributeNames.reset();
+    }
+    return false;
+}
+
+unsigned char QzMarkup::SetData(int iPos, const char* szData, int nCDATA) {
+    if (View(szData).size() > MaxValueLength)
+        return 0;
+    KeldMBString& content = Scratch();
+    if (nCDATA == 0 || !CreateNode(content, NodeCData, szData))
+        AppendEscaped(content, View(szData), ElementSpecial);
+    return ReplaceContent(iPos, content);
+}
+
+unsigned char QzMarkup::SetRealData(int iPos, const char* szData) {
+    return View(szData).size() <= KeldMBString::MaxLength ? ReplaceContent(iPos, KeldMBString(szData)) : 0;
+}
+
+unsigned char QzMarkup::ReplaceContent(int iPos, const KeldMBString& content, bool bNeedsElement) {
+    if (iPos == 0)
+        return 0;
+    const bool empty = IsEmptyElement(iPos);
+    const int nLeft = empty ? TagBodyEnd(iPos) : StartR(iPos) + 1;
+    const int nReplace = (empty ? StartR(iPos) + 1 : EndL(iPos)) - nLeft;
+    const int nContent = empty ? nLeft + 1 : nLeft;
+    Fragment fragment;
+    if (!ParseFragment(content, nContent, iPos, fragment) || (bNeedsElement && fragment.nCount == 0))
+        return 0;
+    KeldMBString opened;
+    if (empty)
+        opened.Append(">").Append(content.View()).Append("</").Append(TagName(iPos)).Append(">");
+    const std::string_view text = empty ? opened.View() : content.View();
+    if (!Splice(nLeft, nReplace, text)) {
+        ReleasePos(fragment.iFirst);
+        return 0;
+    }
+    const int nShift = static_cast<int>(text.size()) - nReplace;
+    ReleaseChildren(iPos);
+    ElementPos& pos = Pos(iPos);
+    pos.iElemChild = fragment.iFirst;
+    pos.iElemLast = fragment.iLast;
+    if (empty) {
+        pos.nStartR = nLeft;
+        pos.nEndL = nContent + content.GetLength();
+        pos.nEndR = nLeft + static_cast<int>(text.size()) - 1;
+        Adjust(iPos, nShift, 1);
+    } else {
+        TellFromEnd({iPos, true}, nShift);
+    }
+    return 1;
+}
+
+int QzMarkup::RemoveElem(int iPos) {
+    if (iPos == 0)
+        return 0;
+    const int iPosBefore = PreviousSibling(iPos);
+    int nLeft = m_text->Cut(StartL(iPos));
+    int nRight = m_text->Cut(EndR(iPos) + 1); // the first byte that stays
+    const auto before = [&](int n) { return n > 0 ? *m_text->At(n - 1) : '\n'; };
+    int nLine = nLeft;
+    while (before(nLine) == ' ' || before(nLine) == '\t')
+        --nLine;
+    const int nNextLine = SkipLineEnd(nRight);
+    if (nNextLine != nRight && before(nLine) == '\n') { // alone on its line
+        nLeft = nLine;
+        nRight = nNextLine;
+    }
+    Splice(nLeft, nRight - nLeft, std::string_view());
+
+    const int iPosParent = Pos(iPos).iElemParent;
+    const int iPosBehind = Pos(iPos).iElemNext;
+    Adjust(iPos, nLeft - nRight, 1);
+    (iPosBefore != 0 ? Pos(iPosBefore).iElemNext : Pos(iPosParent).iElemChild) = iPosBehind;
+    if (Pos(iPosParent).iElemLast == iPos)
+        Pos(iPosParent).iElemLast = iPosBefore;
+    SetPrevious(iPosBehind, iPosBefore);
+    Pos(iPos).iElemNext = 0;
+    ReleasePos(iPos);
+    if (iPosParent == 0) { // what stood behind the top element may hold another
+        KeldMBString kept = m_strError;
+        m_mapSavedPos.RemoveAll();
+        ParseTree();
+        m_strError = std::move(kept);
+        m_nErrorAt = -1;
+        return iPosBefore;
+    }
+    m_text->KeepWhole((iPosBefore != 0 ? EndR(iPosBefore) : StartR(iPosParent)) + 1, TagOffset(m_fromEnd));
+    return iPosBefore;
+}
+
+int QzMarkup::LocateNew(int iPosParent, int iPosRel, unsigned char bInsert) const {
+    if (iPosRel != 0)
+        return bInsert ? StartL(iPosRel) : SkipLineEnd(EndR(iPosRel) + 1);
+    return bInsert ? SkipLineEnd(StartR(iPosParent) + 1) : EndL(iPosParent);
+}
+
+int QzMarkup::SkipLineEnd(int nOffset) const {
+    int n = nOffset;
+    while (*m_text->At(n) == ' ' || *m_text->At(n) == '\t')
+        ++n;
+    if (*m_text->At(n) == '\r' && *m_text->At(n + 1) == '\n')
+        ++n;
+    return m_text->Cut(*m_text->At(n) == '\n' ? n + 1 : nOffset);
+}
+
+int QzMarkup::TagBodyEnd(int iPos) const {
+    const int nFirst = m_text->Cut(StartL(iPos) + 1);
+    int nEnd = m_text->Cut(StartR(iPos));
+    // An empty element's slash may follow other slashes, which must not stay behind to end an opened tag.
+    const bool empty = IsEmptyElement(iPos);
+    const auto isFiller = [empty](char c) { return Is(c, Blank) || (empty && c == '/'); };
+    while (nEnd > nFirst && isFiller(*m_text->At(nEnd - 1)))
+        --nEnd;
+    return nEnd;
+}
+
+KeldMBString& QzMarkup::Scratch() {
+    constexpr int Small = 1 << 16; // what is larger is not kept
+    if (m_strScratch.GetLength() > Small)
+        m_strScratch = KeldMBString();
+    m_strScratch.Empty();
+    return m_strScratch;
+}
+
+void QzMarkup::ReleaseChildren(int iPos) {
+    if (Pos(iPos).iElemChild == 0)
+        return;
+    ReleasePos(Pos(iPos).iElemChild);
+    if (IsReleased(m_iPosChild))
+        m_iPosChild = 0;
+}
+
+// ---- What is written
+
+KeldMBString QzMarkup::TextToDoc(const char* szText, unsigned char bAttrib) const {
+    const std::string_view text = View(szText);
+    KeldMBString escaped;
+    escaped.Reserve(static_cast<int>(std::min<std::size_t>(text.size() + text.size() / 10, KeldMBString::MaxLength)));
+    AppendEscaped(escaped, text, bAttrib ? AttributeSpecial : ElementSpecial);
+    return escaped;
+}
+
+unsigned char QzMarkup::CreateNode(KeldMBString& strNode, int nNodeType, const char* szText) {
+    const std::string_view text = View(szText);
+    if (nNodeType != NodeCData || text.find("]]>") != std::string_view::npos)
+        return 0;
+    strNode = "<![CDATA[";
+    strNode.Append(text).Append("]]>");
+    return 1;
+}
+
+} // namespace Qzc
