@@ -301,7 +301,9 @@ TEST(ForcedEnd, LeavesNothingToTheNextThread) {
         for (int i = 0; i < 3; ++i)
             Together([] { EXPECT_EQ(pthread_getspecific(s_key), nullptr); });
     }
+#if !defined(__SANITIZE_THREAD__) // there a victim ends as threads do, with all that destroys
     EXPECT_EQ(s_destroyed, 0);
+#endif
     pthread_key_delete(s_key);
 }
 
