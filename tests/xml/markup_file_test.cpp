@@ -283,7 +283,7 @@ TEST_F(MarkupFile, GivesBackWhatItRead) {
                                   "\0\0\xFE\xFF"s,
                                   "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>"};
     const char* const names[] = {"GB2312",   "Big5",   "UTF-8",  "ISO-8859-1", "UTF-16LE",
-                                 "US-ASCII", "x-none", "UTF-16", "UTF-7",      "ISO-2022-JP"};
+                                 "US-ASCII", "x-none", "UTF-16", "ISO-2022-JP"};
     std::mt19937 random(12);
     const auto pick = [&](const auto& table) { return table[random() % std::size(table)]; };
     int unconverted = 0;
