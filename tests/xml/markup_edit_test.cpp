@@ -132,6 +132,7 @@ TEST(MarkupEdit, RefusesWhatIsTooLong) {
     }
     const RepeatedText text(std::size_t{1} << 31);
     EXPECT_FALSE(markup.SetRealData(text.Cstr()) || markup.AddChildSubDoc(text.Cstr()) || markup.SetDoc(text.Cstr()));
+    EXPECT_FALSE(markup.GetError().IsEmpty());
     EXPECT_EQ(markup.GetDoc(), "<p><c/></p>");
     EXPECT_EQ(markup.GetChildTagName(), "c");
     EXPECT_TRUE(markup.RecordsMatchText());
