@@ -121,7 +121,7 @@ private:
 
     bool Convert(char conversion, Spec& spec) {
         switch (conversion) {
-        case '%': m_text += '%'; return m_at[-2] == '%';
+        case '%': Append("%"); return m_at[-2] == '%';
         case 'd':
         case 'i': PrintSigned(spec); return true;
         case 'u': PrintUnsigned(spec, 10); return true;
