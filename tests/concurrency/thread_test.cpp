@@ -625,7 +625,7 @@ TEST(Locks, SemaphoreWaitsForATime) {
     std::atomic<int> taken{0};
     const auto take = [&] {
         while (taken < 3000) {
-            if (semaphore.TimedWait(taken % 2))
+            if (semaphore.TimedWait(taken % 2 == 0 ? 0 : 1))
                 ++taken;
         }
     };

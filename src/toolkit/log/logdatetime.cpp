@@ -1,7 +1,6 @@
 #include "toolkit/log/logdatetime.h"
 
 #include <algorithm>
-#include <charconv>
 #include <ctime>
 #include <limits>
 
@@ -125,10 +124,13 @@ bool TakeNumber(std::string_view& text, int digits, bool isSigned, std::int64_t&
     const std::size_t sign = isSigned && !text.empty() && text[0] == '-' ? 1 : 0;
     std::size_t end = sign;
     const std::size_t limit = std::min(text.size(), sign + static_cast<std::size_t>(digits));
-    while (end < limit && IsDigit(text[end]))
-        ++end;
-    if (end == sign || std::from_chars(text.data(), text.data() + end, value).ec != std::errc())
+    value = 0;
+    for (; end < limit && IsDigit(text[end]); ++end) // 18 at most
+        value = value * 10 + (text[end] - '0');
+    if (end == sign)
         return false;
+    if (sign != 0)
+        value = -value;
     text.remove_prefix(end);
     return true;
 }
@@ -160,6 +162,13 @@ bool TakeZoneName(std::string_view& text, std::string_view& name) {
 
 LogDateTimeReader::LogDateTimeReader(const KeldMBString& format, bool utc) : m_utc(utc), m_plainDay(NoDay) {
     Compile(format.Cstr());
+    if (m_pieces.empty())
+        return;
+    const Piece& first = m_pieces[0];
+    if (first.form == Form::Number && !first.padded && first.field != Epoch)
+        m_start = '0';
+    else if (!first.literal.empty() && !IsDigit(first.literal[0]))
+        m_start = first.literal[0];
 }
 
 void LogDateTimeReader::AddLiteral(std::string_view text) {

@@ -28,6 +28,11 @@ public:
     /// without need ("%I:%M" is only coarse, "%s%Y" runs together) or the C library writes what is unknown here.
     static bool CanRead(const KeldMBString& format, bool utc);
 
+    /// Whether a time may start with a text; cheap, for the many lines at which none does.
+    bool MayStart(std::string_view text) const {
+        return m_start == '\0' ||
+               (!text.empty() && (m_start == '0' ? text[0] >= '0' && text[0] <= '9' : text[0] == m_start));
+    }
     /// Takes a time off the start of the text. False, and nothing is changed, when none stands there.
     bool Read(std::string_view& text, LogMoment& moment);
 
@@ -92,6 +97,7 @@ private:
     std::vector<Piece> m_pieces;
     bool m_utc; ///< else local time
     bool m_readable = true;
+    char m_start = '\0'; ///< what every time starts with: '0' for any digit, '\0' for this and that
 
     // Items come many to the second, and many seconds to the day.
     std::string m_lastText;

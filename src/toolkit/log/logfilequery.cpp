@@ -80,11 +80,10 @@ void LogFileQuery::Read(QzFile& file, std::int64_t position, std::int64_t length
     else
         reader = std::make_unique<LogLineReader>(m_lineFormat, m_dateTimeFormat, m_utc);
     LogFileReader items(file, *reader);
-    const auto take = [this](LogReading& reading) { return m_search.Take(reading); };
     const auto step = [this](std::int64_t bytes) { return Step(bytes); };
     // In a file that is being overwritten the oldest items stand behind the newest.
-    if (items.Read(0, position, take, step) && position < length)
-        items.Read(position, length, take, step);
+    if (items.Read(0, position, m_search, step) && position < length)
+        items.Read(position, length, m_search, step);
     m_complete = m_complete && items.IsComplete();
 }
 

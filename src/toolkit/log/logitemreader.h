@@ -16,6 +16,14 @@ struct LogReading : LogRecord {
     LogMoment moment;       ///< what the time is made of
 };
 
+/// Values that an item's start tells for good.
+struct LogKnown {
+    bool time = false;
+    bool level = false;
+    bool resID = false;
+    bool threadID = false;
+};
+
 /// Reads items in one of the log's two forms. One thread at a time.
 class LogItemReader {
 public:
@@ -28,6 +36,10 @@ public:
     virtual bool KnowsStart() const = 0;
     /// Whether an item may start where the text does, a line's start.
     virtual bool StartsItem(std::string_view text) = 0;
+    /// What the start told; null when that takes to read the item. What stands behind it may change it, unless it is
+    /// known for good.
+    virtual const LogReading* Start() const { return nullptr; }
+    virtual LogKnown KnownAtStart() const { return {}; }
     /// Reads the item that is all of `text`, of which the last question was asked.
     virtual bool Read(std::string_view text, LogReading& reading) = 0;
 };

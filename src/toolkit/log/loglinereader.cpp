@@ -12,6 +12,18 @@ bool IsFreeText(Field field) {
     return field == Field::Message || field == Field::CodeFile;
 }
 
+// Literals are a few bytes long.
+bool TakeOff(std::string_view& text, const std::string& start) {
+    if (text.size() < start.size())
+        return false;
+    for (std::size_t i = 0; i < start.size(); ++i) {
+        if (text[i] != start[i])
+            return false;
+    }
+    text.remove_prefix(start.size());
+    return true;
+}
+
 // Items are searched backwards, a few bytes at a time: what std::string_view does for each byte is too much.
 std::size_t FindBackwards(std::string_view text, std::string_view what, std::size_t from) {
     if (what.size() > text.size())
@@ -36,8 +48,22 @@ LogLineReader::LogLineReader(const KeldMBString& format, const KeldMBString& dat
                                       [&](std::size_t piece) { return pieces[piece].field == Field::Message; });
     m_message = static_cast<std::size_t>(message - m_freeTexts.begin());
     m_headTells = message != m_freeTexts.end() && *message > m_message;
+    const auto count = [&](Field field) {
+        return std::count_if(pieces.begin(), pieces.end(), [&](const auto& piece) { return piece.field == field; });
+    };
+    m_repeats = std::any_of(pieces.begin(), pieces.end(), [&](const auto& piece) { return count(piece.field) > 1; });
+    m_known = {IsKnown(Field::DateTime), IsKnown(Field::Level), IsKnown(Field::ResID), IsKnown(Field::ThreadID)};
+    m_startsWithTime = !pieces.empty() && pieces[0].field == Field::DateTime && pieces[0].literal.empty();
     m_starts.resize(m_freeTexts.size());
     m_ends.resize(m_freeTexts.size());
+}
+
+// Whether a value stands in front of the message, or nowhere.
+bool LogLineReader::IsKnown(Field field) const {
+    const auto& pieces = m_layout.Pieces();
+    const std::size_t message = m_message < m_freeTexts.size() ? m_freeTexts[m_message] : 0;
+    return std::none_of(pieces.begin() + static_cast<std::ptrdiff_t>(message), pieces.end(),
+                        [&](const auto& piece) { return piece.field == field; });
 }
 
 const std::string& LogLineReader::Literal(std::size_t piece) const {
@@ -67,15 +93,15 @@ bool LogLineReader::ReadValue(Field field, std::string_view& text, LogReading& r
 
 bool LogLineReader::StartsItem(std::string_view text) {
     const auto& pieces = m_layout.Pieces();
+    if (m_startsWithTime && !m_dateTime.MayStart(text))
+        return false;
     const std::size_t message = m_message < m_freeTexts.size() ? m_freeTexts[m_message] : pieces.size();
     std::string_view rest = text;
     m_head = LogReading();
     std::size_t freeText = 0;
     for (std::size_t piece = 0; piece <= message; ++piece) {
-        const std::string& literal = Literal(piece);
-        if (rest.substr(0, literal.size()) != literal)
+        if (!TakeOff(rest, Literal(piece)))
             return false;
-        rest.remove_prefix(literal.size());
         if (piece == message)
             break;
         if (pieces[piece].field == Field::CodeFile) {
@@ -101,10 +127,8 @@ std::size_t LogLineReader::ReadFixed(std::size_t stretch, std::string_view text,
     const auto& pieces = m_layout.Pieces();
     std::string_view rest = text.substr(at);
     for (std::size_t piece = stretch == 0 ? 0 : m_freeTexts[stretch - 1] + 1;; ++piece) {
-        const std::string& literal = Literal(piece);
-        if (rest.substr(0, literal.size()) != literal)
+        if (!TakeOff(rest, Literal(piece)))
             return No;
-        rest.remove_prefix(literal.size());
         if (piece == pieces.size())
             return rest.empty() ? text.size() : No;
         if (IsFreeText(pieces[piece].field))
@@ -132,18 +156,17 @@ std::size_t LogLineReader::FindFixed(std::size_t stretch, std::string_view text,
 }
 
 // What stands behind the message, each stretch at the last place where it and all behind it fit.
-bool LogLineReader::FindTail(std::string_view text, std::size_t from) {
+bool LogLineReader::FindTail(std::string_view text, std::size_t from, LogReading& reading) {
     std::size_t latest = text.size();
     for (std::size_t stretch = m_freeTexts.size(); stretch > m_message; --stretch) {
         const std::string& literal = Literal(m_freeTexts[stretch - 1] + 1);
-        LogReading ignored;
         std::size_t at = latest;
         std::size_t end = No;
         for (;; --at) {
             at = FindBackwards(text, literal, at);
             if (at == std::string_view::npos || at < from)
                 return false;
-            end = ReadFixed(stretch, text, at, ignored);
+            end = ReadFixed(stretch, text, at, reading);
             if (end != No && end <= latest)
                 break;
             if (at == 0)
@@ -181,22 +204,23 @@ bool LogLineReader::Read(std::string_view text, LogReading& reading) {
             return false;
         reading = m_head;
         m_starts[m_message] = m_headEnd;
-        bool ends = FindTail(text, m_headEnd);
+        bool ends = FindTail(text, m_headEnd, reading);
         if (!ends) { // it may have empty lines behind it, which are nobody's
             const std::string_view bare = text.substr(0, text.find_last_not_of("\r\n") + 1);
-            ends = bare.size() < text.size() && bare.size() >= m_headEnd && FindTail(bare, m_headEnd);
+            ends = bare.size() < text.size() && bare.size() >= m_headEnd && FindTail(bare, m_headEnd, reading);
             if (ends)
                 text = bare;
         }
         if (!ends) {
             if (!m_headTells)
                 return false;
+            reading = m_head; // without what was tried
             reading.message = text.substr(m_headEnd);
             if (m_message > 0)
                 reading.codeFile = text.substr(m_starts[0], m_ends[0] - m_starts[0]);
             return true;
         }
-        for (std::size_t stretch = m_message + 1; stretch <= count; ++stretch)
+        for (std::size_t stretch = m_message + 1; m_repeats && stretch <= count; ++stretch) // the last one counts
             ReadFixed(stretch, text, m_ends[stretch - 1], reading);
     }
     for (std::size_t i = count; i-- > 0;) {

@@ -22,6 +22,8 @@ public:
 
     bool KnowsStart() const override;
     bool StartsItem(std::string_view text) override;
+    const LogReading* Start() const override { return &m_head; }
+    LogKnown KnownAtStart() const override { return m_known; }
     /// An item whose end does not fit, one that was cut off or that holds another's start, is read all the same if its
     /// start told enough: all behind that is its message.
     bool Read(std::string_view text, LogReading& reading) override;
@@ -33,7 +35,8 @@ private:
     bool ReadValue(LogLayout::Field field, std::string_view& text, LogReading& reading);
     std::size_t ReadFixed(std::size_t stretch, std::string_view text, std::size_t at, LogReading& reading);
     std::size_t FindFixed(std::size_t stretch, std::string_view text, std::size_t from, LogReading& reading);
-    bool FindTail(std::string_view text, std::size_t from);
+    bool FindTail(std::string_view text, std::size_t from, LogReading& reading);
+    bool IsKnown(LogLayout::Field field) const;
     bool ReadAll(std::string_view text, LogReading& reading);
 
     LogLayout m_layout;
@@ -41,6 +44,9 @@ private:
     std::vector<std::size_t> m_freeTexts; ///< the pieces that are
     std::size_t m_message;                ///< which of these is the message; their number if none is
     bool m_headTells = false;             ///< a value stands in front of the message
+    bool m_repeats = false;               ///< a value stands there twice
+    bool m_startsWithTime = false;
+    LogKnown m_known;
 
     LogReading m_head;                         ///< what the last start told
     std::size_t m_headEnd = 0;                 ///< where its message starts

@@ -48,7 +48,7 @@ unsigned char QzLogFile::Query(const QzLogQueryDef& query, KeldArray<QzLogItem>&
             waiting.push_back(record);
             return true;
         });
-        for (auto record = waiting.rbegin(); record != waiting.rend() && search->Search().Take(*record);)
+        for (auto record = waiting.rbegin(); record != waiting.rend() && search->Search().TakeRecord(*record);)
             ++record;
         isOpen = state.m_output.IsOpen();
         if (isOpen) {

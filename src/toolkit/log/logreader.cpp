@@ -15,8 +15,8 @@ constexpr std::int64_t NoEnd = -1;
 
 } // namespace
 
-bool LogFileReader::Read(std::int64_t from, std::int64_t to, const Visitor& visit, const Progress& progress) {
-    m_visit = &visit;
+bool LogFileReader::Read(std::int64_t from, std::int64_t to, LogItemVisitor& visitor, const Progress& progress) {
+    m_visitor = &visitor;
     m_start = to;
     m_length = 0;
     m_itemEnd = NoEnd;
@@ -102,7 +102,7 @@ bool LogFileReader::TakeLong(std::int64_t start) try {
 
 bool LogFileReader::Show(std::string_view text) {
     LogReading reading;
-    return !m_reader.Read(text, reading) || (*m_visit)(reading);
+    return !m_visitor->Wants(m_reader, text) || !m_reader.Read(text, reading) || m_visitor->Take(reading);
 }
 
 } // namespace Qzc

@@ -12,17 +12,25 @@
 
 namespace Qzc {
 
+/// Is shown items.
+class LogItemVisitor {
+public:
+    virtual ~LogItemVisitor() = default;
+    /// Whether an item may be one to take, by all that is in its start and by its bytes.
+    virtual bool Wants(const LogItemReader& reader, std::string_view text) = 0;
+    virtual bool Take(LogReading& reading) = 0; ///< false: enough
+};
+
 /// Goes through the items of a log file from the last to the first. Each byte is read once, those of an item that is
 /// longer than a block twice; no more is in memory than two blocks, or such an item.
 class LogFileReader {
 public:
-    using Visitor = std::function<bool(LogReading&)>;   ///< is shown an item; false: enough
     using Progress = std::function<bool(std::int64_t)>; ///< is told the bytes of each step; false: stop
     LogFileReader(QzFile& file, LogItemReader& reader) : m_file(file), m_reader(reader) {}
 
     /// The items between two offsets. What is no item is left out, and so is a last line that has no end yet. False
     /// when it was told to end.
-    bool Read(std::int64_t from, std::int64_t to, const Visitor& visit, const Progress& progress);
+    bool Read(std::int64_t from, std::int64_t to, LogItemVisitor& visitor, const Progress& progress);
     bool IsComplete() const { return m_complete; } ///< whether all that had to be read could be
 
 private:
@@ -35,7 +43,7 @@ private:
 
     QzFile& m_file;
     LogItemReader& m_reader;
-    const Visitor* m_visit = nullptr;
+    LogItemVisitor* m_visitor = nullptr;
     std::string m_bytes; ///< of the file from m_start on
     std::int64_t m_start = 0;
     std::size_t m_length = 0;         ///< of the bytes that are there

@@ -12,7 +12,7 @@ void LogSearch::StartSource(KeldTime newest) {
     m_newerSpan = 0;
 }
 
-bool LogSearch::Take(const LogRecord& record) {
+bool LogSearch::TakeRecord(const LogRecord& record) {
     if (m_new.size() >= m_maxNum)
         return false;
     m_newerTime = record.dateTime.GetTime();
@@ -22,9 +22,21 @@ bool LogSearch::Take(const LogRecord& record) {
     return m_new.size() < m_maxNum;
 }
 
+// Most items of a large file are none of those that are looked for, and this is all they cost.
+bool LogSearch::Wants(const LogItemReader& reader, std::string_view text) {
+    const LogReading* const start = reader.Start();
+    if (start == nullptr || m_new.size() >= m_maxNum)
+        return true;
+    LogReading known = *start;
+    if (reader.KnownAtStart().time)
+        known.dateTime = TimeOf(known);
+    return MayMatchQuery(m_query, known, reader.KnownAtStart()) &&
+           text.find(m_query.m_strText.View()) != std::string_view::npos;
+}
+
 bool LogSearch::Take(LogReading& reading) {
     reading.dateTime = TimeOf(reading);
-    return Take(static_cast<const LogRecord&>(reading));
+    return TakeRecord(reading);
 }
 
 // Where the clocks went through an hour twice, the item behind this one tells which time it was: by the milliseconds
@@ -40,6 +52,8 @@ KeldTime LogSearch::TimeOf(const LogReading& reading) {
         if (std::abs(first - expected) < Near || (std::abs(time - expected) >= Near && time > m_newerTime))
             time = first;
     }
+    m_newerTime = time;
+    m_newerSpan = reading.timeSpan;
     return KeldTime(time);
 }
 

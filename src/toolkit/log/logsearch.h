@@ -7,16 +7,18 @@
 #include "base/keldarray.h"
 #include "base/keldtime.h"
 #include "base/namespaces.h"
-#include "toolkit/log/logitemreader.h"
+#include "toolkit/log/logreader.h"
 #include "toolkit/qzlogitem.h"
 #include "toolkit/qzlogquerydef.h"
 
 namespace Qzc {
 
 bool MatchesQuery(const QzLogQueryDef& query, const LogRecord& record);
+/// By what is known of the record, and not by its texts.
+bool MayMatchQuery(const QzLogQueryDef& query, const LogRecord& record, const LogKnown& known);
 
 /// Gathers the newest items that match. They are shown to it from the newest to the oldest, one file after the other.
-class LogSearch {
+class LogSearch : public LogItemVisitor {
 public:
     LogSearch(const QzLogQueryDef& query, std::size_t maxNum) : m_query(query), m_maxNum(maxNum) {}
 
@@ -24,8 +26,9 @@ public:
     void StartSource(KeldTime newest);
 
     // False: it has enough of the source.
-    bool Take(const LogRecord& record);
-    bool Take(LogReading& reading);
+    bool TakeRecord(const LogRecord& record);
+    bool Wants(const LogItemReader& reader, std::string_view text) override;
+    bool Take(LogReading& reading) override;
 
     /// The items, the newest last.
     void Give(KeldArray<QzLogItem>& items);

@@ -19,7 +19,7 @@ public:
     bool Read(std::string_view text, LogReading& reading) override;
 
 private:
-    void ReadValue(std::string_view name, std::string_view content, LogReading& reading);
+    void ReadValue(std::string_view name, std::string_view content, bool hasMarkup, LogReading& reading);
 
     LogDateTimeReader m_dateTime;
     KeldMBString m_message;
