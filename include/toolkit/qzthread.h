@@ -50,8 +50,9 @@ public:
     /// itself does not come back.
     bool cancel();
 
-    /// Any value but those listed means normal. False without a handle and when the system refuses: raising a
-    /// priority, back to normal too, usually takes a privilege.
+    /// Any value but those listed means normal, which is the process's own priority; the others are relative to it.
+    /// False without a handle and when the system refuses: raising a priority, back to normal too, usually takes a
+    /// privilege.
     bool priority(Priority value);
     Priority priority() const; ///< -1 without a handle, 0 when the system's value is none of the listed
 

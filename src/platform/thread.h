@@ -13,6 +13,7 @@ using ThreadMain = int (*)(void* argument);
 /// What ThreadExitCode says until the thread has ended. A thread may also end with this code.
 constexpr int StillActive = 259;
 
+/// Relative to the process: a normal thread in a program that was started with a lower priority has that.
 enum class ThreadPriority { Other, Idle, BelowNormal, Normal, AboveNormal, Highest };
 
 /// A thread that does not run yet; the caller owns one reference. Null when memory is short.

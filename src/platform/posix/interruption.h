@@ -2,7 +2,8 @@
 
 namespace Platform {
 
-/// Finds out where the C library, the memory allocator and the dynamic linker lie. Once, before the first call of the other one.
+/// Finds out where the C library, the memory allocator and the dynamic linker lie. Once, before the first call of the
+/// other one.
 void LocateSystemCode();
 
 /// Whether a thread whose signal handler was given this context may be holding a lock that the whole process
