@@ -83,25 +83,16 @@ struct Markup {
 
     bool Parse(const std::string& text) { return doc.SetDoc(text.c_str()) != 0; }
 
-    void Walk(Tally& tally) {
-        doc.ResetPos();
-        WalkSiblings(tally);
-    }
-    void WalkSiblings(Tally& tally) {
-        while (doc.FindElem()) {
-            tally.Element(doc.GetTagName().View());
-            const int count = doc.GetAttribCount();
-            for (int i = 0; i < count; ++i) {
-                const KELD::KeldMBString name = doc.GetAttribName(i);
-                tally.Attribute(name.View(), doc.GetAttrib(name.Cstr()).View());
-            }
-            tally.Data(doc.GetData().View());
-            if (doc.HasChild()) {
-                doc.IntoElem();
-                WalkSiblings(tally);
-                doc.OutOfElem();
-            }
+    void Walk(Tally& tally) { WalkElement(doc.TopElement(), tally); }
+    static void WalkElement(Qzc::QzMarkup::Element element, Tally& tally) {
+        tally.Element(element.GetTagNameView());
+        for (const auto& attribute : element.Attributes()) {
+            const Text name = attribute.GetNameView();
+            tally.Attribute(name, attribute.GetValueView());
         }
+        tally.Data(element.GetDataView());
+        for (const auto child : element.Children())
+            WalkElement(child, tally);
     }
 
     static void Build(const Items& items, const TextSink& sink) {
@@ -113,6 +104,32 @@ struct Markup {
         }
         if (sink)
             sink(built.GetDoc().View());
+    }
+};
+
+/// With a text of its own for each name and value that is read.
+struct MarkupCopies : Markup {
+    static constexpr const char* Name = "QzMarkup-copies";
+
+    void Walk(Tally& tally) {
+        doc.ResetPos();
+        WalkSiblings(tally);
+    }
+    void WalkSiblings(Tally& tally) {
+        while (doc.FindElem()) {
+            tally.Element(doc.GetTagName().View());
+            const int count = doc.GetAttribCount();
+            for (int i = 0; i < count; ++i) {
+                const KELD::KeldMBString name = doc.GetAttribName(i);
+                tally.Attribute(name.View(), doc.GetAttribValue(i).View());
+            }
+            tally.Data(doc.GetData().View());
+            if (doc.HasChild()) {
+                doc.IntoElem();
+                WalkSiblings(tally);
+                doc.OutOfElem();
+            }
+        }
     }
 };
 
@@ -156,6 +173,25 @@ struct Pugi {
         } writer;
         built.save(writer, "", pugi::format_raw);
         sink(writer.text);
+    }
+};
+
+struct PugiCopies : Pugi<pugi::parse_default> {
+    static constexpr const char* Name = "pugixml-copies";
+
+    void Walk(Tally& tally) { WalkElement(doc.document_element(), tally); }
+    static void WalkElement(pugi::xml_node element, Tally& tally) {
+        tally.Element(std::string(element.name()));
+        for (const pugi::xml_attribute attribute : element.attributes()) {
+            const std::string name = attribute.name();
+            tally.Attribute(name, std::string(attribute.value()));
+        }
+        for (const pugi::xml_node child : element) {
+            if (child.type() == pugi::node_element)
+                WalkElement(child, tally);
+            else if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+                tally.Data(std::string(child.value()));
+        }
     }
 };
 
@@ -488,6 +524,22 @@ bool AddTree(const Input& input, HeapFigures& heap) {
     return verdict != Verdict::Differs;
 }
 
+/// Readers that copy, in a group of their own.
+template <class Contender>
+bool AddCopying(const Input& input) {
+    if (Compare(input, Contender::Name, &Read<Contender>, false) != Verdict::Same)
+        return false;
+    Register(BenchmarkName("read-copies", input.name, Contender::Name), [&input](benchmark::State& state) {
+        for (auto _ : state) {
+            Tally tally;
+            Read<Contender>(input.text, tally);
+            benchmark::DoNotOptimize(tally);
+        }
+        CountBytes(state, input);
+    });
+    return true;
+}
+
 /// Whether all that read the input read the same.
 bool AddInput(Input& input, HeapFigures& heap) {
     if (!Read<Markup>(input.text, input.tally)) {
@@ -502,7 +554,7 @@ bool AddInput(Input& input, HeapFigures& heap) {
     RegisterParse<Expat>(input);
     same = same && Compare(input, Expat::Name, &Expat::Read, false) == Verdict::Same;
     RegisterRead(input, Expat::Name, &Expat::Read);
-    return same;
+    return same && AddCopying<MarkupCopies>(input) && AddCopying<PugiCopies>(input);
 }
 
 Items MakeItems(int count) {

@@ -3,8 +3,10 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "toolkit/qzmarkup.h"
 #include "toolkit/qzregistry.h"
@@ -40,7 +42,7 @@ KeldMBString Number(int n) {
     return text;
 }
 
-void PrintRegistry(int depth, const QzRegistry& registry) {
+void PrintEntries(int depth, const QzRegistry& registry) {
     for (const auto& [name, value] : registry)
         PrintLine(depth, "value", name, value);
     for (const KeldMBString& name : registry.Names(QzRegistry::ElemObject)) {
@@ -61,10 +63,6 @@ void PrintRegistry(int depth, const QzRegistry& registry) {
             PrintObject(depth + 2, object);
         }
     }
-    for (const KeldMBString& name : registry.Names(QzRegistry::ElemSubReg)) {
-        PrintLine(depth, "subreg", name, "");
-        PrintRegistry(depth + 1, registry.SubReg(name));
-    }
     for (const KeldMBString& name : registry.Names(QzRegistry::ElemExternal)) {
         KeldMBString held;
         held.Format("%s (%d entries)", registry.GetSubFileName(name).Cstr(), registry.SubFile(name).GetCount());
@@ -72,10 +70,46 @@ void PrintRegistry(int depth, const QzRegistry& registry) {
     }
 }
 
+// Registries nest as deep as a file likes, so those still to be printed are kept in a list and not on the stack.
+void PrintRegistry(const QzRegistry& root) {
+    struct Nested {
+        int depth;
+        const QzRegistry* registry;
+    };
+    std::vector<Nested> pending{{0, &root}};
+    while (!pending.empty()) {
+        const auto [depth, registry] = pending.back();
+        pending.pop_back();
+        if (depth > 0)
+            PrintLine(depth - 1, "subreg", registry->Name(), "");
+        PrintEntries(depth, *registry);
+        const QzRegistry::Sequence names = registry->Names(QzRegistry::ElemSubReg);
+        for (int i = names.GetSize(); i-- > 0;)
+            pending.push_back({depth + 1, &registry->SubReg(names[i])});
+    }
+}
+
 void PrintMessage(const char* key) {
     QzStringEx text;
     const bool missing = text.LoadResString(KeldMBString(key)) != 0;
     std::printf("  %-6s %s\n", key, missing ? "(no such message)" : text.Cstr());
+}
+
+// A new folder for temporary files that is this user's alone, under a name that nobody can foresee.
+std::filesystem::path MakePrivateDirectory(std::error_code& failed) {
+    std::random_device random;
+    std::filesystem::path directory;
+    bool isMade = false;
+    while (!isMade) {
+        directory = std::filesystem::temp_directory_path(failed);
+        if (!failed)
+            directory /= "motoolkit-" + std::to_string(random()) + std::to_string(random());
+        isMade = !failed && std::filesystem::create_directory(directory, failed);
+        if (failed)
+            return directory;
+    }
+    std::filesystem::permissions(directory, std::filesystem::perms::owner_all, failed);
+    return directory;
 }
 
 int ShowConfiguration() {
@@ -86,7 +120,7 @@ int ShowConfiguration() {
         return 1;
     }
     std::printf("%s holds \"%s\":\n", file.Cstr(), root.Name().Cstr());
-    PrintRegistry(0, root);
+    PrintRegistry(root);
 
     std::printf("\nMessages:\n");
     for (const char* key : {"1001", "2001", "undo", "9999"})
@@ -95,22 +129,23 @@ int ShowConfiguration() {
     const KeldMBString font = root.SubReg("Display")["Font"];
     std::printf("\nThe display font %s is %s in EPS files.\n", font.Cstr(), root.SubFile("EPSFont")[font].Cstr());
 
+    // What is saved into a folder for everybody must not be where somebody else expects it.
     std::error_code failed;
-    const std::filesystem::path copy = std::filesystem::temp_directory_path(failed) / "Zephyron-copy.xml";
+    const std::filesystem::path directory = MakePrivateDirectory(failed);
+    const std::filesystem::path copy = directory / "Zephyron.xml";
     if (!failed)
-        std::filesystem::copy_file(file.Cstr(), copy, std::filesystem::copy_options::overwrite_existing, failed);
+        std::filesystem::copy_file(file.Cstr(), copy, failed);
     if (failed) {
         std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.c_str(), failed.message().c_str());
         return 1;
     }
     Configuration changed{KeldMBString(copy.string())};
     changed.SetAt("Unit", "km");
-    const bool saved = changed.Save() != 0;
-    const Configuration again{KeldMBString(copy.string())};
-    const bool equal = saved && again == changed && again["Unit"] == "km";
+    const QzRegistry before(changed);
+    const bool equal = changed.Save() && changed.Reload() && changed == before && changed["Unit"] == "km";
     std::printf("\nUnit: %s, changed to %s, saved to %s and loaded again: the tables are %s.\n", root["Unit"].Cstr(),
-                again["Unit"].Cstr(), copy.c_str(), equal ? "equal" : "NOT EQUAL");
-    std::filesystem::remove(copy, failed);
+                changed["Unit"].Cstr(), copy.c_str(), equal ? "equal" : "NOT EQUAL");
+    std::filesystem::remove_all(directory, failed);
     return equal ? 0 : 1;
 }
 
@@ -172,22 +207,19 @@ int Convert(const char* file, QzMarkup& markup, const char* encodingName) {
     KeldMBString probe;
     if (!QzTextCodec(encoding, QzToolkit::GetCurCharset()).Convert(probe, KeldMBString("<?xml")))
         return Fail(file, KeldMBString("the encoding ") + encodingName + " is not known");
-    if (probe != "<?xml")
-        return Fail(file, KeldMBString("a file in ") + encodingName + " does not say its encoding in plain ASCII");
-    if (markup.GetEncoding() == KELDCharset::Unknown ||
-        !QzTextCodec(KELDCharset::UCS4LE, QzToolkit::GetCurCharset()).Convert(probe, markup.GetDoc()))
+    if (!markup.IsConverted())
         return Fail(file, "the text is not in the encoding that it declares, or in one that is not known");
 
     std::filesystem::path path(file);
     path.replace_extension(std::string(".") + encodingName + path.extension().string());
     QzMarkup copy;
     copy.SetEncoding(encoding);
-    // Save leaves the declaration of a text in the current charset alone, so it is put right here.
+    // An instruction in front that is no declaration would make way for one, so the declaration is put there first.
     const int declaration = Declaration(markup.GetDoc()).GetLength();
     copy.SetDoc((copy.GetXMLFileHeader() + (declaration == 0 ? "\r\n" : "") + markup.GetDoc().Mid(declaration)).Cstr());
     if (!copy.Save(path.c_str()) || !copy.Load(path.c_str()))
         return Fail(path.c_str(), copy.GetError());
-    if (copy.GetEncoding() != encoding || TopElement(copy) != TopElement(markup))
+    if (!copy.IsConverted() || TopElement(copy) != TopElement(markup))
         return Fail(path.c_str(), "the copy does not load to the same content");
     std::printf("copy      %s, in %s; it loads to the same content\n", path.c_str(),
                 QzTextCodec::GetCharsetName(encoding).Cstr());

@@ -3,6 +3,8 @@
 //
 //     tasks [tiles per side, 48 unless given]
 //
+// At the end one task is asked for its result, as one would ask a future.
+//
 // First with one worker, then with as many as the library finds best; both must give the same picture. The
 // last table shows what the workers' pause of 1 ms between two tasks costs tiles of several sizes.
 
@@ -145,6 +147,65 @@ double Render(int side, int workers, Renderer& renderer, bool showsProgress) {
     return seconds;
 }
 
+/// What comes of one task, for one thread that waits for it. It outlives the task: whoever gives up waiting keeps it
+/// until the workers have been stopped.
+template <class Value>
+class Result {
+public:
+    void Set(Value value) { ///< by the task, once
+        m_value = value;
+        m_there.Post();
+    }
+    bool Wait(unsigned int milliseconds) { ///< false when the time was up; then it may be called again
+        m_hasCome = m_hasCome || m_there.TimedWait(milliseconds);
+        return m_hasCome;
+    }
+    Value Get() const { return m_value; } ///< after a Wait that was true
+
+private:
+    QzSemaphore m_there{0};
+    Value m_value = {};
+    bool m_hasCome = false; // for the one who waits
+};
+
+/// Executes itself: no processor is needed for tasks of one kind.
+class CountTask final : public QzTaskBase {
+public:
+    CountTask(int limit, Result<int>& result) : m_limit(limit), m_result(&result) {}
+
+    int GetTaskType() override { return 1; }
+    bool Execute() override {
+        int primes = 0;
+        for (int number = 2; number < m_limit; ++number) {
+            bool isPrime = true;
+            for (int divisor = 2; isPrime && divisor * divisor <= number; ++divisor)
+                isPrime = number % divisor != 0;
+            primes += isPrime ? 1 : 0;
+        }
+        m_result->Set(primes);
+        return true;
+    }
+    void Cancel() override {}
+
+private:
+    int m_limit;
+    Result<int>* m_result;
+};
+
+bool WaitForOneResult() {
+    Result<int> primes;
+    QzTaskManager manager;
+    if (!manager.Start())
+        return false;
+    manager.PostTask(new CountTask(100000, primes), true);
+    int waits = 1;
+    while (!primes.Wait(5)) // time for something else
+        ++waits;
+    manager.Stop();
+    std::printf("\nOne task, waited for %d times: %d primes below 100000\n", waits, primes.Get());
+    return primes.Get() == 9592;
+}
+
 void ShowThePause() {
     std::printf("\nThe pause of 1 ms between two tiles, one worker:\n  %12s %14s %10s\n", "work a tile",
                 "with the pause", "overhead");
@@ -180,5 +241,5 @@ int main(int argc, char** argv) {
     std::printf("1 worker: %.2f s, %d workers: %.2f s, %.1f times as fast, the same picture\n", alone, workers,
                 together, alone / together);
     ShowThePause();
-    return 0;
+    return WaitForOneResult() ? 0 : 1;
 }

@@ -26,11 +26,11 @@ void CheckUsable(const QzStyle& style, std::int64_t inputSize) {
     for (int kind = 0; kind <= 5; ++kind) {
         QzMemoryStream saved;
         style.Save(saved, kind);
-        Require(saved.GetLength() ==
-                (kind <= 4 ? static_cast<std::int64_t>(style.GetStyleSize(kind)) : saved.GetLength()));
-        QzMemoryStream record(saved.GetData() + 4, saved.GetLength() - 4);
-        const int size = copy.Load(record, kind);
-        Require(record.IsGood() && size == saved.GetLength() - 4);
+        Require(kind > 4 || saved.GetLength() == static_cast<std::int64_t>(style.GetStyleSize(kind)));
+        if (kind > 4) // no record that can be read
+            continue;
+        saved.Seek(0);
+        Require(QzStyle::LoadNext(saved, kind, copy) && saved.IsGood() && saved.GetRemaining() == 0);
         QzMemoryStream again;
         copy.Save(again, kind);
         Require(again.GetLength() == saved.GetLength() &&
@@ -38,9 +38,18 @@ void CheckUsable(const QzStyle& style, std::int64_t inputSize) {
     }
 }
 
+// A record without its size word: read whole, or nothing of it.
+void Load(QzStyle& style, const std::uint8_t* data, std::int64_t length, int kind) {
+    const QzStyle before = style;
+    QzMemoryStream record(data, length);
+    style.Load(record, kind);
+    Require(record.IsGood() || style == before);
+    CheckUsable(style, length);
+}
+
 } // namespace
 
-// The first byte chooses the kind; then the record, without its size word.
+// The first byte chooses the kind; then a record without its size word, or records with theirs.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 1)
         return 0;
@@ -48,12 +57,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto length = static_cast<std::int64_t>(size) - 1;
 
     QzStyle style;
-    QzMemoryStream record(data + 1, length);
-    style.Load(record, kind);
-    CheckUsable(style, length);
-    QzMemoryStream over(data + 1, length);
-    style.Load(over, (kind + 1) % 5); // into a style that holds something
-    CheckUsable(style, length);
+    Load(style, data + 1, length, kind);
+    Load(style, data + 1, length, (kind + 1) % 5); // into a style that holds something
+
+    // As records in a row; skipping goes the same way, but for what is not whole, which it does not see.
+    QzMemoryStream records(data + 1, length);
+    QzMemoryStream skipped(data + 1, length);
+    QzStyle next;
+    while (QzStyle::LoadNext(records, kind, next)) {
+        Require(QzStyle::SkipNext(skipped) && skipped.GetPosition() == records.GetPosition());
+        CheckUsable(next, length);
+    }
+    Require(!records.IsGood() || records.GetRemaining() == 0);
 
     QzMemoryStream fields(data + 1, length);
     Require(style.LoadAll(fields, static_cast<int>(size)) == (size >= 36));
@@ -62,6 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     QzStyleEx extended;
     QzMemoryStream block(data + 1, length);
     extended.Load(block, kind);
+    Require(block.IsGood() || extended == QzStyleEx());
     QzMemoryStream saved;
     extended.Save(saved, kind);
     Require(saved.GetLength() == static_cast<std::int64_t>(extended.GetStyleSize(kind)));

@@ -22,6 +22,12 @@ void CheckStyle(const KeldMBString& xml, int version) {
     Require(style.GetMarkerSymbolLength() <= limit && style.GetLineSymbolLength() <= limit &&
             style.GetFillSymbolLength() <= limit);
     const KeldMBString text = style.ToXML(version, "");
+    const auto holdsZero = [](const KeldMBString& name) { return name.View().find('\0') != std::string_view::npos; };
+    if (version == 0 &&
+        (holdsZero(style.GetIconName()) || holdsZero(style.GetSideTexture()) || holdsZero(style.GetTopTexture()))) {
+        Require(text.IsEmpty()); // which no text can hold
+        return;
+    }
     Require(!text.IsEmpty());
     // Text holds less than a style does, so only what has been through it once must come back.
     QzStyle read;

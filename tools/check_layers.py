@@ -23,10 +23,14 @@ ORDER = ["platform", "base", "stream", "toolkit",
 # Public headers of the toolkit without a source of their name; all others belong to the room of their source.
 HEADER_ROOMS = {
     "motoolkitexport": "toolkit",
+    "qzlogmacros": "toolkit/log",
+    "qzmarkupranges": "toolkit/xml",
+    "qzstyleexport": "toolkit/style",
     "qzhash": "toolkit",
     "qztaskfilter": "toolkit/concurrency",
     "qztaskprocessor": "toolkit/concurrency",
     "qzcolorvalue3d": "toolkit/style",
+    "qzstyleexport": "toolkit/style",
     "qzprocessreaderlock": "toolkit/process",
     "qzprocesswriterlock": "toolkit/process",
 }

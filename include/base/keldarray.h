@@ -42,7 +42,9 @@ public:
             TryMemory([&] { m_items.reserve(static_cast<std::size_t>(size)); });
     }
 
-    int Add(const T& item) { return Append([&] { m_items.push_back(item); }); } ///< the new element's index, or -1
+    int Add(const T& item) {
+        return Append([&] { m_items.push_back(item); });
+    } ///< the new element's index, or -1
     int Add(T&& item) {
         return Append([&] { m_items.push_back(std::move(item)); });
     }

@@ -85,7 +85,9 @@ public:
     // From head to tail. Adding and removing end the validity of what these gave.
     auto begin() { return m_items != nullptr ? m_items->begin() : typename Items::iterator(); }
     auto end() { return m_items != nullptr ? m_items->end() : typename Items::iterator(); }
-    auto begin() const { return m_items != nullptr ? std::as_const(*m_items).begin() : typename Items::const_iterator(); }
+    auto begin() const {
+        return m_items != nullptr ? std::as_const(*m_items).begin() : typename Items::const_iterator();
+    }
     auto end() const { return m_items != nullptr ? std::as_const(*m_items).end() : typename Items::const_iterator(); }
 
 private:

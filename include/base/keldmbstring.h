@@ -37,6 +37,18 @@ class MOBASE_API KeldMBString {
 public:
     static constexpr int MaxLength = 0x7FFFFFFF;
 
+    /// A text that is only looked at, wherever it lies.
+    class Argument {
+    public:
+        Argument(const char* text) : m_text(Text(text)) {}
+        Argument(const KeldMBString& text) : m_text(text.m_text) {}
+        Argument(std::string_view text) : m_text(text) {}
+        std::string_view View() const { return m_text; }
+
+    private:
+        std::string_view m_text;
+    };
+
     KeldMBString() = default;
     KeldMBString(const char* text) : m_text(CopyOf(Text(text))) {} ///< up to the terminator
     KeldMBString(const char* text, int length);                    ///< exactly `length` bytes; a negative length is 0
@@ -80,19 +92,19 @@ public:
     /// The first match at or after `start`, -1 when there is none. An empty `text` is found where the search
     /// starts.
     int Find(char c, int start = 0) const;
-    int Find(const KeldMBString& text, int start = 0) const;
+    int Find(Argument text, int start = 0) const;
     int ReverseFind(char c) const; ///< the last match, -1 when there is none
     int FindOneOf(const char* set) const;
 
     int Replace(char from, char to); ///< the number of bytes replaced
     /// Replaces every `from`, searching on behind each replacement; an empty `from` matches nothing. The
     /// number of replacements.
-    int Replace(const KeldMBString& from, const KeldMBString& to);
+    int Replace(Argument from, Argument to);
     /// Replaces `count` bytes at `index` (both cut to what is there) by `text`.
     void Replace(int index, int count, std::string_view text);
-    int Insert(int index, const KeldMBString& text); ///< the index is cut to the text; the new length
-    int Delete(int index, int count = 1);            ///< fewer at the end; the new length
-    KeldMBString& TrimLeft();                        ///< strips tab, line feed, carriage return and blank
+    int Insert(int index, Argument text); ///< the index is cut to the text; the new length
+    int Delete(int index, int count = 1); ///< fewer at the end; the new length
+    KeldMBString& TrimLeft();             ///< strips tab, line feed, carriage return and blank
     KeldMBString& TrimRight();
     KeldMBString& TrimLeft(char c);
     KeldMBString& TrimRight(char c);
@@ -101,8 +113,8 @@ public:
     KeldMBString& MakeUpper();
     KeldMBString& MakeLower();
 
-    int Compare(const KeldMBString& other) const;       ///< by unsigned byte value: negative, 0 or positive
-    int CompareNoCase(const KeldMBString& other) const; ///< ASCII letters compare without regard to case
+    int Compare(Argument other) const;       ///< by unsigned byte value: negative, 0 or positive
+    int CompareNoCase(Argument other) const; ///< ASCII letters compare without regard to case
 
     /// Replaces the text by what printf would print. A text that cannot be formatted gives an empty one.
     void Format(const char* format, ...) KELD_PRINTF(2, 3);

@@ -12,8 +12,8 @@ namespace Qzc {
 /// A file of bytes, without a buffer of its own, and the questions that the toolkit asks about paths.
 ///
 /// In every path both `/` and `\` separate; results use the system's own separator. Directories, and things
-/// without a position such as pipes, are no files: opening them fails. A path with a zero byte names nothing. An object is used by one thread at a
-/// time; the static functions may be called from any thread.
+/// without a position such as pipes, are no files: opening them fails. A path with a zero byte names nothing. An object
+/// is used by one thread at a time; the static functions may be called from any thread.
 class MOSTREAM_API QzFile {
 public:
     enum class Access {

@@ -55,9 +55,9 @@ public:
     void SetFailed() { m_good = false; }   ///< for a reader that finds a record wrong
     void ClearFailure() { m_good = true; }
 
-    /// Reads a signed 32-bit count of elements of `elementSize` bytes each (at least 1), that follow it. A count that is
-    /// negative or larger than what the stream still holds is a failed read: 0, and nothing behind the count
-    /// is consumed.
+    /// Reads a signed 32-bit count of elements of `elementSize` bytes each (at least 1), that follow it. A count that
+    /// is negative or larger than what the stream still holds is a failed read: 0, and nothing behind the count is
+    /// consumed.
     int ReadCount(int elementSize);
 
     // Integers of 1, 2, 4 and 8 bytes, float and double. Use the fixed-width types: `long` differs between

@@ -37,6 +37,8 @@ public:
     void Clear();
 
 private:
+    friend class QzLogFile; // takes the mutex along a fork
+
     QzErrorObj() = default;
     ~QzErrorObj() = default;
 

@@ -15,9 +15,9 @@ namespace Qzc {
 /// A hash table keyed by text that keeps its entries in the order in which their keys were first added, so
 /// that what was read from a file is written back in the same order. Keys compare byte by byte.
 ///
-/// Values may be of a type that can only be moved. What finds no memory raises the assertion and changes nothing; a copy
-/// that was to be made is empty. Arguments may be keys and values of the table. Several threads may read a table that
-/// nobody changes.
+/// Values may be of a type that can only be moved. What finds no memory raises the assertion and changes nothing; a
+/// copy that was to be made is empty. Arguments may be keys and values of the table. Several threads may read a table
+/// that nobody changes.
 template <class V>
 class QzHash {
 public:

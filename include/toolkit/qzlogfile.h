@@ -132,7 +132,9 @@ public:
     void SetRecordOnlyLog(); ///< the line format "%MSG"
     /// An XML item with the placeholders of the line format; the elements of the others are empty.
     KeldMBString GetXMLLogFormat() const;
-    void SetDateTimeFormat(const KeldMBString& format); ///< strftime's; default "%Y-%m-%d %H:%M:%S"
+    /// strftime's; default "%Y-%m-%d %H:%M:%S". One that could not be read back by Query is refused, which the trace
+    /// output tells.
+    void SetDateTimeFormat(const KeldMBString& format);
     KeldMBString GetDateTimeFormat() const;
     void SetUtc(unsigned char utc); ///< times in items and file names, and the intervals, are UTC; default local
     unsigned char IsUtc() const;
@@ -177,12 +179,25 @@ public:
 
     // ---- Reading back
 
-    /// The newest items that match, in memory and in the open file, newest last. A text file is read by the
-    /// current line and date-time formats: lines that do not fit them count to the message before. Recording
-    /// waits meanwhile. 0 when the file cannot be read; the result then is what memory holds.
+    /// The newest items that match, in memory and in the open file, newest last. A text file is read by the current
+    /// line and date-time formats: lines that do not fit them count to the message before. Recording goes on meanwhile;
+    /// what comes behind the call is not found. The file is read from its end, and no further than it takes.
+    ///
+    /// 0 when something was left out: a file that cannot be read, an item that memory does not hold, what lies behind
+    /// the point where the query's call-back stopped it. The result is what was found all the same.
     unsigned char Query(const QzLogQueryDef& query, KeldArray<QzLogItem>& items);
 
-    /// Writes items to a file of their own, which is emptied first: an XML log in that mode, else lines.
+    /// The same in any log's file, whether it is open or not, and without what is in memory. By its start it is an XML
+    /// log, or lines in the current formats. What was rolled over is looked for by the file's own name.
+    static unsigned char QueryFile(const KeldMBString& path, const QzLogQueryDef& query, KeldArray<QzLogItem>& items);
+
+    /// Is told every now and then how many bytes a query has read of those that there are; 0 stops it. Runs in the
+    /// thread that queries.
+    static void SetQueryCallBack(unsigned char (*callBack)(void* context, long long done, long long total),
+                                 void* context);
+
+    /// Writes items to a file of their own, which is emptied first: an XML log in that mode, else lines. The log's own
+    /// file is refused (0).
     unsigned char SaveQueryResult(const KeldArray<QzLogItem>& items, const KeldMBString& file) const;
 
     void Dump(int items) const; ///< sends the settings and the newest pending items to the trace output

@@ -12,7 +12,7 @@ namespace Qzc {
 
 class QzLogItem;
 
-/// What QzLogFile::Query looks for. Ranges include their ends; a new one matches every item.
+/// What QzLogFile::Query and QueryFile look for. Ranges include their ends; a new one matches every item.
 class MOTOOLKIT_API QzLogQueryDef {
 public:
     int m_nMinLevel = std::numeric_limits<int>::min();
@@ -21,8 +21,9 @@ public:
     int m_nMaxResID = std::numeric_limits<int>::max();
     KeldTime m_dtFrom{std::numeric_limits<std::int64_t>::min()};
     KeldTime m_dtTo{std::numeric_limits<std::int64_t>::max()};
-    unsigned int m_nThreadID = 0; ///< 0: any
-    KeldMBString m_strText;       ///< stands in the message or in the source file, byte by byte
+    unsigned int m_nThreadID = 0;     ///< 0: any
+    KeldMBString m_strText;           ///< stands in the message or in the source file, byte by byte
+    unsigned char m_bRolledFiles = 0; ///< 1: also in the files that the log was in before, if they are still there
 
     bool Matches(const QzLogItem& item) const;
 };

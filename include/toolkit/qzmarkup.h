@@ -361,6 +361,7 @@ private:
     };
     /// The names in the start tag that attributes were added to last, when they are many.
     struct AttributeNames;
+    class Writer;
 
     ElementPos& Pos(int i) { return m_segments[static_cast<unsigned>(i) >> SegmentBits][i & (SegmentSize - 1)]; }
     bool IsEmptyElement(int iPos) const { return Pos(iPos).nEndL == Pos(iPos).nStartL; }
@@ -390,7 +391,6 @@ private:
     /// for what does not edit elements.
     void SetText(KeldMBString text);
     bool Splice(int nLeft, int nReplace, std::string_view insert);
-    KeldMBString& Scratch(); ///< empty; for the markup that an edit makes
 
     bool ParseTree();
     int ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent);
@@ -400,7 +400,7 @@ private:
     int PreviousSibling(int iPos);
     void SetPrevious(int iPos, int iPrevious);
     /// `only` is the record of the one element that the text is, with offsets in the text, where it is known.
-    unsigned char InsertMarkup(const KeldMBString& text, unsigned char bInsert, unsigned char bAddChild,
+    unsigned char InsertMarkup(std::string_view text, unsigned char bInsert, unsigned char bAddChild,
                                const ElementPos* only = nullptr);
     unsigned char InsertTopMarkup(const KeldMBString& text);
     unsigned char ReplaceContent(int iPos, const KeldMBString& content, bool bNeedsElement = false);
@@ -432,7 +432,7 @@ private:
     std::vector<std::uint64_t> m_releasedAt;
     std::uint64_t m_nReleases = 0;
     std::unique_ptr<AttributeNames> m_attributeNames;
-    KeldMBString m_strScratch;
+    std::string m_scratch; ///< where an edit makes its markup
 };
 
 } // namespace Qzc

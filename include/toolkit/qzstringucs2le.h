@@ -27,7 +27,7 @@ public:
     KeldMBString ToString(KELDCharset::Charset to) const;
 
     const unsigned short* Cstr() const { return GetChars().GetData(); }
-    const KeldArray<unsigned short>& GetChars() const;                    ///< with the terminator
+    const KeldArray<unsigned short>& GetChars() const;                              ///< with the terminator
     int GetLength() const { return m_units.IsEmpty() ? 0 : m_units.GetSize() - 1; } ///< in units
 
     /// A signed 32-bit byte count, then the units, each little-endian, without the terminator. An odd count

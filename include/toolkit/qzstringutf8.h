@@ -8,8 +8,8 @@
 
 namespace Qzc {
 
-/// UTF-8 text: a value made from a KeldMBString, that does not change. Text that cannot be converted, or for which there
-/// is no memory, gives an empty one.
+/// UTF-8 text: a value made from a KeldMBString, that does not change. Text that cannot be converted, or for which
+/// there is no memory, gives an empty one.
 class MOTOOLKIT_API QzStringUTF8 {
 public:
     QzStringUTF8() = default;

@@ -122,9 +122,9 @@ public:
     int Split(KeldArray<QzStringW>& pieces, const QzStringW& delimiters) const;
 
     /// The text in a charset (1 is the current one), whose number the result carries. Empty when the charset
-    /// is unknown or lacks one of the characters. No byte-order mark is written. In the charset of wide text itself (132,
-    /// and 253 where wchar_t has 4 bytes, 251 where it has 2) nothing is converted: the result is the bytes up to the
-    /// first zero byte, of ASCII text only the first one.
+    /// is unknown or lacks one of the characters. No byte-order mark is written. In the charset of wide text itself
+    /// (132, and 253 where wchar_t has 4 bytes, 251 where it has 2) nothing is converted: the result is the bytes up to
+    /// the first zero byte, of ASCII text only the first one.
     KeldMBString ToString(KELDCharset::Charset charset) const;
 
     /// Takes text of a charset (1 is the current one) up to its first zero character; whatever charset number

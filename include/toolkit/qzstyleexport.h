@@ -19,7 +19,8 @@ namespace Qzc {
 // - of an export, the fields that reading the text into a new style would not give back ("fill gradient");
 // - of an import, what the text has and the style cannot hold, by its name there ("PEN p", "Filter").
 //
-// Kinds as in QzStyle::Save: 0 point, 1 line, 2 region. Texts are in the current charset. Any thread.
+// Kinds as in QzStyle::Save: 0 point, 1 line, 2 region. Texts are in the current charset. Without memory the result is
+// that of a failure. Any thread.
 
 /// "SYMBOL(...)" for a point, "PEN(...)" for a line, "BRUSH(...);PEN(...)" for a region; empty for other kinds.
 MOTOOLKIT_API KeldMBString ToFeatureStyle(const QzStyle& style, int kind, KeldArray<KeldMBString>* pLeftOut = nullptr);

@@ -28,7 +28,8 @@ public:
     QzTextCodec& operator=(const QzTextCodec&) = delete;
 
     /// Closes what was open, then opens. Two names that are the same text make a codec that copies. An empty
-    /// name is no charset, and neither is one with a zero byte. A name may end in what iconv itself understands, such as
+    /// name is no charset, and neither is one with a zero byte. A name may end in what iconv itself understands, such
+    /// as
     /// "//IGNORE", which drops the characters that the target charset lacks.
     unsigned char Open(const KeldMBString& to, const KeldMBString& from);
     /// The same by numbers; 132 stands for wide text of this platform's wchar_t.
@@ -36,8 +37,8 @@ public:
 
     /// Converts all of `src` into `dst`. When any of it cannot be converted (bytes that are no text of the
     /// source charset, a character that the target charset lacks, an incomplete last character, more than
-    /// five bytes of output for each of input) or memory runs out, the result is false and `dst` is left as it was. The charset
-    /// number of `dst` is not changed.
+    /// five bytes of output for each of input) or memory runs out, the result is false and `dst` is left as it was. The
+    /// charset number of `dst` is not changed.
     unsigned char Convert(KeldMBString& dst, const KeldMBString& src);
 
     /// The same from `len` bytes at `src`. A codec that copies ignores `len` and takes `src` up to its

@@ -314,7 +314,7 @@ constexpr bool HoldsAscii(KELDCharset::Charset charset) {
     default: break;
     }
     // Mainframe pages.
-    for (const int page : {37, 500, 870,   875,   1026,  1047,  20273, 20277, 20278, 20280, 20284,
+    for (const int page : {37,    500,   870,   875,   1026,  1047,  20273, 20277, 20278, 20280, 20284,
                            20285, 20290, 20297, 20420, 20423, 20424, 20871, 20880, 20905, 21025}) {
         if (charset == page)
             return false;

@@ -16,13 +16,8 @@ namespace {
 
 constexpr const char* WhiteSpace = " \t\r\n";
 
-// Without a branch, so that the compiler takes many bytes at a time.
-constexpr auto ToUpper = [](char c) {
-    return static_cast<char>(c - ((c >= 'a') & (c <= 'z')) * ('a' - 'A'));
-};
-constexpr auto ToLower = [](char c) {
-    return static_cast<char>(c + ((c >= 'A') & (c <= 'Z')) * ('a' - 'A'));
-};
+constexpr auto ToUpper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; };
+constexpr auto ToLower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
 
 int ToIndex(std::size_t position) {
     return position == std::string::npos ? -1 : static_cast<int>(position);
@@ -112,8 +107,8 @@ int KeldMBString::Find(char c, int start) const {
     return ToIndex(m_text.find(c, static_cast<std::size_t>(std::max(start, 0))));
 }
 
-int KeldMBString::Find(const KeldMBString& text, int start) const {
-    return ToIndex(m_text.find(text.m_text, static_cast<std::size_t>(std::max(start, 0))));
+int KeldMBString::Find(Argument text, int start) const {
+    return ToIndex(m_text.find(text.View(), static_cast<std::size_t>(std::max(start, 0))));
 }
 
 int KeldMBString::ReverseFind(char c) const {
@@ -137,22 +132,23 @@ int KeldMBString::Replace(char from, char to) {
     return replaced;
 }
 
-int KeldMBString::Replace(const KeldMBString& from, const KeldMBString& to) {
-    if (from.IsEmpty())
+int KeldMBString::Replace(Argument fromText, Argument toText) {
+    const std::string_view from = fromText.View();
+    const std::string_view to = toText.View();
+    if (from.empty())
         return 0;
     // Built beside the old text, so that many replacements cost one pass and not one move of the tail each.
     std::string result;
     int replaced = 0;
     const bool done = TryMemory([&] {
         std::size_t copied = 0;
-        for (std::size_t at = 0; (at = m_text.find(from.m_text, at)) != std::string::npos; at = copied) {
-            if (!KELDASSERT(result.size() + (m_text.size() - copied) - from.m_text.size() + to.m_text.size() <=
-                            MaxLength)) {
+        for (std::size_t at = 0; (at = m_text.find(from, at)) != std::string::npos; at = copied) {
+            if (!KELDASSERT(result.size() + (m_text.size() - copied) - from.size() + to.size() <= MaxLength)) {
                 replaced = 0;
                 return;
             }
-            result.append(m_text, copied, at - copied).append(to.m_text);
-            copied = at + from.m_text.size();
+            result.append(m_text, copied, at - copied).append(to);
+            copied = at + from.size();
             ++replaced;
         }
         if (replaced != 0)
@@ -173,8 +169,8 @@ void KeldMBString::Replace(int index, int count, std::string_view text) {
     TryMemory([&] { m_text.replace(static_cast<std::size_t>(at), static_cast<std::size_t>(cut), text); });
 }
 
-int KeldMBString::Insert(int index, const KeldMBString& text) {
-    Replace(index, 0, text.m_text);
+int KeldMBString::Insert(int index, Argument text) {
+    Replace(index, 0, text.View());
     return GetLength();
 }
 
@@ -209,7 +205,7 @@ void KeldMBString::MapLetters(Map map) {
     char* c = m_text.data();
     char* const end = c + m_text.size();
     if (leadBytes.IsEmpty()) {
-        constexpr std::ptrdiff_t Block = 16;
+        constexpr std::ptrdiff_t Block = 16; // a fixed number is what compilers make vectors of
         for (; end - c >= Block; c += Block) {
             for (std::ptrdiff_t i = 0; i < Block; ++i)
                 c[i] = map(c[i]);
@@ -236,14 +232,15 @@ KeldMBString& KeldMBString::MakeLower() {
     return *this;
 }
 
-int KeldMBString::Compare(const KeldMBString& other) const {
-    return m_text.compare(other.m_text);
+int KeldMBString::Compare(Argument other) const {
+    return m_text.compare(other.View());
 }
 
-int KeldMBString::CompareNoCase(const KeldMBString& other) const {
-    const std::size_t common = std::min(m_text.size(), other.m_text.size());
+int KeldMBString::CompareNoCase(Argument other) const {
+    const std::string_view otherText = other.View();
+    const std::size_t common = std::min(m_text.size(), otherText.size());
     const char* const left = m_text.data();
-    const char* const right = other.m_text.data();
+    const char* const right = otherText.data();
     const LeadBytes leadBytes(m_charset);
     std::size_t i = 0;
     if (leadBytes.IsEmpty()) {
@@ -261,7 +258,7 @@ int KeldMBString::CompareNoCase(const KeldMBString& other) const {
             return static_cast<unsigned char>(a) < static_cast<unsigned char>(b) ? -1 : 1;
         trailByte = !trailByte && leadBytes.Holds(static_cast<unsigned char>(a));
     }
-    return static_cast<int>(m_text.size() > common) - static_cast<int>(other.m_text.size() > common);
+    return static_cast<int>(m_text.size() > common) - static_cast<int>(otherText.size() > common);
 }
 
 void KeldMBString::Format(const char* format, ...) {

@@ -14,6 +14,14 @@ namespace Platform {
 /// Every signal starts a new generation and lets one more waiter go. A waiter may go once a generation newer
 /// than its own has come, so whoever sleeps when a signal comes is fit for it, and waking any one of them
 /// will do.
+///
+/// Why the memory orders do. m_released, and every change of the other two, is ordered by m_guard.
+/// - Release's first load, without the guard, may see no waiter only where the signal does not come after the wait: a
+///   waiter that unlocked its mutex before the signaller locked it counted itself before it unlocked, so happens-before
+///   reaches from the one to the other.
+/// - Wait's loads of m_generation decide nothing but whether to look under the guard: there it is read again. A waiter
+///   that read the old generation is not put to sleep once it has changed, and the wake follows the change.
+/// - What the signaller wrote before, the waiter sees by the guard that it takes in Leave, after the signaller's.
 class Condition {
 public:
     using Ticket = std::uint32_t;

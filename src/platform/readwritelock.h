@@ -15,6 +15,18 @@ namespace Platform {
 /// while there is a writer and hold the lock while there is none: one count is both.
 ///
 /// A thread that is ended by force while it waits is taken out again.
+///
+/// Why the memory orders do. Every change of m_state is a read-modify-write, so each release heads a release sequence
+/// that goes on through all later changes, also the relaxed ones, and an acquire that reads any later value
+/// synchronises with it.
+/// - Writer to reader: UnlockWrite releases; the reader's fetch_add, or the load in AwaitWriter, that finds no Writing
+///   reads a later value, and acquires.
+/// - Readers to writer: each RemoveReader releases; the writer's exchange finds no reader, so it reads a value later
+///   than all of theirs, and acquires. Writer to writer: the same with UnlockWrite.
+/// - UnlockRead's first load is relaxed: a caller that reads sees its own fetch_add or a later value, by coherence, and
+///   there Writing is clear until it leaves.
+/// - No wake is lost: who changes the word so that a sleeper may go on wakes after the change, and a sleeper is put to
+///   sleep only while the word is what it last saw, which the system looks at in one step.
 class ReadWriteLock {
 public:
     void LockRead() {

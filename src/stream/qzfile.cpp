@@ -134,8 +134,8 @@ bool QzFile::ReadAll(KeldMBString& text) {
                 return;
             }
             bytes.resize(room);
-            done += static_cast<std::size_t>(Platform::ReadFile(
-                m_handle, bytes.data() + done, static_cast<std::int64_t>(bytes.size() - done), error));
+            done += static_cast<std::size_t>(Platform::ReadFile(m_handle, bytes.data() + done,
+                                                                static_cast<std::int64_t>(bytes.size() - done), error));
             constexpr std::size_t Most = std::size_t{KeldMBString::MaxLength} + 1;
             room = std::min(Most, std::max(2 * room, std::size_t{4096}));
         }

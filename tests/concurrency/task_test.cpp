@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <new>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -219,6 +223,73 @@ TEST(TaskLoop, RemovesTasks) {
     loop.AddTask(new Task(3), true); // left to the destructor
 }
 
+// A random sequence of operations beside a deque and a count of units.
+TEST(TaskLoop, BehavesAsADequeWithUnits) {
+    Loop loop;
+    std::deque<std::pair<QzTaskBase*, int>> model;
+    int units = 0;
+    std::size_t limit = 200;
+    std::mt19937 random(7);
+    for (int step = 0; step < 20000; ++step) {
+        switch (random() % 8) {
+        case 0: {
+            const int count = static_cast<int>(random() % 4) - 1;
+            loop.PostTask(count);
+            units += std::max(count, 0);
+            break;
+        }
+        case 1:
+            limit = 1 + random() % 9;
+            loop.SetTaskQueueSize(static_cast<int>(limit));
+            break;
+        case 2: {
+            QzTaskBase* some = model.empty() ? nullptr : model[random() % model.size()].first;
+            const auto found =
+                std::find_if(model.begin(), model.end(), [&](auto& entry) { return entry.first == some; });
+            ASSERT_EQ(loop.RemoveTask(some), !model.empty());
+            if (found != model.end()) {
+                model.erase(found);
+                units -= units > 0 ? 1 : 0;
+            }
+            break;
+        }
+        case 3:
+            if (random() % 20 == 0) {
+                ASSERT_EQ(loop.RemoveAllTask(), static_cast<int>(model.size()));
+                units = std::max(0, units - static_cast<int>(model.size()));
+                model.clear();
+            }
+            break;
+        case 4:
+        case 5:
+            if (units > 0) {
+                --units;
+                QzTaskBase* task = loop.GetTask();
+                ASSERT_EQ(task, model.empty() ? nullptr : model.front().first);
+                QzTaskBase::Release(task);
+                if (!model.empty())
+                    model.pop_front();
+            }
+            break;
+        default: {
+            const bool toTail = random() % 2 == 0;
+            auto* task = step % 2 == 0 ? new Task(step) : new (std::nothrow) Task(step);
+            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(dynamic_cast<void*>(task)) % 64, 0u);
+            ASSERT_TRUE(loop.AddTask(task, toTail));
+            if (model.size() < limit)
+                ++units;
+            else
+                toTail ? model.pop_front() : model.pop_back();
+            model.emplace(toTail ? model.end() : model.begin(), task, step);
+        }
+        }
+        ASSERT_EQ(loop.GetTaskCount(), static_cast<int>(model.size()));
+    }
+    const std::vector<int> queued = loop.Queued();
+    ASSERT_TRUE(std::equal(queued.begin(), queued.end(), model.begin(), model.end(),
+                           [](int number, const auto& entry) { return number == entry.second; }));
+}
+
 // All operations at once, from several threads: afterwards there is one unit for each queued task.
 TEST(TaskLoop, CountAndQueueStayTogether) {
     for (int round = 0; round < 20; ++round) {
@@ -316,6 +387,17 @@ TEST(TaskManager, WorksThroughTheQueue) {
     manager.Stop();
     EXPECT_EQ(finished, 1);
     EXPECT_TRUE(manager.GetMessageLoop().IsTaskEmpty());
+}
+
+// Every wake-up of the stop ends a worker, whichever of them it reaches.
+TEST(TaskManager, StopsManyWorkers) {
+    QzTaskManager manager;
+    manager.SetThreadCount(12);
+    ASSERT_TRUE(manager.Start());
+    QzThread::sleep(50000000); // all wait for a task
+    const std::uint64_t start = QzThread::time();
+    manager.Stop();
+    EXPECT_GE(QzThread::time() - start, 100000000u);
 }
 
 TEST(TaskWorkThread, StopsAndDetaches) {

@@ -1,16 +1,23 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <random>
 #include <string>
+#include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
+#include "platform/condition.h"
 #include "support.h"
 #include "toolkit/qzcondition.h"
 #include "toolkit/qzmutex.h"
@@ -247,6 +254,30 @@ TEST(Thread, Priorities) {
     thread.join();
 }
 
+// What a program that runs under nice sees: priorities are relative to it.
+TEST(ThreadDeathTest, PrioritiesAreRelative) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto check = [] {
+        const int own = nice(5); // from 0 to 15 at most, where the surroundings are not nicer still
+        const auto niceOf = [](unsigned int id) { return getpriority(PRIO_PROCESS, id); };
+        QzThreadManager& manager = QzThreadManager::GetInstance();
+        QzSemaphore end(0);
+        QzThreadEx* thread = manager.CreateThread("plain", WaitFor, &end, 0);
+        bool right = thread->Start() && Eventually([&] { return niceOf(thread->GetID()) == own; }) &&
+                     thread->GetPriority() == QzThreadEx::Normal;
+        right = thread->SetPriority(QzThreadEx::BelowNormal) && right;
+        const int below = niceOf(thread->GetID());
+        right = right && thread->GetPriority() == QzThreadEx::BelowNormal && (own == 19 || below > own) &&
+                (own != 5 || below == 12);
+        right = thread->SetPriority(QzThreadEx::Idle) && right && niceOf(thread->GetID()) == 19 &&
+                thread->GetPriority() == QzThreadEx::Idle;
+        end.Post();
+        thread->Join();
+        std::exit(right ? 7 : 8); // NOLINT(concurrency-mt-unsafe)
+    };
+    EXPECT_EXIT(check(), testing::ExitedWithCode(7), "");
+}
+
 TEST(Thread, Clock) {
     using namespace std::chrono;
     const std::uint64_t time = QzThread::time();
@@ -277,6 +308,8 @@ TEST(ThreadManager, Registry) {
     EXPECT_EQ(manager.GetThread("gamma"), b); // the last one
     EXPECT_EQ(manager.GetActiveCount(), 2);
     EXPECT_EQ(a->GetName(), "Alpha");
+    const auto processors = std::thread::hardware_concurrency(); // what the C++ library makes of the affinity
+    EXPECT_EQ(manager.GetOptimalCount(), 2 * processors);
 
     EXPECT_EQ(a->GetStatus(), QzThreadEx::StatusNone);
     EXPECT_FALSE(a->Join());
@@ -358,6 +391,59 @@ TEST(ThreadManager, ManagedThreadsFreeThemselves) {
     manager.DestoryThread("kept");
 }
 
+// A random sequence of operations beside a plain list, with names that differ in case and charset.
+TEST(ThreadManager, BehavesAsAListOfNames) {
+    QzThreadManager& manager = QzThreadManager::GetInstance();
+    const auto folded = [](std::string name) {
+        std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+        return name;
+    };
+    std::vector<std::pair<std::string, QzThreadEx*>> model;
+    std::mt19937 random(5);
+    for (int step = 0; step < 20000; ++step) {
+        std::string name(1 + random() % 2, 'a');
+        for (char& letter : name)
+            letter = "abcABC12"[random() % 8];
+        const auto found =
+            std::find_if(model.begin(), model.end(), [&](const auto& entry) { return entry.first == folded(name); });
+        switch (random() % 4) {
+        case 0:
+        case 1: {
+            QzThreadEx* made = manager.CreateThread(name.c_str(), WaitFor, nullptr, 0);
+            ASSERT_EQ(made == nullptr, found != model.end());
+            if (made != nullptr)
+                model.emplace_back(folded(name), made);
+            break;
+        }
+        case 2:
+            manager.DestoryThread(name.c_str());
+            if (found != model.end())
+                model.erase(found);
+            break;
+        default:
+            ASSERT_EQ(manager.GetThread(name.c_str()), found != model.end() ? found->second
+                                                       : model.empty()      ? nullptr
+                                                                            : model.back().second);
+        }
+        ASSERT_EQ(manager.GetActiveCount(), static_cast<int>(model.size()));
+    }
+    while (!model.empty()) {
+        manager.DestoryThread(model.back().first.c_str());
+        model.pop_back();
+    }
+    QzSemaphore end(0);
+    QzThreadEx* named = manager.CreateThread("fourteen bytes\xC3\xA4", WaitFor, &end, 0);
+    named->Start();
+    EXPECT_TRUE(Eventually([&] {
+        std::ifstream file("/proc/self/task/" + std::to_string(named->GetID()) + "/comm");
+        std::string comm;
+        return std::getline(file, comm) && comm == "fourteen bytes"; // no half of a character behind it
+    }));
+    end.Post();
+    named->Join();
+    manager.DestoryThread("fourteen bytes\xC3\xA4");
+}
+
 // The registry goes while threads run, end and come back to it.
 TEST(ThreadManagerDeathTest, ProcessEndsBesideRunningThreads) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -436,9 +522,11 @@ TEST(Locks, ReadersFirst) {
     Together(read, read, [&] {
         AWhile();
         EXPECT_EQ(reading, 0);
+        lock.readUnlock();  // nobody reads yet: nothing
         lock.writeUnlock(); // by another thread, to both readers
     });
     lock.readUnlock();
+    EXPECT_FALSE(lock.tryWriteLock()); // the other one still reads
     lock.readUnlock();
 
     long value = 0, copy = 0;
@@ -493,6 +581,73 @@ TEST(Locks, SemaphoreCounts) {
         passing.reset();
         poster.join();
     }
+}
+
+// Each of several sleepers wakes the next, though it cannot know of it.
+TEST(Locks, AllSleepersPass) {
+    for (int round = 0; round < 10; ++round) {
+        QzMutex mutex;
+        QzReadWriteLock lock;
+        lock.writeLock();
+        const auto pass = [&] {
+            mutex.lock();
+            mutex.unlock();
+            lock.writeLock();
+            lock.writeUnlock();
+        };
+        Together(
+            pass, pass, pass, pass,
+            [&] {
+                mutex.lock();
+                AWhile(5);
+                mutex.unlock();
+            },
+            [&] {
+                AWhile(10);
+                lock.writeUnlock();
+            });
+    }
+}
+
+TEST(Locks, SemaphoreWaitsForATime) {
+    QzSemaphore semaphore(1);
+    EXPECT_TRUE(semaphore.TimedWait(0));
+    EXPECT_FALSE(semaphore.TimedWait(0));
+    const std::uint64_t start = QzThread::time();
+    EXPECT_FALSE(semaphore.TimedWait(20));
+    EXPECT_GE(QzThread::time(), start + 19000000);
+    Together([&] { EXPECT_TRUE(semaphore.TimedWait(60000)); },
+             [&] {
+                 AWhile();
+                 semaphore.Post();
+             });
+    // Who gives up takes no unit with it, and nobody who waits is forgotten for it.
+    std::atomic<int> taken{0};
+    const auto take = [&] {
+        while (taken < 3000) {
+            if (semaphore.TimedWait(taken % 2 == 0 ? 0 : 1))
+                ++taken;
+        }
+    };
+    Together(take, take, [&] {
+        for (int i = 0; i < 3000; ++i) {
+            semaphore.Post();
+            if (i % 50 == 0)
+                AWhile(1);
+        }
+    });
+    EXPECT_EQ(taken, 3000);
+    EXPECT_FALSE(semaphore.TryWait());
+}
+
+// Two waiters and a signal between them, step by step: it is the first one's, though the second gives up first.
+TEST(Locks, ALaterWaiterTakesNoSignal) {
+    Platform::Condition condition;
+    const auto before = condition.Enter();
+    condition.Signal();
+    const auto after = condition.Enter();
+    EXPECT_FALSE(condition.Wait(after, 0));
+    EXPECT_TRUE(condition.Wait(before, 0));
 }
 
 TEST(Locks, ConditionWakes) {

@@ -1,131 +1,40 @@
-#include <gtest/gtest.h>
+#include "log_support.h"
 
-#include <algorithm>
-#include <atomic>
+#include <array>
+#include <cfloat>
+#include <cmath>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <deque>
+#include <filesystem>
+#include <fstream>
 #include <numeric>
 #include <random>
 #include <set>
+#include <sstream>
 #include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
 
 #include "stream/qzfile.h"
 #include "stream/qztrace.h"
-#include "support.h"
-#include "toolkit/log/logclock.h"
+#include "toolkit/log/logprint.h"
+#include "toolkit/log/logxml.h"
 #include "toolkit/qzerrorobj.h"
 #include "toolkit/qzhashcode.h"
-#include "toolkit/qzlogitem.h"
-#include "toolkit/qzlogquerydef.h"
-#include "toolkit/qzmarkup.h"
-#include "toolkit/qzthread.h"
-
-using namespace Qzc;
-using namespace std::string_literals;
+#include "toolkit/qzlogmacros.h"
+#include "toolkit/qztextcodec.h"
 
 namespace {
 
-using Log = QzLogFile;
-
-constexpr std::int64_t Saturday = 1795224896; // 2026-11-21 01:34:56 UTC, 09:34:56 in the tests' time zone
-constexpr Log::Mode FileModes[] = {Log::Text, Log::XML};
-std::atomic<std::int64_t> s_now{Saturday};
-
-KeldMBString K(const std::string& text) {
-    return KeldMBString(text);
+// Every file with its bytes, by name.
+std::string Files(const std::string& directory) {
+    std::set<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        files.insert(entry.path().filename().string() + ": " + ReadBytes(entry.path().string()) + ";");
+    return std::accumulate(files.begin(), files.end(), std::string());
 }
-
-unsigned char Record(const std::string& message, Log::LogLevelType level = Log::info) {
-    return Log::GetInstance(false).RecordLog(level, 1, K(message), "test.cpp", 7);
-}
-
-// How many were recorded.
-int RecordAll(const std::vector<std::string>& messages) {
-    return static_cast<int>(
-        std::count_if(messages.begin(), messages.end(), [](const auto& m) { return Record(m) == 1; }));
-}
-
-// What a query finds, a semicolon behind each.
-std::string Messages(const QzLogQueryDef& query = QzLogQueryDef()) {
-    KeldArray<QzLogItem> items;
-    Log::GetInstance(false).Query(query, items);
-    std::string messages;
-    for (const QzLogItem& item : items)
-        messages += std::string(item.m_strDescription.View()) + ";";
-    return messages;
-}
-
-// -1 for what is no document.
-int CountXmlItems(const std::string& path) {
-    QzMarkup markup;
-    if (!markup.Load(path.c_str()) || !markup.FindElem("Log"))
-        return -1;
-    int count = 0;
-    while (markup.FindChildElem("LogItem"))
-        ++count;
-    const std::string text = ReadBytes(path); // the parser does not look behind the end tag
-    return text.substr(text.find("</Log>")) == "</Log>\r\n" ? count : -1;
-}
-
-std::string ThreadText() {
-    char text[16];
-    std::snprintf(text, sizeof(text), "%5u", QzThread::GetCurrentThreadId());
-    return text;
-}
-
-class LogTest : public testing::Test {
-protected:
-    LogTest() {
-        setenv("TZ", "CST-8", 1);
-        tzset();
-        s_now = Saturday;
-        SetLogClock([] { return KeldTime(s_now.load()); });
-        log.SetRecordOnlyLog();
-        log.SetDateTimeFormat("%Y-%m-%d %H:%M:%S");
-        log.SetLevel(Log::debug);
-        log.SetFileSizeLimit(-1);
-        log.SetLogCountInMemory(10000);
-        log.SetLogCountToDisk(1);
-        log.SetQueryMaxNum(1000);
-        log.SetSaveToPhysical(1);
-        log.SetFilterRepeat(0);
-        Log::SetCallBack(nullptr);
-        Log::SetOpenCallBack(nullptr);
-        Log::SetWriteCallBack(nullptr);
-        Log::SetWriteCallBacks(nullptr);
-        Log::SetCloseCallBack(nullptr);
-    }
-    ~LogTest() override {
-        log.SetSaveToPhysical(1);
-        log.Open(K(m_scratch / "rest")); // takes what a test has left in memory
-        log.Close();
-    }
-
-    // Every file with its bytes, by name.
-    static std::string Files(const std::string& directory) {
-        std::set<std::string> files;
-        for (const auto& entry : std::filesystem::directory_iterator(directory))
-            files.insert(entry.path().filename().string() + ": " + ReadBytes(entry.path().string()) + ";");
-        return std::accumulate(files.begin(), files.end(), std::string());
-    }
-
-    // `messages` as Messages gives them; an XML file is a document besides.
-    void ExpectFile(Log::Mode mode, const std::string& messages) const {
-        EXPECT_EQ(Messages(), messages);
-        if (mode == Log::XML) {
-            EXPECT_EQ(CountXmlItems(m_file), std::count(messages.begin(), messages.end(), ';'));
-        }
-    }
-
-    CurrentCharset m_charset{KELDCharset::UTF8};
-    ScratchDirectory m_scratch;
-    std::string m_file = m_scratch / "a.log";
-    Log& log = Log::GetInstance(false);
-};
 
 } // namespace
 
@@ -425,81 +334,6 @@ TEST_F(LogTest, XmlDocument) {
     EXPECT_EQ(ReadBytes(m_file), foreign);
 }
 
-// Every byte, what is no text of the charset, characters that XML excludes, lines, a mebibyte.
-TEST_F(LogTest, AnyMessageComesThroughWhole) {
-    std::string bytes;
-    for (int i = 0; i < 512; ++i)
-        bytes += static_cast<char>(i);
-    std::string lines;
-    while (lines.size() < 1 << 20)
-        lines += "line " + std::to_string(lines.size()) + "| a.cpp(1)\n";
-    const std::string messages[] = {bytes,  "\xEF\xBF\xBF", "\xE4\xB8\xAD <&#0;> ]]> \xE4\xB8", "",
-                                    "\n\n", lines,          std::string(1 << 20, '<'),          "last"};
-    for (const auto& [charset, mode] :
-         {std::pair(KELDCharset::UTF8, Log::Text), std::pair(KELDCharset::UTF8, Log::XML),
-          std::pair(KELDCharset::GB2312, Log::XML), std::pair(KELDCharset::Johab, Log::XML)}) {
-        CurrentCharset current(charset);
-        log.SetLogFormat("%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)");
-        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
-        for (const std::string& message : messages)
-            ASSERT_EQ(log.RecordLog(Log::info, 5, K(message), "dir/a(1).cpp", 12), 1);
-        KeldArray<QzLogItem> items;
-        ASSERT_EQ(log.Query(QzLogQueryDef(), items), 1);
-        ASSERT_EQ(items.GetSize(), static_cast<int>(std::size(messages)));
-        for (int i = 0; i < items.GetSize(); ++i) {
-            EXPECT_TRUE(items[i].m_strDescription.View() == messages[i]) << charset << i;
-            EXPECT_EQ(
-                items[i].GetReplaceString("%DATETIME%RESID%LEVEL%THREADID%CODEFILE%CODELINE", "%Y-%m-%d %H:%M:%S"),
-                K("2026-11-21 09:34:56     5   info" + ThreadText() + "dir/a(1).cpp12"));
-        }
-        if (mode == Log::XML) {
-            EXPECT_EQ(CountXmlItems(m_file), items.GetSize());
-            EXPECT_EQ(ReadBytes(m_file).find_first_of("\x01\x02\x1F\x7F"s), ReadBytes(m_file).find('\x7F'));
-        }
-    }
-}
-
-// ---- Query
-
-TEST_F(LogTest, Query) {
-    using Def = QzLogQueryDef;
-    const std::string all = "m0;m1;m2;m3;m4;m5;";
-    const auto with = [](auto set) {
-        Def query;
-        set(query);
-        return Messages(query);
-    };
-    for (const Log::Mode mode : FileModes) {
-        log.SetLogFormat("%DATETIME %LEVEL %RESID %THREADID %CODEFILE: %MSG");
-        log.SetLogCountToDisk(4); // the last two stay in memory
-        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
-        const char* const sources[] = {"even.cpp", "odd.cpp"};
-        for (int i = 0; i < 6; ++i) {
-            s_now = Saturday + i;
-            const auto level = static_cast<Log::LogLevelType>(100 * (i % 5 + 1));
-            log.RecordLog(level, 10 * i, K("m" + std::to_string(i)), sources[i % 2], i);
-        }
-        EXPECT_EQ(Messages(), all);
-        EXPECT_EQ(with([](Def& q) { q.m_nMinLevel = 300, q.m_nMaxLevel = 400; }), "m2;m3;");
-        EXPECT_EQ(with([](Def& q) { q.m_nMinResID = 30, q.m_nMaxResID = 40; }), "m3;m4;");
-        EXPECT_EQ(with([](Def& q) { q.m_dtFrom = KeldTime(Saturday + 1), q.m_dtTo = KeldTime(Saturday + 2); }),
-                  "m1;m2;");
-        EXPECT_EQ(with([](Def& q) { q.m_strText = "odd"; }), "m1;m3;m5;");
-        EXPECT_EQ(with([](Def& q) { q.m_strText = "m4"; }), "m4;");
-        EXPECT_EQ(with([](Def& q) { q.m_nThreadID = QzThread::GetCurrentThreadId(); }), all);
-        EXPECT_EQ(with([](Def& q) { q.m_nThreadID = 1; }), "");
-        log.SetQueryMaxNum(2);
-        EXPECT_EQ(with([](Def& q) { q.m_strText = "even"; }), "m2;m4;");
-        log.SetQueryMaxNum(1000);
-
-        log.Flush();
-        KeldArray<QzLogItem> items;
-        log.Query(Def(), items);
-        ASSERT_EQ(log.SaveQueryResult(items, K(m_scratch / "saved")), 1);
-        EXPECT_EQ(ReadBytes(m_scratch / "saved"), ReadBytes(m_file)); // what was read is what was recorded
-    }
-}
-
 // ---- Failures
 
 TEST_F(LogTest, WritesAgainWhenItCan) {
@@ -626,11 +460,7 @@ TEST_F(LogTest, MemoryKeepsTheNewest) {
 // ---- Threads
 
 TEST_F(LogTest, ThreadsLoseAndTearNothing) {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    constexpr int Count = 10000;
-#else
-    constexpr int Count = 100000;
-#endif
+    constexpr int Count = 5000;
     constexpr int Threads = 8;
     const auto text = [](int t, int i) {
         return std::to_string(t) + std::string(static_cast<std::size_t>(i % 50), '.') + std::to_string(i);
@@ -664,6 +494,311 @@ TEST_F(LogTest, ThreadsLoseAndTearNothing) {
     }
     for (const int count : next)
         EXPECT_EQ(count, Count);
+}
+
+// ---- Macros
+
+static std::string Print(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const std::string text(LogPrint(format, arguments).View());
+    va_end(arguments);
+    return text;
+}
+
+// Against the C library, with random values and every way to write them down.
+TEST(LogPrint, PrintsAsTheCLibraryDoes) {
+    std::mt19937_64 random(5);
+    const auto pick = [&](auto... choices) {
+        const std::array<const char*, sizeof...(choices)> all = {choices...};
+        return std::string(all[random() % all.size()]);
+    };
+    const auto check = [](const std::string& format, auto value) {
+        char expected[2048];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        const int length = std::snprintf(expected, sizeof(expected), format.c_str(), value, 7, "end");
+        ASSERT_EQ(Print(format.c_str(), value, 7, "end"), std::string(expected, static_cast<std::size_t>(length)))
+            << format;
+#pragma GCC diagnostic pop
+    };
+    for (int i = 0; i < 60000; ++i) {
+        const std::string spec = "%" + pick("", "-", "0", "+", " ", "-0", "+0", "#", "#0") +
+                                 pick("", "", "1", "12", "30") + pick("", "", ".", ".0", ".1", ".3", ".9", ".15");
+        const std::string rest = pick("|%d %s", "%%|%3d|%5s", "|%-4d|%.2s", "|%x%%%s");
+        const std::uint64_t bits = random() >> random() % 64;
+        check(spec + pick("d", "i", "u", "x", "X", "o", "hd", "hhu", "c") + rest, static_cast<int>(bits));
+        check(spec + pick("ld", "lld", "zu", "jx", "lX", "to", "lu") + rest, bits);
+        // Numbers of all sizes, ties between two last digits, and what is none.
+        const double wide =
+            std::ldexp(static_cast<double>(random() % 1000000007), static_cast<int>(random() % 200) - 100);
+        const double tie = static_cast<double>(static_cast<std::int64_t>(random() % 200001) - 100000) / 16;
+        const double odd[] = {0.0, -0.0, 1.0 / 0.0, -1.0 / 0.0, 1e15, 999999.9999995, 0.9999999, DBL_MAX, DBL_MIN};
+        const double value = i % 3 == 0 ? wide : i % 3 == 1 ? tie : odd[random() % std::size(odd)];
+        check(spec + pick("f", "F", "e", "E", "g", "G", "a") + rest, value);
+        check(spec + "s" + rest, pick("", "a", "roads and rivers") == "a" ? "a" : "roads and rivers");
+    }
+    EXPECT_EQ(Print("100%%"), "100%");
+    EXPECT_EQ(Print("%*d|%-*d|%.*f", 5, 1, -5, 2, 2, 0.125), "    1|2    |0.12");
+    EXPECT_EQ(Print("%s", std::string(5000, 'x').c_str()), std::string(5000, 'x'));
+    EXPECT_EQ(Print("%Lf %p", 1.5L, nullptr), "1.500000 (nil)");
+}
+
+TEST_F(LogTest, MacrosAskTheLevelFirst) {
+    log.Open(K(m_file));
+    log.SetLogFormat("%LEVEL|%RESID|%MSG|%CODEFILE(%CODELINE)");
+    log.SetLevel(Log::warning);
+    int evaluated = 0;
+    QZ_LOG_DEBUG(1, "%d", ++evaluated);
+    QZ_LOG_INFO(2, "%d", ++evaluated);
+    EXPECT_EQ(evaluated, 0);
+    QZ_LOG_WARNING(3, "%d %s", ++evaluated, "warned");
+    log.SetLevel(Log::fatal);
+    QZ_LOG_WARNING(4, "%d", ++evaluated);
+    QZ_LOG_ERROR(5, "plain");
+    QZ_LOG_FATAL(6, "%5.1f", 2.25);
+    EXPECT_FALSE(Log::IsEnabled(Log::warning));
+    EXPECT_TRUE(Log::IsEnabled(Log::error)); // whatever the threshold
+    log.SetBlocked(1);
+    QZ_LOG_FATAL(7, "%d", ++evaluated);
+    EXPECT_FALSE(Log::IsEnabled(Log::fatal));
+    log.SetBlocked(0);
+    EXPECT_EQ(evaluated, 1);
+    const std::string at = "|" __FILE__ "(";
+    std::string text = ReadBytes(m_file);
+    for (std::size_t line; (line = text.find(at)) != std::string::npos;)
+        text.erase(line, text.find(')', line) - line + 1);
+    EXPECT_EQ(text, "warning|     3|1 warned\n  error|     5|plain\n  fatal|     6|  2.2\n");
+}
+
+// ---- Further placeholders
+
+TEST_F(LogTest, MillisecondsProcessAndUtc) {
+    log.Open(K(m_file));
+    log.SetLogFormat("%MS|%PID|%MSG|%MS");
+    SetLogClock(nullptr);
+    const std::string pid = std::to_string(getpid());
+    std::set<std::string> milliseconds;
+    for (int i = 0; i < 40; ++i) {
+        Record("m");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::istringstream lines(ReadBytes(m_file));
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_EQ(line.substr(3), "|" + pid + "|m|" + line.substr(0, 3));
+        milliseconds.insert(line.substr(0, 3));
+    }
+    EXPECT_GT(milliseconds.size(), 5U);
+    KeldArray<QzLogItem> items;
+    log.Query(QzLogQueryDef(), items);
+    ASSERT_EQ(items.GetSize(), 40);
+    EXPECT_EQ(items[0].m_nProcessID, static_cast<unsigned>(getpid()));
+    EXPECT_NE(log.GetXMLLogFormat().Find("<Milliseconds>%MS</Milliseconds>\r\n<ProcessID>%PID</ProcessID>"), -1);
+
+    SetLogClock([] { return KeldTime(s_now.load()); });
+    log.SetLogFormat("%DATETIME.%MS %MSG");
+    log.SetUtc(1);
+    EXPECT_EQ(log.Open(K(m_scratch / "day.log"), 0), 1);
+    log.SetTimeInterval(Log::Day);
+    Record("a"); // 01:34 of a day that began at 08:00 here
+    s_now = Saturday + 20 * 3600;
+    Record("b");
+    s_now = Saturday + 23 * 3600;
+    Record("c");
+    log.SetTimeInterval(Log::None);
+    EXPECT_EQ(ReadBytes(m_scratch / "day.log"), "2026-11-21 01:34:56.000 a\n2026-11-21 21:34:56.000 b\n");
+    EXPECT_EQ(ReadBytes(m_scratch / "day_2026-11-22_00-34-56.log"), "2026-11-22 00:34:56.000 c\n");
+    log.SetUtc(0);
+}
+
+// ---- Rollover, and what is kept
+
+TEST_F(LogTest, ClockThatGoesBackMakesNoFile) {
+    log.Open(K(m_scratch.Path()), "a.log", Log::Hour);
+    for (const int seconds : {1503, 1504, 1500, 1506, 1502, 1507}) { // 10:00 is 1504 seconds away
+        s_now = Saturday + seconds;
+        Record(std::to_string(seconds));
+    }
+    EXPECT_EQ(Files(m_scratch.Path()), "a.log: 1503\n;a_2026-11-21_10-00-00.log: 1504\n1500\n1506\n1502\n1507\n;");
+    s_now = Saturday - 86400; // put right by a day: the next hour counts again
+    Record("yesterday");
+    s_now = Saturday - 86400 + 3600;
+    Record("later");
+    EXPECT_EQ(ReadBytes(m_scratch / "a_2026-11-20_10-34-56.log"), "later\n");
+    log.SetTimeInterval(Log::None);
+}
+
+TEST_F(LogTest, OldFilesGo) {
+    WriteBytes(m_scratch / "a(x).log", "not the log's");
+    WriteBytes(m_scratch / "ab.log", "not the log's");
+    log.Open(K(m_file));
+    log.SetRetention(2, 0);
+    log.SetFileSizeLimit(2, Log::NewFile);
+    for (int i = 0; i < 8; ++i) {
+        Record("item" + std::to_string(i));
+        std::filesystem::last_write_time(log.GetFileName().Cstr(),
+                                         std::filesystem::file_time_type::clock::now() - std::chrono::hours(10 - i));
+    }
+    EXPECT_EQ(Files(m_scratch.Path()), "a(5).log: item5\n;a(6).log: item6\n;a(7).log: item7\n;"
+                                       "a(x).log: not the log's;ab.log: not the log's;");
+    log.SetRetention(0, 7); // bytes: one file
+    Record("item8");
+    EXPECT_EQ(Files(m_scratch.Path()),
+              "a(7).log: item7\n;a(8).log: item8\n;a(x).log: not the log's;ab.log: not the log's;");
+    log.SetRetention(0, 0);
+}
+
+// ---- Memory and loss
+
+TEST_F(LogTest, LossLeavesALine) {
+    log.Open("/dev/full");
+    log.SetLogCountInMemory(2);
+    RecordAll({"1", "2", "3", "4", "5"});
+    log.Close();
+    log.Open(K(m_file));
+    Record("6");
+    EXPECT_EQ(ReadBytes(m_file), "3 items were lost: they could not be written\n4\n5\n6\n");
+    // Through call-backs.
+    static int s_refusals;
+    static std::string s_taken;
+    s_refusals = 4;
+    s_taken.clear();
+    Log::SetWriteCallBack([](void*, const QzLogItem& item) -> unsigned char {
+        if (s_refusals-- > 0)
+            return 0;
+        s_taken += item.m_strDescription.Cstr() + ";"s;
+        return 1;
+    });
+    log.Open(nullptr, "table");
+    RecordAll({"a", "b", "c", "d", "e"});
+    EXPECT_EQ(s_taken, "2 items were lost: they could not be written;c;d;e;");
+}
+
+TEST_F(LogTest, WhatWaitsIsBoundedByBytes) {
+    log.Open(Log::Memory);
+    const std::string message(1 << 20, 'x');
+    for (int i = 0; i < 80; ++i)
+        Record(std::to_string(i) + message, Log::error);
+    KeldArray<QzLogItem> items;
+    log.Query(QzLogQueryDef(), items);
+    EXPECT_EQ(items.GetSize(), 63); // and a little for each
+    EXPECT_EQ(items[62].m_strDescription.Left(3), "79x");
+    EXPECT_EQ(QzErrorObj::GetInstance().GetCount(), 15);
+    const std::string huge(100 << 20, 'y');
+    Record(huge, Log::error);
+    log.Query(QzLogQueryDef(), items);
+    ASSERT_EQ(items.GetSize(), 1);
+    EXPECT_EQ(items[0].m_strDescription.GetLength(), 100 << 20);
+    EXPECT_EQ(QzErrorObj::GetInstance().GetCount(), 1);
+    QzErrorObj::GetInstance().Clear();
+    // Nothing is dropped while it can be written.
+    log.SetLogCountToDisk(10000);
+    log.Open(K(m_file));
+    for (int i = 0; i < 80; ++i)
+        Record(message);
+    log.Close();
+    EXPECT_EQ(std::filesystem::file_size(m_file), huge.size() + 1 + 80 * (message.size() + 1));
+}
+
+[[noreturn]] static void FillTheDisk(const std::string& file) {
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = {0, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    int recorded = 0;
+    for (int i = 0; i < 2000; ++i)
+        recorded += Record(std::string(99, 'x'));
+    limit.rlim_cur = 100050;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    recorded += Record("last");
+    std::_Exit(recorded == 0 && std::filesystem::file_size(file) == 100000 ? 0 : 1);
+}
+
+// As much as has room, in one call, and no part of an item.
+TEST_F(LogTest, BacklogDrainsAsFarAsTheDiskHasRoom) {
+    log.Open(K(m_file));
+    EXPECT_EXIT(FillTheDisk(m_file), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(LogTest, RepeatsCanBeReported) {
+    log.Open(K(m_file));
+    log.SetFilterRepeat(1);
+    log.SetReportRepeats(1);
+    EXPECT_EQ(RecordAll({"same", "same", "same", "other"}), 2);
+    EXPECT_EQ(RecordAll({"other"}), 0);
+    log.Close();
+    log.SetReportRepeats(0);
+    EXPECT_EQ(ReadBytes(m_file), "same\n2 repeats were left out\nother\n1 repeats were left out\n");
+}
+
+TEST_F(LogTest, CallBackThatThrowsLosesNothing) {
+    log.Open(K(m_file));
+    Log::SetCallBack([](const char*) { throw 1; });
+    EXPECT_EQ(Record("echoed"), 1);
+    Log::SetCallBack(nullptr);
+    EXPECT_EQ(ReadBytes(m_file), "echoed\n");
+    Log::SetOpenCallBack([](void*, const char*) -> unsigned char { throw 2; });
+    EXPECT_EQ(log.Open(Log::Memory), 0);
+    Log::SetOpenCallBack(nullptr);
+    log.Open(Log::Memory);
+    Log::SetWriteCallBack([](void* count, const QzLogItem& item) -> unsigned char {
+        static_cast<void>(count);
+        if (item.m_strDescription == "bad")
+            throw 3;
+        return 1;
+    });
+    EXPECT_EQ(RecordAll({"good", "bad", "behind"}), 1);
+    EXPECT_EQ(Messages(), "bad;behind;");
+    Log::SetWriteCallBacks([](void*, const KeldArray<QzLogItem>&) -> unsigned char { throw 4; });
+    EXPECT_EQ(Record("third"), 0);
+    EXPECT_EQ(Messages(), "bad;behind;third;");
+    Log::SetCloseCallBack([](void*) { throw 5; });
+    EXPECT_EQ(log.Close(), 0);
+}
+
+// ---- Charsets of XML
+
+TEST_F(LogTest, XmlKeepsTheCharsetThatItWasOpenedIn) {
+    ASSERT_EQ(log.Open(K(m_file), 0, Log::XML), 1);
+    Record("\xE4\xB8\xAD");
+    {
+        CurrentCharset chinese(KELDCharset::GB2312);
+        Record("\xD6\xD0"); // the same character
+        Record("\xD6");     // half of one
+        std::filesystem::remove(m_file);
+        Record("\xB9\xFA");
+    }
+    EXPECT_EQ(Messages(), "\xE5\x9B\xBD;");
+    Record("\xE4\xB8\xAD");
+    EXPECT_EQ(CountXmlItems(m_file), 2);
+    EXPECT_EQ(ReadBytes(m_file).find("GB"), std::string::npos);
+}
+
+// What is text, against iconv.
+TEST(LogXmlText, TellsTextFromBytes) {
+    CurrentCharset utf8(KELDCharset::UTF8);
+    QzTextCodec codec(KELDCharset::UCS4LE, KELDCharset::UTF8);
+    std::mt19937 random(3);
+    const std::string bytes =
+        "\x41\x7F\x80\x8F\x90\x9F\xA0\xBE\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xED\xEE\xEF\xF0\xF1\xF3\xF4\xF5\xFF";
+    LogXmlText xml;
+    int texts = 0;
+    for (int i = 0; i < 200000; ++i) {
+        std::string text(1 + random() % 4, ' ');
+        for (char& c : text)
+            c = bytes[random() % bytes.size()];
+        KeldMBString wide;
+        bool isText = codec.Convert(wide, KeldMBString(text)) != 0;
+        for (int unit = 0; unit < wide.GetLength(); unit += 4)
+            // iconv goes on behind U+10FFFF, where XML ends
+            isText = isText && (static_cast<unsigned char>(wide[unit + 2]) <= 0x10) &&
+                     wide.Mid(unit, 4) != K("\xFE\xFF\0\0"s) && wide.Mid(unit, 4) != K("\xFF\xFF\0\0"s);
+        std::string markup;
+        xml.Append(markup, text);
+        ASSERT_EQ(markup == text, isText) << testing::PrintToString(text);
+        ASSERT_TRUE(ReadXmlText(markup).View() == text);
+        texts += isText ? 1 : 0;
+    }
+    EXPECT_GT(texts, 1000);
 }
 
 // ---- Configuration

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <random>
 #include <sys/stat.h>
 #include <tuple>
@@ -79,49 +81,89 @@ TEST(Stream, RefusesCountsThatTheBytesDoNotCover) {
             EXPECT_EQ(stream->GetPosition(), 4);
         }
     }
+    AssertionLog assertions;
+    for (const int size : {0, -1, std::numeric_limits<int>::min()}) { // as if elements were of one byte
+        QzMemoryStream stream("\4\0\0\0abc", 7);
+        EXPECT_EQ(stream.ReadCount(size), 0);
+        EXPECT_FALSE(stream.IsGood());
+    }
+    EXPECT_EQ(AssertionLog::Texts().size(), 3U);
 }
 
-// Random reads, writes and seeks, with a plain string as the model of what the file must hold.
-TEST(FileStream, BehavesAsItsBytesAtEveryBufferSize) {
-    const ScratchDirectory scratch;
+namespace {
+
+// Random reads, writes and seeks, with a plain string as the model of what the stream must hold.
+template <class Stream, class Other>
+void BehaveAsBytes(Stream& stream, std::string& model, Other other) {
     std::mt19937 random(7);
     const auto upTo = [&](std::size_t limit) { return static_cast<std::size_t>(random() % (limit + 1)); };
+    std::size_t position = 0;
+    for (int step = 0; step < 3000; ++step) {
+        ASSERT_EQ(stream.GetPosition(), position);
+        ASSERT_EQ(stream.GetLength(), model.size());
+        const std::size_t count = upTo(40);
+        const auto wanted = static_cast<std::int64_t>(count);
+        std::string bytes(count, static_cast<char>('a' + upTo(25)));
+        switch (upTo(4)) {
+        case 0: {
+            const std::string expected = model.substr(position, count);
+            ASSERT_EQ(stream.Read(bytes.data(), wanted), expected.size());
+            ASSERT_EQ(bytes, expected + std::string(count - expected.size(), '\0'));
+            position += expected.size();
+            break;
+        }
+        case 1:
+            ASSERT_EQ(stream.Write(bytes.data(), wanted), wanted);
+            model.replace(position, count, bytes);
+            position += count;
+            break;
+        case 2:
+            position = upTo(model.size());
+            ASSERT_TRUE(stream.Seek(static_cast<std::int64_t>(position)));
+            break;
+        case 3: other(stream, model, position, upTo(model.size())); break;
+        default: ASSERT_FALSE(stream.Seek(static_cast<std::int64_t>(model.size()) + 1));
+        }
+    }
+}
+
+} // namespace
+
+TEST(FileStream, BehavesAsItsBytesAtEveryBufferSize) {
+    const ScratchDirectory scratch;
+    char byte = 0;
     for (const int bufferSize : {0, 2, 7, 64}) {
         const std::string path = scratch / std::to_string(bufferSize);
         std::string model = "0123456789";
         WriteBytes(path, model);
         QzFileStream stream(KeldMBString(path), QzFile::Access::ReadWrite, bufferSize);
-        std::size_t position = 0;
-        for (int step = 0; step < 3000; ++step) {
-            ASSERT_EQ(stream.GetPosition(), position);
-            ASSERT_EQ(stream.GetLength(), model.size());
-            const std::size_t count = upTo(40);
-            const auto wanted = static_cast<std::int64_t>(count);
-            std::string bytes(count, static_cast<char>('a' + upTo(25)));
-            switch (upTo(3)) {
-            case 0: {
-                const std::string expected = model.substr(position, count);
-                ASSERT_EQ(stream.Read(bytes.data(), wanted), expected.size());
-                ASSERT_EQ(bytes, expected + std::string(count - expected.size(), '\0'));
-                position += expected.size();
-                break;
-            }
-            case 1:
-                ASSERT_EQ(stream.Write(bytes.data(), wanted), wanted);
-                model.replace(position, count, bytes);
-                position += count;
-                break;
-            case 2:
-                position = upTo(model.size());
-                ASSERT_TRUE(stream.Seek(static_cast<std::int64_t>(position)));
-                break;
-            default: ASSERT_FALSE(stream.Seek(static_cast<std::int64_t>(model.size()) + 1));
-            }
-        }
+        ASSERT_NO_FATAL_FAILURE(BehaveAsBytes(stream, model, [](auto&, auto&, auto&, std::size_t) {}));
         EXPECT_TRUE(stream.Close());
         EXPECT_EQ(ReadBytes(path), model);
-        EXPECT_FALSE(stream.Seek(0) || stream.Read(&position, 1) != 0);
+        EXPECT_FALSE(stream.Seek(0) || stream.Read(&byte, 1) != 0);
     }
+}
+
+// Its own bytes are written to it, from anywhere; room is made now and then, which moves neither bytes nor position.
+TEST(ByteArray, BehavesAsItsBytes) {
+    std::string model;
+    QzByteArray array;
+    ASSERT_NO_FATAL_FAILURE(
+        BehaveAsBytes(array, model, [](QzByteArray& bytes, std::string& held, std::size_t& position, std::size_t from) {
+            if (held.size() > 5000) {
+                bytes.Reserve(bytes.GetLength() + 1000);
+                return;
+            }
+            const std::string own = held.substr(from);
+            const auto count = static_cast<std::int64_t>(own.size());
+            ASSERT_EQ(bytes.Write(bytes.GetData() + from, count), count);
+            held.replace(position, own.size(), own);
+            position += own.size();
+        }));
+    EXPECT_EQ(Bytes(array), model);
+    EXPECT_GT(model.size(), 1000U);
+    EXPECT_EQ(array.Write(array.GetData(), std::numeric_limits<std::int64_t>::max()), 0);
+    EXPECT_EQ(Bytes(array), model);
 }
 
 TEST(FileStream, SaysThatBytesWereLost) {
@@ -147,7 +189,46 @@ TEST(File, RefusesWhatIsNoFile) {
         EXPECT_NE(file.GetError(), "");
         EXPECT_FALSE(QzFileStream(KeldMBString(path), access).IsOpen());
     }
-    EXPECT_FALSE(QzFile::IsExist(KeldMBString(scratch.Path())));
+    for (const std::string& path : {scratch.Path(), scratch / "pipe", scratch / "missing"})
+        EXPECT_FALSE(QzFile::IsExist(KeldMBString(path))) << path;
+    // A path is not cut at a zero byte: the file before it is another one.
+    WriteBytes(scratch / "file", "kept");
+    const KeldMBString cut(scratch / "file" + "\0x"s);
+    QzFile file;
+    EXPECT_FALSE(file.Open(cut, Access::Write) || QzFile::IsExist(cut));
+    EXPECT_NE(file.GetError(), "");
+    QzFile::Remove(cut);
+    KeldMBString error;
+    EXPECT_FALSE(QzFile::ReplaceAll(cut, "x", error));
+    EXPECT_NE(error, "");
+    EXPECT_EQ(ReadBytes(scratch / "file"), "kept");
+}
+
+TEST(File, IsReadToItsEnd) {
+    const ScratchDirectory scratch;
+    std::string bytes;
+    while (bytes.size() < 100000)
+        bytes += std::to_string(bytes.size());
+    WriteBytes(scratch / "file", bytes);
+    QzFile file;
+    KeldMBString text;
+    ASSERT_TRUE(file.Open(KeldMBString(scratch / "file"), QzFile::Access::Read));
+    for (int again = 0; again < 2; ++again) { // from the start, wherever it is
+        EXPECT_TRUE(file.ReadAll(text));
+        EXPECT_EQ(text.View(), bytes);
+        EXPECT_TRUE(file.Seek(50));
+    }
+    std::filesystem::resize_file(scratch / "file", 0);
+    EXPECT_TRUE(file.ReadAll(text));
+    EXPECT_EQ(text, "");
+    // The system tells 0 for the length of this one.
+    ASSERT_TRUE(file.Open("/proc/self/status", QzFile::Access::Read));
+    EXPECT_EQ(file.GetLength(), 0);
+    EXPECT_TRUE(file.ReadAll(text));
+    EXPECT_GE(text.Find("VmPeak"), 0);
+    EXPECT_EQ(text.GetAt(text.GetLength() - 1), '\n');
+    file.Close();
+    EXPECT_FALSE(file.ReadAll(text));
 }
 
 TEST(File, IsReplacedWholeOrNotAtAll) {
@@ -177,6 +258,16 @@ TEST(File, IsReplacedWholeOrNotAtAll) {
 TEST(File, PathsTakeBothSeparators) {
     EXPECT_EQ(QzFile::GetAbsolutePath("/a\\b/", "..\\c/.\\d.xml"), "/a/c/d.xml");
     EXPECT_EQ(QzFile::GetAbsolutePath("/a", "/x\\y"), "/x/y");
+    const std::array<const char*, 4> paths[] = {
+        {"a/b.c", "a/", "b", ".c"}, {"a\\.b", "a/", ".b", ""}, {"..", "", "..", ""}, {"a/..", "a/", "..", ""},
+        {"a.b/c", "a.b/", "c", ""}, {"a..", "", "a.", "."},    {"", "", "", ""},     {".", "", ".", ""}};
+    for (const auto& [path, directory, name, extension] : paths) {
+        KeldMBString parts[] = {path, "", ""};
+        QzFile::SplitPath(parts[0], parts[0], parts[1], parts[2]);
+        EXPECT_EQ(parts[0], directory) << path;
+        EXPECT_EQ(parts[1], name) << path;
+        EXPECT_EQ(parts[2], extension) << path;
+    }
     KeldMBString text("a\\\x81\\b"); // the second byte of a character is no separator
     text.SetCharset(KELDCharset::GB2312);
     EXPECT_EQ(QzFile::ToNativePath(text), "a/\x81\\b");
@@ -193,4 +284,9 @@ TEST(Text, SprintfCutsAndTraceReachesItsHandler) {
     const TextLog<&SetTraceHandler> trace;
     qztrace("%s %d", "line", 1);
     EXPECT_EQ(trace.Texts(), std::vector<std::string>{"line 1"});
+    SetTraceHandler(nullptr);
+    testing::internal::CaptureStderr();
+    qztrace("one");
+    qztrace("two\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "one\ntwo\n"); // a line each
 }

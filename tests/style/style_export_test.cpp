@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
 
 #include "style/randomstyle.h"
@@ -302,4 +304,51 @@ TEST(StyleExport, WhatIsNotNamedComesBack) {
         whole += leftOut.IsEmpty() ? 1 : 0;
     }
     EXPECT_GT(whole, 100); // the list is not simply full
+}
+
+// The examples of docs/styles.md, which readers compare their own with.
+TEST(StyleGuide, ItsExamplesAreWhatIsWritten) {
+    QzStyle style;
+    style.SetLineStyle(5);
+    style.SetLineWidth(0.3);
+    style.SetLineColor(KELDRGB(17, 34, 51));
+    style.SetFillStyle(6);
+    style.SetFillForeColor(KELDRGB(119, 136, 153));
+    style.SetFillBackColor(KELDRGB(68, 85, 102));
+    style.SetFillBackOpaque(0);
+    style.SetFillOpaqueRate(50);
+    style.SetFillGradientType(2);
+    style.SetFillAngle(45);
+    style.SetFillCenterOffsetX(-2);
+    style.SetFillCenterOffsetY(3);
+    unsigned char symbol[] = {1, 2, 3, 4, 5};
+    style.SetFillSymbolStyle(symbol, sizeof(symbol), 7, 1);
+    style.SetExtendHeight(12.5F);
+    style.SetSideTexture("brick");
+
+    const std::string guide = ReadBytes(STYLES_GUIDE);
+    const auto block = [&](const std::string& heading, const std::string& fence) {
+        const std::size_t begin = guide.find(fence + "\n", guide.find(heading)) + fence.size() + 1;
+        return guide.substr(begin, guide.find("```", begin) - begin);
+    };
+    constexpr std::size_t Column = 27; // of what the bytes mean
+    std::istringstream lines(block("### A record, byte for byte", "```text"));
+    std::string record;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream bytes(line.substr(0, Column));
+        for (std::string byte; bytes >> byte;)
+            record += static_cast<char>(std::stoi(byte, nullptr, 16));
+    }
+    QzMemoryStream stream;
+    style.Save(stream, 2);
+    EXPECT_EQ(record, std::string(reinterpret_cast<const char*>(stream.GetData()), 118));
+    EXPECT_EQ(stream.GetLength(), 118);
+
+    std::string xml(style.ToXML(0, "").View());
+    xml.erase(std::remove(xml.begin(), xml.end(), '\r'), xml.end());
+    EXPECT_EQ(block("### An element, whole", "```xml"), xml);
+
+    std::string leftOut;
+    EXPECT_EQ(block("## Feature styles and SLD", "```text"), FeatureStyle(style, 2, &leftOut) + "\n");
+    EXPECT_EQ(leftOut, "fill gradient, fill centre, fill symbol, 3D attributes");
 }

@@ -104,6 +104,8 @@ TEST_F(MarkupFile, LoadsWhatTheFileSays) {
         {xml + "x-nobody-knows\"?>", "\xE9", "\xE9", KELDCharset::Unknown},
         {xml + "GB2312\"?>", "\xFF\xFF", "\xFF\xFF", KELDCharset::GB2312}, // no text of it: as it was read
         {xml + "UTF-16LE\"?>", "\xE9x", "\xE9x", KELDCharset::UTF16LE},    // which cannot be true
+        {xml + "UTF-16\"?>", "\xE9x", "\xE9x", KELDCharset::UTF16},
+        {xml + "IBM037\"?>", "\xE9x", "\xE9x", KeldSystem::GetCharset("IBM037")}, // which cannot be true
     };
     for (const auto& [declaration, stored, text, encoding] : cases) {
         SCOPED_TRACE(declaration + text);
@@ -230,6 +232,8 @@ TEST_F(MarkupFile, SavesWhatTheDeclarationSays) {
         // Wide units have a mark.
         {Charset::UTF8, "<a/>", Charset::UTF16LE, "\xFF\xFE" + Encoded(wide, Charset::UTF16LE)},
         {Charset::UTF8, "<a/>", Charset::UCS2BE, "\xFE\xFF" + Encoded(wide, Charset::UTF16BE)},
+        {Charset::UTF8, "<a/>", Charset::UTF16, "\xFF\xFE" + Encoded(wide, Charset::UTF16LE)},
+        {Charset::UTF8, "<a/>", Charset::UTF32, "\xFF\xFE\0\0"s + Encoded(wide4, Charset::UCS4LE)},
         {Charset::UTF8, "<a/>", Charset::UCS4BE, "\0\0\xFE\xFF"s + Encoded(wide4, Charset::UCS4BE)},
         {Charset::UTF8, "<a/>", Charset::Wide, "\xFF\xFE\0\0"s + Encoded(wide4, Charset::UCS4LE)},
     };
@@ -278,12 +282,13 @@ TEST_F(MarkupFile, GivesBackWhatItRead) {
                                   "\xFF\xFE\0\0"s,
                                   "\0\0\xFE\xFF"s,
                                   "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>"};
-    const char* const names[] = {"GB2312", "Big5", "UTF-8", "ISO-8859-1", "UTF-16LE", "US-ASCII", "x-none", "UTF-16"};
+    const char* const names[] = {"GB2312",   "Big5",   "UTF-8",  "ISO-8859-1", "UTF-16LE",
+                                 "US-ASCII", "x-none", "UTF-16", "ISO-2022-JP"};
     std::mt19937 random(12);
     const auto pick = [&](const auto& table) { return table[random() % std::size(table)]; };
     int unconverted = 0;
     int converted = 0;
-    for (int step = 0; step < 800; ++step) {
+    for (int step = 0; step < 500; ++step) {
         std::string bytes = pick(starts);
         if (random() % 2 != 0)
             bytes += "<?xml version=\"1.0\" encoding=\""s + pick(names) + "\"?>";
@@ -304,7 +309,7 @@ TEST_F(MarkupFile, GivesBackWhatItRead) {
         ++converted;
         QzMarkup loaded;
         loaded.Load(m_path.c_str());
-        ASSERT_EQ(loaded.GetDoc(), markup.GetDoc()) << bytes;
+        ASSERT_EQ(loaded.GetDoc(), markup.GetDoc()) << testing::PrintToString(bytes);
         const auto withoutInstruction = [](std::string text) {
             const std::size_t start = text.find("<?");
             const std::size_t end = text.find("?>");
@@ -320,8 +325,8 @@ TEST_F(MarkupFile, GivesBackWhatItRead) {
                 << bytes;
         }
     }
-    EXPECT_GT(unconverted, 100);
-    EXPECT_GT(converted, 100);
+    EXPECT_GT(unconverted, 50);
+    EXPECT_GT(converted, 50);
 
     // Whoever knows better says so: the file was UTF-8 all the time.
     KeldSystem::SetCurCharset(KELDCharset::UTF8);
@@ -495,7 +500,7 @@ TEST_F(MarkupFile, LosesNothingWhenTheSystemFails) {
         EXPECT_EQ(descriptors(), opened);
         failures += done ? 0 : 1;
     };
-    for (const rlim_t room : {0, 1, 4096, 50000, 60000}) {
+    for (const unsigned room : {0U, 1U, 4096U, 50000U, 60000U}) {
         check([&](QzMarkup& markup) {
             const FullDisk full(room);
             return markup.Save(m_path.c_str());

@@ -473,8 +473,7 @@ unsigned char QzRegistry::Save() {
     if (!SaveDoc(markup))
         return 0;
     const bool isMarked = m_fileForm.hasMark && (current == KELDCharset::UTF8 || !m_fileForm.isConverted);
-    const std::string_view parts[] = {isMarked ? ByteOrderMark(KELDCharset::UTF8) : std::string_view(),
-                                      markup.GetDoc().View()};
+    const std::string_view parts[] = {isMarked ? Utf8Mark : std::string_view(), markup.GetDoc().View()};
     const auto write = [&](QzFile& file) {
         return std::all_of(std::begin(parts), std::end(parts), [&](std::string_view part) {
             const auto size = static_cast<std::int64_t>(part.size());

@@ -48,11 +48,13 @@ bool TakeOffTime(std::string_view& text, KeldTime& time) {
 }
 
 // "(12)", or nothing
-bool IsNumber(std::string_view text) {
+bool IsNumber(std::string_view text, int& number) {
     if (text.empty())
         return true;
-    return TakeOff(text, "(") && TakeOffEnd(text, ")") && !text.empty() &&
-           text.find_first_not_of("0123456789") == std::string_view::npos;
+    if (!TakeOff(text, "(") || !TakeOffEnd(text, ")"))
+        return false;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+    return result.ec == std::errc() && result.ptr == text.data() + text.size() && number > 0;
 }
 
 } // namespace
@@ -73,25 +75,39 @@ KeldMBString LogFileNames::OfTime(KeldTime now) const {
     return directory + prefix + FormatLogTime(now, "_%Y-%m-%d_%H-%M-%S", utc) + extension;
 }
 
+LogFileNames LogFileNames::Of(const KeldMBString& path) {
+    LogFileNames names;
+    KeldMBString name;
+    QzFile::SplitPath(path, names.directory, name, names.extension);
+    names.isDefault = true;
+    Found ignored;
+    names.isDefault = names.Read(std::string((name + names.extension).View()), ignored);
+    names.prefix = names.isDefault ? KeldMBString("Log") : name;
+    return names;
+}
+
+bool LogFileNames::Read(const std::string& name, Found& found) const {
+    std::string_view middle = name;
+    if (!TakeOff(middle, isDefault ? std::string_view("Zp") : prefix.View()) ||
+        !TakeOffEnd(middle, isDefault ? std::string_view(".log") : extension.View()))
+        return false;
+    std::string_view behind = middle;
+    if ((isDefault || TakeOff(behind, "_")) && TakeOffTime(behind, found.time)) {
+        found.hasTime = true;
+        middle = behind;
+    }
+    return IsNumber(middle, found.number) && (!isDefault || found.hasTime);
+}
+
 std::vector<LogFileNames::Found> LogFileNames::FindAll() const {
     std::vector<Found> all;
     std::error_code failed;
     const std::filesystem::path folder(directory.Cstr());
-    const std::string_view start = isDefault ? std::string_view("Zp") : prefix.View();
-    const std::string_view end = isDefault ? std::string_view(".log") : extension.View();
     for (std::filesystem::directory_iterator entry(folder, failed), last; !failed && entry != last;
          entry.increment(failed)) {
         const std::string name = entry->path().filename().string();
-        std::string_view middle = name;
         Found found;
-        if (!TakeOff(middle, start) || !TakeOffEnd(middle, end))
-            continue;
-        std::string_view behind = middle;
-        if ((isDefault || TakeOff(behind, "_")) && TakeOffTime(behind, found.time)) {
-            found.hasTime = true;
-            middle = behind;
-        }
-        if (!IsNumber(middle) || (isDefault && !found.hasTime))
+        if (!Read(name, found))
             continue;
         found.path = directory + KeldMBString(name);
         all.push_back(std::move(found));

@@ -25,11 +25,16 @@ struct LogFileNames {
         KeldMBString path;
         bool hasTime = false;
         KeldTime time; ///< from its name
+        int number = 0;
     };
 
+    /// As the name of a file by its absolute path tells them.
+    static LogFileNames Of(const KeldMBString& path);
+
     KeldMBString First(KeldTime now) const;
-    KeldMBString OfTime(KeldTime now) const; ///< of the file that an interval starts
-    std::vector<Found> FindAll() const;      ///< those in the directory whose names say so, in no order
+    KeldMBString OfTime(KeldTime now) const;                ///< of the file that an interval starts
+    std::vector<Found> FindAll() const;                     ///< those in the directory whose names say so, in no order
+    bool Read(const std::string& name, Found& found) const; ///< whether a name says so, and what
 };
 
 /// "dir/name.log" with the number 2 is "dir/name(2).log"; with 0 it is itself.

@@ -49,6 +49,7 @@ public:
     bool IsLongerThan(std::int64_t limit, std::int64_t now);
     std::int64_t GetLength() const { return m_file.IsOpen() ? m_file.GetLength() : 0; }
     std::int64_t GetPosition() const; ///< where the next write goes
+    bool IsOverwriting() const { return m_position >= 0; }
     const KeldMBString& GetPath() const { return m_path; }
     Form GetForm() const { return m_form; }
     KELDCharset::Charset GetCharset() const { return m_charset; }

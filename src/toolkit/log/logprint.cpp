@@ -5,10 +5,11 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace Qzc {
 
@@ -20,6 +21,7 @@ struct Spec {
     bool zeros = false;
     bool plus = false;
     bool blank = false;
+    bool upper = false; ///< of letters that are digits or stand for a value
     int width = 0;
     int precision = -1; ///< none
     enum class Size { Char, Short, Int, Long, LongLong, Max, Ptrdiff } size = Size::Int;
@@ -30,10 +32,7 @@ constexpr int MostWidth = 1000;
 
 class Printer {
 public:
-    Printer(const char* format, std::va_list arguments) : m_at(format) {
-        va_copy(m_arguments, arguments);
-        m_text.reserve(std::strlen(format) + 96);
-    }
+    Printer(const char* format, std::va_list arguments) : m_at(format) { va_copy(m_arguments, arguments); }
     ~Printer() { va_end(m_arguments); }
     Printer(const Printer&) = delete;
     Printer& operator=(const Printer&) = delete;
@@ -43,17 +42,22 @@ public:
         for (;;) {
             const char* const percent = std::strchr(m_at, '%');
             if (percent == nullptr) {
-                m_text.append(m_at);
+                Append(m_at);
                 return true;
             }
-            m_text.append(m_at, static_cast<std::size_t>(percent - m_at));
+            Append(std::string_view(m_at, static_cast<std::size_t>(percent - m_at)));
             m_at = percent + 1;
             Spec spec;
             if (!ReadSpec(spec) || !Convert(*m_at++, spec))
                 return false;
         }
     }
-    std::string&& Text() { return std::move(m_text); }
+    KeldMBString Text() {
+        if (m_text.empty())
+            return KeldMBString(std::string_view(m_buffer, m_size));
+        m_text.append(m_buffer, m_size);
+        return KeldMBString(std::move(m_text));
+    }
 
 private:
     bool ReadSpec(Spec& spec) {
@@ -117,18 +121,16 @@ private:
 
     bool Convert(char conversion, Spec& spec) {
         switch (conversion) {
-        case '%': m_text += '%'; return m_at[-2] == '%';
+        case '%': Append("%"); return m_at[-2] == '%';
         case 'd':
         case 'i': PrintSigned(spec); return true;
         case 'u': PrintUnsigned(spec, 10); return true;
         case 'o': PrintUnsigned(spec, 8); return true;
         case 'x': PrintUnsigned(spec, 16); return true;
-        case 'X': {
-            const std::size_t start = m_text.size();
+        case 'X':
+            spec.upper = true;
             PrintUnsigned(spec, 16);
-            MakeUpper(start);
             return true;
-        }
         case 'c':
             if (spec.size != Spec::Size::Int || spec.zeros)
                 return false;
@@ -141,21 +143,15 @@ private:
         case 'g': return PrintDouble(spec, conversion);
         case 'F':
         case 'E':
-        case 'G': {
-            const std::size_t start = m_text.size();
-            if (!PrintDouble(spec, static_cast<char>(conversion - 'A' + 'a')))
-                return false;
-            MakeUpper(start);
-            return true;
-        }
+        case 'G': spec.upper = true; return PrintDouble(spec, static_cast<char>(conversion - 'A' + 'a'));
         default: return false;
         }
     }
 
-    void MakeUpper(std::size_t start) {
-        for (std::size_t i = start; i < m_text.size(); ++i) {
-            if (m_text[i] >= 'a' && m_text[i] <= 'z')
-                m_text[i] = static_cast<char>(m_text[i] - 'a' + 'A');
+    static void MakeUpper(char* begin, const char* end) {
+        for (; begin != end; ++begin) {
+            if (*begin >= 'a' && *begin <= 'z')
+                *begin = static_cast<char>(*begin - 'a' + 'A');
         }
     }
 
@@ -196,7 +192,10 @@ private:
 
     void PrintInteger(Spec& spec, std::uint64_t value, int base, std::string_view sign) {
         char digits[24];
-        const char* const end = std::to_chars(std::begin(digits), std::end(digits), value, base).ptr;
+        const char* const end = base == 10 ? std::to_chars(std::begin(digits), std::end(digits), value).ptr
+                                           : std::to_chars(std::begin(digits), std::end(digits), value, base).ptr;
+        if (spec.upper)
+            MakeUpper(digits, end);
         std::string_view text(digits, static_cast<std::size_t>(end - digits));
         if (spec.precision < 0) {
             Pad(spec, sign, text);
@@ -233,19 +232,56 @@ private:
         const double positive = std::fabs(value);
         if (!std::isfinite(value)) {
             spec.zeros = false;
-            Pad(spec, sign, std::isnan(value) ? "nan" : "inf");
+            if (spec.upper)
+                Pad(spec, sign, std::isnan(value) ? "NAN" : "INF");
+            else
+                Pad(spec, sign, std::isnan(value) ? "nan" : "inf");
             return true;
         }
-        const auto form = conversion == 'f'   ? std::chars_format::fixed
-                          : conversion == 'e' ? std::chars_format::scientific
-                                              : std::chars_format::general;
         constexpr int DefaultPrecision = 6;
+        const int precision = spec.precision < 0 ? DefaultPrecision : spec.precision;
         char digits[512]; // the largest has 309 in front of the point
-        const char* const end = std::to_chars(std::begin(digits), std::end(digits), positive, form,
-                                              spec.precision < 0 ? DefaultPrecision : spec.precision)
-                                    .ptr;
+        char* end = conversion == 'f' ? PutFixed(digits, positive, precision) : nullptr;
+        if (end == nullptr) {
+            const auto form = conversion == 'f'   ? std::chars_format::fixed
+                              : conversion == 'e' ? std::chars_format::scientific
+                                                  : std::chars_format::general;
+            end = std::to_chars(std::begin(digits), std::end(digits), positive, form, precision).ptr;
+        }
+        if (spec.upper)
+            MakeUpper(digits, end);
         Pad(spec, sign, std::string_view(digits, static_cast<std::size_t>(end - digits)));
         return true;
+    }
+
+    // What is left of the point and what is right of it are whole numbers that a double holds, and how the latter is
+    // rounded can be told exactly: the product's own rounding error is a double, too. Null for other values.
+    static char* PutFixed(char* out, double value, int precision) {
+        constexpr double Powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+        constexpr double MostWhole = 1e15;
+        if (precision >= static_cast<int>(std::size(Powers)) || value >= MostWhole)
+            return nullptr;
+        const double power = Powers[precision];
+        auto whole = static_cast<std::uint64_t>(value);
+        const double part = value - static_cast<double>(whole);
+        const double product = part * power;
+        const double error = std::fma(part, power, -product);
+        auto parts = static_cast<std::uint64_t>(product);
+        const double aboveHalf = product - static_cast<double>(parts) - 0.5; // but for the error
+        if (aboveHalf > -error || (aboveHalf == -error && (precision == 0 ? whole : parts) % 2 != 0))
+            ++parts;
+        const auto limit = static_cast<std::uint64_t>(power);
+        if (parts >= limit) {
+            parts -= limit;
+            ++whole;
+        }
+        out = std::to_chars(out, out + 20, whole).ptr;
+        if (precision == 0)
+            return out;
+        *out++ = '.';
+        for (int i = precision; i-- > 0; parts /= 10)
+            out[i] = static_cast<char>('0' + parts % 10);
+        return out + precision;
     }
 
     void Pad(const Spec& spec, std::string_view sign, std::string_view text) {
@@ -253,37 +289,47 @@ private:
         const auto width = static_cast<std::size_t>(spec.width);
         const std::size_t padding = width > size ? width - size : 0;
         if (padding != 0 && !spec.left && !spec.zeros)
-            m_text.append(padding, ' ');
-        m_text.append(sign);
+            AppendMany(padding, ' ');
+        Append(sign);
         if (padding != 0 && !spec.left && spec.zeros)
-            m_text.append(padding, '0');
-        m_text.append(text);
+            AppendMany(padding, '0');
+        Append(text);
         if (padding != 0 && spec.left)
-            m_text.append(padding, ' ');
+            AppendMany(padding, ' ');
+    }
+
+    void Append(std::string_view text) {
+        if (text.size() > sizeof(m_buffer) - m_size) {
+            m_text.append(m_buffer, m_size).append(text);
+            m_size = 0;
+            return;
+        }
+        std::copy(text.begin(), text.end(), m_buffer + m_size);
+        m_size += text.size();
+    }
+    void AppendMany(std::size_t count, char c) {
+        for (; count > 0; --count)
+            Append(std::string_view(&c, 1));
     }
 
     const char* m_at;
     std::va_list m_arguments;
-    std::string m_text;
+    std::string m_text; ///< and behind it, what the buffer holds
+    std::size_t m_size = 0;
+    char m_buffer[400];
     char m_character = 0;
 };
 
 } // namespace
 
-std::string LogPrint(const char* format, std::va_list arguments) {
+KeldMBString LogPrint(const char* format, std::va_list arguments) {
     if (format == nullptr)
         return {};
     Printer printer(format, arguments);
     if (printer.Print())
         return printer.Text();
-    std::va_list again;
-    va_copy(again, arguments);
-    const int length = std::vsnprintf(nullptr, 0, format, again);
-    va_end(again);
-    if (length <= 0)
-        return {};
-    std::string text(static_cast<std::size_t>(length), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    KeldMBString text;
+    text.FormatV(format, arguments);
     return text;
 }
 

@@ -1,67 +1,111 @@
 #include "toolkit/qzlogfile.h"
 
-#include <cstdint>
-#include <deque>
+#include <filesystem>
+#include <memory>
+#include <new>
 #include <string>
-#include <utility>
+#include <system_error>
+#include <vector>
 
-#include "stream/qzfile.h"
 #include "stream/qztrace.h"
+#include "toolkit/log/logclock.h"
 #include "toolkit/log/logfilename.h"
+#include "toolkit/log/logfilequery.h"
 #include "toolkit/log/logguard.h"
-#include "toolkit/log/logreader.h"
 #include "toolkit/log/logstate.h"
 #include "toolkit/qzlogquerydef.h"
 
 namespace Qzc {
 
-unsigned char QzLogFile::Query(const QzLogQueryDef& query, KeldArray<QzLogItem>& items) {
-    std::deque<QzLogItem> newest;
+namespace {
+
+bool IsSameFile(const KeldMBString& a, const KeldMBString& b) {
+    std::error_code failed;
+    return a == b || std::filesystem::equivalent(a.Cstr(), b.Cstr(), failed);
+}
+
+} // namespace
+
+void QzLogFile::SetQueryCallBack(unsigned char (*callBack)(void*, long long, long long), void* context) {
+    State& state = *GetInstance(false).m_state;
+    const LogGuard guard(state.m_mutex);
+    state.m_queryCallBack = {callBack, context};
+}
+
+unsigned char QzLogFile::Query(const QzLogQueryDef& query, KeldArray<QzLogItem>& items) try {
+    std::unique_ptr<LogFileQuery> search;
+    bool isOpen = false;
     bool readable = true;
+    LogFileNames names;
     {
         const LogGuard guard(m_state->m_mutex);
         const State& state = *m_state;
-        const auto take = [&](QzLogItem& item) {
-            if (!query.Matches(item))
-                return;
-            newest.push_back(std::move(item));
-            if (newest.size() > state.m_nQueryMaxNum)
-                newest.pop_front();
-        };
-        if (state.m_output.IsOpen()) {
-            QzFile file;
-            readable = file.Open(state.m_output.GetPath(), QzFile::Access::Read);
-            if (readable && state.m_output.GetForm() == LogOutput::Form::Xml) {
-                ReadXmlLog(file, state.m_formats->dateTimeFormat, take);
-            } else if (readable) {
-                // In a file that is being overwritten the oldest items stand behind the newest.
-                const std::int64_t position = state.m_output.GetPosition();
-                ReadTextLog(file, position, file.GetLength(), state.m_formats->lineLayout, take);
-                ReadTextLog(file, 0, position, state.m_formats->lineLayout, take);
-            }
-        }
+        search = std::make_unique<LogFileQuery>(query, state.m_nQueryMaxNum, *state.m_formats, state.m_queryCallBack);
+        search->Search().StartSource(GetLogTime());
+        // They lie from the oldest to the newest.
+        std::vector<LogRecord> waiting;
         state.m_pending.Visit([&](const LogRecord& record, const LogFormats&) {
-            QzLogItem item = record.ToItem();
-            take(item);
+            waiting.push_back(record);
             return true;
         });
+        for (auto record = waiting.rbegin(); record != waiting.rend() && search->Search().TakeRecord(*record);)
+            ++record;
+        isOpen = state.m_output.IsOpen();
+        if (isOpen) {
+            names = state.m_rollover.GetNames();
+            readable = search->Open(state.m_output.GetPath());
+            if (state.m_output.IsOverwriting())
+                search->SetPosition(state.m_output.GetPosition());
+        }
     }
-    items.RemoveAll();
-    items.Reserve(static_cast<int>(newest.size()));
-    for (QzLogItem& item : newest)
-        items.Add(std::move(item));
+    if (isOpen && query.m_bRolledFiles != 0)
+        search->AddRolledFiles(names);
+    readable = search->Run() && readable;
+    search->Search().Give(items);
     return readable ? 1 : 0;
+} catch (const std::bad_alloc&) {
+    return 0;
+}
+
+unsigned char QzLogFile::QueryFile(const KeldMBString& path, const QzLogQueryDef& query,
+                                   KeldArray<QzLogItem>& items) try {
+    std::unique_ptr<LogFileQuery> search;
+    {
+        const State& state = *GetInstance(false).m_state;
+        const LogGuard guard(GetInstance(false).m_state->m_mutex);
+        search = std::make_unique<LogFileQuery>(query, state.m_nQueryMaxNum, *state.m_formats, state.m_queryCallBack);
+    }
+    const KeldMBString file = AbsoluteLogPath(path);
+    search->Search().StartSource(GetLogTime());
+    bool readable = search->Open(file);
+    if (query.m_bRolledFiles != 0)
+        search->AddRolledFiles(LogFileNames::Of(file));
+    readable = search->Run() && readable;
+    search->Search().Give(items);
+    return readable ? 1 : 0;
+} catch (const std::bad_alloc&) {
+    return 0;
 }
 
 unsigned char QzLogFile::SaveQueryResult(const KeldArray<QzLogItem>& items, const KeldMBString& file) const {
-    const LogGuard guard(m_state->m_mutex);
-    const LogOutput::Form form = m_state->m_eMode == XML ? LogOutput::Form::Xml : LogOutput::Form::Text;
+    LogOutput::Form form = LogOutput::Form::Text;
+    const KeldMBString path = AbsoluteLogPath(file);
+    std::unique_ptr<LogFormats> formats;
+    {
+        const LogGuard guard(m_state->m_mutex);
+        if (m_state->m_output.IsOpen() && IsSameFile(path, m_state->m_output.GetPath()))
+            return 0;
+        if (m_state->m_eMode == XML)
+            form = LogOutput::Form::Xml;
+        const LogFormats& current = *m_state->m_formats;
+        formats = std::make_unique<LogFormats>(current.lineFormat, current.dateTimeFormat, current.utc);
+    }
     LogOutput output;
-    if (!output.Open(AbsoluteLogPath(file), form, LogOutput::Start::Afresh))
+    if (!output.Open(path, form, LogOutput::Start::Afresh))
         return 0;
     std::string text;
     for (const QzLogItem& item : items) {
-        m_state->m_formats->AppendWhole(text, item, form);
+        formats->AppendWhole(text, item, form);
         if (text.size() >= State::WriteSize) {
             if (!output.Write(text))
                 return 0;

@@ -1,151 +1,108 @@
 #include "toolkit/log/logreader.h"
 
 #include <algorithm>
-#include <string>
+#include <cstring>
+#include <new>
 
-#include "toolkit/log/logxml.h"
-#include "toolkit/qzmarkup.h"
+#include "base/keldmbstring.h"
 
 namespace Qzc {
 
 namespace {
 
-using Predicate = std::function<bool(std::string_view)>;
-using Consumer = std::function<void(std::string_view)>;
-
-constexpr std::size_t LongestItem = 1 << 26;
-constexpr std::size_t LookAhead = 1 << 12; // enough to tell whether an item starts
-constexpr std::int64_t BlockSize = 1 << 18;
-
-// A window that slides over part of a file.
-class Window {
-public:
-    Window(QzFile& file, std::int64_t from, std::int64_t to) : m_file(file), m_left(to - from) {
-        if (m_left < 0 || !m_file.Seek(from))
-            m_left = 0;
-    }
-
-    std::string_view View() const { return std::string_view(m_bytes).substr(m_start); }
-    void Drop(std::size_t count) { m_start += count; }
-    bool ReadMore() {
-        m_bytes.erase(0, m_start);
-        m_start = 0;
-        const std::size_t known = m_bytes.size();
-        const std::int64_t wanted = std::min(m_left, BlockSize);
-        m_bytes.resize(known + static_cast<std::size_t>(wanted));
-        const std::int64_t done = m_file.Read(m_bytes.data() + known, wanted);
-        m_bytes.resize(known + static_cast<std::size_t>(done));
-        m_left = done < wanted ? 0 : m_left - done;
-        return done > 0;
-    }
-
-private:
-    QzFile& m_file;
-    std::int64_t m_left;
-    std::string m_bytes;
-    std::size_t m_start = 0;
-};
-
-// Cuts the file's lines into items, each with the lines behind it that start none.
-void SplitItems(Window& window, const Predicate& startsItem, bool midLine, const Consumer& take) {
-    bool inItem = false;
-    bool more = window.ReadMore();
-    std::size_t line = 0; // where the line starts, behind the start of the item
-    if (midLine) {
-        const std::size_t end = window.View().find('\n');
-        window.Drop(end != std::string_view::npos ? end + 1 : window.View().size());
-    }
-    for (;;) {
-        while (more && window.View().size() < line + LookAhead)
-            more = window.ReadMore();
-        if (line >= window.View().size())
-            break;
-        if (startsItem(window.View().substr(line))) {
-            if (inItem)
-                take(window.View().substr(0, line - 1));
-            window.Drop(line);
-            line = 0;
-            inItem = true;
-        }
-        std::size_t end = window.View().find('\n', line);
-        while (end == std::string_view::npos && more) {
-            if (window.View().size() > LongestItem) {
-                window.Drop(window.View().size());
-                inItem = false;
-            }
-            const std::size_t known = window.View().size();
-            more = window.ReadMore();
-            end = window.View().find('\n', known);
-        }
-        if (end == std::string_view::npos)
-            break; // a line that was cut off
-        line = end + 1;
-        if (!inItem || line > LongestItem) {
-            window.Drop(line);
-            line = 0;
-            inItem = false;
-        }
-    }
-    if (inItem && line != 0)
-        take(window.View().substr(0, line - 1));
-}
-
-// The content of the child element that the markup is at, as it stands.
-std::string_view Content(std::string_view element) {
-    const std::size_t start = element.find('>');
-    const std::size_t end = element.rfind("</");
-    return start < end && end != std::string_view::npos ? element.substr(start + 1, end - start - 1)
-                                                        : std::string_view();
-}
-
-void ReadXmlItem(std::string_view text, const KeldMBString& dateTimeFormat, const LogItemVisitor& visit) {
-    QzMarkup markup;
-    if (!markup.SetDoc(std::string(text).c_str()) || !markup.FindElem("LogItem"))
-        return;
-    QzLogItem item;
-    while (markup.MoveNextChildElem()) {
-        const KeldMBString name = markup.GetChildTagName();
-        const KeldMBString element = markup.GetChildSubDoc();
-        const KeldMBString value = ReadXmlText(Content(element.View()));
-        std::string_view number = value.View();
-        if (name == "DateTime")
-            item.m_dtDateTime.Parse(dateTimeFormat, value);
-        else if (name == "TimeSpan")
-            ReadLogNumber(number, item.m_nTimeSpan);
-        else if (name == "Level")
-            ReadLogLevel(number, item);
-        else if (name == "ResID")
-            ReadLogNumber(number, item.m_nResID);
-        else if (name == "Description")
-            item.m_strDescription = value;
-        else if (name == "ThreadID")
-            ReadLogNumber(number, item.m_nThreadID);
-        else if (name == "CodeFile")
-            item.m_strCodeFile = value;
-        else if (name == "CodeLine")
-            ReadLogNumber(number, item.m_nCodeLine);
-    }
-    visit(item);
-}
+constexpr std::int64_t BlockSize = 1 << 17;
+constexpr std::int64_t NoEnd = -1;
 
 } // namespace
 
-void ReadTextLog(QzFile& file, std::int64_t from, std::int64_t to, LogLayout& layout, const LogItemVisitor& visit) {
-    Window window(file, from, to);
-    SplitItems(
-        window, [&](std::string_view text) { return layout.StartsItem(text); }, from > 0 && !layout.HasHead(),
-        [&](std::string_view text) {
-            QzLogItem item;
-            if (layout.Read(text, item))
-                visit(item);
-        });
+bool LogFileReader::Read(std::int64_t from, std::int64_t to, LogItemVisitor& visitor, const Progress& progress) {
+    m_visitor = &visitor;
+    m_start = to;
+    m_length = 0;
+    m_itemEnd = NoEnd;
+    while (m_start > from) {
+        const std::int64_t before = m_start;
+        if (!ReadBlock(std::max(from, before - BlockSize)))
+            break;
+        FindLines(static_cast<std::size_t>(before - m_start));
+        while (!m_lines.empty()) {
+            const std::int64_t line = m_start + static_cast<std::int64_t>(m_lines.back());
+            m_lines.pop_back();
+            if (m_itemEnd == NoEnd)
+                m_itemEnd = line;
+            else if (!TakeIfItem(line))
+                return false;
+        }
+        // What stands at `from` may be the rest of a line that was written over.
+        const bool startsHere = m_start == from && (from == 0 || m_reader.KnowsStart()) && m_itemEnd > from;
+        const bool goesOn = !startsHere || TakeIfItem(from);
+        if (!progress(before - m_start) || !goesOn)
+            return false;
+    }
+    return true;
 }
 
-void ReadXmlLog(QzFile& file, const KeldMBString& dateTimeFormat, const LogItemVisitor& visit) {
-    Window window(file, 0, file.GetLength());
-    SplitItems(
-        window, [](std::string_view text) { return text.substr(0, 9) == "<LogItem>" || text.substr(0, 6) == "</Log>"; },
-        false, [&](std::string_view text) { ReadXmlItem(text, dateTimeFormat, visit); });
+// The block from `from` to where the last one started, and behind it as much of the item that is looked for.
+bool LogFileReader::ReadBlock(std::int64_t from) {
+    const std::int64_t wanted = m_start - from;
+    const std::int64_t kept =
+        std::min({std::max<std::int64_t>(m_itemEnd - m_start, 0), BlockSize, static_cast<std::int64_t>(m_length)});
+    m_bytes.resize(static_cast<std::size_t>(2 * BlockSize));
+    std::memmove(m_bytes.data() + wanted, m_bytes.data(), static_cast<std::size_t>(kept));
+    m_length = static_cast<std::size_t>(wanted + kept);
+    m_start = from;
+    return ReadAt(from, m_bytes.data(), wanted);
+}
+
+// When the file has become shorter the items are gone, which is no failure.
+bool LogFileReader::ReadAt(std::int64_t position, char* bytes, std::int64_t count) {
+    if (m_file.Seek(position) && m_file.Read(bytes, count) == count)
+        return true;
+    m_complete = m_complete && m_file.GetErrorCode() == 0;
+    return false;
+}
+
+void LogFileReader::FindLines(std::size_t length) {
+    m_lines.clear();
+    const char* const bytes = m_bytes.data();
+    for (std::size_t at = 0; at < length;) {
+        const void* const found = std::memchr(bytes + at, '\n', length - at);
+        if (found == nullptr)
+            break;
+        at = static_cast<std::size_t>(static_cast<const char*>(found) - bytes) + 1;
+        m_lines.push_back(at);
+    }
+}
+
+// False: enough.
+bool LogFileReader::TakeIfItem(std::int64_t start) {
+    const std::size_t offset = static_cast<std::size_t>(start - m_start);
+    const auto length = static_cast<std::size_t>(m_itemEnd - start);
+    const std::string_view there = std::string_view(m_bytes).substr(offset, std::min(length, m_length - offset));
+    if (!m_reader.StartsItem(there))
+        return true;
+    const bool goesOn = there.size() == length ? Show(there.substr(0, length - 1)) : TakeLong(start);
+    m_itemEnd = start;
+    return goesOn;
+}
+
+// An item of which only the start is in memory.
+bool LogFileReader::TakeLong(std::int64_t start) try {
+    const std::int64_t length = m_itemEnd - 1 - start;
+    if (length > KeldMBString::MaxLength) {
+        m_complete = false;
+        return true;
+    }
+    std::string text(static_cast<std::size_t>(length), '\0');
+    return !ReadAt(start, text.data(), length) || Show(text);
+} catch (const std::bad_alloc&) {
+    m_complete = false;
+    return true;
+}
+
+bool LogFileReader::Show(std::string_view text) {
+    LogReading reading;
+    return !m_visitor->Wants(m_reader, text) || !m_reader.Read(text, reading) || m_visitor->Take(reading);
 }
 
 } // namespace Qzc

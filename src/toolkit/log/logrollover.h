@@ -29,6 +29,7 @@ public:
     void SetRetention(int files, std::int64_t bytes);
     void SetUtc(bool utc);
     const KeldMBString& GetPrefix() const { return m_names.prefix; }
+    const LogFileNames& GetNames() const { return m_names; }
 
     /// Before each write, in this order; `now` is the millisecond clock's.
     void DealTimeInterval(LogOutput& output);

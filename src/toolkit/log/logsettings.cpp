@@ -3,10 +3,25 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "stream/qztrace.h"
+#include "toolkit/log/logdatetime.h"
 #include "toolkit/log/logguard.h"
 #include "toolkit/log/logstate.h"
 
 namespace Qzc {
+
+namespace {
+
+// A log whose times nobody can read again is refused, with a line of trace.
+bool IsReadable(const KeldMBString& dateTimeFormat, bool utc) {
+    if (LogDateTimeReader::CanRead(dateTimeFormat, utc))
+        return true;
+    qztrace("times of the format \"%s\" cannot be read back from the log%s: refused\n", dateTimeFormat.Cstr(),
+            utc ? " in UTC" : "");
+    return false;
+}
+
+} // namespace
 
 void QzLogFile::SetLevel(LogLevelType level) {
     const LogGuard guard(m_state->m_mutex);
@@ -47,6 +62,8 @@ KeldMBString QzLogFile::GetXMLLogFormat() const {
 }
 
 void QzLogFile::SetDateTimeFormat(const KeldMBString& format) {
+    if (!IsReadable(format, IsUtc() != 0))
+        return;
     const LogGuard guard(m_state->m_mutex);
     m_state->SetFormats(m_state->m_formats->lineFormat, format, m_state->m_formats->utc);
 }
@@ -57,6 +74,8 @@ KeldMBString QzLogFile::GetDateTimeFormat() const {
 }
 
 void QzLogFile::SetUtc(unsigned char utc) {
+    if (!IsReadable(GetDateTimeFormat(), utc != 0))
+        return;
     const LogGuard guard(m_state->m_mutex);
     m_state->SetFormats(m_state->m_formats->lineFormat, m_state->m_formats->dateTimeFormat, utc != 0);
     m_state->m_rollover.SetUtc(utc != 0);

@@ -12,6 +12,7 @@
 #include "toolkit/log/logbacklog.h"
 #include "toolkit/log/logformats.h"
 #include "toolkit/log/logoutput.h"
+#include "toolkit/log/logquerycallback.h"
 #include "toolkit/log/logrecord.h"
 #include "toolkit/log/logrollover.h"
 #include "toolkit/log/repeatfilter.h"
@@ -48,6 +49,7 @@ struct QzLogFile::State {
     void AddRepeatsReport();
 
     std::string Describe(int items) const;
+    void TakeAlongForks(); ///< from now on; the state lives as long as the process
 
     QzMutex m_mutex;
     std::atomic<unsigned char> m_bBlocked{0};
@@ -63,6 +65,7 @@ struct QzLogFile::State {
     std::size_t m_nCountInMemory = 10000;
     std::size_t m_nCountToDisk = 1;
     std::size_t m_nQueryMaxNum = 1000;
+    LogQueryCallBack m_queryCallBack;
     void* m_pDataSource = nullptr;
 
     LogOutput m_output;
@@ -75,6 +78,9 @@ struct QzLogFile::State {
     std::int64_t m_nRepeats = 0; ///< the same for repeats
 
 private:
+    static void BeforeFork(void* object);
+    static void InParent(void* object);
+    static void InChild(void* object);
     void Stamp(LogRecord& record) const;
     bool Append(const LogRecord& record, Delivery& delivery);
     bool WriteFile();

@@ -3,7 +3,6 @@
 #include <cstdarg>
 #include <limits>
 #include <new>
-#include <string>
 #include <string_view>
 #include <utility>
 
@@ -29,7 +28,11 @@ QzLogFile::~QzLogFile() = default;
 
 QzLogFile& QzLogFile::GetInstance(bool open) {
     // It lives on, for others may fail while the process exits; what waits is written all the same.
-    static QzLogFile& s_log = *new QzLogFile;
+    static QzLogFile& s_log = []() -> QzLogFile& {
+        auto& log = *new QzLogFile;
+        log.m_state->TakeAlongForks();
+        return log;
+    }();
     static const struct AtExit {
         ~AtExit() {
             const LogGuard guard(s_log.m_state->m_mutex);
@@ -184,10 +187,9 @@ unsigned char QzLogFile::RecordFormat(LogLevelType level, int code, const char* 
                                       const char* format, ...) try {
     std::va_list arguments;
     va_start(arguments, format);
-    std::string message = LogPrint(format, arguments);
+    const KeldMBString message = LogPrint(format, arguments);
     va_end(arguments);
-    return RecordAt(level, code, KeldMBString(std::move(message)), codeFile != nullptr ? codeFile : std::string_view(),
-                    codeLine);
+    return RecordAt(level, code, message, codeFile != nullptr ? codeFile : std::string_view(), codeLine);
 } catch (const std::bad_alloc&) {
     return 0;
 }

@@ -1,6 +1,7 @@
 // Feature style strings: tools with parameters, "PEN(c:#ff0000,w:2px);BRUSH(fc:#00ff00)".
 
 #include <algorithm>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -281,7 +282,7 @@ constexpr KindTool KindTools[] = {{PointKind, "SYMBOL", ReadMarker, [](QzStyle&)
 
 } // namespace
 
-KeldMBString ToFeatureStyle(const QzStyle& style, int kind, KeldArray<KeldMBString>* pLeftOut) {
+KeldMBString ToFeatureStyle(const QzStyle& style, int kind, KeldArray<KeldMBString>* pLeftOut) try {
     KeldMBString text;
     switch (kind) {
     case PointKind: text = KeldMBString(Marker(style)); break;
@@ -295,9 +296,12 @@ KeldMBString ToFeatureStyle(const QzStyle& style, int kind, KeldArray<KeldMBStri
         Differences(style, readBack, kind).Give(pLeftOut);
     }
     return text;
+} catch (const std::bad_alloc&) {
+    return KeldMBString();
 }
 
-unsigned char FromFeatureStyle(const KeldMBString& text, int kind, QzStyle& style, KeldArray<KeldMBString>* pLeftOut) {
+unsigned char FromFeatureStyle(const KeldMBString& text, int kind, QzStyle& style,
+                               KeldArray<KeldMBString>* pLeftOut) try {
     LeftOut().Give(pLeftOut);
     std::vector<Tool> tools;
     if (!Scanner(text.View()).ReadAll(tools))
@@ -326,9 +330,11 @@ unsigned char FromFeatureStyle(const KeldMBString& text, int kind, QzStyle& styl
         return 0;
     for (const KindTool* const tool : missing)
         tool->miss(read);
-    style = std::move(read);
     leftOut.Give(pLeftOut);
+    style = std::move(read);
     return 1;
+} catch (const std::bad_alloc&) {
+    return 0;
 }
 
 } // namespace Qzc

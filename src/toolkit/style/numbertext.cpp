@@ -32,6 +32,16 @@ std::int64_t LeadingInteger(const char* text) {
     return negative ? -value : value;
 }
 
+// Of a number that no double holds: whether it is too large, and not too small.
+bool IsLarge(std::string_view number) {
+    const std::size_t mark = std::min(number.find_first_of("eE"), number.size());
+    const std::string_view digits = number.substr(0, mark);
+    const auto point = static_cast<std::int64_t>(std::min(digits.find('.'), digits.size()));
+    const auto first = static_cast<std::int64_t>(std::min(digits.find_first_of("123456789"), digits.size()));
+    const std::int64_t exponent = mark < number.size() ? LeadingInteger(number.data() + mark + 1) : 0;
+    return exponent + point - first > 0;
+}
+
 } // namespace
 
 template <class... Arguments>
@@ -72,13 +82,18 @@ std::uint32_t qzatou(const char* text) {
 
 double qzatof(const char* text) {
     text = SkipBlanks(text);
-    if (*text == '+')
+    const bool negative = *text == '-';
+    if (negative || *text == '+')
         ++text;
-    const char* const digits = text + (*text == '-' ? 1 : 0);
+    if (!IsDigit(*text) && *text != '.')
+        return 0;
     double value = 0;
-    if (IsDigit(*digits) || *digits == '.')
-        std::from_chars(text, text + std::strlen(text), value);
-    return value;
+    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
+    if (error == std::errc::result_out_of_range)
+        value = IsLarge(std::string_view(text, static_cast<std::size_t>(end - text)))
+                    ? std::numeric_limits<double>::max()
+                    : 0;
+    return negative ? -value : value;
 }
 
 std::int32_t Truncated(double value) {

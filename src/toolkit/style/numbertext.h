@@ -36,8 +36,8 @@ int qzatoi(const char* text);
 /// The same for unsigned values, which some write as the int of the same bits.
 std::uint32_t qzatou(const char* text);
 
-/// The decimal number that a text starts with, with an exponent where there is one, whatever the locale; 0
-/// when there is none (so also for "inf" and "nan") or when no double can hold it.
+/// The decimal number that a text starts with, behind blanks and a sign, with an exponent where there is one, whatever
+/// the locale; 0 when there is none (so also for "inf" and "nan"), the nearest double when none can hold it.
 double qzatof(const char* text);
 
 /// Without its fraction; the nearest int when it is larger than one, 0 when it is no number.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cstring>
+#include <new>
 #include <string>
 #include <type_traits>
 
@@ -368,12 +369,17 @@ bool QzStyleEx::LoadBlock(QzStream& stream, std::int64_t end, int kind) {
     BlockReader reader(source);
     if (TakeWhole(reader, kind))
         return true;
-    QzStyleEx loaded(*this);
-    const bool isWhole = loaded.ReadBlock(reader, kind);
+    bool isWhole = false;
+    try {
+        QzStyleEx loaded(*this);
+        isWhole = loaded.ReadBlock(reader, kind);
+        if (isWhole)
+            *this = std::move(loaded);
+    } catch (const std::bad_alloc&) { // names may be as long as the stream
+        isWhole = false;
+    }
     reader.GiveBack();
-    if (isWhole)
-        *this = std::move(loaded);
-    else
+    if (!isWhole)
         stream.SetFailed();
     return isWhole;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "base/keldassert.h"
 #include "toolkit/qzstyle.h"
@@ -79,10 +80,9 @@ constexpr std::array<signed char, 256> HexValues = [] {
     std::array<signed char, 256> values{};
     for (signed char& value : values)
         value = -1;
-    for (int digit = 0; digit < 16; ++digit) {
-        values["0123456789ABCDEF"[digit]] = static_cast<signed char>(digit);
-        values["0123456789abcdef"[digit]] = static_cast<signed char>(digit);
-    }
+    constexpr std::string_view Digits = "0123456789ABCDEFabcdef";
+    for (std::size_t i = 0; i < Digits.size(); ++i)
+        values[static_cast<unsigned char>(Digits[i])] = static_cast<signed char>(i < 16 ? i : i - 6);
     return values;
 }();
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 #include <utility>
 
 #include "toolkit/qzmarkup.h"
@@ -362,7 +363,7 @@ private:
 } // namespace
 
 KeldMBString ToSld(const QzStyle& style, int kind, const KeldMBString& name, QzSldVersion version,
-                   KeldArray<KeldMBString>* pLeftOut) {
+                   KeldArray<KeldMBString>* pLeftOut) try {
     KeldMBString text;
     const bool isDrawn = kind >= PointKind && kind <= RegionKind;
     if (isDrawn && name.View().find('\0') == std::string_view::npos) {
@@ -390,9 +391,11 @@ KeldMBString ToSld(const QzStyle& style, int kind, const KeldMBString& name, QzS
         Differences(style, readBack, kind).Give(pLeftOut);
     }
     return text;
+} catch (const std::bad_alloc&) {
+    return KeldMBString();
 }
 
-unsigned char FromSld(const KeldMBString& xml, int kind, QzStyle& style, KeldArray<KeldMBString>* pLeftOut) {
+unsigned char FromSld(const KeldMBString& xml, int kind, QzStyle& style, KeldArray<KeldMBString>* pLeftOut) try {
     LeftOut().Give(pLeftOut);
     if (kind < PointKind || kind > RegionKind)
         return 0;
@@ -400,9 +403,11 @@ unsigned char FromSld(const KeldMBString& xml, int kind, QzStyle& style, KeldArr
     QzStyle read = style;
     if (!SldReader(xml, kind, read, leftOut).Read())
         return 0;
-    style = std::move(read);
     leftOut.Give(pLeftOut);
+    style = std::move(read);
     return 1;
+} catch (const std::bad_alloc&) {
+    return 0;
 }
 
 } // namespace Qzc

@@ -6,8 +6,8 @@ namespace Qzc {
 
 /// What is known of a charset's form, so that some of the converter's work can be left out.
 struct CharsetTraits {
-    /// Bytes of a unit when units below 0x80, low byte first, are ASCII characters and can be nothing else but the later
-    /// byte of a longer character; 0 in other charsets.
+    /// Bytes of a unit when units below 0x80, low byte first, are ASCII characters and can be nothing else but the
+    /// later byte of a longer character; 0 in other charsets.
     int asciiUnit = 0;
     /// A unit below 0x80 is always a character: ASCII can be found from anywhere in the text.
     bool isSelfEvident = false;

@@ -48,15 +48,14 @@ Word NonAsciiBits(int unit) {
     return word;
 }
 
-bool IsAscii(const char* at, Word nonAscii) {
+bool IsAscii(const char* at, Word nonAscii) { // a word of it
     Word word = 0;
     std::memcpy(&word, at, sizeof(word));
     return (word & nonAscii) == 0;
 }
 
 // The bytes of whole ASCII units at the start.
-std::size_t AsciiBytes(const char* text, std::size_t length, int unit) {
-    const Word nonAscii = NonAsciiBits(unit);
+std::size_t AsciiBytes(const char* text, std::size_t length, int unit, Word nonAscii) {
     std::size_t at = 0;
     while (length - at >= sizeof(Word) && IsAscii(text + at, nonAscii))
         at += sizeof(Word);
@@ -73,9 +72,8 @@ std::size_t AsciiBytes(const char* text, std::size_t length, int unit) {
 }
 
 // Where the next stretch of ASCII begins that is worth a call less to the converter; the length when there is none.
-std::size_t NextAscii(const char* text, std::size_t start, std::size_t length, int unit) {
+std::size_t NextAscii(const char* text, std::size_t start, std::size_t length, Word nonAscii) {
     constexpr std::size_t Least = 64;
-    const Word nonAscii = NonAsciiBits(unit);
     while (length - start >= Least) {
         std::size_t at = Least;
         while (at != 0 && IsAscii(text + start + at - sizeof(Word), nonAscii))
@@ -93,16 +91,16 @@ void CopyUnits(const char* src, std::size_t count, char* dst) {
         std::memcpy(dst, src, count * sizeof(From));
         return;
     }
-    constexpr std::size_t Block = 16; // a fixed number through arrays of its own is what compilers make vectors of
+    constexpr std::size_t Block = 16; // a fixed number, out of an array of its own, is what compilers make vectors of
     for (; count >= Block; count -= Block) {
         std::array<From, Block> from;
-        std::array<To, Block> to;
         std::memcpy(from.data(), src, sizeof(from));
-        for (std::size_t i = 0; i < Block; ++i)
-            to[i] = static_cast<To>(from[i]);
-        std::memcpy(dst, to.data(), sizeof(to));
+        for (std::size_t i = 0; i < Block; ++i) {
+            const To unit = static_cast<To>(from[i]);
+            std::memcpy(dst + i * sizeof(unit), &unit, sizeof(unit));
+        }
         src += sizeof(from);
-        dst += sizeof(to);
+        dst += Block * sizeof(To);
     }
     for (; count != 0; --count) {
         From unit = 0;
@@ -233,11 +231,12 @@ ConverterCache* ConverterCache::OfThread() {
     return cache;
 }
 
-Converter* Converter::Take(Charset to, Charset from) {
+Converter* Converter::Take(Charset to, Charset from, ConverterCache*& cache) {
+    cache = nullptr;
     if (to < 0 || from < 0)
         return nullptr;
     const std::uint64_t key = KeyOf(to, from);
-    ConverterCache* const cache = ConverterCache::OfThread();
+    cache = ConverterCache::OfThread();
     Converter* converter = cache != nullptr ? cache->Take(key, [](const Converter&) { return true; }) : nullptr;
     if (converter == nullptr) {
         converter = Open(KeldSystem::GetCharsetNameView(to), KeldSystem::GetCharsetNameView(from));
@@ -261,13 +260,15 @@ Converter* Converter::Take(std::string_view to, std::string_view from) {
 }
 
 void Converter::Give(Converter* converter) {
-    if (converter == nullptr)
-        return;
-    ConverterCache* const cache = ConverterCache::OfThread();
+    if (converter != nullptr)
+        Give(*converter, ConverterCache::OfThread());
+}
+
+void Converter::Give(Converter& converter, ConverterCache* cache) {
     if (cache != nullptr)
-        cache->Add(*converter);
+        cache->Add(converter);
     else
-        converter->Close();
+        converter.Close();
 }
 
 Converter* Converter::Open(std::string_view to, std::string_view from) {
@@ -293,6 +294,8 @@ Converter* Converter::Open(std::string_view to, std::string_view from) {
     converter->m_isStateless = converter->m_toTraits.isStateless && converter->m_fromTraits.isStateless;
     converter->m_copiesAscii =
         converter->m_toTraits.asciiUnit != 0 && converter->m_fromTraits.asciiUnit != 0 && IsLittleEndian();
+    if (converter->m_copiesAscii)
+        converter->m_nonAscii = NonAsciiBits(converter->m_fromTraits.asciiUnit);
     if (isNamed && converter->OpenHandle())
         return converter;
     delete converter;
@@ -355,13 +358,13 @@ std::size_t Converter::Advance(const char* src, std::size_t length, bool isEnd, 
     const int unit = m_fromTraits.asciiUnit;
     std::size_t done = 0;
     while (done < length) {
-        const std::size_t ascii = AsciiBytes(src + done, length - done, unit);
-        if (!CopyAscii(src + done, ascii, out))
+        const std::size_t ascii = AsciiBytes(src + done, length - done, unit, m_nonAscii);
+        if (ascii != 0 && !CopyAscii(src + done, ascii, out))
             return Failed;
         done += ascii;
         if (done == length)
             break;
-        const std::size_t end = m_fromTraits.isSelfEvident ? NextAscii(src, done, length, unit) : length;
+        const std::size_t end = m_fromTraits.isSelfEvident ? NextAscii(src, done, length, m_nonAscii) : length;
         const std::size_t converted = Call(src + done, end - done, isEnd || end != length, out);
         if (converted == Failed)
             return Failed;

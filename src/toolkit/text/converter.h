@@ -14,6 +14,8 @@
 
 namespace Qzc {
 
+class ConverterCache;
+
 /// An iconv descriptor with what is known of its two charsets.
 ///
 /// Opening one costs many times what converting a short text does, so each thread keeps those that it used last. Who
@@ -25,8 +27,15 @@ public:
     /// Null when either charset is unknown, or memory is short. The names are zero-terminated.
     static Converter* Take(std::string_view to, std::string_view from);
     /// The same by numbers, which is quicker. `Current` and `Wide` are no charsets here.
-    static Converter* Take(KELDCharset::Charset to, KELDCharset::Charset from);
+    static Converter* Take(KELDCharset::Charset to, KELDCharset::Charset from) {
+        ConverterCache* cache = nullptr;
+        return Take(to, from, cache);
+    }
     static void Give(Converter* converter); ///< it has no text left in it
+
+    /// For use within one function: `cache` is where it came from and goes back to.
+    static Converter* Take(KELDCharset::Charset to, KELDCharset::Charset from, ConverterCache*& cache);
+    static void Give(Converter& converter, ConverterCache* cache);
 
     bool IsSameCharset() const { return m_isSameCharset; } ///< both names are the same text
 
@@ -41,13 +50,16 @@ public:
     }
 
     /// Hands all of it over in pieces, each of whole units and aligned for them: `append(const char* bytes, std::size_t
-    /// count)`. `reserve(std::size_t count)` is told before how many bytes are to be expected, when they are many. False
-    /// when the text cannot be converted or makes more than five bytes of each; the pieces then mean nothing.
+    /// count)`. `reserve(std::size_t count)` is told before how many bytes are to be expected, when they are many.
+    /// False when the text cannot be converted or makes more than five bytes of each; the pieces then mean nothing.
     template <class Reserve, class Append>
     bool ConvertPieces(const char* src, std::size_t length, Reserve reserve, Append append);
 
     // No conversion that anybody uses makes more bytes than this of one.
     static constexpr std::size_t Expansion = 5;
+    // Long texts go through a piece of the stack in steps that fill it at most.
+    static constexpr std::size_t StepSize = 3072;
+    static constexpr std::size_t PieceSize = StepSize * Expansion + 64;
 
 private:
     friend class ConverterCache;
@@ -73,10 +85,6 @@ private:
     bool Finish(Output& out); ///< what was held back
     void Reset();
 
-    // Long texts go through a piece of the stack in steps that fill it at most.
-    static constexpr std::size_t StepSize = 3072;
-    static constexpr std::size_t PieceSize = StepSize * Expansion + 64;
-
     /// Leaves no text in the converter, however a conversion ends.
     struct Cleaner {
         Converter& converter;
@@ -94,6 +102,7 @@ private:
     CharsetTraits m_fromTraits;
     bool m_isSameCharset = false;
     bool m_copiesAscii = false;
+    std::uint64_t m_nonAscii = 0; ///< of a word of the source
     bool m_isStateless = false;
     bool m_dropsLetters = false; ///< a name asks for it
     // Where it is kept.
@@ -141,8 +150,11 @@ bool Converter::ConvertPieces(const char* src, std::size_t length, Reserve reser
 class ConverterUse {
 public:
     ConverterUse(KELDCharset::Charset to, KELDCharset::Charset from)
-        : m_converter(Converter::Take(ResolveCharset(to), ResolveCharset(from))) {}
-    ~ConverterUse() { Converter::Give(m_converter); }
+        : m_converter(Converter::Take(ResolveCharset(to), ResolveCharset(from), m_cache)) {}
+    ~ConverterUse() {
+        if (m_converter != nullptr)
+            Converter::Give(*m_converter, m_cache);
+    }
     ConverterUse(const ConverterUse&) = delete;
     ConverterUse& operator=(const ConverterUse&) = delete;
 
@@ -151,6 +163,7 @@ public:
     Converter& operator*() const { return *m_converter; }
 
 private:
+    ConverterCache* m_cache = nullptr;
     Converter* m_converter;
 };
 
@@ -161,7 +174,16 @@ bool ConvertTo(std::basic_string<Char>& text, Converter& converter, const char* 
                std::size_t maxLength) {
     std::basic_string<Char> result;
     bool converted = false;
-    const bool fits = KELD::TryMemory([&] {
+    if (length <= Converter::StepSize) { // most are; their string is made at once
+        alignas(8) char piece[Converter::PieceSize];
+        std::size_t size = 0;
+        if (!converter.Convert(src, length, piece, length * Converter::Expansion, size) ||
+            size / sizeof(Char) > maxLength)
+            return false;
+        return TryMemory(
+            [&] { text = std::basic_string<Char>(reinterpret_cast<const Char*>(piece), size / sizeof(Char)); });
+    }
+    const bool fits = TryMemory([&] {
         converted = converter.ConvertPieces(
             src, length, [&](std::size_t bytes) { result.reserve(std::min(bytes / sizeof(Char), maxLength)); },
             [&](const char* bytes, std::size_t count) {

@@ -329,7 +329,8 @@ KeldMBString QzStringW::ToString(KELDCharset::Charset charset) const {
     std::string converted;
     if (converter && converter->IsSameCharset())
         text = KeldMBString(bytes);
-    else if (converter && ConvertTo(converted, *converter, bytes, m_text.size() * sizeof(wchar_t), KeldMBString::MaxLength))
+    else if (converter &&
+             ConvertTo(converted, *converter, bytes, m_text.size() * sizeof(wchar_t), KeldMBString::MaxLength))
         text = KeldMBString(std::move(converted));
     text.SetCharset(charset);
     return text;

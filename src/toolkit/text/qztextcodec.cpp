@@ -96,8 +96,8 @@ unsigned char QzTextCodec::Convert(unsigned char* dst, int dstSize, int& dstLen,
     }
     std::size_t produced = 0;
     if (!static_cast<Converter*>(m_handle)->Convert(reinterpret_cast<const char*>(src), length,
-                                                   reinterpret_cast<char*>(dst), length * Converter::Expansion,
-                                                   produced) ||
+                                                    reinterpret_cast<char*>(dst), length * Converter::Expansion,
+                                                    produced) ||
         produced > KeldMBString::MaxLength)
         return 0;
     dstLen = static_cast<int>(produced);

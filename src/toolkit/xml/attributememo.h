@@ -62,12 +62,11 @@ public:
     void SetPlace(int n, const Place& place) {
         m_isUsed.store(true, std::memory_order_relaxed);
         Pack(m_last, place.name, n);
-        if (n < Count && place.nameLength < 1 << 8 && place.value - place.name < 1 << 10 &&
-            place.valueLength < 1 << 15)
-            m_places[static_cast<std::size_t>(n)].store(
-                Part(place.name, 0) | Part(place.nameLength, 31) | Part(place.value - place.name, 39) |
-                    Part(place.valueLength, 49),
-                std::memory_order_relaxed);
+        if (n < Count && place.nameLength < 1 << 8 && place.value - place.name < 1 << 10 && place.valueLength < 1 << 15)
+            m_places[static_cast<std::size_t>(n)].store(Part(place.name, 0) | Part(place.nameLength, 31) |
+                                                            Part(place.value - place.name, 39) |
+                                                            Part(place.valueLength, 49),
+                                                        std::memory_order_relaxed);
     }
     void SetTotal(Tag tag, int total) {
         m_isUsed.store(true, std::memory_order_relaxed);

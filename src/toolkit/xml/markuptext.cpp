@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <thread>
 #include <utility>
 
+#include "base/keldmemory.h"
 #include "platform/thread.h"
 
 namespace Qzc {
@@ -63,11 +65,14 @@ void MarkupText::Set(KeldMBString text) {
     Changed();
 }
 
-void MarkupText::Set(std::string_view text) {
+bool MarkupText::Set(std::string_view text) {
     m_text.Replace(0, m_text.GetLength(), text);
+    if (m_text.View().size() != text.size())
+        return false;
     DropTail();
     m_front = m_length = m_room = m_text.GetLength();
     Changed();
+    return true;
 }
 
 bool MarkupText::Splice(int offset, int count, std::string_view insert) {
@@ -76,23 +81,23 @@ bool MarkupText::Splice(int offset, int count, std::string_view insert) {
     const int kept = m_length - (right - left);
     if (insert.size() > static_cast<std::size_t>(KeldMBString::MaxLength - kept))
         return false;
+    const int inserted = static_cast<int>(insert.size());
+    if (!MakeRoomInText(std::max(kept + inserted, m_length)))
+        return false;
     Part();
-    if (m_front - right > NearGap)
-        MoveGap(right);
-    else if (left > m_front)
-        MoveGap(left);
+    if ((m_front - right > NearGap && !MoveGap(right)) || (left > m_front && !MoveGap(left)))
+        return false;
     if (right > m_front) {
         m_tail += right - m_front;
         m_tailLength -= right - m_front;
         m_front = right;
-        m_text.Replace(left, KeldMBString::MaxLength, insert);
-    } else {
-        m_text.Replace(left, right - left, insert);
     }
-    const int inserted = static_cast<int>(insert.size());
+    if (left != m_text.GetLength() || right != left)
+        m_text.Replace(left, right - left, insert);
+    else
+        m_text.Append(insert);
     m_front += inserted - (right - left);
     m_length = kept + inserted;
-    MakeRoomInText();
     Changed();
     return true;
 }
@@ -139,50 +144,61 @@ void MarkupText::Part() {
     m_joined.store(Joined::No, std::memory_order_relaxed);
 }
 
-void MarkupText::MoveGap(int offset) {
+bool MarkupText::MoveGap(int offset) {
     if (offset == m_front)
-        return;
+        return true;
     Part();
     if (offset < m_front) {
         const int count = m_front - offset;
-        MakeRoomInTail(count);
+        if (!MakeRoomInTail(count))
+            return false;
         char* const tail = m_tailBytes.get() + (m_tailRoom - m_tailLength - count);
         std::memcpy(tail, m_text.Cstr() + offset, static_cast<std::size_t>(count));
         m_tail = tail;
         m_tailLength += count;
         m_text.Delete(offset, count);
         m_front = offset;
-        MakeRoomInText();
-    } else {
-        const int count = offset - m_front;
-        m_text.Append(Tail().substr(0, static_cast<std::size_t>(count)));
-        m_tail += count;
-        m_tailLength -= count;
-        m_front = offset;
-        if (m_tailLength == 0 && m_tailRoom > SmallTail)
-            DropTail();
+        return true;
     }
+    const int count = offset - m_front;
+    m_text.Append(Tail().substr(0, static_cast<std::size_t>(count)));
+    m_tail += count;
+    m_tailLength -= count;
+    m_front = offset;
+    if (m_tailLength == 0 && m_tailRoom > SmallTail)
+        DropTail();
+    return true;
 }
 
-void MarkupText::MakeRoomInTail(int count) {
+bool MarkupText::MakeRoomInTail(int count) {
     const int needed = m_tailLength + count; // the text is no longer than a string, and so is a part of it
     if (needed <= m_tailRoom)
-        return;
+        return true;
     const int room = std::max(Grown(needed), 64);
-    std::unique_ptr<char[]> bytes(new char[static_cast<std::size_t>(room) + 1]);
+    std::unique_ptr<char[]> bytes(new (std::nothrow) char[static_cast<std::size_t>(room) + 1]);
+    if (bytes == nullptr) {
+        ReportMemoryFailure();
+        return false;
+    }
     char* const tail = bytes.get() + (room - m_tailLength);
     std::memcpy(tail, m_tail, static_cast<std::size_t>(m_tailLength));
     bytes[static_cast<std::size_t>(room)] = '\0';
     m_tailBytes = std::move(bytes);
     m_tailRoom = room;
     m_tail = tail;
+    return true;
 }
 
-void MarkupText::MakeRoomInText() {
-    if (m_tailLength == 0 || m_length <= m_room)
-        return;
-    m_room = Grown(m_length);
-    m_text.Reserve(m_room);
+bool MarkupText::MakeRoomInText(int length) {
+    if (length <= m_room)
+        return true;
+    const unsigned int failures = GetMemoryFailures();
+    const int room = Grown(length);
+    m_text.Reserve(room);
+    if (GetMemoryFailures() != failures)
+        return false;
+    m_room = room;
+    return true;
 }
 
 void MarkupText::DropTail() {

@@ -20,14 +20,15 @@ namespace Qzc {
 class MarkupText {
 public:
     MarkupText() = default;
-    MarkupText(const MarkupText& other) : m_text(other.Whole()), m_front(other.m_length), m_length(other.m_length) {}
+    MarkupText(const MarkupText& other) ///< empty when there is no memory for it
+        : m_text(other.Whole()), m_front(m_text.GetLength()), m_length(m_front), m_room(m_front) {}
     MarkupText& operator=(const MarkupText&) = delete;
 
     int GetLength() const { return m_length; }
     const KeldMBString& Whole() const; ///< without a gap; the same object all the time
     void Swap(MarkupText& other) noexcept;
     void Set(KeldMBString text);
-    void Set(std::string_view text); ///< may be a part of Whole()
+    bool Set(std::string_view text); ///< may be a part of Whole(). False when there is no memory for it
 
     /// Puts `insert`, which is no part of the text, in place of `count` bytes. False when the text would grow
     /// beyond what a string holds.
@@ -75,10 +76,10 @@ private:
         ++m_changes;
         m_memo.Forget();
     }
-    void Part(); ///< takes the bytes behind the gap from the string again
-    void MoveGap(int offset);
-    void MakeRoomInTail(int count);
-    void MakeRoomInText();
+    void Part();              ///< takes the bytes behind the gap from the string again
+    bool MoveGap(int offset); ///< false, and it stays, when there is no memory
+    bool MakeRoomInTail(int count);
+    bool MakeRoomInText(int length);
     void DropTail();
     std::string_view Front() const { return std::string_view(m_text.Cstr(), static_cast<std::size_t>(m_front)); }
     std::string_view Tail() const { return std::string_view(m_tail, static_cast<std::size_t>(m_tailLength)); }
@@ -86,7 +87,7 @@ private:
     mutable KeldMBString m_text;
     int m_front = 0; ///< bytes before the gap
     int m_length = 0;
-    int m_room = 0;                      ///< the string holds as many bytes without moving
+    int m_room = 0;                      ///< the string holds as many bytes without moving; never less than m_length
     std::unique_ptr<char[]> m_tailBytes; ///< right-aligned, then a terminator
     int m_tailRoom = 0;
     const char* m_tail = "";

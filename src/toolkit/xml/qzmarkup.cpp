@@ -6,7 +6,7 @@
 
 #include "toolkit/qztoolkit.h"
 #include "toolkit/xml/attributenames.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 
 namespace Qzc {
@@ -39,7 +39,8 @@ QzMarkup::QzMarkup(const QzMarkup& other)
       m_fromEnd(other.m_fromEnd), m_releasedAt(other.m_releasedAt), m_nReleases(other.m_nReleases) {
     while (m_nPosCapacity < m_iPosFree && AllocPosArray(other.m_nPosCapacity)) {
     }
-    if (m_nPosCapacity < m_iPosFree) { // no memory: the text alone, as if it were not well formed
+    if (m_nPosCapacity < m_iPosFree ||
+        m_text->GetLength() != other.m_text->GetLength()) { // no memory: the text alone, as if it were not well formed
         SetPos(0, 0, 0);
         m_mapSavedPos.RemoveAll();
         m_segments.clear();
@@ -93,7 +94,10 @@ unsigned char QzMarkup::SetDoc(const char* szDoc) {
         m_strError.Format("%zu bytes are too many for a document", text.size());
         return 0;
     }
-    m_text->Set(text);
+    if (!m_text->Set(text)) {
+        m_strError = "Out of memory";
+        return 0;
+    }
     m_fileForm.isConverted = true;
     m_strError.Empty();
     return ParseDoc();

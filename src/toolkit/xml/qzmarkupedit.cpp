@@ -1,12 +1,14 @@
 // QzMarkup's editing: from markup and texts to splices of the text and changes of the records.
 
 #include <algorithm>
-#include <cstdint>
+#include <charconv>
+#include <cstring>
 #include <utility>
 
+#include "base/keldmemory.h"
 #include "toolkit/qzmarkup.h"
 #include "toolkit/xml/attributenames.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 #include "toolkit/xml/xmltext.h"
 
@@ -16,7 +18,7 @@ using namespace MarkupScan;
 
 namespace {
 
-constexpr const char* LineEnd = "\r\n";
+constexpr std::string_view LineEnd = "\r\n";
 constexpr std::string_view ElementSpecial = "<&>";
 constexpr std::string_view AttributeSpecial = "<&>'\"";
 
@@ -120,26 +122,75 @@ unsigned char QzMarkup::RemoveChildElem() {
     return 1;
 }
 
+/// Makes the markup of one edit in memory that serves for the next one, too.
+class QzMarkup::Writer {
+public:
+    /// `text` is to be escaped, `others` the number of bytes beside it.
+    Writer(std::string& memory, std::string_view text, std::string_view special, std::size_t others)
+        : m_memory(memory), m_text(text), m_special(special) {
+        constexpr std::size_t Small = 4096; // for a large text only what it needs is taken, and given back
+        const std::size_t size =
+            others + (text.size() <= Small ? MaxEscape * text.size() : EscapedLength(text, special));
+        m_isWhole = size <= KeldMBString::MaxLength;
+        if (!m_isWhole)
+            return;
+        if (m_memory.size() < size && !TryMemory([&] { m_memory.resize(size); })) {
+            m_isWhole = false;
+            return;
+        }
+        m_isLarge = size > 16 * Small;
+        m_end = m_memory.data();
+    }
+    ~Writer() {
+        if (m_isLarge)
+            std::string().swap(m_memory);
+    }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    /// Otherwise it is longer than a document, or than the memory has room for: nothing may be put.
+    bool IsWhole() const { return m_isWhole; }
+    Writer& Put(std::string_view text) {
+        std::memcpy(m_end, text.data(), text.size());
+        m_end += text.size();
+        return *this;
+    }
+    Writer& PutEscaped() {
+        m_end = WriteEscaped(m_end, m_text, m_special);
+        return *this;
+    }
+    int GetLength() const { return static_cast<int>(m_end - m_memory.data()); }
+    std::string_view View() const { return std::string_view(m_memory.data(), static_cast<std::size_t>(GetLength())); }
+
+private:
+    std::string& m_memory;
+    std::string_view m_text;
+    std::string_view m_special;
+    char* m_end = nullptr;
+    bool m_isWhole = false;
+    bool m_isLarge = false;
+};
+
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned char bInsert,
                                 unsigned char bAddChild) {
     const std::string_view name = View(szName);
     const std::string_view data = View(szData);
-    if (!IsName(szName) || data.size() > MaxValueLength)
+    if (!IsName(szName) || name.size() > MaxValueLength || data.size() > MaxValueLength)
         return 0;
-    KeldMBString& markup = Scratch();
-    markup.Append("<").Append(name).Append(data.empty() ? "/>" : ">");
+    Writer markup(m_scratch, data, ElementSpecial, 2 * name.size() + 8);
+    if (!markup.IsWhole())
+        return 0;
+    markup.Put("<").Put(name).Put(data.empty() ? "/>" : ">");
     ElementPos only{};
     only.nStartR = markup.GetLength() - 1;
     if (!data.empty()) {
-        AppendEscaped(markup, data, ElementSpecial);
+        markup.PutEscaped();
         only.nEndL = markup.GetLength();
-        markup.Append("</").Append(name).Append(">");
+        markup.Put("</").Put(name).Put(">");
     }
     only.nEndR = markup.GetLength() - 1;
-    markup.Append(std::string_view(LineEnd));
-    // Where the text may have grown beyond what a string holds, the parser finds out.
-    const bool whole = markup.GetLength() <= KeldMBString::MaxLength / 2;
-    return InsertMarkup(markup, bInsert, bAddChild, whole ? &only : nullptr);
+    markup.Put(LineEnd);
+    return InsertMarkup(markup.View(), bInsert, bAddChild, &only);
 }
 
 unsigned char QzMarkup::AddSubDoc(const char* szSubDoc, unsigned char bInsert, unsigned char bAddChild) {
@@ -152,28 +203,31 @@ unsigned char QzMarkup::AddSubDoc(const char* szSubDoc, unsigned char bInsert, u
     }
     KeldMBString markup(text);
     if (!text.empty() && text.back() != '\n')
-        markup += LineEnd;
-    return InsertMarkup(markup, bInsert, bAddChild);
+        markup.Append(LineEnd);
+    return InsertMarkup(markup.View(), bInsert, bAddChild);
 }
 
-unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bInsert, unsigned char bAddChild,
+unsigned char QzMarkup::InsertMarkup(std::string_view text, unsigned char bInsert, unsigned char bAddChild,
                                      const ElementPos* only) {
     if (bAddChild && m_nNodeType != NodeElement)
         return 0;
     const int iPosParent = bAddChild ? m_iPos : m_iPosParent;
     const int iPosRel = bAddChild ? m_iPosChild : m_iPos;
     if (iPosParent == 0)
-        return InsertTopMarkup(text);
+        return InsertTopMarkup(KeldMBString(text));
 
     const int iPosBefore =
         bInsert ? (iPosRel != 0 ? PreviousSibling(iPosRel) : 0) : (iPosRel != 0 ? iPosRel : Pos(iPosParent).iElemLast);
+    const int length = static_cast<int>(text.size());
     Fragment fragment;
     if (IsEmptyElement(iPosParent)) {
-        if (!ReplaceContent(iPosParent, KeldMBString(LineEnd) + text, true))
+        if (!ReplaceContent(iPosParent, KeldMBString(LineEnd) + KeldMBString(text), true))
             return 0;
         fragment.iLast = Pos(iPosParent).iElemLast;
     } else {
         const int nLeft = LocateNew(iPosParent, iPosRel, bInsert);
+        if (nLeft > KeldMBString::MaxLength - length)
+            return 0;
         if (only != nullptr) {
             const int iPos = GetFreePos();
             if (iPos == 0)
@@ -181,15 +235,15 @@ unsigned char QzMarkup::InsertMarkup(const KeldMBString& text, unsigned char bIn
             Pos(iPos) =
                 ElementPos{nLeft, only->nStartR + nLeft, only->nEndL + nLeft, only->nEndR + nLeft, 0, iPosParent, 0, 0};
             fragment = {iPos, iPos, 1};
-        } else if (!ParseFragment(text, nLeft, iPosParent, fragment) || fragment.nCount == 0) {
+        } else if (!ParseFragment(KeldMBString(text), nLeft, iPosParent, fragment) || fragment.nCount == 0) {
             return 0;
         }
-        if (!Splice(nLeft, 0, text.View())) {
+        if (!Splice(nLeft, 0, text)) {
             ReleasePos(fragment.iFirst);
             return 0;
         }
         PosInsert(fragment, iPosParent, iPosBefore);
-        Adjust(fragment.iLast, text.GetLength(), 1);
+        Adjust(fragment.iLast, length, 1);
         m_text->KeepWhole(EndR(fragment.iLast) + 1, TagOffset(m_fromEnd));
     }
     if (bAddChild)
@@ -226,37 +280,36 @@ unsigned char QzMarkup::InsertTopMarkup(const KeldMBString& text) {
 }
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, int nValue) {
-    KeldMBString value;
-    value.Format("%d", nValue);
-    return SetAttrib(iPos, szAttrib, value.Cstr());
+    char value[16] = {};
+    std::to_chars(value, value + sizeof(value) - 1, nValue);
+    return SetAttrib(iPos, szAttrib, value);
 }
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* szValue) {
     const std::string_view name = View(szAttrib);
-    if (iPos == 0 || !IsName(szAttrib) || View(szValue).size() > MaxValueLength)
+    const std::string_view value = View(szValue);
+    if (iPos == 0 || !IsName(szAttrib) || name.size() > MaxValueLength || value.size() > MaxValueLength)
         return 0;
-    KeldMBString& text = Scratch();
+    Writer text(m_scratch, value, AttributeSpecial, name.size() + 8);
+    if (!text.IsWhole())
+        return 0;
     const int nLeftOfTag = StartL(iPos);
     int nLeft = 0;
     int nReplace = 0;
     Attribute attribute;
-    const bool found = FindOrNote(iPos, name, attribute);
-    if (found) {
+    if (FindOrNote(iPos, name, attribute)) {
         const int quote = attribute.m_isQuoted ? 1 : 0;
         const char* const tag = m_text->Range(nLeftOfTag, StartR(iPos) + 1).data();
         nLeft = nLeftOfTag + static_cast<int>(attribute.m_value.data() - tag) - quote;
         nReplace = static_cast<int>(attribute.m_value.size()) + 2 * quote;
-        if (!attribute.m_hasEqualsSign)
-            text.Append("=");
+        text.Put(attribute.m_hasEqualsSign ? "" : "=");
     } else {
         nLeft = TagBodyEnd(iPos);
         // An attribute that was left without its value must not take this one's name for it.
         const bool openValue = nLeft > 0 && *m_text->At(nLeft - 1) == '=';
-        text.Append(openValue ? "\"\" " : " ").Append(name).Append("=");
+        text.Put(openValue ? "\"\" " : " ").Put(name).Put("=");
     }
-    text.Append("\"");
-    AppendEscaped(text, View(szValue), AttributeSpecial);
-    text.Append("\"");
+    text.Put("\"").PutEscaped().Put("\"");
     if (!Splice(nLeft, nReplace, text.View()))
         return 0;
     const int nShift = text.GetLength() - nReplace;
@@ -275,7 +328,8 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute)
     constexpr int Many = 64;
     const bool noted = m_attributeNames != nullptr && m_attributeNames->iPos == iPos &&
                        m_attributeNames->nChanges == m_text->Changes();
-    if (noted && m_attributeNames->names.emplace(name).second)
+    bool isNew = false;
+    if (noted && TryMemory([&] { isNew = m_attributeNames->Add(name); }) && isNew)
         return false;
     int count = 0;
     for (const Attribute& one : AttributesOf(iPos)) {
@@ -285,22 +339,27 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute)
             return true;
         }
     }
-    if (count >= Many) {
+    if (noted)
+        return false;
+    m_attributeNames.reset();
+    if (count < Many)
+        return false;
+    const bool kept = TryMemory([&] {
         m_attributeNames = std::make_unique<AttributeNames>();
         m_attributeNames->iPos = iPos;
         for (const Attribute& one : AttributesOf(iPos))
-            m_attributeNames->names.emplace(one.m_name);
-        m_attributeNames->names.emplace(name);
-    } else {
+            m_attributeNames->Add(one.m_name);
+        m_attributeNames->Add(name);
+    });
+    if (!kept)
         m_attributeNames.reset();
-    }
     return false;
 }
 
 unsigned char QzMarkup::SetData(int iPos, const char* szData, int nCDATA) {
     if (View(szData).size() > MaxValueLength)
         return 0;
-    KeldMBString& content = Scratch();
+    KeldMBString content;
     if (nCDATA == 0 || !CreateNode(content, NodeCData, szData))
         AppendEscaped(content, View(szData), ElementSpecial);
     return ReplaceContent(iPos, content);
@@ -389,12 +448,22 @@ int QzMarkup::LocateNew(int iPosParent, int iPosRel, unsigned char bInsert) cons
 }
 
 int QzMarkup::SkipLineEnd(int nOffset) const {
-    int n = nOffset;
-    while (*m_text->At(n) == ' ' || *m_text->At(n) == '\t')
+    int n = m_text->Cut(nOffset);
+    const char* p = m_text->At(n);
+    const auto step = [&] {
         ++n;
-    if (*m_text->At(n) == '\r' && *m_text->At(n + 1) == '\n')
-        ++n;
-    return m_text->Cut(*m_text->At(n) == '\n' ? n + 1 : nOffset);
+        ++p;
+        if (*p == '\0') // another piece of the text may follow
+            p = m_text->At(n);
+    };
+    while (*p == ' ' || *p == '\t')
+        step();
+    if (*p == '\r') {
+        step();
+        if (*p != '\n')
+            return m_text->Cut(nOffset);
+    }
+    return m_text->Cut(*p == '\n' ? n + 1 : nOffset);
 }
 
 int QzMarkup::TagBodyEnd(int iPos) const {
@@ -406,14 +475,6 @@ int QzMarkup::TagBodyEnd(int iPos) const {
     while (nEnd > nFirst && isFiller(*m_text->At(nEnd - 1)))
         --nEnd;
     return nEnd;
-}
-
-KeldMBString& QzMarkup::Scratch() {
-    constexpr int Small = 1 << 16; // what is larger is not kept
-    if (m_strScratch.GetLength() > Small)
-        m_strScratch = KeldMBString();
-    m_strScratch.Empty();
-    return m_strScratch;
 }
 
 void QzMarkup::ReleaseChildren(int iPos) {

@@ -9,6 +9,7 @@
 #include "toolkit/failure.h"
 #include "toolkit/qztextcodec.h"
 #include "toolkit/qztoolkit.h"
+#include "toolkit/text/charsettraits.h"
 #include "toolkit/xml/qzxmldeclaration.h"
 
 namespace Qzc {
@@ -42,7 +43,7 @@ bool IsDeclarationTrue(const KeldMBString& text, int start, Charset written) {
     if (declared == KELDCharset::Current || declared == written)
         return true;
     KeldMBString read;
-    return IsByteCharset(declared) && QzTextCodec(written, declared).Convert(read, text) && read == text;
+    return QzTextCodec(written, declared).Convert(read, text) && read == text;
 }
 
 // How the declaration has to change for a file in `encoding`.
@@ -72,6 +73,7 @@ Change DeclarationChange(const KeldMBString& text, Charset encoding) {
 // Writes text to a file in another charset, a part at a time, so that the whole is never held twice.
 class EncodedFile {
 public:
+    /// `codec` from the current charset; null: the text is written as it stands.
     EncodedFile(QzFile& file, QzTextCodec* codec) : m_file(file), m_codec(codec) {}
 
     bool Write(std::string_view text) {
@@ -99,11 +101,11 @@ public:
     std::int64_t Count() const { return m_count; }
 
 private:
-    // Blanks are no part of a longer character in any charset of bytes, and join with nothing.
+    // A blank is no part of a longer character in charsets that contain ASCII, and joins with nothing.
     static std::size_t PartSize(std::string_view text) {
         constexpr std::size_t Wanted = 1 << 16;
         constexpr std::string_view Blanks = " \t\r\n";
-        if (text.size() <= Wanted || !IsByteCharset(QzToolkit::GetCurCharset()))
+        if (text.size() <= Wanted || GetCharsetTraits(QzToolkit::GetCurCharset()).asciiUnit != 1)
             return text.size();
         std::size_t last = text.find_last_of(Blanks, Wanted - 1);
         if (last == std::string_view::npos)
@@ -179,16 +181,18 @@ unsigned char QzMarkup::SaveAs(const char* szFileName, bool bIndented) {
     const bool recodes = m_fileForm.isConverted && encoding != current && encoding != KELDCharset::Unknown &&
                          charset != QzTextCodec::GetCharsetName(current);
     QzTextCodec codec;
-    bool encoded = !recodes || codec.Open(encoding, current) != 0;
+    const WideForm* const wide = recodes ? FindWideForm(encoding) : nullptr;
+    bool encoded = !recodes || codec.Open(wide != nullptr ? KeldMBString(wide->name) : charset,
+                                          QzTextCodec::GetCharsetName(current)) != 0;
     bool opened = false;
     std::int64_t count = 0;
     const auto write = [&](QzFile& file) {
         opened = true;
         EncodedFile target(file, recodes ? &codec : nullptr);
         if (m_fileForm.hasMark && (!m_fileForm.isConverted || encoding == KELDCharset::UTF8))
-            target.Put(ByteOrderMark(KELDCharset::UTF8));
-        else if (recodes && encoding != KELDCharset::UTF8)
-            target.Put(ByteOrderMark(encoding));
+            target.Put(Utf8Mark);
+        else if (wide != nullptr)
+            target.Put(wide->mark);
         const bool written =
             target.Write(head) && (bIndented || target.Write(change.text.View())) && target.Write(tail);
         encoded = target.IsConverted();

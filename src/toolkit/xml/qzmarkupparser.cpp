@@ -5,12 +5,27 @@
 
 #include "stream/qzsprintf.h"
 #include "toolkit/qzmarkup.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 
 namespace Qzc {
 
 using namespace MarkupScan;
+
+namespace {
+
+// In a large text, from its start, and a few more: growing the records later would copy them.
+int EstimateElements(std::string_view text) {
+    constexpr std::size_t Sample = 4096;
+    if (text.size() < 32 * Sample)
+        return 0;
+    std::size_t tags = 0;
+    for (std::size_t at = 0; at < Sample; ++at)
+        tags += text[at] == '<' && text[at + 1] != '/' ? 1U : 0U;
+    return static_cast<int>(std::min((tags + tags / 8) * (text.size() / Sample), text.size() / 16));
+}
+
+} // namespace
 
 unsigned char QzMarkup::ParseDoc() {
     KeldMBString kept = std::move(m_strError);
@@ -33,7 +48,7 @@ bool QzMarkup::ParseTree() {
     m_nErrorAt = -1;
     m_iPosFree = 1;
     m_iPosReleased = 0;
-    const int wanted = m_text->GetLength() / 64 + 8;
+    const int wanted = std::max(m_text->GetLength() / 64, EstimateElements(m_text->Whole().View())) + 8;
     while (m_nPosCapacity < wanted && AllocPosArray(wanted)) {
     }
     if (m_nPosCapacity == 0)
@@ -78,11 +93,14 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         return ParseError(szError, withName ? name.Cstr() : nullptr);
     };
 
+    const auto close = [&](const char* first, const char* last) {
+        Pos(iOpen).nEndL = offset(first);
+        Pos(iOpen).nEndR = offset(last);
+    };
+
     const char* p = szDoc + nNext;
     for (;;) {
-        p = stop.Next(p);
-        while (*p != '<' && *p != '\0')
-            p = stop.Next(p + 1);
+        p = stop.NextTag(p);
         if (*p == '\0')
             return iTop == 0 ? fail("Element tag not found", false, offset(p))
                              : fail("End tag of %s element not found", true, Pos(iOpen).nStartL);
@@ -90,6 +108,17 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         // ---- What stands at this '<'?
         const char* const tag = p;
         const char* name = p + 1;
+        if (*name == '/' && iTop != 0) { // as nearly all end tags are
+            const std::size_t length = SameNameLength(name + 1, nameOf(iOpen), szDoc + text.GetLength());
+            if (length != 0) {
+                p = name + 1 + length + 1;
+                close(tag, p - 1);
+                if (iOpen == iTop)
+                    break;
+                iOpen = Pos(iOpen).iElemParent;
+                continue;
+            }
+        }
         if (Is(*name, Delimiter | Quote)) {
             if (*name == '!' || *name == '?') {
                 TokenPos node(szDoc, static_cast<int>(p - szDoc));
@@ -127,33 +156,30 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
                 if (*p != '>')
                     return fail("End tag not completed for element %s", true, offset(tag));
                 ++p;
-                ElementPos& closed = Pos(iOpen);
-                closed.nEndL = offset(tag);
-                closed.nEndR = offset(p - 1);
+                close(tag, p - 1);
                 if (iOpen == iTop)
                     break;
-                iOpen = closed.iElemParent;
+                iOpen = Pos(iOpen).iElemParent;
                 continue;
             }
         }
 
         // ---- A start tag
         const char* unquoted = nullptr; // behind the last closing quote
-        for (p = stop.Next(name + 1); *p != '>'; p = stop.Next(p)) {
+        for (p = stop.FirstInTag(name + 1); *p != '>'; p = stop.NextInTag()) {
             const char quote = *p;
-            // A quote inside a token is just a byte of it, and so is a '<'.
-            const bool opens = Is(quote, Quote) && (p[-1] == '=' || p == unquoted || EndsName(name, p - 1));
+            // A quote inside a token is just a byte of it.
+            const bool opens = quote != '\0' && (p[-1] == '=' || p == unquoted || EndsName(name, p - 1));
             if (opens) {
                 do
-                    p = stop.Next(p + 1);
+                    p = stop.NextInTag();
                 while (*p != quote && *p != '\0');
                 unquoted = p + 1;
             }
             if (*p == '\0')
                 return fail("End of tag not found", false, offset(tag));
-            ++p;
         }
-        const int iPos = GetFreePos();
+        const int iPos = m_iPosReleased == 0 && m_iPosFree < m_nPosCapacity ? m_iPosFree++ : GetFreePos();
         if (iPos == 0)
             return fail("Out of memory", false, offset(tag));
         const bool empty = p[-1] == '/';
@@ -161,10 +187,13 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         const int nStartR = offset(p);
         Pos(iPos) = ElementPos{nStartL, nStartR, nStartL, nStartR, 0, iOpen, 0, 0};
         ++p;
-        if (iTop == 0)
+        if (iTop == 0) {
             iTop = iPos;
-        else
-            PosInsert({iPos, iPos, 1}, iOpen, Pos(iOpen).iElemLast);
+        } else {
+            ElementPos& open = Pos(iOpen);
+            (open.iElemLast != 0 ? Pos(open.iElemLast).iElemNext : open.iElemChild) = iPos;
+            open.iElemLast = iPos;
+        }
         if (!empty)
             iOpen = iPos;
         else if (iTop == iPos)

@@ -2,8 +2,9 @@
 
 #include <cstring>
 
+#include "base/keldmemory.h"
 #include "toolkit/qzmarkup.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 #include "toolkit/xml/xmltext.h"
 
@@ -33,8 +34,7 @@ std::string_view ResolvedView(std::string_view text) {
         return text;
     std::string& scratch = ThreadScratch();
     scratch.clear();
-    AppendUnescaped(scratch, text);
-    return scratch;
+    return TryMemory([&] { AppendUnescaped(scratch, text); }) ? std::string_view(scratch) : std::string_view();
 }
 
 } // namespace
@@ -249,8 +249,7 @@ std::string_view QzMarkup::Data(int iPos, std::string& scratch) const {
             return text;
     }
     scratch.clear();
-    AppendData(scratch, iPos);
-    return scratch;
+    return TryMemory([&] { AppendData(scratch, iPos); }) ? std::string_view(scratch) : std::string_view();
 }
 
 void QzMarkup::AppendData(std::string& data, int iPos) const {

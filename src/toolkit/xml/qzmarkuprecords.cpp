@@ -8,38 +8,17 @@
 #include <cstdint>
 #include <utility>
 
+#include "base/keldmemory.h"
 #include "toolkit/qzmarkup.h"
-#include "toolkit/xml/markuptext.h"
+#include "toolkit/xml/qzmarkupinline.h"
 
 namespace Qzc {
-
-int QzMarkup::FromStart(int offset) const {
-    return offset < 0 ? offset + m_text->GetLength() : offset;
-}
 
 QzMarkup::ElementPos QzMarkup::GetElementPos(int i) const {
     ElementPos pos = Pos(i);
     for (int* const offset : {&pos.nStartL, &pos.nStartR, &pos.nEndL, &pos.nEndR})
         *offset = FromStart(*offset);
     return pos;
-}
-
-QzMarkup::Tag QzMarkup::TagBehind(Tag tag) const {
-    if (tag.isEnd || IsEmptyElement(tag.iPos))
-        return TagBehindElement(tag.iPos);
-    const int iChild = Pos(tag.iPos).iElemChild;
-    return iChild != 0 ? Tag{iChild, false} : Tag{tag.iPos, true};
-}
-
-QzMarkup::Tag QzMarkup::TagBehindElement(int iPos) const {
-    const ElementPos& pos = Pos(iPos);
-    return pos.iElemNext != 0 ? Tag{pos.iElemNext, false} : Tag{pos.iElemParent, true};
-}
-
-int QzMarkup::TagOffset(Tag tag) const {
-    if (tag.iPos == 0)
-        return m_text->GetLength();
-    return tag.isEnd ? EndL(tag.iPos) : StartL(tag.iPos);
 }
 
 template <class Move>
@@ -70,7 +49,9 @@ void QzMarkup::TellFromEnd(Tag first, int nShift) {
         const ElementPos& pos = Pos(tag.iPos);
         if ((tag.isEnd ? pos.nEndL : pos.nStartL) < 0)
             break;
-        MoveTag(tag, [=](int offset) { return offset < 0 ? offset : static_cast<int>(std::int64_t{offset} - length + nShift); });
+        MoveTag(tag, [=](int offset) {
+            return offset < 0 ? offset : static_cast<int>(std::int64_t{offset} - length + nShift);
+        });
     }
     m_fromEnd = first;
 }
@@ -106,19 +87,25 @@ int QzMarkup::PreviousSibling(int iPos) {
     if (iNoted != 0 && Pos(iNoted).iElemNext == iPos && !IsReleased(iNoted))
         return iNoted;
     // Whoever asks once will ask for the others, too.
-    m_previous.resize(static_cast<std::size_t>(m_iPosFree));
+    const bool notes = TryMemory([this] { m_previous.resize(static_cast<std::size_t>(m_iPosFree)); });
+    int iFound = 0;
     int iPrevious = 0;
-    for (int i = iFirst; i != 0; i = Pos(i).iElemNext)
-        m_previous[static_cast<std::size_t>(i)] = std::exchange(iPrevious, i);
-    return m_previous[index];
+    for (int i = iFirst; i != 0; i = Pos(i).iElemNext) {
+        if (i == iPos)
+            iFound = iPrevious;
+        if (notes)
+            m_previous[static_cast<std::size_t>(i)] = iPrevious;
+        iPrevious = i;
+    }
+    return iFound;
 }
 
 void QzMarkup::SetPrevious(int iPos, int iPrevious) {
     if (iPos == 0 || m_previous.empty())
         return;
-    if (static_cast<std::size_t>(iPos) >= m_previous.size())
-        m_previous.resize(static_cast<std::size_t>(m_iPosFree));
-    m_previous[static_cast<std::size_t>(iPos)] = iPrevious;
+    const auto index = static_cast<std::size_t>(iPos);
+    if (index < m_previous.size() || TryMemory([this] { m_previous.resize(static_cast<std::size_t>(m_iPosFree)); }))
+        m_previous[index] = iPrevious;
 }
 
 // ---- Keeping them
@@ -170,9 +157,11 @@ void QzMarkup::ReleasePos(int iFirst) {
         m_iPosReleased = iReleased;
         if (!m_mapSavedPos.IsEmpty()) {
             const auto index = static_cast<std::size_t>(iReleased);
-            if (index >= m_releasedAt.size())
-                m_releasedAt.resize(static_cast<std::size_t>(m_iPosFree));
-            m_releasedAt[index] = m_nReleases;
+            if (index < m_releasedAt.size() ||
+                TryMemory([this] { m_releasedAt.resize(static_cast<std::size_t>(m_iPosFree)); }))
+                m_releasedAt[index] = m_nReleases;
+            else
+                m_mapSavedPos.RemoveAll();
         }
     }
 }

@@ -16,9 +16,8 @@ enum ByteClass : unsigned char {
     Blank = 1,     ///< white space
     Delimiter = 2, ///< ends a token: white space, one of <>=\/?! and the terminator
     Quote = 4,
-    Stop = 8,       ///< the parser cannot run over it without a look: < > " ' and the terminator
-    NameStart = 16, ///< can start a name that is written
-    NamePart = 32   ///< can only follow in one
+    NameStart = 8, ///< can start a name that is written
+    NamePart = 16  ///< can only follow in one
 };
 
 constexpr std::array<unsigned char, 256> MakeClasses() {
@@ -28,9 +27,7 @@ constexpr std::array<unsigned char, 256> MakeClasses() {
     for (const char c : {'<', '>', '=', '\\', '/', '?', '!', '\0'})
         classes[static_cast<unsigned char>(c)] |= Delimiter;
     for (const char c : {'"', '\''})
-        classes[static_cast<unsigned char>(c)] |= Quote | Stop;
-    for (const char c : {'<', '>', '\0'})
-        classes[static_cast<unsigned char>(c)] |= Stop;
+        classes[static_cast<unsigned char>(c)] |= Quote;
     for (int c = 0; c < 256; ++c) {
         const bool isLetter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
         if (isLetter || c == '_' || c == ':' || c >= 128)
@@ -77,31 +74,59 @@ inline bool EndsName(const char* start, const char* p) {
     return Is(*p, Delimiter) && (*p != '\\' || !IsSecondByte(start, p));
 }
 
-/// Finds stops, 64 bytes at a time: one look gives a bit for each byte of a block, and the runs between
-/// stops, which are most of a document, cost nothing more.
+/// Finds what the parser cannot run over without a look, 64 bytes at a time: one look gives a bit for each byte
+/// of a block, and the runs between, which are most of a document, cost nothing more.
 class StopFinder {
 public:
     /// In the zero-terminated text that ends at `end`, from `start` on.
-    StopFinder(const char* start, const char* end) : m_blockEnd(start), m_end(end) {}
+    StopFinder(const char* start, const char* end) : m_block(start - BlockSize), m_end(end) {}
 
-    /// The first stop at or behind `p`, which never goes back.
-    const char* Next(const char* p) {
-        if (p < m_blockEnd) {
-            const std::uint64_t stops = m_stops >> (BlockSize - (m_blockEnd - p));
-            if (stops != 0)
-                return p + __builtin_ctzll(stops);
-            p = m_blockEnd;
-        }
-        while ((m_stops = FindStops(p)) == 0)
-            p += BlockSize;
-        m_blockEnd = p + BlockSize;
-        return p + __builtin_ctzll(m_stops);
+    // The terminator is a stop of both kinds. `p` never goes back.
+
+    /// The first '<' at or behind `p`.
+    const char* NextTag(const char* p) {
+        std::uint64_t tags = From(p, &Stops::tags);
+        while (tags == 0)
+            tags = NextBlock().tags;
+        return m_block + __builtin_ctzll(tags);
+    }
+    /// The first '>' or quote at or behind `p`, and the one behind that.
+    const char* FirstInTag(const char* p) {
+        m_inTag = From(p, &Stops::inTags);
+        return NextInTag();
+    }
+    const char* NextInTag() {
+        while (m_inTag == 0)
+            m_inTag = NextBlock().inTags;
+        const char* const p = m_block + __builtin_ctzll(m_inTag);
+        m_inTag &= m_inTag - 1;
+        return p;
     }
 
 private:
     static constexpr std::ptrdiff_t BlockSize = 64;
 
-    std::uint64_t FindStops(const char* p) const {
+    struct Stops {
+        std::uint64_t tags = 0;
+        std::uint64_t inTags = 0;
+    };
+
+    std::uint64_t From(const char* p, std::uint64_t Stops::*kind) {
+        const std::ptrdiff_t passed = p - m_block;
+        if (passed < BlockSize)
+            return m_stops.*kind >> passed << passed;
+        m_block = p;
+        m_stops = FindStops(p);
+        return m_stops.*kind;
+    }
+
+    const Stops& NextBlock() {
+        m_block += BlockSize;
+        m_stops = FindStops(m_block);
+        return m_stops;
+    }
+
+    Stops FindStops(const char* p) const {
         if (m_end - p >= BlockSize)
             return FindBlockStops(p);
         char tail[BlockSize] = {}; // what is behind the text must not be read; the zeros stand for the terminator
@@ -109,32 +134,60 @@ private:
         return FindBlockStops(tail);
     }
 
+    static Stops FindBlockStops(const char* block) {
+        Stops stops;
 #if defined(__SSE2__)
-    static std::uint64_t FindBlockStops(const char* block) {
-        std::uint64_t stops = 0;
         for (int i = 0; i < BlockSize; i += 16) {
             const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + i));
             const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
-            const __m128i found = _mm_or_si128(
-                _mm_or_si128(_mm_or_si128(equals('<'), equals('>')), _mm_or_si128(equals('"'), equals('\''))),
-                equals('\0'));
-            stops |= static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(found))) << i;
+            const auto bits = [i](__m128i found) {
+                return static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(found))) << i;
+            };
+            const __m128i ends = equals('\0');
+            stops.tags |= bits(_mm_or_si128(equals('<'), ends));
+            stops.inTags |=
+                bits(_mm_or_si128(_mm_or_si128(equals('>'), ends), _mm_or_si128(equals('"'), equals('\''))));
         }
-        return stops;
-    }
 #else
-    static std::uint64_t FindBlockStops(const char* block) {
-        std::uint64_t stops = 0;
-        for (int i = 0; i < BlockSize; ++i)
-            stops |= static_cast<std::uint64_t>(Is(block[i], Stop)) << i;
+        for (int i = 0; i < BlockSize; ++i) {
+            const char c = block[i];
+            stops.tags |= static_cast<std::uint64_t>(c == '<' || c == '\0') << i;
+            stops.inTags |= static_cast<std::uint64_t>(c == '>' || c == '\0' || Is(c, Quote)) << i;
+        }
+#endif
         return stops;
     }
-#endif
 
-    const char* m_blockEnd; // m_stops tells of the BlockSize bytes before it
+    const char* m_block; // m_stops tells of the BlockSize bytes from here
     const char* m_end;
-    std::uint64_t m_stops = 0;
+    Stops m_stops;
+    std::uint64_t m_inTag = 0; // those in the block that NextInTag has still to give
 };
+
+/// The length of the name that stands at both, when it can be told at a glance: it is short, and '>' follows it at
+/// `name`. Otherwise 0. The text is zero-terminated and ends at `end`.
+inline std::size_t SameNameLength([[maybe_unused]] const char* name, [[maybe_unused]] const char* opened,
+                                  [[maybe_unused]] const char* end) {
+#if defined(__SSE2__)
+    if (end - name < 16)
+        return 0;
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(name));
+    const __m128i others = _mm_loadu_si128(reinterpret_cast<const __m128i*>(opened));
+    const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+    const auto upTo = [&](char c) { return _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(c)), bytes); };
+    // All bytes up to '!' are taken for delimiters, which few are: then the name is looked at closely.
+    const __m128i fromLess = _mm_andnot_si128(upTo('<' - 1), upTo('?'));
+    const __m128i ends = _mm_or_si128(_mm_or_si128(upTo('!'), fromLess), _mm_or_si128(equals('/'), equals('\\')));
+    const unsigned stops = static_cast<unsigned>(_mm_movemask_epi8(ends)) | 1U << 16;
+    const unsigned differ = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, others)));
+    const auto length = static_cast<unsigned>(__builtin_ctz(stops));
+    const bool same = (differ & ((1U << length) - 1)) == 0;
+    const bool ended = length < 16 && name[length] == '>' && Is(opened[length], Delimiter) && opened[length] != '\\';
+    return same && ended ? length : 0;
+#else
+    return 0;
+#endif
+}
 
 /// Behind the name (or the unquoted value) that starts at `p`.
 inline const char* SkipName(const char* p) {
@@ -215,7 +268,7 @@ inline bool NextAttribute(const char*& p, const char* readable, TagAttribute& at
 const char* SkipComment(const char* p);
 const char* SkipCData(const char* p);
 const char* SkipInstruction(const char* p);
-const char* SkipNode(const char* p); ///< whichever of them it is
+const char* SkipNode(const char* p);        ///< whichever of them it is
 const char* SkipDeclaration(const char* p); ///< with an internal subset, its quotes, comments and instructions
 
 } // namespace Qzc::MarkupScan

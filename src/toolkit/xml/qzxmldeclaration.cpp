@@ -15,20 +15,42 @@ namespace {
 
 using Charset = KELDCharset::Charset;
 
-// In the order in which they are looked for: the first of the wide ones starts as another.
-struct Mark {
+// In the order in which marks are looked for: the first starts as another.
+struct Wide {
     Charset charset;
-    const char* name; ///< of what bytes behind it are, strictly
-    const char* declared;
-    std::string_view bytes;
+    WideForm form;
 };
-constexpr Mark Marks[] = {
-    {KELDCharset::UTF8, "UTF-8", "UTF-8", "\xEF\xBB\xBF"},
-    {KELDCharset::UCS4LE, "UTF-32LE", "UTF-32", std::string_view("\xFF\xFE\0\0", 4)},
-    {KELDCharset::UCS4BE, "UTF-32BE", "UTF-32", std::string_view("\0\0\xFE\xFF", 4)},
-    {KELDCharset::UTF16LE, "UTF-16LE", "UTF-16", "\xFF\xFE"},
-    {KELDCharset::UTF16BE, "UTF-16BE", "UTF-16", "\xFE\xFF"},
+constexpr Wide WideForms[] = {
+    {KELDCharset::UCS4LE, {"UTF-32LE", "UTF-32", std::string_view("\xFF\xFE\0\0", 4)}},
+    {KELDCharset::UCS4BE, {"UTF-32BE", "UTF-32", std::string_view("\0\0\xFE\xFF", 4)}},
+    {KELDCharset::UTF16LE, {"UTF-16LE", "UTF-16", "\xFF\xFE"}},
+    {KELDCharset::UTF16BE, {"UTF-16BE", "UTF-16", "\xFE\xFF"}},
 };
+
+// Which of them stands for a charset.
+Charset WideFormOf(Charset charset) {
+    switch (charset) {
+    case KELDCharset::Wide: return WideFormOf(GetWideCharset());
+    case KELDCharset::UCS2:
+    case KELDCharset::UCS2LE:
+    case KELDCharset::UTF16: return KELDCharset::UTF16LE;
+    case KELDCharset::UCS2BE: return KELDCharset::UTF16BE;
+    case KELDCharset::UTF32: return KELDCharset::UCS4LE;
+    case KELDCharset::UCS4: return KELDCharset::UCS4BE;
+    default: return charset;
+    }
+}
+
+bool StartsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
+// What reads as a declaration byte by byte is in no charset in which these bytes are something else.
+bool CanBeDeclared(Charset charset) {
+    const KeldMBString start("<?xml ");
+    KeldMBString read;
+    return QzTextCodec(KELDCharset::UTF8, charset).Convert(read, start) && read == start;
+}
 
 constexpr std::string_view Blanks = " \t\r\n";
 
@@ -66,26 +88,13 @@ KeldMBString PseudoAttribute(std::string_view text) {
     return end == std::string_view::npos ? KeldMBString() : Trimmed(text.substr(at + 1, end - at - 1));
 }
 
-const Mark* MarkOf(std::string_view text) {
-    const auto* const found = std::find_if(std::begin(Marks), std::end(Marks), [&](const Mark& mark) {
-        return text.substr(0, mark.bytes.size()) == mark.bytes;
-    });
-    return found != std::end(Marks) ? found : nullptr;
-}
-
-const Mark* MarkFor(Charset charset) {
-    if (charset == KELDCharset::Wide)
-        charset = GetWideCharset();
-    if (charset == KELDCharset::UCS2LE)
-        charset = KELDCharset::UTF16LE;
-    else if (charset == KELDCharset::UCS2BE)
-        charset = KELDCharset::UTF16BE;
-    const auto* const found =
-        std::find_if(std::begin(Marks), std::end(Marks), [&](const Mark& mark) { return mark.charset == charset; });
-    return found != std::end(Marks) ? found : nullptr;
-}
-
 } // namespace
+
+const WideForm* FindWideForm(Charset charset) {
+    const auto* const found = std::find_if(std::begin(WideForms), std::end(WideForms),
+                                           [&](const Wide& wide) { return wide.charset == WideFormOf(charset); });
+    return found != std::end(WideForms) ? &found->form : nullptr;
+}
 
 Charset DeclaredCharset(std::string_view text) {
     const Charset charset = QzTextCodec::GetCharset(LastWord(text));
@@ -98,53 +107,43 @@ Charset DeclaredCharset(std::string_view text) {
 std::string_view XmlDeclaration(std::string_view text) {
     constexpr std::string_view Start = "<?xml";
     const std::size_t end = text.find("?>");
-    if (end == std::string_view::npos || text.substr(0, Start.size()) != Start ||
+    if (end == std::string_view::npos || !StartsWith(text, Start) ||
         (Blanks.find(text[Start.size()]) == std::string_view::npos && end != Start.size()))
         return std::string_view();
     return text.substr(0, end + 2);
 }
 
-bool IsByteCharset(Charset charset) {
-    const Mark* const mark = MarkFor(charset);
-    return mark == nullptr || mark->charset == KELDCharset::UTF8;
-}
-
-std::string_view ByteOrderMark(Charset charset) {
-    const Mark* const mark = MarkFor(charset);
-    return mark != nullptr ? mark->bytes : std::string_view();
-}
-
 KeldMBString XmlFileHeader(Charset charset) {
     KeldMBString header = QzToolkit::GetXmlFileHeader(charset);
-    const Mark* const mark = MarkFor(charset);
-    if (mark != nullptr)
-        header.Replace(QzTextCodec::GetCharsetName(charset), mark->declared);
+    const WideForm* const wide = FindWideForm(charset);
+    if (wide != nullptr)
+        header.Replace(QzTextCodec::GetCharsetName(charset), wide->declared);
     return header;
 }
 
 XmlFileForm DecodeXmlFile(KeldMBString& text) {
-    const KeldMBString current = QzTextCodec::GetCharsetName(KELDCharset::Current);
-    const Mark* const mark = MarkOf(text.View());
-    const bool isWide = mark != nullptr && !IsByteCharset(mark->charset);
-    XmlFileForm form = {KELDCharset::Unknown, false, mark != nullptr && !isWide};
-    const int skipped = mark != nullptr ? static_cast<int>(mark->bytes.size()) : 0;
-    if (isWide) { // whatever the text says of itself
-        form.encoding = mark->charset;
+    const Charset current = QzToolkit::GetCurCharset();
+    XmlFileForm form = {KELDCharset::Unknown, false, StartsWith(text.View(), Utf8Mark)};
+    for (const Wide& wide : WideForms) { // whatever the text says of itself
+        if (!StartsWith(text.View(), wide.form.mark))
+            continue;
+        form.encoding = wide.charset;
+        const int skipped = static_cast<int>(wide.form.mark.size());
         KeldMBString converted;
-        form.isConverted =
-            QzTextCodec(current, mark->name).Convert(converted, text.Cstr() + skipped, text.GetLength() - skipped) != 0;
+        form.isConverted = QzTextCodec(QzTextCodec::GetCharsetName(current), wide.form.name)
+                               .Convert(converted, text.Cstr() + skipped, text.GetLength() - skipped) != 0;
         if (form.isConverted)
             text = std::move(converted);
         return form;
     }
-    text.Delete(0, skipped);
+    if (form.hasMark)
+        text.Delete(0, static_cast<int>(Utf8Mark.size()));
     form.encoding = DeclaredCharset(text.View());
     if (form.encoding == KELDCharset::Current)
-        form.encoding = form.hasMark ? KELDCharset::UTF8 : QzToolkit::GetCurCharset();
-    // A declaration that could be read byte by byte is not in a charset of wider units, whatever it says.
-    form.isConverted = form.encoding == QzToolkit::GetCurCharset() ||
-                       (form.encoding != KELDCharset::Unknown && IsByteCharset(form.encoding) &&
-                        QzTextCodec(QzToolkit::GetCurCharset(), form.encoding).Convert(text, text));
+        form.encoding = form.hasMark ? KELDCharset::UTF8 : current;
+    form.isConverted =
+        form.encoding == current || (form.encoding != KELDCharset::Unknown && CanBeDeclared(form.encoding) &&
+                                     QzTextCodec(current, form.encoding).Convert(text, text));
     return form;
 }
 

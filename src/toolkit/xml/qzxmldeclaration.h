@@ -26,13 +26,19 @@ KELDCharset::Charset DeclaredCharset(std::string_view text);
 /// The XML declaration of a text, empty where it does not start with one.
 std::string_view XmlDeclaration(std::string_view text);
 
-/// Whether every ASCII character is the one byte of it. Text of other charsets has units of two or four bytes.
-bool IsByteCharset(KELDCharset::Charset charset);
+/// A charset of units of two or four bytes, as files are in it.
+struct WideForm {
+    const char* name;     ///< of the bytes behind the mark
+    const char* declared; ///< the mark tells the rest
+    std::string_view mark;
+};
 
-/// The mark that files in a charset of units of more than one byte start with, and UTF-8's own. Empty for the others.
-std::string_view ByteOrderMark(KELDCharset::Charset charset);
+/// Null for all other charsets.
+const WideForm* FindWideForm(KELDCharset::Charset charset);
 
-/// The declaration of a file in this charset: units of two and four bytes go by the name that the mark completes.
+inline constexpr std::string_view Utf8Mark = "\xEF\xBB\xBF";
+
+/// The declaration of a file in this charset.
 KeldMBString XmlFileHeader(KELDCharset::Charset charset);
 
 } // namespace Qzc

@@ -33,22 +33,56 @@ constexpr std::array<unsigned char, 256> MakeEscapeBits() {
 }
 constexpr std::array<unsigned char, 256> EscapeBits = MakeEscapeBits();
 
+unsigned EscapeBitsOf(std::string_view special) {
+    unsigned bits = EscapeBits[0];
+    for (const char c : special)
+        bits |= EscapeBits[static_cast<unsigned char>(c)];
+    return bits;
+}
+
+std::string_view EntityOf(unsigned bit) {
+    return Escapes[static_cast<std::size_t>(__builtin_ctz(bit))].entity;
+}
+
 } // namespace
 
 void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view special) {
-    unsigned stops = EscapeBits[0];
-    for (const char c : special)
-        stops |= EscapeBits[static_cast<unsigned char>(c)];
+    const unsigned escaped = EscapeBitsOf(special);
     std::size_t copied = 0;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const unsigned bit = EscapeBits[static_cast<unsigned char>(text[at])] & stops;
+        const unsigned bit = EscapeBits[static_cast<unsigned char>(text[at])] & escaped;
         if (bit == 0)
             continue;
         markup.Append(text.substr(copied, at - copied));
-        markup.Append(Escapes[static_cast<std::size_t>(__builtin_ctz(bit))].entity);
+        markup.Append(EntityOf(bit));
         copied = at + 1;
     }
     markup.Append(text.substr(copied));
+}
+
+char* WriteEscaped(char* to, std::string_view text, std::string_view special) {
+    const unsigned escaped = EscapeBitsOf(special);
+    for (const char c : text) {
+        const unsigned bit = EscapeBits[static_cast<unsigned char>(c)] & escaped;
+        if (bit == 0) {
+            *to++ = c;
+        } else {
+            const std::string_view entity = EntityOf(bit);
+            std::memcpy(to, entity.data(), entity.size());
+            to += entity.size();
+        }
+    }
+    return to;
+}
+
+std::size_t EscapedLength(std::string_view text, std::string_view special) {
+    const unsigned escaped = EscapeBitsOf(special);
+    std::size_t length = text.size();
+    for (const char c : text) {
+        const unsigned bit = EscapeBits[static_cast<unsigned char>(c)] & escaped;
+        length += bit != 0 ? EntityOf(bit).size() - 1 : 0;
+    }
+    return length;
 }
 
 namespace {

@@ -13,6 +13,12 @@ namespace Qzc {
 /// the document, becomes a numeric reference.
 void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view special);
 
+/// The same to memory that has room for it; where it then ends. A text's length becomes MaxEscape times as long
+/// at most, which EscapedLength tells exactly.
+char* WriteEscaped(char* to, std::string_view text, std::string_view special);
+constexpr std::size_t MaxEscape = 6;
+std::size_t EscapedLength(std::string_view text, std::string_view special);
+
 /// A text with its references resolved: the five entities, and numeric references of at most seven digits,
 /// whose characters become UTF-8 bytes whatever the charset. An ampersand that starts neither stands for
 /// itself.

@@ -1,0 +1,72 @@
+#include "text/failingmemory.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <thread>
+
+// Where a sanitizer has the C library's allocator, only what goes through operator new can fail.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__GLIBC__)
+#define REPLACES_MALLOC 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define REPLACES_MALLOC 0
+#endif
+#endif
+#if !defined(REPLACES_MALLOC)
+#define REPLACES_MALLOC 1
+#endif
+
+namespace {
+
+std::atomic<std::thread::id> s_thread; // whose allocations are counted
+std::atomic<int> s_countdown{0};       // 1: the next one fails
+
+bool FailsNow() {
+    return s_countdown.load(std::memory_order_relaxed) > 0 && s_thread.load() == std::this_thread::get_id() &&
+           s_countdown.fetch_sub(1) == 1;
+}
+
+} // namespace
+
+void FailAllocation(int number) {
+    s_thread = std::this_thread::get_id();
+    s_countdown = number;
+}
+
+bool StopFailing() {
+    return s_countdown.exchange(0) <= 0;
+}
+
+#if REPLACES_MALLOC
+#define EXPORTED __attribute__((visibility("default")))
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+
+EXPORTED void* malloc(std::size_t size) {
+    return FailsNow() ? nullptr : __libc_malloc(size);
+}
+EXPORTED void* calloc(std::size_t count, std::size_t size) {
+    return FailsNow() ? nullptr : __libc_calloc(count, size);
+}
+EXPORTED void* realloc(void* memory, std::size_t size) {
+    return FailsNow() ? nullptr : __libc_realloc(memory, size);
+}
+}
+#endif
+
+// The other forms come down to these.
+void* operator new(std::size_t size) {
+    void* const memory = !REPLACES_MALLOC && FailsNow() ? nullptr : std::malloc(size != 0 ? size : 1);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
