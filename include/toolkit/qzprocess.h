@@ -23,9 +23,9 @@ namespace Qzc {
 /// round: it would wait for itself. Every lock call wants its unlock call, also when it returned false;
 /// unlocking what was not locked does nothing.
 ///
-/// A lock waits at most 1000000 ms for the lock proper, and as long for the guard under which changes are
-/// reported, and then gives up with the result false. A ReaderLock that gave up still counts: further ones
-/// return at once, and unless it was the guard, this process counts as a reading one, until its unlock.
+/// A lock waits at most 1000000 ms for the lock proper, and as long for the guard under which readers report
+/// changes, and then gives up with the result false. One that gave up still counts: further ones of its kind
+/// return at once, without the lock, until its unlock.
 ///
 /// Neither readers nor writers are preferred. Readers join those that read although a writer waits, save for
 /// moments in which it has them wait until those are gone: at first 10 ms, then more, at most a second. So reads

@@ -114,6 +114,8 @@ private:
     bool IsUsable() const { return m_valid && m_initialised.load(std::memory_order_acquire); }
     bool Open(const KeldMBString& group);
     void Close();
+    bool Begin(Side& side, Deadline deadline, Locked& locked);
+    void End(Side& side);
     bool TakeGuard(Deadline deadline);
     void ReleaseGuard();
     void RecordLost(const SharedLock::Outcome& outcome) const;
@@ -210,16 +212,38 @@ void QzProcess::Body::Release() {
 
 // ---- Locking
 
-Locked QzProcess::Body::LockReading(bool notify, Deadline deadline) {
+// True when the thread is inside, to take the lock. Else `locked` is what the call has come to.
+bool QzProcess::Body::Begin(Side& side, Deadline deadline, Locked& locked) {
     if (!IsUsable())
-        return {};
-    const Nesting::Entry entry = m_reading.nesting.Enter(deadline);
-    if (entry != Nesting::Entry::First)
-        return {entry == Nesting::Entry::Nested && m_reading.has, false};
-    if (!m_initialised) { // released meanwhile
-        Fail(m_reading, false);
-        return {};
+        return false;
+    const Nesting::Entry entry = side.nesting.Enter(deadline);
+    if (entry == Nesting::Entry::First) {
+        if (m_initialised)
+            return true;
+        Fail(side, false); // released meanwhile
     }
+    if (entry == Nesting::Entry::Nested) {
+        locked.has = side.has;
+        if (!locked.has && deadline != NoDeadline) // in one that failed, and has no unlock of its own
+            End(side);
+    }
+    return false;
+}
+
+void QzProcess::Body::End(Side& side) {
+    if (side.nesting.Leave()) {
+        if (&side == &m_reading)
+            GiveBackReading();
+        else
+            GiveBackWriting();
+        side.nesting.GoOutside();
+    }
+}
+
+Locked QzProcess::Body::LockReading(bool notify, Deadline deadline) {
+    Locked locked;
+    if (!Begin(m_reading, deadline, locked))
+        return locked;
     SharedLock& lock = m_connection->lock;
     if (!lock.TryRead()) {
         const SharedLock::Outcome outcome = lock.Read(OrLimit(deadline));
@@ -246,22 +270,14 @@ Locked QzProcess::Body::LockReading(bool notify, Deadline deadline) {
 }
 
 void QzProcess::Body::UnlockReading() {
-    if (IsUsable() && m_reading.nesting.Leave()) {
-        GiveBackReading();
-        m_reading.nesting.GoOutside();
-    }
+    if (IsUsable())
+        End(m_reading);
 }
 
 Locked QzProcess::Body::LockWriting(bool notify, Deadline deadline) {
-    if (!IsUsable())
-        return {};
-    const Nesting::Entry entry = m_writing.nesting.Enter(deadline);
-    if (entry != Nesting::Entry::First)
-        return {entry == Nesting::Entry::Nested && m_writing.has, false};
-    if (!m_initialised) {
-        Fail(m_writing, false);
-        return {};
-    }
+    Locked locked;
+    if (!Begin(m_writing, deadline, locked))
+        return locked;
     SharedLock& lock = m_connection->lock;
     if (!lock.TryWrite()) {
         const SharedLock::Outcome outcome = lock.Write(OrLimit(deadline));
@@ -286,10 +302,8 @@ Locked QzProcess::Body::LockWriting(bool notify, Deadline deadline) {
 }
 
 void QzProcess::Body::UnlockWriting() {
-    if (IsUsable() && m_writing.nesting.Leave()) {
-        GiveBackWriting();
-        m_writing.nesting.GoOutside();
-    }
+    if (IsUsable())
+        End(m_writing);
 }
 
 // A lock that fails keeps its number: its unlock is still to come. One with a deadline does not.
