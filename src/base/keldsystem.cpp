@@ -58,7 +58,7 @@ private:
     static_assert(std::size(CharsetNames) < Size / 2);
 
     struct Slot {
-        NameKey key{std::string_view()};
+        NameKey key{std::string_view("")}; // a null pointer is none to copy from, not even nothing
         const CharsetName* row = nullptr;
     };
 
