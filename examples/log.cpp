@@ -1,5 +1,6 @@
-// Records into the log at every level, in three formats; lets its file roll over; looks items up again; and
-// keeps the log as an XML document. The files lie in a directory of their own, which goes at the end.
+// Records into the log at every level, in three formats; shows it on standard error, too; lets its file roll over and
+// keeps the newest; looks items up again; and keeps the log as an XML document. The files lie in a directory of their
+// own, which goes at the end.
 
 #include <cstdint>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include "toolkit/qzerrorobj.h"
 #include "toolkit/qzlogfile.h"
 #include "toolkit/qzlogitem.h"
+#include "toolkit/qzlogmacros.h"
 #include "toolkit/qzlogquerydef.h"
 #include "toolkit/qzmarkup.h"
 
@@ -59,22 +61,43 @@ bool ShowLevelsAndFormats(const std::filesystem::path& directory) {
     return QzErrorObj::GetInstance().GetAt(0, newest) && newest.m_nCode == -100;
 }
 
+// The call-back gets each line; it may as well hand it to the system's journal.
+bool ShowSecondSink(const std::filesystem::path& directory) {
+    std::printf("\nTo the file, and to standard error\n");
+    QzLogFile& log = QzLogFile::GetInstance(false);
+    log.SetLogFormat("%LEVEL %MSG");
+    if (!log.Open(Path(directory, "sinks.log")))
+        return false;
+    std::fflush(stdout);
+    QzLogFile::SetCallBack([](const char* line) { std::fprintf(stderr, "  %s\n", line); });
+    log.SetLevel(QzLogFile::info);
+    QZ_LOG_DEBUG(5, "Not even formatted: %d", 1);
+    QZ_LOG_INFO(6, "%d layers, drawn in %.1f ms", 3, 12.25);
+    QZ_LOG_ERROR(7, "%s is missing", "rivers.shp");
+    log.SetLevel(QzLogFile::debug);
+    QzLogFile::SetCallBack(nullptr);
+    PrintFile(directory / "sinks.log");
+    return true;
+}
+
 bool ShowRollover(const std::filesystem::path& directory) {
-    std::printf("\nA new file whenever one is longer than 60 bytes\n");
+    std::printf("\nA new file whenever one is longer than 60 bytes, and two old ones at most\n");
     QzLogFile& log = QzLogFile::GetInstance(false);
     std::error_code failed; // shows when the log is opened
     std::filesystem::create_directory(directory, failed);
     if (!log.Open(Path(directory, "tiles.log")))
         return false;
     log.SetFileSizeLimit(60, QzLogFile::NewFile);
-    for (int i = 0; i < 10; ++i) {
+    log.SetRetention(2, 0);
+    for (int i = 0; i < 14; ++i) {
         KeldMBString message;
         message.Format("Tile %d is drawn", i);
         log.RecordLog(message);
     }
     log.SetFileSizeLimit(-1);
+    log.SetRetention(0, 0);
     PrintFiles(directory);
-    return log.GetFileName() == Path(directory, "tiles(2).log");
+    return log.GetFileName() == Path(directory, "tiles(4).log");
 }
 
 bool ShowQuery(const std::filesystem::path& directory) {
@@ -117,8 +140,8 @@ int main() {
     const std::filesystem::path directory = std::filesystem::temp_directory_path(failed) / "motoolkit-log-example";
     std::filesystem::remove_all(directory, failed);
     std::filesystem::create_directory(directory, failed);
-    const bool shown = ShowLevelsAndFormats(directory) && ShowRollover(directory / "tiles") && ShowQuery(directory) &&
-                       ShowXml(directory);
+    const bool shown = ShowLevelsAndFormats(directory) && ShowSecondSink(directory) &&
+                       ShowRollover(directory / "tiles") && ShowQuery(directory) && ShowXml(directory);
     if (!shown)
         std::fprintf(stderr, "log: something went wrong in %s\n", directory.c_str());
     const bool closed = QzLogFile::GetInstance(false).Close() != 0;

@@ -358,18 +358,16 @@ TEST_F(LogTest, ItemsWithoutAnEnd) {
 }
 
 TEST_F(LogTest, ItemsOfAnyLength) {
-    for (const Log::Mode mode : FileModes) {
-        log.SetLogFormat("%DATETIME %MSG");
-        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
-        Record("before");
-        Record(std::string(70 << 20, 'x'));
-        Record("behind");
-        KeldArray<QzLogItem> items;
-        ASSERT_EQ(log.Query(QzLogQueryDef(), items), 1);
-        ASSERT_EQ(items.GetSize(), 3);
-        EXPECT_EQ(items[1].m_strDescription.GetLength(), 70 << 20);
-        log.Open(K(m_file), 0);
-    }
+    constexpr int Length = 70 << 20;
+    log.SetLogFormat("%DATETIME %MSG");
+    ASSERT_EQ(log.Open(K(m_file)), 1);
+    Record("before");
+    Record(std::string(Length, 'x'));
+    Record("behind");
+    KeldArray<QzLogItem> items;
+    ASSERT_EQ(log.Query(QzLogQueryDef(), items), 1);
+    ASSERT_EQ(items.GetSize(), 3);
+    EXPECT_EQ(items[1].m_strDescription.GetLength(), Length);
 }
 
 // ---- Files and threads

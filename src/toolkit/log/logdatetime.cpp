@@ -96,7 +96,8 @@ std::int64_t LocalOffset(std::int64_t seconds) {
     if (!Platform::LocalTime(seconds, local))
         return 0;
     const std::int64_t day = DayOf(std::int64_t{1900} + local.tm_year, local.tm_mon + 1, local.tm_mday);
-    return day * DaySeconds + local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec - seconds;
+    return day * DaySeconds + std::int64_t{local.tm_hour} * 3600 + std::int64_t{local.tm_min} * 60 + local.tm_sec -
+           seconds;
 }
 
 KeldMBString ZoneAt(std::int64_t seconds) {
@@ -249,7 +250,7 @@ void LogDateTimeReader::CompileConversion(char conversion, bool padded, int widt
     case 'd': number(Day, 2); break;
     case 'e': padded = true, number(Day, 2); break;
     case 'j': number(YearDay, 3); break;
-    case 'w': number(WeekDay, 1); break;
+    case 'w':
     case 'u': number(WeekDay, 1); break;
     case 'U': number(SundayWeek, 2); break;
     case 'W': number(MondayWeek, 2); break;

@@ -46,7 +46,7 @@ KeldTime LogSearch::TimeOf(const LogReading& reading) {
         return reading.dateTime;
     std::int64_t time = reading.moment.last;
     if (reading.moment.first != time) {
-        constexpr std::int64_t Near = 15 * 60;
+        constexpr std::int64_t Near = 900;
         const std::int64_t expected = m_newerTime - std::max<std::int64_t>(m_newerSpan - reading.timeSpan, 0) / 1000;
         const std::int64_t first = reading.moment.first;
         if (std::abs(first - expected) < Near || (std::abs(time - expected) >= Near && time > m_newerTime))
