@@ -30,6 +30,7 @@ HEADER_ROOMS = {
     "qztaskfilter": "toolkit/concurrency",
     "qztaskprocessor": "toolkit/concurrency",
     "qzcolorvalue3d": "toolkit/style",
+    "qzstyleexport": "toolkit/style",
     "qzprocessreaderlock": "toolkit/process",
     "qzprocesswriterlock": "toolkit/process",
 }

@@ -23,7 +23,8 @@ struct NameKey {
     std::array<std::uint64_t, Size / 8> words = {};
 
     explicit NameKey(std::string_view name) {
-        std::memcpy(words.data(), name.data(), name.size());
+        if (!name.empty()) // whose bytes may be nowhere
+            std::memcpy(words.data(), name.data(), name.size());
         for (std::uint64_t& word : words)
             word = ToUpperAscii(word);
     }

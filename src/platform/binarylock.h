@@ -33,6 +33,13 @@ public:
             WakeOneWaiter(&m_state);
     }
 
+    // The steps of a waiter that has something else to do between them.
+
+    /// Locks; where somebody else has the lock it is marked as one that is slept on, and this must follow: Sleep and
+    /// another attempt, or nothing, which costs a wake in vain.
+    bool TryLockOrMark() { return m_state.exchange(Contended, std::memory_order_acquire) == Free; }
+    void Sleep() const { WaitOnWord(&m_state, Contended); }
+
 private:
     enum : std::uint32_t {
         Free,
@@ -47,8 +54,8 @@ private:
             PauseSpinning();
         }
         // Whoever comes through here cannot know whether others sleep, and so leaves the lock contended.
-        while (m_state.exchange(Contended, std::memory_order_acquire) != Free)
-            WaitOnWord(&m_state, Contended);
+        while (!TryLockOrMark())
+            Sleep();
     }
 
     std::atomic<std::uint32_t> m_state{Free};

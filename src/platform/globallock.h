@@ -1,10 +1,7 @@
 #pragma once
 
-#include <atomic>
-#include <cstdint>
-
+#include "platform/binarylock.h"
 #include "platform/thread.h"
-#include "platform/waitword.h"
 
 namespace Platform {
 
@@ -37,8 +34,7 @@ public:
 
     void Lock() {
         RaiseShield();
-        std::uint32_t expected = Free;
-        if (!m_state.compare_exchange_strong(expected, Locked, std::memory_order_acquire, std::memory_order_relaxed))
+        if (!m_lock.TryLock())
             LockSlowly();
     }
     void Unlock() {
@@ -46,29 +42,20 @@ public:
         LowerShield();
     }
     /// Unlocks and leaves the shield as it is: in place of a holder that had lowered it and was then ended.
-    void Abandon() {
-        if (m_state.exchange(Free, std::memory_order_release) == Contended)
-            WakeOneWaiter(&m_state);
-    }
+    void Abandon() { m_lock.Unlock(); }
 
 private:
-    enum : std::uint32_t {
-        Free,
-        Locked,
-        Contended ///< locked, and somebody may be asleep
-    };
-
-    // A waiter that is ended leaves the lock contended, which costs one wake in vain, and hands on a wake that was
-    // meant for it (AbandonWait).
+    // A waiter that is ended leaves the lock marked, which costs one wake in vain, and hands on a wake that was meant
+    // for it (AbandonWait).
     void LockSlowly() {
-        while (m_state.exchange(Contended, std::memory_order_acquire) != Free) {
+        while (!m_lock.TryLockOrMark()) {
             LowerShield();
-            WaitOnWord(&m_state, Contended);
+            m_lock.Sleep();
             RaiseShield();
         }
     }
 
-    std::atomic<std::uint32_t> m_state{Free};
+    BinaryLock m_lock;
 };
 
 } // namespace Platform

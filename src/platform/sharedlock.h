@@ -260,7 +260,8 @@ public:
 private:
     static constexpr std::chrono::milliseconds FirstNap{2};
 
-    // With `lost`, the system is asked about each reader.
+    // With `lost`, the system is asked about each reader. One that gets a slot behind those used so far begins to
+    // read after the exclusion was taken, and sees that.
     bool IsRead(bool* lost = nullptr) {
         bool read = false;
         const std::uint32_t used = m_memory.SlotsUsed();

@@ -1,4 +1,3 @@
-#include <cstring>
 #include <thread>
 
 #include <grp.h>
@@ -184,7 +183,7 @@ TEST_F(ProcessLockTurns, MembersOfAGroupShareItsNames) {
     const LogLines log;
     EXPECT_EQ(lock.ProcessLockInit(name, "no such group"), 0U);
     EXPECT_TRUE(log.Has("error  -100: there is no group no such group"));
-    const group* const shared = getgrgid(100);
+    const group* const shared = getgrgid(100); // NOLINT(concurrency-mt-unsafe): one thread
     if (geteuid() != 0 || shared == nullptr)
         GTEST_SKIP() << "wants to be several users, and a group with the number 100";
     const KeldMBString groupName(shared->gr_name);

@@ -594,7 +594,8 @@ TEST(StyleRecord, WhatIsNotWholeChangesNothing) {
         }
     }
     QzStyle style;
-    QzMemoryStream shortOne(std::string(43, '\1').data(), 43);
+    const std::string allButOne(43, '\1');
+    QzMemoryStream shortOne(allButOne.data(), 43);
     EXPECT_TRUE(style.LoadAll(shortOne, 44)); // what it tells is the size
     EXPECT_FALSE(shortOne.IsGood());
     EXPECT_TRUE(style == QzStyle());

@@ -4,9 +4,11 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <tuple>
 
 #include "support.h"
 #include "xml/markup_records.h"
+#include "xml/repeated_text.h"
 
 using namespace Qzc;
 
@@ -79,7 +81,8 @@ TEST(MarkupEdit, RefusesWhatCouldNotBeReadBack) {
     markup.FindElem();
     markup.FindChildElem();
     const KeldMBString doc = markup.GetDoc();
-    for (const char* name : {"", "a b", "a=b", "<a", "a>", "a/b", "a\\b", "?a", "a!", "a\"b", "'a", "a&b"}) {
+    for (const char* name : {"", "a b", "a=b", "<a", "a>", "a/b", "a\\b", "?a", "a!", "a\"b", "'a", "a&b", "1", "-",
+                             ".a", "a;", "a\x01", "\x7F", "a$"}) {
         SCOPED_TRACE(name);
         EXPECT_FALSE(markup.AddChildElem(name) || markup.InsertChildElem(name, "x"));
         EXPECT_FALSE(markup.SetAttrib(name, "x") || markup.SetChildAttrib(name, 1));
@@ -106,6 +109,147 @@ TEST(MarkupEdit, RefusesWhatCouldNotBeReadBack) {
     EXPECT_FALSE(malformed.AddElem("q"));
     EXPECT_EQ(malformed.GetDoc(), "<p");
     EXPECT_EQ(malformed.GetError(), ", End of tag not found");
+}
+
+// What a name may not be in what is written, or a value by its length, does not keep it from being read.
+TEST(MarkupEdit, ReadsNamesThatItDoesNotWrite) {
+    QzMarkup markup("<1 a;='x' -=\"y\"><$/></1>");
+    ASSERT_TRUE(markup.FindElem("1"));
+    EXPECT_EQ(markup.GetAttrib("a;"), "x");
+    EXPECT_EQ(markup.GetAttribValue(1), "y");
+    EXPECT_TRUE(markup.FindChildElem("$") && markup.AddChildSubDoc("<2/>") && markup.SetData("z"));
+    EXPECT_EQ(markup.GetDoc(), "<1 a;='x' -=\"y\">z</1>");
+}
+
+TEST(MarkupEdit, RefusesWhatIsTooLong) {
+    CheckedMarkup markup("<p><c/></p>");
+    ASSERT_TRUE(markup.FindElem() && markup.FindChildElem());
+    {
+        const RepeatedText text(static_cast<std::size_t>(QzMarkup::MaxValueLength) + 1);
+        EXPECT_FALSE(markup.SetAttrib("a", text.Cstr()) || markup.AddChildElem("e", text.Cstr()) ||
+                     markup.SetData(text.Cstr()) || markup.SetChildData(text.Cstr(), 1));
+        EXPECT_FALSE(markup.AddChildElem(text.Cstr()) || markup.SetAttrib(text.Cstr(), "1"));
+    }
+    const RepeatedText text(std::size_t{1} << 31);
+    EXPECT_FALSE(markup.SetRealData(text.Cstr()) || markup.AddChildSubDoc(text.Cstr()) || markup.SetDoc(text.Cstr()));
+    EXPECT_FALSE(markup.GetError().IsEmpty());
+    EXPECT_EQ(markup.GetDoc(), "<p><c/></p>");
+    EXPECT_EQ(markup.GetChildTagName(), "c");
+    EXPECT_TRUE(markup.RecordsMatchText());
+}
+
+TEST(MarkupEdit, CopiesAndTakesOverAllThatADocumentHolds) {
+    QzMarkup source("<p a='1' b='2'><c/></p>");
+    source.SetEncoding(KELDCharset::Big5);
+    ASSERT_TRUE(source.FindElem());
+    EXPECT_EQ(source.GetAttribCount(), 2);
+    QzMarkup target("<x><y/></z>");
+    EXPECT_EQ(target.GetError(), ", End tag does not correspond to x");
+    const QzMarkup broken(target);
+    EXPECT_EQ(broken.GetError(), target.GetError());
+    int line = 0;
+    int column = 0;
+    EXPECT_TRUE(broken.GetErrorPosition(line, column));
+    EXPECT_EQ(column, 8);
+
+    const KeldMBString& doc = target.GetDoc(); // follows the document
+    target = source;
+    EXPECT_EQ(target.GetEncoding(), KELDCharset::Big5);
+    EXPECT_EQ(doc, source.GetDoc());
+    // Attributes that were numbered in one document are not those of another at the same place.
+    QzMarkup other("<p c='3' d='4' e='5'/>");
+    ASSERT_TRUE(other.FindElem());
+    EXPECT_EQ(other.GetAttribCount(), 3);
+    target = other;
+    EXPECT_EQ(target.GetAttribCount(), 3);
+    EXPECT_EQ(target.GetAttribName(1), "d");
+    EXPECT_TRUE(target.SetDoc("<p f='6'/>") && target.FindElem());
+    EXPECT_EQ(target.GetAttribCount(), 1);
+    EXPECT_EQ(target.GetAttribName(0), "f");
+    EXPECT_EQ(doc, "<p f='6'/>");
+}
+
+TEST(MarkupEdit, FindsAnotherTopElementBehindTheOneRemoved) {
+    CheckedMarkup markup("<p><q/></p>\n<r><s/></r>");
+    ASSERT_TRUE(markup.FindElem() && markup.SavePos("p") && markup.RemoveElem());
+    EXPECT_TRUE(markup.IsWellFormed() && markup.RecordsMatchText());
+    EXPECT_FALSE(markup.RestorePos("p"));
+    EXPECT_TRUE(markup.FindElem("r") && markup.FindChildElem("s"));
+}
+
+// A position may be one before all children of an element: it goes when that element does.
+TEST(MarkupEdit, ForgetsAPositionInsideARemovedElement) {
+    QzMarkup markup("<p><c><x/></c><d/></p>");
+    ASSERT_TRUE(markup.FindElem() && markup.FindChildElem("c") && markup.IntoElem() && markup.IntoElem());
+    markup.ResetMainPos();
+    ASSERT_TRUE(markup.SavePos("in c") && markup.OutOfElem() && markup.RemoveElem());
+    EXPECT_FALSE(markup.RestorePos("in c"));
+    EXPECT_TRUE(markup.FindElem("d") && markup.AddChildElem("new") && !markup.RestorePos("in c"));
+}
+
+/// A document whose free records can be counted.
+class CountedMarkup : public CheckedMarkup {
+public:
+    using CheckedMarkup::CheckedMarkup;
+    int NextFree() {
+        const int iPos = GetFreePos();
+        ReleasePos(iPos);
+        return iPos;
+    }
+    int RemoveNothing() { return RemoveElem(0); }
+};
+
+TEST(MarkupEdit, GivesRecordsBackThatAFailedParseTook) {
+    CountedMarkup markup("<p><c/></p>");
+    ASSERT_TRUE(markup.FindElem());
+    const int next = markup.NextFree();
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_FALSE(markup.AddChildSubDoc("<x><y/><z/></x><w><v></w>"));
+        EXPECT_FALSE(markup.SetRealData("<x/><y>"));
+        EXPECT_TRUE(markup.AddChildSubDoc("<x><y/></x>") && markup.RemoveChildElem());
+    }
+    EXPECT_LE(markup.NextFree(), next + 2);
+    EXPECT_EQ(markup.RemoveNothing(), 0);
+    EXPECT_TRUE(markup.RecordsMatchText());
+}
+
+TEST(MarkupEdit, TellsWhereElementsAndErrorsStand) {
+    const std::tuple<const char*, int, int> errors[] = {
+        // where the message's tag, node or element starts
+        {"", 0, 0},
+        {"<a/>", 0, 0},
+        {"one\ntwo", 2, 4},
+        {"<a>\r\n  <b></c>\r\n</a>", 2, 6},
+        {"<a>\n\n <b>\n  <c>t</c>\n", 3, 2},
+        {"<a>\n<!-- </a>", 2, 1},
+        {"\n<a>\n  <b c='</a>", 3, 3},
+        {"<a>\n</a", 2, 1},
+        {"<a><'b'/></a>", 1, 4},
+    };
+    for (const auto& [doc, line, column] : errors) {
+        SCOPED_TRACE(doc);
+        const QzMarkup markup(doc);
+        int foundLine = 0;
+        int foundColumn = 0;
+        EXPECT_EQ(markup.GetErrorPosition(foundLine, foundColumn) != 0, line != 0);
+        EXPECT_EQ(foundLine, line);
+        EXPECT_EQ(foundColumn, column);
+    }
+
+    QzMarkup markup("<a>\n <b/>\n\xC3\xA9<c/>\n</a>");
+    int line = 0;
+    int column = 0;
+    EXPECT_FALSE(markup.GetElemPosition(line, column));
+    ASSERT_TRUE(markup.FindElem() && markup.FindChildElem("c"));
+    EXPECT_TRUE(markup.GetElemPosition(line, column) && line == 1 && column == 1);
+    EXPECT_TRUE(markup.GetChildElemPosition(line, column) && line == 3 && column == 3);
+    EXPECT_TRUE(markup.IntoElem() && markup.InsertElem("new", "x\ny") && markup.FindElem("c"));
+    EXPECT_TRUE(markup.GetElemPosition(line, column));
+    EXPECT_EQ(line, 5);
+    EXPECT_EQ(column, 1);
+    markup.ResetMainPos();
+    EXPECT_TRUE(markup.FindElem("b") && markup.SetAttrib("a", "1")); // and the text is in two pieces
+    EXPECT_TRUE(markup.GetElemPosition(line, column) && line == 2 && column == 2);
 }
 
 TEST(MarkupEdit, PositionsOutliveEditsThatLeaveTheirElement) {

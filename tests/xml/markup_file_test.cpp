@@ -500,7 +500,7 @@ TEST_F(MarkupFile, LosesNothingWhenTheSystemFails) {
         EXPECT_EQ(descriptors(), opened);
         failures += done ? 0 : 1;
     };
-    for (const rlim_t room : {0, 1, 4096, 50000, 60000}) {
+    for (const unsigned room : {0U, 1U, 4096U, 50000U, 60000U}) {
         check([&](QzMarkup& markup) {
             const FullDisk full(room);
             return markup.Save(m_path.c_str());

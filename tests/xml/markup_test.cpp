@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <sys/mman.h>
 #include <utility>
 
 #include "support.h"
@@ -222,27 +221,6 @@ TEST(Markup, NestsAMillionDeep) {
     EXPECT_TRUE(copy.SetData("")); // releases all below
     EXPECT_EQ(copy.GetDoc(), "<a></a>");
     EXPECT_EQ(WalkAll(markup), Depth + 1);
-}
-
-TEST(Markup, RefusesTwoGigabytes) {
-    // One megabyte of memory, seen two thousand times over, and a terminator behind it.
-    constexpr std::size_t Chunk = 1 << 20;
-    constexpr std::size_t Size = std::size_t{1} << 31;
-    const int memory = memfd_create("text", 0);
-    ASSERT_EQ(ftruncate(memory, Chunk), 0);
-    void* const whole =
-        mmap(nullptr, Size + Chunk, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    ASSERT_NE(whole, MAP_FAILED);
-    char* const text = static_cast<char*>(whole);
-    for (std::size_t at = 0; at < Size; at += Chunk)
-        mmap(text + at, Chunk, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, memory, 0);
-    std::fill_n(text, Chunk, ' ');
-    QzMarkup markup("<kept/>");
-    EXPECT_FALSE(markup.SetDoc(text));
-    EXPECT_FALSE(markup.GetError().IsEmpty());
-    EXPECT_EQ(markup.GetDoc(), "<kept/>");
-    munmap(text, Size + Chunk);
-    close(memory);
 }
 
 } // namespace

@@ -48,6 +48,10 @@ bool CopyPair(std::string& copy, std::string_view& text) {
     return true;
 }
 
+void AppendEscape(std::string& tag, std::size_t code) {
+    tag.append(EscapeStart).append({Digits[code / 16], Digits[code % 16], '_'});
+}
+
 } // namespace
 
 KeldMBString TagOfName(const KeldMBString& name) {
@@ -61,7 +65,7 @@ KeldMBString TagOfName(const KeldMBString& name) {
         if (IsPlain(c, tag.empty()) && Escaped(rest, tag.empty()) == 0)
             tag += c;
         else
-            tag.append(EscapeStart).append({Digits[static_cast<std::size_t>(c) / 16], Digits[c % 16], '_'});
+            AppendEscape(tag, static_cast<unsigned char>(c));
         rest.remove_prefix(1);
     }
     return KeldMBString(std::move(tag));

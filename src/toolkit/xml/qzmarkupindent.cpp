@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 
 namespace Qzc {
