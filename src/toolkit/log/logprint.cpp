@@ -16,7 +16,7 @@ namespace Qzc {
 namespace {
 
 // What stands between the percent sign and the conversion.
-struct Spec {
+struct Form {
     bool left = false;
     bool zeros = false;
     bool plus = false;
@@ -47,8 +47,8 @@ public:
             }
             Append(std::string_view(m_at, static_cast<std::size_t>(percent - m_at)));
             m_at = percent + 1;
-            Spec spec;
-            if (!ReadSpec(spec) || !Convert(*m_at++, spec))
+            Form form;
+            if (!ReadForm(form) || !Convert(*m_at++, form))
                 return false;
         }
     }
@@ -60,32 +60,32 @@ public:
     }
 
 private:
-    bool ReadSpec(Spec& spec) {
+    bool ReadForm(Form& form) {
         for (;; ++m_at) {
             switch (*m_at) {
-            case '-': spec.left = true; continue;
-            case '0': spec.zeros = true; continue;
-            case '+': spec.plus = true; continue;
-            case ' ': spec.blank = true; continue;
+            case '-': form.left = true; continue;
+            case '0': form.zeros = true; continue;
+            case '+': form.plus = true; continue;
+            case ' ': form.blank = true; continue;
             default: break;
             }
             break;
         }
-        if (!ReadNumber(spec.width))
+        if (!ReadNumber(form.width))
             return false;
-        if (spec.width < 0) {
-            spec.left = true;
-            spec.width = -spec.width;
+        if (form.width < 0) {
+            form.left = true;
+            form.width = -form.width;
         }
         if (*m_at == '.') {
             ++m_at;
-            spec.precision = 0;
-            if (!ReadNumber(spec.precision))
+            form.precision = 0;
+            if (!ReadNumber(form.precision))
                 return false;
-            spec.precision = std::max(spec.precision, -1);
+            form.precision = std::max(form.precision, -1);
         }
-        ReadSize(spec);
-        return spec.width <= MostWidth;
+        ReadSize(form);
+        return form.width <= MostWidth;
     }
 
     bool ReadNumber(int& number) {
@@ -102,8 +102,8 @@ private:
         return true;
     }
 
-    void ReadSize(Spec& spec) {
-        using Size = Spec::Size;
+    void ReadSize(Form& form) {
+        using Size = Form::Size;
         const char size = *m_at;
         if (std::strchr("hlzjtq", size) == nullptr || size == '\0')
             return;
@@ -111,39 +111,39 @@ private:
         const bool isDouble = *m_at == size && (size == 'h' || size == 'l');
         m_at += isDouble ? 1 : 0;
         switch (size) {
-        case 'h': spec.size = isDouble ? Size::Char : Size::Short; break;
-        case 'l': spec.size = isDouble ? Size::LongLong : Size::Long; break;
-        case 'q': spec.size = Size::LongLong; break;
-        case 'j': spec.size = Size::Max; break;
-        default: spec.size = Size::Ptrdiff; break; // as long as size_t
+        case 'h': form.size = isDouble ? Size::Char : Size::Short; break;
+        case 'l': form.size = isDouble ? Size::LongLong : Size::Long; break;
+        case 'q': form.size = Size::LongLong; break;
+        case 'j': form.size = Size::Max; break;
+        default: form.size = Size::Ptrdiff; break; // as long as size_t
         }
     }
 
-    bool Convert(char conversion, Spec& spec) {
+    bool Convert(char conversion, Form& form) {
         switch (conversion) {
         case '%': Append("%"); return m_at[-2] == '%';
         case 'd':
-        case 'i': PrintSigned(spec); return true;
-        case 'u': PrintUnsigned(spec, 10); return true;
-        case 'o': PrintUnsigned(spec, 8); return true;
-        case 'x': PrintUnsigned(spec, 16); return true;
+        case 'i': PrintSigned(form); return true;
+        case 'u': PrintUnsigned(form, 10); return true;
+        case 'o': PrintUnsigned(form, 8); return true;
+        case 'x': PrintUnsigned(form, 16); return true;
         case 'X':
-            spec.upper = true;
-            PrintUnsigned(spec, 16);
+            form.upper = true;
+            PrintUnsigned(form, 16);
             return true;
         case 'c':
-            if (spec.size != Spec::Size::Int || spec.zeros)
+            if (form.size != Form::Size::Int || form.zeros)
                 return false;
             m_character = static_cast<char>(va_arg(m_arguments, int));
-            Pad(spec, {}, std::string_view(&m_character, 1));
+            Pad(form, {}, std::string_view(&m_character, 1));
             return true;
-        case 's': return PrintText(spec);
+        case 's': return PrintText(form);
         case 'f':
         case 'e':
-        case 'g': return PrintDouble(spec, conversion);
+        case 'g': return PrintDouble(form, conversion);
         case 'F':
         case 'E':
-        case 'G': spec.upper = true; return PrintDouble(spec, static_cast<char>(conversion - 'A' + 'a'));
+        case 'G': form.upper = true; return PrintDouble(form, static_cast<char>(conversion - 'A' + 'a'));
         default: return false;
         }
     }
@@ -155,10 +155,10 @@ private:
         }
     }
 
-    void PrintSigned(Spec& spec) {
-        using Size = Spec::Size;
+    void PrintSigned(Form& form) {
+        using Size = Form::Size;
         std::int64_t value = 0;
-        switch (spec.size) {
+        switch (form.size) {
         case Size::Char: value = static_cast<signed char>(va_arg(m_arguments, int)); break;
         case Size::Short: value = static_cast<short>(va_arg(m_arguments, int)); break;
         case Size::Int: value = va_arg(m_arguments, int); break;
@@ -168,13 +168,13 @@ private:
         case Size::Ptrdiff: value = va_arg(m_arguments, std::ptrdiff_t); break;
         }
         const auto bits = static_cast<std::uint64_t>(value);
-        PrintInteger(spec, value < 0 ? 0 - bits : bits, 10, Sign(spec, value < 0));
+        PrintInteger(form, value < 0 ? 0 - bits : bits, 10, Sign(form, value < 0));
     }
 
-    void PrintUnsigned(Spec& spec, int base) {
-        using Size = Spec::Size;
+    void PrintUnsigned(Form& form, int base) {
+        using Size = Form::Size;
         std::uint64_t value = 0;
-        switch (spec.size) {
+        switch (form.size) {
         case Size::Char: value = static_cast<unsigned char>(va_arg(m_arguments, unsigned)); break;
         case Size::Short: value = static_cast<unsigned short>(va_arg(m_arguments, unsigned)); break;
         case Size::Int: value = va_arg(m_arguments, unsigned); break;
@@ -183,74 +183,74 @@ private:
         case Size::Max: value = va_arg(m_arguments, std::uintmax_t); break;
         case Size::Ptrdiff: value = va_arg(m_arguments, std::size_t); break;
         }
-        PrintInteger(spec, value, base, {});
+        PrintInteger(form, value, base, {});
     }
 
-    static std::string_view Sign(const Spec& spec, bool isNegative) {
-        return isNegative ? "-" : spec.plus ? "+" : spec.blank ? " " : std::string_view();
+    static std::string_view Sign(const Form& form, bool isNegative) {
+        return isNegative ? "-" : form.plus ? "+" : form.blank ? " " : std::string_view();
     }
 
-    void PrintInteger(Spec& spec, std::uint64_t value, int base, std::string_view sign) {
+    void PrintInteger(Form& form, std::uint64_t value, int base, std::string_view sign) {
         char digits[24];
         const char* const end = base == 10 ? std::to_chars(std::begin(digits), std::end(digits), value).ptr
                                            : std::to_chars(std::begin(digits), std::end(digits), value, base).ptr;
-        if (spec.upper)
+        if (form.upper)
             MakeUpper(digits, end);
         std::string_view text(digits, static_cast<std::size_t>(end - digits));
-        if (spec.precision < 0) {
-            Pad(spec, sign, text);
+        if (form.precision < 0) {
+            Pad(form, sign, text);
             return;
         }
-        if (spec.precision == 0 && value == 0)
+        if (form.precision == 0 && value == 0)
             text = {};
-        spec.zeros = false;
-        std::string padded(static_cast<std::size_t>(spec.precision) -
-                               std::min(static_cast<std::size_t>(spec.precision), text.size()),
+        form.zeros = false;
+        std::string padded(static_cast<std::size_t>(form.precision) -
+                               std::min(static_cast<std::size_t>(form.precision), text.size()),
                            '0');
         padded.append(text);
-        Pad(spec, sign, padded);
+        Pad(form, sign, padded);
     }
 
-    bool PrintText(Spec& spec) {
-        if (spec.size != Spec::Size::Int || spec.zeros)
+    bool PrintText(Form& form) {
+        if (form.size != Form::Size::Int || form.zeros)
             return false;
         const char* const text = va_arg(m_arguments, const char*);
         if (text == nullptr)
             return false; // the C library says it in its own way
-        const std::size_t length = spec.precision < 0
+        const std::size_t length = form.precision < 0
                                        ? std::strlen(text)
-                                       : static_cast<std::size_t>(std::find(text, text + spec.precision, '\0') - text);
-        Pad(spec, {}, std::string_view(text, length));
+                                       : static_cast<std::size_t>(std::find(text, text + form.precision, '\0') - text);
+        Pad(form, {}, std::string_view(text, length));
         return true;
     }
 
-    bool PrintDouble(Spec& spec, char conversion) {
-        if ((spec.size != Spec::Size::Int && spec.size != Spec::Size::Long) || spec.precision > MostDigits)
+    bool PrintDouble(Form& form, char conversion) {
+        if ((form.size != Form::Size::Int && form.size != Form::Size::Long) || form.precision > MostDigits)
             return false;
         const double value = va_arg(m_arguments, double);
-        const std::string_view sign = Sign(spec, std::signbit(value));
+        const std::string_view sign = Sign(form, std::signbit(value));
         const double positive = std::fabs(value);
         if (!std::isfinite(value)) {
-            spec.zeros = false;
-            if (spec.upper)
-                Pad(spec, sign, std::isnan(value) ? "NAN" : "INF");
+            form.zeros = false;
+            if (form.upper)
+                Pad(form, sign, std::isnan(value) ? "NAN" : "INF");
             else
-                Pad(spec, sign, std::isnan(value) ? "nan" : "inf");
+                Pad(form, sign, std::isnan(value) ? "nan" : "inf");
             return true;
         }
         constexpr int DefaultPrecision = 6;
-        const int precision = spec.precision < 0 ? DefaultPrecision : spec.precision;
+        const int precision = form.precision < 0 ? DefaultPrecision : form.precision;
         char digits[512]; // the largest has 309 in front of the point
         char* end = conversion == 'f' ? PutFixed(digits, positive, precision) : nullptr;
         if (end == nullptr) {
-            const auto form = conversion == 'f'   ? std::chars_format::fixed
-                              : conversion == 'e' ? std::chars_format::scientific
-                                                  : std::chars_format::general;
-            end = std::to_chars(std::begin(digits), std::end(digits), positive, form, precision).ptr;
+            const auto notation = conversion == 'f'   ? std::chars_format::fixed
+                                  : conversion == 'e' ? std::chars_format::scientific
+                                                      : std::chars_format::general;
+            end = std::to_chars(std::begin(digits), std::end(digits), positive, notation, precision).ptr;
         }
-        if (spec.upper)
+        if (form.upper)
             MakeUpper(digits, end);
-        Pad(spec, sign, std::string_view(digits, static_cast<std::size_t>(end - digits)));
+        Pad(form, sign, std::string_view(digits, static_cast<std::size_t>(end - digits)));
         return true;
     }
 
@@ -284,17 +284,17 @@ private:
         return out + precision;
     }
 
-    void Pad(const Spec& spec, std::string_view sign, std::string_view text) {
+    void Pad(const Form& form, std::string_view sign, std::string_view text) {
         const std::size_t size = sign.size() + text.size();
-        const auto width = static_cast<std::size_t>(spec.width);
+        const auto width = static_cast<std::size_t>(form.width);
         const std::size_t padding = width > size ? width - size : 0;
-        if (padding != 0 && !spec.left && !spec.zeros)
+        if (padding != 0 && !form.left && !form.zeros)
             AppendMany(padding, ' ');
         Append(sign);
-        if (padding != 0 && !spec.left && spec.zeros)
+        if (padding != 0 && !form.left && form.zeros)
             AppendMany(padding, '0');
         Append(text);
-        if (padding != 0 && spec.left)
+        if (padding != 0 && form.left)
             AppendMany(padding, ' ');
     }
 
