@@ -25,7 +25,9 @@ namespace Qzc {
 ///
 /// A lock waits at most 1000000 ms for the lock proper, and as long for the guard under which readers report
 /// changes, and then gives up with the result false. One that gave up still counts: further ones of its kind
-/// return at once, without the lock, until its unlock.
+/// return at once, without the lock, until its unlock. And a ReaderLock that could not get the lock proper makes its
+/// process count as a reading one until then: other processes' readers join it, and so come in beside the writer that
+/// it could not wait for.
 ///
 /// Neither readers nor writers are preferred. Readers join those that read although a writer waits, save for
 /// moments in which it has them wait until those are gone: at first 10 ms, then more, at most a second. So reads

@@ -142,8 +142,8 @@ private:
     State& m_state;
 };
 
-/// A lock for one writer or many readers, each of them an opener of the memory. It takes the lowest bit of the
-/// slots' lower halves; the other bits there are the opener's own to use.
+/// A lock for one writer or many readers, each of them an opener of the memory. It takes the two lowest bits of
+/// the slots' lower halves; the other bits there are the opener's own to use.
 ///
 ///     a reader                           a writer
 ///     says in its slot that it reads     takes the exclusion
@@ -172,6 +172,7 @@ public:
     };
 
     static constexpr std::uint64_t Reading = 1;
+    static constexpr std::uint64_t GaveUp = 2; ///< see CountAsReading
     static constexpr std::chrono::milliseconds FirstPatience{10};
     static constexpr std::chrono::milliseconds LongestPatience{1000};
 
@@ -197,6 +198,11 @@ public:
     /// When TryRead could not.
     Outcome Read(Deadline deadline) {
         Outcome outcome;
+        if (IsJoined()) {
+            m_memory.OwnSlot().fetch_or(Reading, std::memory_order_seq_cst);
+            outcome.taken = true;
+            return outcome;
+        }
         const Waited waited = m_exclusion.Wait(deadline, Purpose::Pass);
         outcome.lostWriter = waited == Waited::Abandoned;
         outcome.taken = waited != Waited::TimedOut;
@@ -207,12 +213,16 @@ public:
         return outcome;
     }
 
+    /// A reader whose time has run out counts as one that reads, up to its EndRead: the readers that come then join
+    /// it, and do not wait for the writer that it waited for. No writer waits for it.
+    void CountAsReading() { m_memory.OwnSlot().fetch_or(GaveUp, std::memory_order_seq_cst); }
+
     /// Not in one order with what the writer does, which would cost a second time what TryRead does: a writer
     /// may see the reader, and still not be seen by it. By the time that the writer sleeps, after it has looked
     /// again for a while, the store has long arrived; or else it looks again after a nap.
     void EndRead() {
         Atomic<std::uint64_t>& slot = m_memory.OwnSlot();
-        slot.store(slot.load(std::memory_order_relaxed) & ~Reading, std::memory_order_release);
+        slot.store(slot.load(std::memory_order_relaxed) & ~(Reading | GaveUp), std::memory_order_release);
         if (m_state.draining.load(std::memory_order_relaxed) == 1 &&
             m_state.draining.exchange(0, std::memory_order_relaxed) == 1)
             m_memory.WakeAll(m_state.draining);
@@ -276,6 +286,16 @@ private:
                 *lost = true;
         }
         return read;
+    }
+
+    bool IsJoined() const {
+        const std::uint32_t used = m_memory.SlotsUsed();
+        for (std::uint32_t i = 0; i < used; ++i) {
+            const std::uint64_t slot = m_memory.Slot(i).load(std::memory_order_relaxed);
+            if ((slot & GaveUp) != 0 && m_memory.IsThere(Memory::SlotOpener(slot)))
+                return true;
+        }
+        return false;
     }
 
     // With the exclusion.

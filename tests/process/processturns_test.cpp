@@ -37,6 +37,34 @@ Child AsUser(uid_t user, const std::vector<gid_t>& groups, const std::function<b
 
 // ---- How long one waits
 
+// A ReaderLock gives up after 1000 s; its words do what they do then.
+TEST_F(ProcessLockTurns, ReadersJoinOneThatGaveUp) {
+    struct Reader {
+        explicit Reader(const std::string& name) { memory.Open(name, {64}); }
+        Platform::SharedLock Lock() {
+            auto* const bytes = static_cast<unsigned char*>(memory.View());
+            return {memory, *reinterpret_cast<Platform::SharedLock::State*>(bytes + 24)};
+        }
+        bool Reads() {
+            Platform::SharedLock own = Lock();
+            return own.TryRead() || own.Read(Platform::SharedMemory::Clock::now()).taken;
+        }
+        Platform::SharedMemory memory;
+    };
+    lock.ProcessLockInit(name);
+    lock.WriterLock(false);
+    Reader patient(base + ".lock");
+    Reader late(base + ".lock");
+    EXPECT_FALSE(patient.Reads() || late.Reads());
+    patient.Lock().CountAsReading();
+    EXPECT_TRUE(late.Reads()); // beside the writer
+    late.Lock().EndRead();
+    lock.WriterUnlock();
+    EXPECT_TRUE(lock.TimedWriterLock(0)); // none that waits in vain keeps it out
+    patient.Lock().EndRead();
+    EXPECT_FALSE(patient.Reads() || late.Reads());
+}
+
 TEST_F(ProcessLockTurns, WaitNoLongerThanTheyAreTold) {
     QzProcess other;
     int calls = 0;

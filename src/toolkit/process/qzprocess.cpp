@@ -127,6 +127,7 @@ private:
 
     Side m_reading;
     Side m_writing;
+    bool m_countsAsReading = false; ///< a lock for reading failed; changes inside the reading
     std::atomic<bool> m_initialised{false};
     std::atomic<bool> m_valid{true};
     std::atomic<bool> m_hasGuard{false};
@@ -249,6 +250,9 @@ Locked QzProcess::Body::LockReading(bool notify, Deadline deadline) {
         const SharedLock::Outcome outcome = lock.Read(OrLimit(deadline));
         RecordLost(outcome);
         if (!outcome.taken) {
+            m_countsAsReading = deadline == NoDeadline;
+            if (m_countsAsReading)
+                lock.CountAsReading();
             Fail(m_reading, deadline == NoDeadline);
             return {};
         }
@@ -315,7 +319,8 @@ void QzProcess::Body::Fail(Side& side, bool keepsNumber) {
 
 // From inside, as are all that follow for one side.
 void QzProcess::Body::GiveBackReading() {
-    if (m_reading.has) {
+    if (m_reading.has || m_countsAsReading) {
+        m_countsAsReading = false;
         m_reading.has.store(false, std::memory_order_release);
         m_connection->lock.EndRead();
     }
@@ -403,6 +408,7 @@ void QzProcess::Body::AfterForkInChild() {
     new (&m_initMutex) QzMutex;
     m_reading.Forget();
     m_writing.Forget();
+    m_countsAsReading = false;
     m_hasGuard = false;
     if (!m_memory.IsOpen())
         m_initialised = false;
