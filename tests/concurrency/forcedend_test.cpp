@@ -32,7 +32,8 @@ using namespace Qzc;
 
 #if defined(__SANITIZE_ADDRESS__)
 // A thread that vanishes leaves behind what it has: that is so by its nature.
-extern "C" const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options();
+const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
     return "detect_leaks=0";
 }
 #endif

@@ -57,9 +57,12 @@ EXPORTED void* realloc(void* memory, std::size_t size) {
 }
 #endif
 
-// The other forms come down to these.
+// The other forms come down to these; the one that does not throw, too, but a sanitizer has one of its own.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return !REPLACES_MALLOC && FailsNow() ? nullptr : std::malloc(size != 0 ? size : 1);
+}
 void* operator new(std::size_t size) {
-    void* const memory = !REPLACES_MALLOC && FailsNow() ? nullptr : std::malloc(size != 0 ? size : 1);
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
