@@ -523,20 +523,20 @@ TEST(LogPrint, PrintsAsTheCLibraryDoes) {
 #pragma GCC diagnostic pop
     };
     for (int i = 0; i < 60000; ++i) {
-        const std::string spec = "%" + pick("", "-", "0", "+", " ", "-0", "+0", "#", "#0") +
-                                 pick("", "", "1", "12", "30") + pick("", "", ".", ".0", ".1", ".3", ".9", ".15");
+        const std::string start = "%" + pick("", "-", "0", "+", " ", "-0", "+0", "#", "#0") +
+                                  pick("", "", "1", "12", "30") + pick("", "", ".", ".0", ".1", ".3", ".9", ".15");
         const std::string rest = pick("|%d %s", "%%|%3d|%5s", "|%-4d|%.2s", "|%x%%%s");
         const std::uint64_t bits = random() >> random() % 64;
-        check(spec + pick("d", "i", "u", "x", "X", "o", "hd", "hhu", "c") + rest, static_cast<int>(bits));
-        check(spec + pick("ld", "lld", "zu", "jx", "lX", "to", "lu") + rest, bits);
+        check(start + pick("d", "i", "u", "x", "X", "o", "hd", "hhu", "c") + rest, static_cast<int>(bits));
+        check(start + pick("ld", "lld", "zu", "jx", "lX", "to", "lu") + rest, bits);
         // Numbers of all sizes, ties between two last digits, and what is none.
         const double wide =
             std::ldexp(static_cast<double>(random() % 1000000007), static_cast<int>(random() % 200) - 100);
         const double tie = static_cast<double>(static_cast<std::int64_t>(random() % 200001) - 100000) / 16;
         const double odd[] = {0.0, -0.0, 1.0 / 0.0, -1.0 / 0.0, 1e15, 999999.9999995, 0.9999999, DBL_MAX, DBL_MIN};
         const double value = i % 3 == 0 ? wide : i % 3 == 1 ? tie : odd[random() % std::size(odd)];
-        check(spec + pick("f", "F", "e", "E", "g", "G", "a") + rest, value);
-        check(spec + "s" + rest, pick("", "a", "roads and rivers") == "a" ? "a" : "roads and rivers");
+        check(start + pick("f", "F", "e", "E", "g", "G", "a") + rest, value);
+        check(start + "s" + rest, pick("", "a", "roads and rivers") == "a" ? "a" : "roads and rivers");
     }
     EXPECT_EQ(Print("100%%"), "100%");
     EXPECT_EQ(Print("%*d|%-*d|%.*f", 5, 1, -5, 2, 2, 0.125), "    1|2    |0.12");
