@@ -333,7 +333,7 @@ TEST_F(Memory, OfStreamsAndFiles) {
         Left::OldNewOrEmpty);
     Exhaust<KeldMBString>("time", none, [](KeldMBString& t) {
         KeldTime time;
-        if (time.Parse("%Y-%m-%d", "2021-03-04") != 0)
+        if (time.Parse("%Y-%m-%d %H:%M:%S", "2021-03-04 05:06:07") != 0)
             t = "read";
     });
     SetTraceHandler([](const char*) {});
