@@ -68,6 +68,14 @@ public:
     /// woken is ended before it takes the lock, the others wake by themselves after the check interval. So does
     /// one that finds Hungry left by a waiter that is gone.
     Waited Wait(Deadline deadline, Purpose purpose = Purpose::Keep) {
+        // What is held for a moment only is waited for without a word to anybody, and with looks that get rarer: each
+        // takes the holder's cache line away.
+        for (int pauses = 1; pauses <= MostPauses; pauses *= 2) {
+            for (int i = 0; i < pauses; ++i)
+                PauseSpinning();
+            if (TryTake(purpose))
+                return Waited::Acquired;
+        }
         bool check = Clock::now() >= deadline;
         bool hungry = false;
         for (std::uint32_t said = 0;;) {
@@ -125,7 +133,8 @@ public:
 
 private:
     static constexpr std::uint32_t Waiters = 1; ///< somebody may be asleep
-    static constexpr std::uint32_t Hungry = 2;  ///< somebody has waited for long: others stand back
+    static constexpr int MostPauses = 64;
+    static constexpr std::uint32_t Hungry = 2; ///< somebody has waited for long: others stand back
 
     std::uint32_t Mine(Purpose purpose) const { return m_memory.Self() | std::uint32_t(purpose); }
 
@@ -245,8 +254,7 @@ public:
             if (waited == Waited::TimedOut)
                 return outcome;
             outcome.lostWriter = outcome.lostWriter || waited == Waited::Abandoned;
-            const Deadline until = std::min(deadline, Clock::now() + patience);
-            if (WaitForReaders(until, outcome.lostReaders)) {
+            if (!IsRead() || WaitForReaders(std::min(deadline, Clock::now() + patience), outcome.lostReaders)) {
                 m_exclusion.SetPurpose(Purpose::Keep);
                 outcome.taken = true;
                 return outcome;
