@@ -1,6 +1,8 @@
 #include "toolkit/log/logoutput.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "base/keldtime.h"
 
@@ -80,14 +82,25 @@ bool LogOutput::OpenText(Start start) {
     m_end = std::max<std::int64_t>(m_file.GetLength(), 0);
     if (start == Start::Afresh)
         return StartAfresh();
-    char last = '\n';
-    if (m_end > 0)
-        m_file.ReadAt(m_end - 1, &last, 1);
-    if (last == '\n')
+    if (EndsLine())
         return true;
+    // What somebody else is writing right now may be seen in part; it is whole in a moment.
+    for (int i = 0; i < 100 && m_file.IsMarkedElsewhere(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        m_end = std::max<std::int64_t>(m_file.GetLength(), 0);
+        if (EndsLine())
+            return true;
+    }
     // A line that was cut off, by a power failure, say, must not swallow the next one.
     ++m_end;
     return m_file.Append("\n", 1) == 1;
+}
+
+bool LogOutput::EndsLine() const {
+    char last = '\n';
+    if (m_end > 0)
+        m_file.ReadAt(m_end - 1, &last, 1);
+    return last == '\n';
 }
 
 bool LogOutput::OpenXml(Start start) {

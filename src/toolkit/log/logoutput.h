@@ -64,6 +64,7 @@ public:
 
 private:
     bool OpenText(Start start);
+    bool EndsLine() const; ///< a text file
     bool OpenXml(Start start);
     bool OpenFile(Start start);
     bool IsXmlLog() const;
