@@ -324,8 +324,8 @@ TEST(Style, ItsThreeDimensionalAccessorsAreThoseOfTheExtendedStyle) {
     same(AUTO_Z_AXIAL, VALUE(BillBoardMode));
     same(5U, VALUE(PipeSides));
     same(static_cast<unsigned char>(0), VALUE(FixedPixelSize));
-    constexpr unsigned char Two = 2; // flags are 1 or 0
-    check(Two, 1, ATTRIBUTE(SetModifiedFlag, IsModified, SetModifiedFlag, IsModified));
+    constexpr unsigned char Set = 2; // flags are 1 or 0
+    check(Set, 1, ATTRIBUTE(SetModifiedFlag, IsModified, SetModifiedFlag, IsModified));
     raises = false;
     same(1.5, VALUE(Marker3DScaleX));
     same(2.5, VALUE(Marker3DScaleY));
@@ -333,17 +333,17 @@ TEST(Style, ItsThreeDimensionalAccessorsAreThoseOfTheExtendedStyle) {
     same(4.5, VALUE(Marker3DRotateX));
     same(5.5, VALUE(Marker3DRotateY));
     same(6.5, VALUE(Marker3DRotateZ));
-    check(Two, 1, FLAG(Marker3D));
-    check(Two, 1, FLAG(FiletEnable));
-    check(Two, 1, FLAG(Tessellate));
+    check(Set, 1, FLAG(Marker3D));
+    check(Set, 1, FLAG(FiletEnable));
+    check(Set, 1, FLAG(Tessellate));
 
     QzStyle style;
     style.SetModifiedFlag(0);
     EXPECT_NE(style.GetStyleEx(), nullptr);
-    style.SetFixedPixelSize(Two);
-    style.SetIsFixedColor(Two);
-    style.SetScaleBySymbol(Two);
-    style.SetFillBackOpaque(Two);
+    style.SetFixedPixelSize(Set);
+    style.SetIsFixedColor(Set);
+    style.SetScaleBySymbol(Set);
+    style.SetFillBackOpaque(Set);
     for (const int flag :
          {style.GetFixedPixelSize(), style.IsFixedColor(), style.IsScaleBySymbol(), style.GetFillBackOpaque()})
         EXPECT_EQ(flag, 1);
