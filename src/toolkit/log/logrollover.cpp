@@ -26,11 +26,12 @@ const char* PeriodFormat(QzLogFile::TimeInterval interval) {
 
 std::int64_t SecondsOf(QzLogFile::TimeInterval interval) {
     constexpr std::int64_t HourSeconds = 3600;
+    constexpr std::int64_t DaySeconds = 24 * HourSeconds;
     switch (interval) {
     case QzLogFile::Hour: return HourSeconds;
-    case QzLogFile::Day: return 24 * HourSeconds;
-    case QzLogFile::Week: return 7 * 24 * HourSeconds;
-    default: return 31 * 24 * HourSeconds;
+    case QzLogFile::Day: return DaySeconds;
+    case QzLogFile::Week: return 7 * DaySeconds;
+    default: return 31 * DaySeconds;
     }
 }
 

@@ -192,6 +192,8 @@ private:
                     oldest = at;
             }
         }
+        if (oldest == nullptr)
+            return;
         Converter* const converter = *oldest;
         *oldest = converter->m_next;
         --m_count;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -48,10 +49,8 @@ public:
     std::string_view Range(int left, int right) const {
         left = Cut(left);
         right = Cut(right);
-        if (right <= left)
-            return std::string_view(At(left), 0);
         const char* const start = left < m_front && m_front < right ? Whole().Cstr() + left : At(left);
-        return std::string_view(start, static_cast<std::size_t>(right - left));
+        return std::string_view(start, static_cast<std::size_t>(std::max(right - left, 0)));
     }
     const char* At(int offset) const {
         offset = Cut(offset);

@@ -157,13 +157,19 @@ unsigned char QzMarkup::SaveIndented(const char* szFileName) {
 unsigned char QzMarkup::SaveAs(const char* szFileName, bool bIndented) {
     const Charset current = QzToolkit::GetCurCharset();
     const Charset encoding = m_encoding != KELDCharset::Current ? m_encoding : current;
+    if (bIndented && !m_fileForm.isConverted && !IsByteCharset(encoding)) {
+        // Its bytes are no text, and what is put between them would make others of them.
+        m_strError.Format("Cannot convert to %s", QzTextCodec::GetCharsetName(encoding).Cstr());
+        return 0;
+    }
     const KeldMBString& doc = GetDoc();
     Change change;
     if (m_fileForm.isConverted)
         change = DeclarationChange(doc, encoding);
     const std::string_view view = doc.View();
     std::string_view head = view.substr(0, static_cast<std::size_t>(change.at));
-    std::string_view tail = view.substr(static_cast<std::size_t>(change.at + change.replaced));
+    const int behind = change.at + change.replaced;
+    std::string_view tail = view.substr(static_cast<std::size_t>(behind));
     QzMarkup indented;
     if (bIndented) {
         std::string whole(head);
