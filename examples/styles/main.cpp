@@ -2,6 +2,7 @@
 // the map with its legend as an SVG file:
 //     styles [FILE.svg]
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -183,7 +184,7 @@ void DrawLegend(SvgDrawing& svg, const Legend& legend) {
              "Serif, serif'");
     svg.Text(Left, 72, "every line, fill and marker is a QzStyle", "font-size='11.5' fill='#6b5f52'");
     const std::vector<const Entry*> entries = legend.All();
-    const std::size_t rows = (entries.size() + 1) / 2;
+    const std::size_t rows = std::max<std::size_t>((entries.size() + 1) / 2, 1);
     for (std::size_t i = 0; i < entries.size(); ++i) {
         const double x = Left + (i < rows ? 0 : Column);
         const double y = 104 + static_cast<double>(i % rows) * Row;

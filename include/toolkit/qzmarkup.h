@@ -107,7 +107,8 @@ public:
     /// Writes what Save would, laid out for people: elements, comments and instructions on lines of their own,
     /// indented by a tab a level (at most 16). An element that holds text or no element at all, or that says
     /// xml:space="preserve", is written as it stands with all that is in it; so is what is behind the top
-    /// element. Only what is well formed, its declaration included, is written. The document itself stays as it is.
+    /// element. Only what is well formed, its declaration included, is written, and nothing that could not be converted
+    /// from UTF-16 or UTF-32. The document itself stays as it is.
     unsigned char SaveIndented(const char* szFileName);
 
     KeldMBString GetXMLFileHeader() const; ///< the declaration for the document's encoding, without a line break

@@ -146,7 +146,7 @@ int FromPercent(unsigned char percent, int whole) {
 }
 
 unsigned char ToPercent(double part) {
-    return static_cast<unsigned char>(std::clamp(part, 0.0, 1.0) * 100 + 0.5);
+    return static_cast<unsigned char>(std::lround(std::clamp(part, 0.0, 1.0) * 100));
 }
 
 std::string_view Trimmed(std::string_view text) {

@@ -19,6 +19,7 @@ bool GoesOnInName(char c) {
 template <class Text>
 bool IsName(const Text& text, std::size_t length) {
     for (std::size_t i = 0; i < length; ++i) {
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): what is beyond ASCII is large with a sign or without
         const auto unit = static_cast<std::uint32_t>(text[i]);
         if (unit >= 0x80)
             continue; // of what is beyond ASCII nearly all may stand in names

@@ -157,7 +157,7 @@ unsigned char QzMarkup::SaveIndented(const char* szFileName) {
 unsigned char QzMarkup::SaveAs(const char* szFileName, bool bIndented) {
     const Charset current = QzToolkit::GetCurCharset();
     const Charset encoding = m_encoding != KELDCharset::Current ? m_encoding : current;
-    if (bIndented && !m_fileForm.isConverted && !IsByteCharset(encoding)) {
+    if (bIndented && !m_fileForm.isConverted && FindWideForm(encoding) != nullptr) {
         // Its bytes are no text, and what is put between them would make others of them.
         m_strError.Format("Cannot convert to %s", QzTextCodec::GetCharsetName(encoding).Cstr());
         return 0;
