@@ -155,6 +155,8 @@ private:
         }
     }
 
+    // NOLINTBEGIN(bugprone-branch-clone): what is one type here are two elsewhere
+
     void PrintSigned(Form& form) {
         using Size = Form::Size;
         std::int64_t value = 0;
@@ -163,7 +165,6 @@ private:
         case Size::Char: value = static_cast<signed char>(va_arg(m_arguments, int)); break;
         case Size::Short: value = static_cast<short>(va_arg(m_arguments, int)); break;
         case Size::Int: value = va_arg(m_arguments, int); break;
-        // NOLINTNEXTLINE(bugprone-branch-clone): what is one type here are two elsewhere
         case Size::Long: value = va_arg(m_arguments, long); break;
         case Size::LongLong: value = va_arg(m_arguments, long long); break;
         case Size::Max: value = va_arg(m_arguments, std::intmax_t); break;
@@ -180,7 +181,6 @@ private:
         case Size::Char: value = static_cast<unsigned char>(va_arg(m_arguments, unsigned)); break;
         case Size::Short: value = static_cast<unsigned short>(va_arg(m_arguments, unsigned)); break;
         case Size::Int: value = va_arg(m_arguments, unsigned); break;
-        // NOLINTNEXTLINE(bugprone-branch-clone): likewise
         case Size::Long: value = va_arg(m_arguments, unsigned long); break;
         case Size::LongLong: value = va_arg(m_arguments, unsigned long long); break;
         case Size::Max: value = va_arg(m_arguments, std::uintmax_t); break;
@@ -188,6 +188,8 @@ private:
         }
         PrintInteger(form, value, base, {});
     }
+
+    // NOLINTEND(bugprone-branch-clone)
 
     static std::string_view Sign(const Form& form, bool isNegative) {
         return isNegative ? "-" : form.plus ? "+" : form.blank ? " " : std::string_view();
