@@ -1,7 +1,8 @@
 #include "toolkit/qztaskbase.h"
 
-#include <cstdlib>
 #include <type_traits>
+
+#include "platform/memory.h"
 
 namespace Qzc {
 
@@ -13,9 +14,8 @@ void* Checked(void* memory) {
     return memory;
 }
 
-// The size of a class is a multiple of its alignment, as aligned_alloc wants it.
 void* Aligned(std::size_t size, std::align_val_t alignment) {
-    return std::aligned_alloc(static_cast<std::size_t>(alignment), size);
+    return Platform::AllocateBlock(size, static_cast<std::size_t>(alignment));
 }
 
 } // namespace
@@ -28,7 +28,7 @@ void QzTaskBase::Release(QzTaskBase* task) {
 }
 
 void* QzTaskBase::operator new(std::size_t size) {
-    return Checked(std::malloc(size));
+    return Checked(Platform::AllocateBlock(size));
 }
 
 void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment) {
@@ -36,7 +36,7 @@ void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment) {
 }
 
 void* QzTaskBase::operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size);
+    return Platform::AllocateBlock(size);
 }
 
 void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
@@ -44,17 +44,17 @@ void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment, con
 }
 
 void QzTaskBase::operator delete(void* memory) noexcept {
-    std::free(memory);
+    Platform::FreeBlock(memory);
 }
 
 // These two are for a constructor that throws.
 
 void QzTaskBase::operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    Platform::FreeBlock(memory);
 }
 
 void QzTaskBase::operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    Platform::FreeBlock(memory);
 }
 
 } // namespace Qzc
