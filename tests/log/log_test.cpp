@@ -368,7 +368,7 @@ TEST_F(LogTest, WritesAgainWhenItCan) {
 [[noreturn]] static void RecordOverTheLimit(const std::string& file) {
     const auto length = std::filesystem::file_size(file);
     std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = {length + 20, RLIM_INFINITY};
+    rlimit limit = {static_cast<rlim_t>(length + 20), RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &limit);
     const bool failed = RecordAll({std::string(100, 'x'), "second"}) == 0 && std::filesystem::file_size(file) == length;
     limit.rlim_cur = RLIM_INFINITY;

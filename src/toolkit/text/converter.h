@@ -105,6 +105,7 @@ private:
     std::uint64_t m_nonAscii = 0; ///< of a word of the source
     bool m_isStateless = false;
     bool m_dropsLetters = false; ///< a name asks for it
+    bool m_mayReplace = false;   ///< likewise
     // Where it is kept.
     std::uint64_t m_key = 0;
     unsigned int m_lastUse = 0;
