@@ -90,7 +90,8 @@ public:
     /// leaves the file and the document as they were, a text that the encoding cannot hold among them. A UTF-8
     /// byte-order mark that Load met is written again; UTF-16 and UTF-32 always have one, and are declared by
     /// these names. A document that is not converted is written as it was read, under its own declaration, and
-    /// one of unknown encoding as its text stands.
+    /// one of unknown encoding as its text stands. UTF-7 and EBCDIC are written as asked, but have other bytes for
+    /// ASCII, so that Load does not find their declaration.
     ///
     /// All others are made to say what they are written in. What counts as the declaration is the first
     /// "<?...?>", wherever it stands:
