@@ -394,6 +394,9 @@ TEST(StyleRecord, HasTheBytesOfItsLayout) {
     EXPECT_TRUE(LoadRecord(loaded, Saved(style, 2).substr(4), 2));
     EXPECT_TRUE(QzStyle::IsSameDimensionStyle(loaded, style, 2));
     EXPECT_EQ(loaded.GetMarkerSize(), 2.4); // no field of this record
+    EXPECT_TRUE(
+        LoadRecord(loaded, Hex(LineRecord + "06000000 77889900 445566FE" + FillFields + "00000000 00000000"), 2));
+    EXPECT_EQ(loaded.GetFillBackOpaque(), 1); // any other top byte
 }
 
 TEST(StyleRecord, OfAllFieldsHasTheBytesOfItsLayout) {
@@ -472,6 +475,8 @@ TEST(StyleRecord, The3DBlockWithoutAStampIsReadAsFarAsItGoes) {
     EXPECT_EQ(style.GetSideTexture(), "s");
     EXPECT_EQ(style.GetTilingU(), 2.5F);
     EXPECT_EQ(style.GetTilingV(), 1);
+    EXPECT_TRUE(load(Hex(Stamp + Beginning + "02000000 6162 02000000 0000FF00 02" + Marker3D), 3, style));
+    EXPECT_EQ(style.GetFixedPixelSize(), 1); // flags are 1 or 0
     EXPECT_TRUE(load(Hex(Beginning + "00000000"), 5, style));
     EXPECT_EQ(left, 4);
     const QzStyleEx before = style;

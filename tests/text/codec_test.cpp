@@ -147,21 +147,21 @@ TEST(Codec, ConvertsAsIconvDoes) {
     std::mt19937 random(3);
     const auto upTo = [&](std::size_t limit) { return static_cast<std::size_t>(random() % (limit + 1)); };
     int converted = 0;
-    EXPECT_GE(Table().size(), 140U);
-    for (int round = 0; round < 6; ++round) {
+    EXPECT_GT(Table().size(), 130U);
+    for (int round = 0; round < 4; ++round) {
         for (const Charset charset : Table()) {
             // In UTF-8 first, of letters that many charsets have, and all 128 of ASCII.
             std::string utf8;
-            const std::size_t wanted = round < 4 ? upTo(60) : 2000 + upTo(20000);
+            const std::size_t wanted = round < 3 ? upTo(60) : 2000 + upTo(20000);
             while (utf8.size() < wanted) {
                 if (upTo(2) == 0) {
                     const std::size_t run = upTo(3) == 0 ? upTo(300) : upTo(9);
                     for (std::size_t i = 0; i < run; ++i)
                         utf8 += static_cast<char>(upTo(127));
                 }
-                constexpr const char* Letters[] = {"\xC3\xA9",     "\xCE\xB1",     "\xD0\xB6",
-                                                   "\xE4\xB8\xAD", "\xEA\xB0\x80", "\xD7\x90",
-                                                   "\xD8\xA7",     "\xE0\xB8\x81", "e\xCC\x81"};
+                constexpr const char* Letters[] = {"\xC3\xA9",     "\xCE\xB1",    "\xD0\xB6", "\xE4\xB8\xAD",
+                                                   "\xEA\xB0\x80", "\xD7\x90",    "\xD8\xA7", "\xE0\xB8\x81",
+                                                   "e\xCC\x81",    "\xE2\x82\xAC"};
                 const std::size_t family = upTo(1) == 0 ? 3 : upTo(std::size(Letters) - 1);
                 std::string ignored;
                 if (ByIconv(charset, KELDCharset::UTF8, Letters[family], ignored) || upTo(900) == 0)
@@ -237,8 +237,10 @@ TEST(Codec, KeepsConvertersApart) {
 }
 
 TEST(Codec, FailureLeavesTheDestination) {
+    const std::string much(4000, '\x87'); // a letter of three, of which each has three bytes
     const std::array<const char*, 3> cases[] = {
         // to, from and source
+        {"UTF-8", "TSCII", much.c_str()},
         {"UTF-16LE", "UTF-8", "ab\xFF\x80"},
         {"GBK", "UTF-8", "\xF0\x9F\x98\x80"},
         {"UTF-8", "GBK", "a\x81"},

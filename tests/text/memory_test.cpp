@@ -86,9 +86,9 @@ void ExhaustText(const Text& brief, const Text& full) {
     Exhaust<Text>(brief, Left::OldOrNew,
                   {[&](Text& t) { t = full; }, [&](Text& t) { t += full; }, [&](Text& t) { t += t; },
                    [&](Text& t) { t.Insert(3, full); }, [&](Text& t) { t.Replace(brief.Left(1), full); }});
-    Exhaust<Text>(
-        full, Left::OldNewOrEmpty,
-        {[&](Text& t) { t = t + full; }, [&](Text& t) { t = t.Mid(4); }, [&](Text& t) { t.Insert(3, Text(full)); }});
+    Exhaust<Text>(full, Left::OldNewOrEmpty,
+                  {[&](Text& t) { t = t + full; }, [&](Text& t) { t = brief.Left(1) + full; },
+                   [&](Text& t) { t = t.Mid(4); }, [&](Text& t) { t.Insert(3, Text(full)); }});
 }
 
 } // namespace
@@ -115,10 +115,13 @@ TEST_F(Memory, OfConversions) {
     constexpr auto GBK = KELDCharset::GB2312;
     constexpr auto UTF8 = KELDCharset::UTF8;
     using Text = KeldMBString;
-    Exhaust<QzStringW>(L"old", Left::OldNewOrEmpty,
-                       {[](QzStringW& t) { t.FromString(Long, UTF8); },
-                        [&](QzStringW& t) { t.FromString(chinese, GBK); },
-                        [&](QzStringW& t) { t.FromString(mixed, GBK); }});
+    Exhaust<QzStringW>(
+        L"old", Left::OldOrNew,
+        {[](QzStringW& t) { t.FromString(Long, UTF8); }, [&](QzStringW& t) { t.FromString(huge, UTF8); }});
+    // The system may not tell a converter that it has no memory to load from one that it does not have.
+    Exhaust<QzStringW>(
+        L"old", Left::OldNewOrEmpty,
+        {[&](QzStringW& t) { t.FromString(chinese, GBK); }, [&](QzStringW& t) { t.FromString(mixed, GBK); }});
     const QzStringW wide(L"\u4E2D\u6587\u4E2D\u6587\u4E2D\u6587\u4E2D\u6587");
     Exhaust<Text>("old", Left::OldNewOrEmpty,
                   {[&](Text& t) { t = wide.ToString(GBK); }, [&](Text& t) { t = QzStringUTF8(chinese, GBK).Cstr(); },

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <cwchar>
 
 #include "base/keldassert.h"
 #include "base/stringops.h"
@@ -287,30 +288,35 @@ KeldMBString QzStringW::ToString(KELDCharset::Charset charset) const {
     std::string converted;
     if (converter && converter->IsSameCharset())
         text = KeldMBString(bytes);
-    else if (converter &&
-             ConvertTo(converted, *converter, bytes, m_text.size() * sizeof(wchar_t), KeldMBString::MaxLength))
+    else if (converter && ConvertTo(converted, *converter, bytes, m_text.size() * sizeof(wchar_t),
+                                    KeldMBString::MaxLength) == Converted::Done)
         text = KeldMBString(std::move(converted));
     text.SetCharset(charset);
     return text;
 }
 
 void QzStringW::FromString(const KeldMBString& text, KELDCharset::Charset charset) {
-    const unsigned int memoryFailures = GetMemoryFailures();
     const ConverterUse converter(GetWideCharset(), charset);
     const auto size = static_cast<std::size_t>(text.GetLength());
-    std::wstring wide;
-    if (converter && converter->IsSameCharset())
+    Converted result = converter.IsMemoryShort() ? Converted::NoMemory : Converted::NoText;
+    if (converter && converter->IsSameCharset()) {
         // Bytes that no conversion has seen may end within a unit: its missing bytes are zero.
-        TryMemory([&] {
-            wide.resize((size + sizeof(wchar_t) - 1) / sizeof(wchar_t));
+        std::wstring wide;
+        const bool fits = TryMemory([&] { wide.resize((size + sizeof(wchar_t) - 1) / sizeof(wchar_t)); });
+        result = fits ? Converted::Done : Converted::NoMemory;
+        if (fits) {
             std::memcpy(wide.data(), text.Cstr(), size);
-        });
-    else if (converter)
-        ConvertTo(wide, *converter, text.Cstr(), size, MaxLength);
-    if (GetMemoryFailures() != memoryFailures)
+            m_text = std::move(wide);
+        }
+    } else if (converter) {
+        result = ConvertTo(m_text, *converter, text.Cstr(), size, MaxLength);
+    }
+    if (result == Converted::NoMemory)
         return;
-    wide.resize(std::min(wide.find(L'\0'), wide.size()));
-    m_text = std::move(wide);
+    if (result == Converted::NoText)
+        m_text.clear();
+    else if (const wchar_t* const zero = std::wmemchr(m_text.data(), L'\0', m_text.size()))
+        m_text.resize(static_cast<std::size_t>(zero - m_text.data()));
 }
 
 } // namespace Qzc
