@@ -224,6 +224,44 @@ TEST(MarkupEdit, KeepsTheRecordsThatAFreshParseGives) {
     }
 }
 
+// What is known of an element with many attributes must not be taken for true when it is not any more.
+TEST(MarkupEdit, SetsManyAttributesOfOneElement) {
+    std::mt19937 random(8);
+    for (int round = 0; round < 60; ++round) {
+        const bool hasTwins = round % 3 == 0;
+        AttributeList expected = hasTwins ? AttributeList{{"a7", "first"}, {"a7", "second"}} : AttributeList();
+        CheckedMarkup markup(hasTwins ? "<p><q/><e a7='first' a7='second'/></p>" : "<p><q/><e/></p>");
+        ASSERT_TRUE(markup.FindElem() && markup.FindChildElem("e"));
+        unsigned next = 0;
+        for (int step = 0; step < 400; ++step) {
+            if (random() % 199 == 0) { // another element in the same record
+                std::string other = "<e";
+                for (auto& [name, value] : expected)
+                    other += " " + (name = "b" + name) + "='" + value + "'";
+                ASSERT_TRUE(markup.RemoveChildElem() && markup.AddChildSubDoc((other + "/>").c_str()));
+            }
+            next = static_cast<unsigned>(random() % 16 == 0 ? random() % 100 : next + 1);
+            const std::string name = (random() % 64 == 0 ? "ba" : "a") + std::to_string(next % 100);
+            const std::string value(random() % 64 == 0 ? 9000 : 2, static_cast<char>('a' + random() % 26));
+            auto known = expected.begin();
+            while (known != expected.end() && known->first != name)
+                ++known;
+            (known != expected.end() ? *known : expected.emplace_back(name, "")).second = value;
+            ASSERT_TRUE(markup.SetChildAttrib(name.c_str(), value.c_str()));
+            if (random() % 8 == 0) {
+                ASSERT_EQ(markup.GetChildAttrib(name.c_str()).View(), value);
+            }
+        }
+        int n = 0;
+        for (const auto& [name, value] : expected) {
+            ASSERT_EQ(markup.GetChildAttribNameView(n), name);
+            ASSERT_EQ(markup.GetChildAttribValueView(n++), value);
+        }
+        ASSERT_EQ(markup.GetChildAttribCount(), n);
+        ASSERT_TRUE(markup.RecordsMatchText());
+    }
+}
+
 TEST(MarkupEdit, BuildsAHundredThousandElements) {
     constexpr int Count = 100000; // records in two segments
     CheckedMarkup markup("<p></p>");
