@@ -521,8 +521,8 @@ TEST_F(RegistryTest, FilesKeepTheirForm) {
 // The place of the base library decides, so each case is a process of its own with a copy of that library.
 TEST(RegistryRoot, IsFoundBesideTheBaseLibraryOrAboveIt) {
     const auto run = [](const ScratchDirectory& scratch) {
-        const std::string command =
-            "LD_LIBRARY_PATH='" + scratch.Path() + "/bin' '" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
+        const std::string command = "LD_LIBRARY_PATH='" + scratch.Path() + "/bin' " + InFrontOfPrograms() +
+                                    "'" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
         std::string output;
         for (int c = 0; (c = std::fgetc(pipe.get())) != EOF;)

@@ -813,7 +813,7 @@ TEST(LogConfiguration, CodesAlwaysRecorded) {
     }
     WriteBytes(scratch / "Zephyron.xml",
                "<Zephyron><LogSetting type=\"Object\"><InfoID>4711</InfoID></LogSetting></Zephyron>");
-    const std::string command = "LD_LIBRARY_PATH='" + (scratch / "lib") + "' '" +
+    const std::string command = "LD_LIBRARY_PATH='" + (scratch / "lib") + "' " + InFrontOfPrograms() + "'" +
                                 std::filesystem::read_symlink("/proc/self/exe").string() +
                                 "' --gtest_also_run_disabled_tests --gtest_brief=1 "
                                 "--gtest_filter=LogConfiguration.DISABLED_InfoID";

@@ -120,7 +120,7 @@ std::optional<double> ParseDecimal(std::string_view text, std::string_view* unit
     if (!text.empty() && text[0] == '+')
         text.remove_prefix(1);
     double value = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    const auto result = ReadDouble(text, value);
     text.remove_prefix(static_cast<std::size_t>(result.ptr - text.data()));
     if (result.ec != std::errc() || !std::isfinite(value) || (unit == nullptr && !text.empty()))
         return std::nullopt;
