@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/posix/futex.h"
+#include "platform/posix/lockowners.h"
 
 // A named memory is a file in a directory of the user's own, or of the group's, on the memory file system.
 //
@@ -327,6 +328,33 @@ SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& o
     return opening;
 }
 
+// Behind the gate: so it is no memory that is being made afresh, and cut to nothing meanwhile.
+SharedMemory::Opening SharedMemory::Look(std::string_view name, const Options& options,
+                                         const std::function<void(SharedMemory&)>& look, std::string& whyDenied) {
+    const std::string file = FileName(name);
+    Place place;
+    const ForkHold hold;
+    if (!FindPlace(options.group, place, whyDenied))
+        return Opening::Denied;
+    const std::string path = place.directory + '/' + file;
+    const Descriptor descriptor(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status = {};
+    if (!descriptor || !IsOwnFile(descriptor.Get(), place, status) || !LockGate(descriptor.Get()) ||
+        !HasOtherOpeners(descriptor.Get()))
+        return Opening::Failed;
+    SharedMemory memory;
+    Opening opening = Opening::Failed;
+    if (!memory.Map(descriptor.Get(), options, opening) || opening != Opening::Opened) {
+        memory.Forget();
+        return Opening::Unfit;
+    }
+    memory.m_descriptor = descriptor.Get();
+    look(memory);
+    memory.m_descriptor = -1;
+    memory.Forget();
+    return Opening::Opened;
+}
+
 // Maps the file, which the gate protects, and makes it afresh when that is due.
 bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening) {
     const std::size_t headerOffset = (options.size + alignof(Header) - 1) / alignof(Header) * alignof(Header);
@@ -462,6 +490,15 @@ void SharedMemory::AfterForkInChild() {
 
 bool SharedMemory::IsThere(Opener opener) const {
     return opener == m_self || OthersLock(m_descriptor, opener, 1);
+}
+
+std::map<SharedMemory::Opener, std::uint32_t> SharedMemory::Processes() const {
+    std::map<Opener, std::uint32_t> processes;
+    for (const auto& [offset, process] : FindLockOwners(m_descriptor)) {
+        if (offset >= 1 && offset <= LastOpener)
+            processes[static_cast<Opener>(offset)] = process;
+    }
+    return processes;
 }
 
 // ---- Sleeping
