@@ -41,6 +41,9 @@ bool TruncateFile(FileHandle file, std::int64_t length, int& error);
 /// which nobody will ever read. A question that fails counts as yes.
 bool FileHasName(FileHandle file);
 
+/// Whether the path leads to the file.
+bool FileIsAt(FileHandle file, const char* path);
+
 /// Waits until what was written is on the storage device.
 bool SyncFile(FileHandle file, int& error);
 

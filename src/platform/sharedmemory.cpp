@@ -46,6 +46,26 @@ SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& o
     return opening;
 }
 
+// Behind the gate: so it is no memory that is being made afresh, and cut to nothing meanwhile.
+SharedMemory::Opening SharedMemory::Look(std::string_view name, const Options& options,
+                                         const std::function<void(SharedMemory&)>& look, std::string& whyDenied) {
+    const ForkHold hold;
+    SharedMemory memory;
+    const SharedRegion::Entry entry = memory.m_region.EnterExisting(name, options.group, whyDenied);
+    if (entry == SharedRegion::Entry::Denied)
+        return Opening::Denied;
+    if (entry != SharedRegion::Entry::Entered || !memory.m_region.HasOtherMarks())
+        return Opening::Failed;
+    Opening opening = Opening::Failed;
+    if (!memory.Map(options, opening) || opening != Opening::Opened) {
+        memory.Forget();
+        return Opening::Unfit;
+    }
+    look(memory);
+    memory.Forget();
+    return Opening::Opened;
+}
+
 // Behind the gate. Makes it afresh when that is due.
 bool SharedMemory::Map(const Options& options, Opening& opening) {
     const std::size_t headerOffset = (options.size + alignof(Header) - 1) / alignof(Header) * alignof(Header);
@@ -152,6 +172,10 @@ void SharedMemory::AfterForkInChild() {
 
 bool SharedMemory::IsThere(Opener opener) const {
     return opener == m_self || m_region.IsMarkedElsewhere(opener);
+}
+
+std::map<SharedMemory::Opener, std::uint32_t> SharedMemory::Processes() const {
+    return m_region.Processes();
 }
 
 bool SharedMemory::Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected,

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,8 @@ public:
     /// Opens the memory, makes it when it is missing, and goes through its gate: waits for others there, for seconds at
     /// most. Denied with the reason.
     Entry Enter(std::string_view name, std::string_view group, std::string& whyDenied);
+    /// The same for memory that is there: makes nothing.
+    Entry EnterExisting(std::string_view name, std::string_view group, std::string& whyDenied);
     void Leave();      ///< the gate is free again
     bool EnterAgain(); ///< false when others keep it for too long
     void Close();      ///< also gives the marks back
@@ -42,6 +45,9 @@ public:
 
     Marking TakeMark(std::uint32_t mark);
     bool IsMarkedElsewhere(std::uint32_t mark) const; ///< by another object; also when the system does not tell
+
+    /// The processes that have the marks, as far as the system tells; those of other users it may not.
+    std::map<std::uint32_t, std::uint32_t> Processes() const;
 
     /// In a child that shares its parent's: an own one in its place, mapped where that is, without any mark. False, and
     /// closed, on failure.

@@ -106,6 +106,13 @@ bool FileHasName(FileHandle file) {
     return !QueryFile(Descriptor(file), "", STATX_NLINK, status) || status.links != 0;
 }
 
+bool FileIsAt(FileHandle file, const char* path) {
+    struct stat ours = {};
+    struct stat there = {};
+    return fstat(Descriptor(file), &ours) == 0 && stat(path, &there) == 0 && ours.st_dev == there.st_dev &&
+           ours.st_ino == there.st_ino;
+}
+
 bool SyncFile(FileHandle file, int& error) {
     return Report(fsync(Descriptor(file)) == 0, error);
 }

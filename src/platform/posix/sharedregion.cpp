@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/posix/futex.h"
+#include "platform/posix/lockowners.h"
 
 // A named memory is a file in a directory of the user's own, or of the group's, on the memory file system.
 //
@@ -294,6 +295,19 @@ SharedRegion::Entry SharedRegion::Enter(std::string_view name, std::string_view 
     return whyDenied.empty() ? Entry::Failed : Entry::Denied;
 }
 
+SharedRegion::Entry SharedRegion::EnterExisting(std::string_view name, std::string_view group, std::string& whyDenied) {
+    Place place;
+    if (!FindPlace(group, place, whyDenied))
+        return Entry::Denied;
+    const std::string path = place.directory + '/' + FileName(name);
+    Descriptor descriptor(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status = {};
+    if (!descriptor || !IsOwnFile(descriptor.Get(), place, status) || !LockGate(descriptor.Get()))
+        return Entry::Failed;
+    m_handle = descriptor.Release();
+    return Entry::Entered;
+}
+
 bool SharedRegion::EnterAgain() {
     return LockGate(File());
 }
@@ -349,6 +363,15 @@ SharedRegion::Marking SharedRegion::TakeMark(std::uint32_t mark) {
 
 bool SharedRegion::IsMarkedElsewhere(std::uint32_t mark) const {
     return OthersLock(File(), mark, 1);
+}
+
+std::map<std::uint32_t, std::uint32_t> SharedRegion::Processes() const {
+    std::map<std::uint32_t, std::uint32_t> processes;
+    for (const auto& [offset, process] : FindLockOwners(File())) {
+        if (offset >= 1 && offset <= LastMark)
+            processes[static_cast<std::uint32_t>(offset)] = process;
+    }
+    return processes;
 }
 
 void SharedRegion::RemoveIfLast() {

@@ -447,6 +447,21 @@ std::size_t Converter::Advance(const char* src, std::size_t length, bool isEnd, 
     return done;
 }
 
+// Where iconv itself stops: without the short ways of Advance, which do not tell.
+std::size_t Converter::ConvertibleLength(const char* src, std::size_t length) {
+    const Cleaner cleaner{*this, false};
+    alignas(8) char piece[PieceSize];
+    InputPointer in(src);
+    std::size_t left = length;
+    while (left != 0) {
+        Output out{piece, sizeof(piece)};
+        const std::size_t before = left;
+        if (iconv(m_handle, in, &left, &out.at, &out.left) == Failed && errno != E2BIG && left == before)
+            break;
+    }
+    return length - left;
+}
+
 bool Converter::Finish(Output& out) {
     // A charset with combining marks holds its last letter back until told that nothing follows: this tells it, and
     // leaves the descriptor as new.

@@ -47,6 +47,9 @@ public:
 
     // No conversion that anybody uses makes more bytes than this of one.
     static constexpr std::size_t Expansion = 5;
+    /// How far the text can be converted, in bytes of it.
+    std::size_t ConvertibleLength(const char* src, std::size_t length);
+
     // Long texts go through a piece of the stack in steps that fill it at most.
     static constexpr std::size_t StepSize = 3072;
     static constexpr std::size_t PieceSize = StepSize * Expansion + 64;
