@@ -378,9 +378,10 @@ bool Converter::Convert(const char* src, std::size_t length, char* dst, std::siz
         char* at = dst;
         std::size_t left = length;
         std::size_t roomLeft = room;
-        iconv(m_handle, in, &left, &at, &roomLeft);
+        const std::size_t result = iconv(m_handle, in, &left, &at, &roomLeft);
         produced = room - roomLeft;
-        if (left == 0)
+        const bool isWhole = result == 0 || result == Failed || m_mayReplace; // see Call
+        if (left == 0 && isWhole)
             return true;
         Reset(); // and once more, to find out why
     }
