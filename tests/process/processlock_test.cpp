@@ -17,6 +17,7 @@
 
 #include "log/log_lines.h"
 #include "process/processlock.h"
+#include "system/system.h"
 #include "toolkit/qzprocessreaderlock.h"
 #include "toolkit/qzprocesswriterlock.h"
 
