@@ -48,12 +48,12 @@ void UseTheRegistry() {
     manager.DestoryThread("x");
 }
 
-void UseTheLinker() {
+[[maybe_unused]] void UseTheLinker() {
     dlsym(RTLD_DEFAULT, "no such symbol anywhere");
     dlclose(dlopen("libm.so.6", RTLD_NOW));
 }
 
-void UseTheHeap() {
+[[maybe_unused]] void UseTheHeap() {
     static std::atomic<void*> s_memory;
     for (std::size_t size = 1; size < 200000; size = size * 3 + 11) {
         std::free(s_memory.exchange(std::malloc(size)));
