@@ -159,7 +159,7 @@ TEST(Containers, AnswerBadIndicesAndImpossibleSizes) {
     array.SetSize(-1);
     EXPECT_EQ(array.GetSize(), 2);
     struct Large {
-        char bytes[std::size_t{1} << 33]; // so large that no allocator is asked
+        char bytes[std::numeric_limits<std::ptrdiff_t>::max() / 64]; // so large that no allocator is asked
     };
     KeldArray<Large> large;
     large.SetSize(std::numeric_limits<int>::max());

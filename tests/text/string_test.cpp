@@ -306,6 +306,6 @@ TEST(StringW, AnswersNullPointersAndBadIndices) {
     text.SetCapacity(std::numeric_limits<int>::max());
     EXPECT_EQ(text.Insert(0, L'x', std::numeric_limits<int>::max()), 2);
     EXPECT_LT(text.GetCapacity(), 200);
-    EXPECT_EQ(text[1L << 40] + text[std::numeric_limits<std::uint64_t>::max()], 0);
+    EXPECT_EQ(text[std::uint64_t{1} << 40] + text[std::numeric_limits<std::uint64_t>::max()], 0);
     EXPECT_TRUE(text == L"ab");
 }

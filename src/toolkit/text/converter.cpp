@@ -206,7 +206,9 @@ private:
     // Every charset of the table in both directions with room to spare. A converter is some 30 to 60 KiB.
     static constexpr unsigned int MaxCount = 128;
 
-    Converter*& Row(std::uint64_t key) { return m_rows[(key * 0x9E3779B97F4A7C15 >> 32) % m_rows.size()]; }
+    Converter*& Row(std::uint64_t key) {
+        return m_rows[static_cast<std::uint32_t>(key * 0x9E3779B97F4A7C15 >> 32) % m_rows.size()];
+    }
 
     // A borrowed one is not there for anybody else: whoever has it may come here again, by a handler.
     template <class Matches>
@@ -342,6 +344,7 @@ Converter* Converter::Open(std::string_view to, std::string_view from, std::uint
         converter->m_toTraits = TraitsOf(to);
         converter->m_fromTraits = TraitsOf(from);
         converter->m_dropsLetters = AsksToDrop(to) || AsksToDrop(from);
+        converter->m_mayReplace = to.find("//") != std::string_view::npos || from.find("//") != std::string_view::npos;
     });
     converter->m_isSameCharset = to == from;
     converter->m_isStateless = converter->m_toTraits.isStateless && converter->m_fromTraits.isStateless;
@@ -404,6 +407,9 @@ std::size_t Converter::Call(const char* src, std::size_t length, bool isEnd, Out
     for (std::size_t left = length;;) {
         const std::size_t before = left;
         const std::size_t result = iconv(m_handle, in, &left, &out.at, &out.left);
+        // Some converters put '?' or '*' in the place of what the charset lacks, and count those.
+        if (result != 0 && result != Failed && !m_mayReplace)
+            return Failed;
         if (left == 0 || result != Failed)
             return length - left;
         // A converter that was told to drop letters stops at one now and then, and a character's rest may follow.
@@ -451,10 +457,28 @@ std::size_t Converter::Advance(const char* src, std::size_t length, bool isEnd, 
     return done;
 }
 
+// Where iconv itself stops: without the short ways of Advance, which do not tell.
+std::size_t Converter::ConvertibleLength(const char* src, std::size_t length) {
+    const Cleaner cleaner{*this, false};
+    alignas(8) char piece[PieceSize];
+    InputPointer in(src);
+    std::size_t left = length;
+    while (left != 0) {
+        Output out{piece, sizeof(piece)};
+        const std::size_t before = left;
+        if (iconv(m_handle, in, &left, &out.at, &out.left) == Failed && errno != E2BIG && left == before)
+            break;
+    }
+    return length - left;
+}
+
 bool Converter::Finish(Output& out) {
     // A charset with combining marks holds its last letter back until told that nothing follows: this tells it, and
     // leaves the descriptor as new.
-    return m_isStateless || iconv(m_handle, nullptr, nullptr, &out.at, &out.left) != Failed;
+    if (m_isStateless)
+        return true;
+    const std::size_t result = iconv(m_handle, nullptr, nullptr, &out.at, &out.left);
+    return result == 0 || (result != Failed && m_mayReplace);
 }
 
 void Converter::Reset() {

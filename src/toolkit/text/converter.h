@@ -50,6 +50,9 @@ public:
 
     // No conversion that anybody uses makes more bytes than this of one.
     static constexpr std::size_t Expansion = 5;
+    /// How far the text can be converted, in bytes of it.
+    std::size_t ConvertibleLength(const char* src, std::size_t length);
+
     // Long texts go through a piece of the stack in steps that fill it at most.
     static constexpr std::size_t StepSize = 3072;
     static constexpr std::size_t PieceSize = StepSize * Expansion + 64;
@@ -98,6 +101,7 @@ private:
     std::uint64_t m_nonAscii = 0; ///< of a word of the source
     bool m_isStateless = false;
     bool m_dropsLetters = false; ///< a name asks for it
+    bool m_mayReplace = false;   ///< likewise
     // Where it is kept.
     std::uint64_t m_key = 0;
     ConverterCache* m_cache = nullptr; ///< while it is borrowed from one; null: it is closed when returned

@@ -104,6 +104,14 @@ unsigned char QzTextCodec::Convert(unsigned char* dst, int dstSize, int& dstLen,
     return 1;
 }
 
+int QzTextCodec::GetConvertibleLength(const char* src, int len) {
+    if (!IsOpen() || src == nullptr || len <= 0)
+        return 0;
+    return m_isSameCharset ? len
+                           : static_cast<int>(static_cast<Converter*>(m_handle)->ConvertibleLength(
+                                 src, static_cast<std::size_t>(len)));
+}
+
 unsigned char QzTextCodec::IsOpen() const {
     return m_handle != Closed();
 }
