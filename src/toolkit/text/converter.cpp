@@ -388,9 +388,9 @@ bool Converter::Convert(const char* src, std::size_t length, char* dst, std::siz
         char* at = dst;
         std::size_t left = length;
         std::size_t roomLeft = room;
-        iconv(m_handle, in, &left, &at, &roomLeft);
+        const std::size_t result = iconv(m_handle, in, &left, &at, &roomLeft);
         produced = room - roomLeft;
-        if (left == 0)
+        if (result == 0 && left == 0)
             return true;
         Reset(); // and once more, to find out why
     }
