@@ -407,8 +407,9 @@ std::size_t Converter::Call(const char* src, std::size_t length, bool isEnd, Out
     for (std::size_t left = length;;) {
         const std::size_t before = left;
         const std::size_t result = iconv(m_handle, in, &left, &out.at, &out.left);
-        // Some converters put '?' or '*' in the place of what the charset lacks, and count those.
-        if (result != 0 && result != Failed && !m_mayReplace)
+        // Some converters put '?' or '*' in the place of what the charset lacks, and count those. Of charsets with a
+        // state ISO-2022-CN-EXT counts what it did convert, so there the count says nothing.
+        if (m_isStateless && result != 0 && result != Failed && !m_mayReplace)
             return Failed;
         if (left == 0 || result != Failed)
             return length - left;
@@ -475,10 +476,7 @@ std::size_t Converter::ConvertibleLength(const char* src, std::size_t length) {
 bool Converter::Finish(Output& out) {
     // A charset with combining marks holds its last letter back until told that nothing follows: this tells it, and
     // leaves the descriptor as new.
-    if (m_isStateless)
-        return true;
-    const std::size_t result = iconv(m_handle, nullptr, nullptr, &out.at, &out.left);
-    return result == 0 || (result != Failed && m_mayReplace);
+    return m_isStateless || iconv(m_handle, nullptr, nullptr, &out.at, &out.left) != Failed;
 }
 
 void Converter::Reset() {
