@@ -105,7 +105,7 @@ TEST(MarkupEdit, RefusesWhatIsTooLong) {
     }
     const RepeatedText text(std::size_t{1} << 31);
     EXPECT_FALSE(markup.SetRealData(text.Cstr()) || markup.AddChildSubDoc(text.Cstr()) || markup.SetDoc(text.Cstr()));
-    EXPECT_FALSE(markup.GetError().IsEmpty());
+    EXPECT_EQ(markup.GetError(), "2147483648 bytes are too many for a document");
     EXPECT_EQ(markup.GetDoc(), "<p><c/></p>");
     EXPECT_EQ(markup.GetChildTagName(), "c");
     EXPECT_TRUE(markup.RecordsMatchText());
@@ -139,6 +139,10 @@ TEST(MarkupEdit, CopiesAndTakesOverAllThatADocumentHolds) {
     EXPECT_TRUE(target.SetDoc("<p f='6'/>"));
     counts("f");
     EXPECT_EQ(doc, "<p f='6'/>");
+    // Saving puts a declaration in front: what is read then is not what was noted, as a copy without notes shows.
+    ASSERT_TRUE(target.Save("/dev/null"));
+    EXPECT_EQ(target.GetAttribCount(), QzMarkup(target).GetAttribCount());
+    EXPECT_NE(target.GetAttribCount(), 1);
 }
 
 TEST(MarkupEdit, FindsAnotherTopElementBehindTheOneRemoved) {
