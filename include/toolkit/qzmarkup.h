@@ -226,6 +226,8 @@ public:
     unsigned char AddChildAttrib(const char* szAttrib, const char* szValue);
     unsigned char AddChildAttrib(const char* szAttrib, int nValue);
 
+    unsigned char RemoveAttrib(const char* szAttrib); ///< false when the element has no such attribute
+
     /// Replaces the content, child elements included, by a text: escaped, or as a CDATA section when `nCDATA`
     /// is not 0 and the text can stand in one (it does not hold "]]>").
     unsigned char SetData(const char* szData, int nCDATA = 0);
@@ -394,6 +396,7 @@ private:
     /// for what does not edit elements.
     void SetText(KeldMBString text);
     bool Splice(int nLeft, int nReplace, std::string_view insert);
+    bool SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_view insert);
 
     bool ParseTree();
     int ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent);

@@ -312,9 +312,39 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
         text.Put(openValue ? "\"\" " : " ").Put(name).Put("=");
     }
     text.Put("\"").PutEscaped().Put("\"");
-    if (!Splice(nLeft, nReplace, text.View()))
+    if (!SpliceStartTag(iPos, nLeft, nReplace, text.View()))
         return 0;
-    const int nShift = text.GetLength() - nReplace;
+    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos)
+        m_attributeNames->nChanges = m_text->Changes();
+    return 1;
+}
+
+// The blanks in front of it go with the attribute, unless it alone keeps its neighbours apart.
+unsigned char QzMarkup::RemoveAttrib(const char* szAttrib) {
+    for (const Attribute& one : AttributesOf(m_iPos)) {
+        if (one.m_name != View(szAttrib))
+            continue;
+        const std::string_view tag = m_text->Range(StartL(m_iPos), StartR(m_iPos) + 1);
+        const char* const last = one.m_hasEqualsSign
+                                     ? one.m_value.data() + one.m_value.size() + (one.m_isQuoted ? 1 : 0)
+                                     : one.m_name.data() + one.m_name.size();
+        auto from = static_cast<std::size_t>(one.m_name.data() - tag.data());
+        const auto to = static_cast<std::size_t>(last - tag.data());
+        constexpr std::string_view Blanks = " \t\r\n";
+        if (tag.substr(to, 1).find_first_of(" \t\r\n/>") == 0)
+            from = tag.find_last_not_of(Blanks, from - 1) + 1;
+        m_attributeNames.reset();
+        return SpliceStartTag(m_iPos, StartL(m_iPos) + static_cast<int>(from), static_cast<int>(to - from), {}) ? 1 : 0;
+    }
+    return 0;
+}
+
+// A change inside a start tag, of which the element's own record is told.
+bool QzMarkup::SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_view insert) {
+    const int nLeftOfTag = StartL(iPos);
+    const int nShift = static_cast<int>(insert.size()) - nReplace;
+    if (!Splice(nLeft, nReplace, insert))
+        return false;
     ElementPos& pos = Pos(iPos);
     pos.nStartR += nShift;
     if (IsEmptyElement(iPos))
@@ -330,7 +360,7 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     constexpr int Far = 1 << 15;
     if (nBehind - nLeftOfTag <= Far || pos.nStartR - nBehind <= Far)
         m_text->KeepWhole(nLeftOfTag, pos.nStartR + 1);
-    return 1;
+    return true;
 }
 
 bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue) {
