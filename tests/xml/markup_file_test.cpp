@@ -462,7 +462,7 @@ TEST_F(MarkupFile, LosesNothingWhenTheSystemFails) {
         SCOPED_TRACE(std::to_string(room) + " " + std::to_string(call));
         WriteBytes(m_path, old);
         QzMarkup markup(doc.c_str());
-        const std::unique_ptr<FullDisk> full(room >= 0 ? new FullDisk(static_cast<rlim_t>(room)) : nullptr);
+        const std::unique_ptr<FullDisk> full(room >= 0 ? new FullDisk(static_cast<std::uint64_t>(room)) : nullptr);
         s_callsToFailure = call;
         const bool done = markup.Save(m_path.c_str());
         const bool isReached = s_callsToFailure == 0;

@@ -295,7 +295,6 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     Writer text(m_scratch, value, AttributeSpecial, name.size() + 8);
     if (!text.IsWhole())
         return 0;
-    const int nLeftOfTag = StartL(iPos);
     int nLeft = 0;
     int nReplace = 0;
     Attribute attribute;
@@ -314,8 +313,11 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     text.Put("\"").PutEscaped().Put("\"");
     if (!SpliceStartTag(iPos, nLeft, nReplace, text.View()))
         return 0;
-    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos)
+    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos) {
         m_attributeNames->nChanges = m_text->Changes();
+        if (found)
+            m_attributeNames->nNext = nLeft + text.GetLength() - StartL(iPos);
+    }
     return 1;
 }
 
@@ -350,12 +352,7 @@ bool QzMarkup::SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_vie
     if (IsEmptyElement(iPos))
         pos.nEndR += nShift;
     TellFromEnd(TagBehind({iPos, false}), nShift);
-    const int nBehind = nLeft + text.GetLength();
-    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos) {
-        m_attributeNames->nChanges = m_text->Changes();
-        if (found)
-            m_attributeNames->nNext = nBehind - nLeftOfTag;
-    }
+    const int nBehind = nLeft + static_cast<int>(insert.size());
     // In a tag that is very long the gap stays where it is: going through its attributes would move it to and fro.
     constexpr int Far = 1 << 15;
     if (nBehind - nLeftOfTag <= Far || pos.nStartR - nBehind <= Far)
