@@ -45,14 +45,20 @@ private:
 
 TEST_F(LogTest, NamesAndValues) {
     AssertionLog assertions;
-    std::string names;
-    for (const int level : {100, 200, 300, 400, 500})
-        names += Log::GetLevelAsString(static_cast<Log::LogLevelType>(level)).Cstr() + " "s;
-    EXPECT_EQ(names, "debug info warning error fatal ");
-    EXPECT_EQ(Log::GetLevelAsEnum("WARNING"), 300);
-    EXPECT_EQ(Log::GetModeAsEnum("xml"), 1);
-    EXPECT_EQ(Log::GetTimeIntervalAsEnum("week"), 3);
-    EXPECT_EQ(Log::GetSizeLimitModeAsEnum("newfile"), 2);
+    const char* const names[] = {"debug", "info", "warning", "error", "fatal"};
+    const char* const levels[] = {"Debug", "INFO", "warning", "eRRor", "fatal"};
+    const char* const intervals[] = {"none", "HOUR", "Day", "Week", "month"};
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(Log::GetLevelAsString(static_cast<Log::LogLevelType>(100 * (i + 1))), names[i]);
+        EXPECT_EQ(Log::GetLevelAsEnum(levels[i]), 100 * (i + 1));
+        EXPECT_EQ(Log::GetTimeIntervalAsEnum(intervals[i]), i);
+    }
+    const char* const modes[] = {"text", "xml", "DATABASE", "Memory"};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(Log::GetModeAsEnum(modes[i]), i);
+    const char* const limits[] = {"rolling", "Reopen", "NEWFILE"};
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Log::GetSizeLimitModeAsEnum(limits[i]), i);
     EXPECT_EQ(Log::GetSizeLimitModeAsEnum(""), 0);
     EXPECT_EQ(AssertionLog::Texts().size(), 0U);
     EXPECT_EQ(Log::GetLevelAsString(static_cast<Log::LogLevelType>(0)), "unknown");
@@ -389,7 +395,8 @@ TEST_F(LogTest, RolloverFollowsTheModel) {
         log.SetLogFormat("%MSG");
         ASSERT_EQ(log.Open(K(directory.Path()), "a.log", interval), 1);
         for (int i = 0; i < 60; ++i) {
-            const auto step = static_cast<std::int64_t>(random() % (Lengths[random() % 4 + 1] / (random() % 9 + 1)));
+            const auto step =
+                static_cast<std::int64_t>(random()) % (Lengths[random() % 4 + 1] / static_cast<int>(random() % 9 + 1));
             s_now += random() % 5 == 0 ? -step : step;
             if (s_now < last - Lengths[interval]) {
                 last = s_now;
@@ -493,7 +500,7 @@ TEST_F(LogTest, XmlDocument) {
     // Added to behind what a killed process may have left, which is cut off: part of an item, of the end tag, of a
     // block of many.
     const std::string plain = ReadBytes(m_file);
-    for (const std::size_t size : {0, 1, 8, 16, 65501, 65504, 65507, 65511, 65512, 200000}) {
+    for (const std::size_t size : {0U, 1U, 8U, 16U, 65501U, 65504U, 65507U, 65511U, 65512U, 200000U}) {
         const std::string item = "<LogItem>\r\n<Description>" + std::string(size, 'x');
         for (const std::string& torn :
              {plain.substr(0, plain.size() - 8) + item, plain.substr(0, plain.size() - 1 - size % 8)}) {
@@ -548,17 +555,17 @@ TEST(LogXmlText, TellsTextFromBytes) {
                 c = bytes[random() % bytes.size()];
             KeldMBString wide;
             bool isText = codec.Convert(wide, KeldMBString(text)) != 0;
-            std::size_t size = text.size();
+            std::size_t brackets = 0;
             for (int unit = 0; unit < wide.GetLength(); unit += 4) {
                 const KeldMBString c = wide.Mid(unit, 4);
                 // iconv goes on behind U+10FFFF, where XML ends
                 isText = isText && static_cast<unsigned char>(c[2]) <= 0x10 && c != K("\xFE\xFF\0\0"s) &&
                          c != K("\xFF\xFF\0\0"s);
-                size += c == K("<\0\0\0"s) ? 3 : 0;
+                brackets += c == K("<\0\0\0"s) ? 1 : 0;
             }
-            if (!isText)
-                size = text.size() + 3 * std::count(text.begin(), text.end(), '<') +
-                       10 * std::count_if(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; });
+            std::size_t size = text.size() + (isText ? 3 * brackets : 0);
+            for (const char c : isText ? std::string() : text)
+                size += c == '<' ? 3 : (c & 0x80) != 0 ? 10 : 0;
             std::string markup;
             xml.Append(markup, text);
             ASSERT_EQ(markup.size(), size) << charset << testing::PrintToString(text);
