@@ -2,22 +2,12 @@
 
 #include <vector>
 
+#include "svgdrawing.h"
 #include "toolkit/qzstyle.h"
 
 /// What the map shows, and the styles that it is drawn with.
 
 enum Kind { Point = 0, Line = 1, Region = 2 };
-
-// What a style's identifiers mean is for the program that draws.
-namespace MarkerStyle {
-enum { Ring, Lighthouse, Turbine, Church, Station, Peak, Tent, View };
-}
-namespace LineStyle {
-enum { Solid, Dashed, Dotted };
-}
-namespace FillStyle {
-enum { Solid, Diagonal, Horizontal, Waves, Dots };
-}
 
 /// A line of the legend. Casings come first: they are drawn below all that they may cross.
 struct Entry {

@@ -192,6 +192,11 @@ public:
     /// log, or lines in the current formats. What was rolled over is looked for by the file's own name.
     static unsigned char QueryFile(const KeldMBString& path, const QzLogQueryDef& query, KeldArray<QzLogItem>& items);
 
+    /// Shows each item that matches to `visit`, which ends it with 0, instead of keeping them: for files of any length.
+    /// File by file, the newest first, and in each the newest item first. 0 as QueryFile.
+    static unsigned char VisitFile(const KeldMBString& path, const QzLogQueryDef& query,
+                                   unsigned char (*visit)(void* context, const QzLogItem& item), void* context);
+
     /// Is told every now and then how many bytes a query has read of those that there are; 0 stops it. Runs in the
     /// thread that queries.
     static void SetQueryCallBack(unsigned char (*callBack)(void* context, long long done, long long total),
@@ -212,6 +217,7 @@ public:
     static SizeLimitMode GetSizeLimitModeAsEnum(const KeldMBString& name); ///< unknown, empty: `Rolling`
 
 private:
+    friend class QzLogFollower; // asks for what it asks
     struct State;
 
     QzLogFile();

@@ -226,6 +226,8 @@ public:
     unsigned char AddChildAttrib(const char* szAttrib, const char* szValue);
     unsigned char AddChildAttrib(const char* szAttrib, int nValue);
 
+    unsigned char RemoveAttrib(const char* szAttrib); ///< false when the element has no such attribute
+
     /// Replaces the content, child elements included, by a text: escaped, or as a CDATA section when `nCDATA`
     /// is not 0 and the text can stand in one (it does not hold "]]>").
     unsigned char SetData(const char* szData, int nCDATA = 0);
@@ -387,12 +389,14 @@ private:
     AttributeRange AttributesOf(int iPos) const;
     int AttribCount(int iPos) const;
     unsigned char GetPosition(int nOffset, int& line, int& column) const;
-    bool FindOrNote(int iPos, std::string_view name, Attribute& attribute); ///< false: it is about to be added
+    /// Finds an attribute that is about to be set, and the offset of its value; false: it is about to be added.
+    bool FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue);
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
     /// Another text under the same records: their offsets are not moved. With GetDoc the only way to the text
     /// for what does not edit elements.
     void SetText(KeldMBString text);
     bool Splice(int nLeft, int nReplace, std::string_view insert);
+    bool SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_view insert);
 
     bool ParseTree();
     int ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent);

@@ -3,11 +3,24 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/keldarray.h"
 #include "base/keldmbstring.h"
 #include "base/namespaces.h"
 #include "toolkit/motoolkitexport.h"
 
 namespace Qzc {
+
+/// What a lock is in, at a moment that is over when it is told.
+struct QzProcessState {
+    struct Opener {
+        unsigned int m_nProcessID = 0; ///< 0 where the system does not tell
+        bool m_bReading = false;
+        bool m_bWriting = false;
+    };
+    KeldArray<Opener> m_openers;   ///< the objects that have it open
+    std::uint64_t m_nStamp = 0;    ///< how often it was taken for writing
+    std::uint64_t m_nOpenings = 0; ///< how often it was opened since it was made
+};
 
 /// A reader/writer lock that all processes share which open it under the same name, with a change stamp: each
 /// write lock advances the stamp, and the next lock that another object takes reports that the shared thing
@@ -95,6 +108,11 @@ public:
 
     /// An object that is not valid neither locks nor unlocks. At first it is.
     void SetIsValied(bool valid);
+
+    /// Looks at the lock of that name, which nobody need have open in this process, and neither opens nor makes it:
+    /// false when no process has it open, or it cannot be looked at, which the log tells. Who opens or closes the lock
+    /// waits meanwhile; who locks does not.
+    static bool GetState(const KeldMBString& name, QzProcessState& state, const KeldMBString& group = KeldMBString());
 
     /// Waits for one of this object's semaphores, at most 1000000 ms: 0 acquired, 258 the time is up,
     /// 0xFFFFFFFF the handle is none of them.

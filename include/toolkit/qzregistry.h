@@ -105,6 +105,8 @@ public:
 protected:
     QzRegistry();
     explicit QzRegistry(const KeldMBString& strFile); ///< loaded by LoadFile
+    /// The same with another directory, which all external files are relative to, those of external files too.
+    QzRegistry(const KeldMBString& strFile, const KeldMBString& strDirectory);
 
     /// Reads a file in the encoding that it declares and hands its text to LoadDoc. Save then writes to this
     /// file. A file that cannot be read leaves a trace line and the registry empty. So does one that is not well
@@ -149,6 +151,7 @@ private:
     QzHash<KeldMBString> m_externalFiles;
     KeldMBString m_strName;
     KeldMBString m_strFile;
+    KeldMBString m_strDirectory; ///< the configuration directory, if it is not the process's own
     FileForm m_fileForm;
     bool m_isFileText = false;       ///< while LoadDoc is given the text of m_strFile
     KeldArray<OrderedEntry> m_order; ///< the entries as they were read, across the kinds

@@ -50,6 +50,10 @@ public:
     /// it copies nothing, leaves `dstLen` alone and returns true all the same.
     unsigned char Convert(unsigned char* dst, int dstSize, int& dstLen, const unsigned char* src, int srcLen);
 
+    /// How many of `len` bytes at `src` can be converted in front of the first character that cannot: all of them for
+    /// a text that is one as a whole. A codec that copies takes anything.
+    int GetConvertibleLength(const char* src, int len);
+
     unsigned char IsOpen() const;
     void Close();
 

@@ -268,6 +268,13 @@ public:
 
     void EndWrite() { m_exclusion.Release(); }
 
+    /// For who only looks. Whoever has it for writing now, `Nobody` for none: an opener that is gone has it not.
+    typename Memory::Opener Writer() const {
+        const std::uint32_t holder = m_state.exclusion.holder.load(std::memory_order_acquire);
+        const bool keeps = holder != 0 && (holder & std::uint32_t(Purpose::Pass)) == 0;
+        return keeps && m_memory.IsThere(holder) ? holder : Memory::Nobody;
+    }
+
     /// Frees the slots of openers that were reading when they ended; whether there was any.
     bool ForgetLostReaders() {
         bool lost = false;

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -62,6 +64,12 @@ public:
     /// seconds at most.
     Opening Open(std::string_view name, const Options& options);
     void Close();
+
+    /// Shows the memory as it is to `look`, in an object that is no opener: Self is Nobody, and there is no slot of its
+    /// own. Nothing is made, and while it looks nobody can open or close the name. `Opened`; `Failed` when nobody has
+    /// it open, too; `Denied` and `Unfit` as Open, the former with the reason in `whyDenied`.
+    static Opening Look(std::string_view name, const Options& options, const std::function<void(SharedMemory&)>& look,
+                        std::string& whyDenied);
     bool IsOpen() const { return m_view != nullptr; }
     const std::string& WhyDenied() const { return m_whyDenied; }
 
@@ -70,6 +78,9 @@ public:
 
     /// Whether the opener has neither closed the memory nor ended. A question to the system.
     bool IsThere(Opener opener) const;
+
+    /// The processes that openers are in, as far as the system tells; those of other users it may not.
+    std::map<Opener, std::uint32_t> Processes() const;
 
     // A slot has its opener's number in the upper half; the lower half is the opener's, zero at first. When an
     // opener goes it leaves its slot as it is unless that half is zero; somebody else must set it to 0 then.

@@ -104,6 +104,10 @@ bool QzFile::HasName() const {
     return Platform::FileHasName(m_handle);
 }
 
+bool QzFile::IsAt(const KeldMBString& path) const {
+    return path.Find('\0') < 0 && Platform::FileIsAt(m_handle, ToNativePath(path).Cstr());
+}
+
 bool QzFile::Sync() {
     int error = 0;
     Platform::SyncFile(m_handle, error);

@@ -87,6 +87,7 @@ TEST(Stream, RefusesCountsThatTheBytesDoNotCover) {
         EXPECT_FALSE(stream.IsGood());
     }
     EXPECT_EQ(AssertionLog::Texts().size(), 3U);
+    EXPECT_EQ(QzMemoryStream("\xFF\xFF\xFF\xFF", 4).ReadCount(4), 0);
 }
 
 namespace {

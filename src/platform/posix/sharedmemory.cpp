@@ -8,15 +8,16 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <grp.h>
-#include <linux/futex.h>
 #include <set>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+#include "platform/posix/futex.h"
+#include "platform/posix/lockowners.h"
 
 // A named memory is a file in a directory of the user's own, or of the group's, on the memory file system.
 //
@@ -327,6 +328,33 @@ SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& o
     return opening;
 }
 
+// Behind the gate: so it is no memory that is being made afresh, and cut to nothing meanwhile.
+SharedMemory::Opening SharedMemory::Look(std::string_view name, const Options& options,
+                                         const std::function<void(SharedMemory&)>& look, std::string& whyDenied) {
+    const std::string file = FileName(name);
+    Place place;
+    const ForkHold hold;
+    if (!FindPlace(options.group, place, whyDenied))
+        return Opening::Denied;
+    const std::string path = place.directory + '/' + file;
+    const Descriptor descriptor(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status = {};
+    if (!descriptor || !IsOwnFile(descriptor.Get(), place, status) || !LockGate(descriptor.Get()) ||
+        !HasOtherOpeners(descriptor.Get()))
+        return Opening::Failed;
+    SharedMemory memory;
+    Opening opening = Opening::Failed;
+    if (!memory.Map(descriptor.Get(), options, opening) || opening != Opening::Opened) {
+        memory.Forget();
+        return Opening::Unfit;
+    }
+    memory.m_descriptor = descriptor.Get();
+    look(memory);
+    memory.m_descriptor = -1;
+    memory.Forget();
+    return Opening::Opened;
+}
+
 // Maps the file, which the gate protects, and makes it afresh when that is due.
 bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening) {
     const std::size_t headerOffset = (options.size + alignof(Header) - 1) / alignof(Header) * alignof(Header);
@@ -464,33 +492,30 @@ bool SharedMemory::IsThere(Opener opener) const {
     return opener == m_self || OthersLock(m_descriptor, opener, 1);
 }
 
-// ---- Sleeping
-
-namespace {
-
-// Unlike those of one process, these waits are found by all that map the memory.
-long CallFutex(const void* word, int operation, std::uint32_t value, const void* timeout = nullptr) {
-    return syscall(SYS_futex, word, operation, value, timeout, nullptr, 0);
+std::map<SharedMemory::Opener, std::uint32_t> SharedMemory::Processes() const {
+    std::map<Opener, std::uint32_t> processes;
+    for (const auto& [offset, process] : FindLockOwners(m_descriptor)) {
+        if (offset >= 1 && offset <= LastOpener)
+            processes[static_cast<Opener>(offset)] = process;
+    }
+    return processes;
 }
 
-} // namespace
+// ---- Sleeping
+
+// Unlike those of one process, these waits are found by all that map the memory.
 
 bool SharedMemory::Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected,
                          std::chrono::nanoseconds time) const {
-    constexpr long Billion = 1000000000;
-    const struct { // whatever size the C library's own has
-        long seconds;
-        long nanoseconds;
-    } timeout = {static_cast<long>(time.count() / Billion), static_cast<long>(time.count() % Billion)};
-    return CallFutex(&word, FUTEX_WAIT, expected, &timeout) == 0 || errno != ETIMEDOUT;
+    return Futex(&word, FUTEX_WAIT, expected, std::max<std::int64_t>(time.count(), 0)) == 0 || errno != ETIMEDOUT;
 }
 
 void SharedMemory::WakeOne(const Atomic<std::uint32_t>& word) const {
-    CallFutex(&word, FUTEX_WAKE, 1);
+    Futex(&word, FUTEX_WAKE, 1);
 }
 
 void SharedMemory::WakeAll(const Atomic<std::uint32_t>& word) const {
-    CallFutex(&word, FUTEX_WAKE, INT_MAX);
+    Futex(&word, FUTEX_WAKE, INT_MAX);
 }
 
 } // namespace Platform

@@ -99,7 +99,10 @@ QzRegistry::Object ReadObject(QzMarkup& markup) {
 QzRegistry::QzRegistry() = default;
 
 // As LoadFile, but nothing that a derived class overrides can be called yet.
-QzRegistry::QzRegistry(const KeldMBString& strFile) : m_strFile(strFile) {
+QzRegistry::QzRegistry(const KeldMBString& strFile) : QzRegistry(strFile, KeldMBString()) {}
+
+QzRegistry::QzRegistry(const KeldMBString& strFile, const KeldMBString& strDirectory)
+    : m_strFile(strFile), m_strDirectory(strDirectory) {
     KeldMBString text;
     if (ReadFile(text, m_fileForm))
         AddEntries(Parsed(text, true));
@@ -158,6 +161,7 @@ void QzRegistry::CopyTables(const QzRegistry& other) {
     m_externalFiles = other.m_externalFiles;
     m_strName = other.m_strName;
     m_strFile = other.m_strFile;
+    m_strDirectory = other.m_strDirectory;
     m_fileForm = other.m_fileForm;
     m_order = other.m_order;
 }
@@ -172,6 +176,7 @@ void QzRegistry::Swap(QzRegistry& other) noexcept {
     std::swap(m_externalFiles, other.m_externalFiles);
     std::swap(m_strName, other.m_strName);
     std::swap(m_strFile, other.m_strFile);
+    std::swap(m_strDirectory, other.m_strDirectory);
     std::swap(m_fileForm, other.m_fileForm);
     std::swap(m_order, other.m_order);
 }
@@ -262,6 +267,7 @@ QzRegistry& QzRegistry::SubFile(const KeldMBString& strName) const {
         return **loaded;
     std::unique_ptr<QzRegistry> file = MakeExternal(strName);
     QzRegistry& result = *file;
+    result.m_strDirectory = m_strDirectory;
     result.LoadFile(path);
     m_loadedFiles.SetAt(strName, std::move(file));
     return result;
@@ -365,6 +371,7 @@ unsigned char QzRegistry::LoadAnew(const KeldMBString& text, const FileForm& for
     QzRegistry held;
     Swap(held);
     m_strFile = held.m_strFile;
+    m_strDirectory = held.m_strDirectory;
     m_fileForm = form;
     m_isFileText = isFile;
     LoadDoc(text);
@@ -392,7 +399,7 @@ bool QzRegistry::EnterTop(QzMarkup& walk) {
 void QzRegistry::AddEntries(QzMarkup walk) {
     if (!EnterTop(walk))
         return;
-    KeldMBString directory;
+    KeldMBString directory = m_strDirectory;
     std::vector<QzRegistry*> open{this}; // the registries whose elements the walk is in, innermost last
     while (!open.empty()) {
         if (walk.FindElem()) {
@@ -441,6 +448,7 @@ QzRegistry* QzRegistry::LoadEntry(QzMarkup& markup, KeldMBString& directory) {
     case ElemSubReg: {
         std::unique_ptr<QzRegistry> registry(new QzRegistry);
         registry->m_strName = name;
+        registry->m_strDirectory = m_strDirectory;
         nested = registry.get();
         set(m_subRegistries, std::move(registry));
         break;
@@ -492,7 +500,7 @@ unsigned char QzRegistry::SaveDoc(QzMarkup& markup) const {
         int next;
     };
     RegistryWriter writer;
-    KeldMBString directory;
+    KeldMBString directory = m_strDirectory;
     std::vector<Level> open;
     open.push_back({m_strName, this, EntriesInOrder(), 0});
     while (!open.empty()) {

@@ -16,7 +16,13 @@ namespace Qzc {
 
 namespace {
 
-// Whether a file starts as an XML log does; else its items are lines.
+std::int64_t LengthOf(const KeldMBString& path) {
+    QzFile file;
+    return file.Open(path, QzFile::Access::Read) ? std::max<std::int64_t>(file.GetLength(), 0) : 0;
+}
+
+} // namespace
+
 bool IsXmlLog(QzFile& file) {
     std::string head(256, '\0');
     const bool there = file.Seek(0);
@@ -24,12 +30,12 @@ bool IsXmlLog(QzFile& file) {
     return there && head.compare(0, 5, "<?xml") == 0 && head.find("<Log>") != std::string::npos;
 }
 
-std::int64_t LengthOf(const KeldMBString& path) {
-    QzFile file;
-    return file.Open(path, QzFile::Access::Read) ? std::max<std::int64_t>(file.GetLength(), 0) : 0;
+std::unique_ptr<LogItemReader> MakeLogReader(bool isXml, const KeldMBString& lineFormat,
+                                             const KeldMBString& dateTimeFormat, bool utc) {
+    if (isXml)
+        return std::make_unique<LogXmlReader>(dateTimeFormat, utc);
+    return std::make_unique<LogLineReader>(lineFormat, dateTimeFormat, utc);
 }
-
-} // namespace
 
 LogFileQuery::LogFileQuery(const QzLogQueryDef& query, std::size_t maxNum, const LogFormats& formats,
                            LogQueryCallBack callBack)
@@ -74,11 +80,7 @@ bool LogFileQuery::Run() {
 }
 
 void LogFileQuery::Read(QzFile& file, std::int64_t position, std::int64_t length) {
-    std::unique_ptr<LogItemReader> reader;
-    if (IsXmlLog(file))
-        reader = std::make_unique<LogXmlReader>(m_dateTimeFormat, m_utc);
-    else
-        reader = std::make_unique<LogLineReader>(m_lineFormat, m_dateTimeFormat, m_utc);
+    const auto reader = MakeLogReader(IsXmlLog(file), m_lineFormat, m_dateTimeFormat, m_utc);
     LogFileReader items(file, *reader);
     const auto step = [this](std::int64_t bytes) { return Step(bytes); };
     // In a file that is being overwritten the oldest items stand behind the newest.

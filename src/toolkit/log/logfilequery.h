@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "base/keldmbstring.h"
@@ -9,10 +10,16 @@
 #include "stream/qzfile.h"
 #include "toolkit/log/logfilename.h"
 #include "toolkit/log/logformats.h"
+#include "toolkit/log/logitemreader.h"
 #include "toolkit/log/logquerycallback.h"
 #include "toolkit/log/logsearch.h"
 
 namespace Qzc {
+
+/// Whether a file starts as an XML log does; else its items are lines.
+bool IsXmlLog(QzFile& file);
+std::unique_ptr<LogItemReader> MakeLogReader(bool isXml, const KeldMBString& lineFormat,
+                                             const KeldMBString& dateTimeFormat, bool utc);
 
 /// A query of files, which has all that it needs of the log and so does not hold it up. One thread at a time; the query
 /// and what it is asked for must outlive it.
@@ -25,7 +32,8 @@ public:
     bool Open(const KeldMBString& path); ///< the file, as long as it is now; false when that cannot be
     /// Where the newest items of the file end: behind them stand the oldest of a file that is being overwritten.
     void SetPosition(std::int64_t position) { m_position = position < m_length ? position : m_length; }
-    void AddRolledFiles(const LogFileNames& names); ///< the other files of its log
+    void SetEnd(std::int64_t end) { m_position = m_length = end; } ///< what stands behind is not looked at
+    void AddRolledFiles(const LogFileNames& names);                ///< the other files of its log
     /// False when not everything could be looked at that had to be.
     bool Run();
 

@@ -24,12 +24,28 @@ bool IsSameFile(const KeldMBString& a, const KeldMBString& b) {
     return a == b || std::filesystem::equivalent(a.Cstr(), b.Cstr(), failed);
 }
 
+bool RunFileQuery(LogFileQuery& search, const KeldMBString& path, const QzLogQueryDef& query) {
+    const KeldMBString file = AbsoluteLogPath(path);
+    search.Search().StartSource(GetLogTime());
+    const bool readable = search.Open(file);
+    if (query.m_bRolledFiles != 0)
+        search.AddRolledFiles(LogFileNames::Of(file));
+    return search.Run() && readable;
+}
+
 } // namespace
 
 void QzLogFile::SetQueryCallBack(unsigned char (*callBack)(void*, long long, long long), void* context) {
     State& state = *GetInstance(false).m_state;
     const LogGuard guard(state.m_mutex);
     state.m_queryCallBack = {callBack, context};
+}
+
+// Of any file, in the log's formats.
+std::unique_ptr<LogFileQuery> QzLogFile::State::FileQuery(const QzLogQueryDef& query) {
+    const State& state = *GetInstance(false).m_state;
+    const LogGuard guard(GetInstance(false).m_state->m_mutex);
+    return std::make_unique<LogFileQuery>(query, state.m_nQueryMaxNum, *state.m_formats, state.m_queryCallBack);
 }
 
 unsigned char QzLogFile::Query(const QzLogQueryDef& query, KeldArray<QzLogItem>& items) try {
@@ -69,20 +85,23 @@ unsigned char QzLogFile::Query(const QzLogQueryDef& query, KeldArray<QzLogItem>&
 
 unsigned char QzLogFile::QueryFile(const KeldMBString& path, const QzLogQueryDef& query,
                                    KeldArray<QzLogItem>& items) try {
-    std::unique_ptr<LogFileQuery> search;
-    {
-        const State& state = *GetInstance(false).m_state;
-        const LogGuard guard(GetInstance(false).m_state->m_mutex);
-        search = std::make_unique<LogFileQuery>(query, state.m_nQueryMaxNum, *state.m_formats, state.m_queryCallBack);
-    }
-    const KeldMBString file = AbsoluteLogPath(path);
-    search->Search().StartSource(GetLogTime());
-    bool readable = search->Open(file);
-    if (query.m_bRolledFiles != 0)
-        search->AddRolledFiles(LogFileNames::Of(file));
-    readable = search->Run() && readable;
+    const std::unique_ptr<LogFileQuery> search = State::FileQuery(query);
+    const bool readable = RunFileQuery(*search, path, query);
     search->Search().Give(items);
     return readable ? 1 : 0;
+} catch (const std::bad_alloc&) {
+    return 0;
+}
+
+unsigned char QzLogFile::VisitFile(const KeldMBString& path, const QzLogQueryDef& query,
+                                   unsigned char (*visit)(void*, const QzLogItem&), void* context) try {
+    const std::unique_ptr<LogFileQuery> search = State::FileQuery(query);
+    bool goesOn = true;
+    search->Search().SetSink([&](const QzLogItem& item) {
+        goesOn = goesOn && visit(context, item) != 0;
+        return goesOn;
+    });
+    return RunFileQuery(*search, path, query) ? 1 : 0;
 } catch (const std::bad_alloc&) {
     return 0;
 }

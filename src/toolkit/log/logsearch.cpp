@@ -17,8 +17,11 @@ bool LogSearch::TakeRecord(const LogRecord& record) {
         return false;
     m_newerTime = record.dateTime.GetTime();
     m_newerSpan = record.timeSpan;
-    if (MatchesQuery(m_query, record))
-        m_new.push_back(record.ToItem());
+    if (!MatchesQuery(m_query, record))
+        return true;
+    if (m_sink != nullptr)
+        return m_sink(record.ToItem());
+    m_new.push_back(record.ToItem());
     return m_new.size() < m_maxNum;
 }
 

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "base/keldarray.h"
@@ -22,6 +24,9 @@ class LogSearch : public LogItemVisitor {
 public:
     LogSearch(const QzLogQueryDef& query, std::size_t maxNum) : m_query(query), m_maxNum(maxNum) {}
 
+    /// Shows what matches instead of gathering it; false ends the search.
+    void SetSink(std::function<bool(const QzLogItem&)> sink) { m_sink = std::move(sink); }
+
     /// The next items are those of memory, or of a file that was written last at `newest` at the latest.
     void StartSource(KeldTime newest);
 
@@ -39,6 +44,7 @@ private:
 
     const QzLogQueryDef& m_query;
     std::size_t m_maxNum;
+    std::function<bool(const QzLogItem&)> m_sink;
     std::vector<QzLogItem> m_found; ///< in the sources before, the newest first
     std::vector<QzLogItem> m_new;   ///< in this one
 

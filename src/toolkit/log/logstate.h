@@ -21,6 +21,8 @@
 
 namespace Qzc {
 
+class LogFileQuery;
+
 /// What the log holds: its settings, its file and the items that wait. All but what is atomic is guarded by the mutex.
 struct QzLogFile::State {
     static constexpr std::size_t WriteSize = 1 << 20;     ///< a larger batch is written in several steps
@@ -48,6 +50,7 @@ struct QzLogFile::State {
     bool Deliver(Delivery& delivery);
     void AddRepeatsReport();
 
+    static std::unique_ptr<LogFileQuery> FileQuery(const QzLogQueryDef& query);
     std::string Describe(int items) const;
     void TakeAlongForks(); ///< from now on; the state lives as long as the process
 

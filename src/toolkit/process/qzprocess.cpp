@@ -3,6 +3,8 @@
 #include <atomic>
 #include <chrono>
 #include <new>
+#include <string>
+#include <utility>
 
 #include "platform/forkhook.h"
 #include "platform/sharedlock.h"
@@ -38,8 +40,21 @@ KeldMBString FailureMessage(const char* what, const KeldMBString& name) {
     return what + (name.IsEmpty() ? KeldMBString("null") : name) + " Faile";
 }
 
+KeldMBString MemoryName(const KeldMBString& name) {
+    KeldMBString file = name + ".lock";
+    file.Replace('\\', '/');
+    return file;
+}
+
 void Record(QzLogFile::LogLevelType level, const KeldMBString& message, int line) {
     QzLogFile::GetInstance(false).RecordLog(level, MessageCode, message, "qzprocess", line);
+}
+
+void RecordFailure(Opening opening, const KeldMBString& name, const std::string& whyDenied, int line) {
+    const char* const what = opening == Opening::Unfit ? "create file mapping " : "create file Semaphore ";
+    Record(QzLogFile::error, FailureMessage(what, name), line);
+    if (opening == Opening::Denied)
+        Record(QzLogFile::error, KeldMBString(whyDenied), line);
 }
 
 /// What all processes see. It fills one cache line: who locks looks at most of it.
@@ -164,8 +179,7 @@ std::uint64_t QzProcess::Body::Init(const KeldMBString& name, const KeldMBString
 
 // One memory holds all three objects: so they are of one life, and a process that is killed loses them at once.
 bool QzProcess::Body::Open(const KeldMBString& group) {
-    KeldMBString file = m_name + ".lock";
-    file.Replace('\\', '/');
+    const KeldMBString file = MemoryName(m_name);
     SharedMemory::Options options = {sizeof(SharedView)};
     options.group = group.View();
     const Opening opening = m_memory.Open(file.View(), options);
@@ -173,10 +187,7 @@ bool QzProcess::Body::Open(const KeldMBString& group) {
         m_connection = std::make_unique<Connection>(m_memory, *static_cast<SharedView*>(m_memory.View()));
         return true;
     }
-    const char* const what = opening == Opening::Unfit ? "create file mapping " : "create file Semaphore ";
-    Record(QzLogFile::error, FailureMessage(what, m_name), __LINE__);
-    if (opening == Opening::Denied)
-        Record(QzLogFile::error, KeldMBString(m_memory.WhyDenied()), __LINE__);
+    RecordFailure(opening, m_name, m_memory.WhyDenied(), __LINE__);
     return false;
 }
 
@@ -465,6 +476,42 @@ void QzProcess::SetCallBack(void (*callback)(void*), void* argument) {
 
 void QzProcess::SetIsValied(bool valid) {
     m_body->SetValid(valid);
+}
+
+bool QzProcess::GetState(const KeldMBString& name, QzProcessState& state, const KeldMBString& group) {
+    if (name.IsEmpty())
+        return false;
+    QzProcessState seen;
+    const auto look = [&](SharedMemory& memory) {
+        Connection connection(memory, *static_cast<SharedView*>(memory.View()));
+        const SharedView::Counters& counters = connection.view.counters;
+        seen.m_nStamp = counters.stamp.load(std::memory_order_acquire);
+        seen.m_nOpenings = counters.attachCount.load(std::memory_order_acquire);
+        const SharedMemory::Opener writer = connection.lock.Writer();
+        const auto processes = memory.Processes();
+        for (std::uint32_t i = 0; i < memory.SlotsUsed(); ++i) {
+            const std::uint64_t slot = memory.Slot(i).load(std::memory_order_acquire);
+            const SharedMemory::Opener number = SharedMemory::SlotOpener(slot);
+            if (number == SharedMemory::Nobody || !memory.IsThere(number))
+                continue;
+            QzProcessState::Opener opener;
+            const auto process = processes.find(number);
+            opener.m_nProcessID = process != processes.end() ? process->second : 0;
+            opener.m_bReading = (slot & SharedLock::Reading) != 0;
+            opener.m_bWriting = number == writer;
+            seen.m_openers.Add(opener);
+        }
+    };
+    SharedMemory::Options options = {sizeof(SharedView)};
+    options.group = group.View();
+    std::string whyDenied;
+    const Opening opening = SharedMemory::Look(MemoryName(name).View(), options, look, whyDenied);
+    if (opening == Opening::Denied || opening == Opening::Unfit)
+        RecordFailure(opening, name, whyDenied, __LINE__);
+    if (opening != Opening::Opened || seen.m_openers.IsEmpty())
+        return false;
+    state = std::move(seen);
+    return true;
 }
 
 unsigned long QzProcess::WaitForValidSignal(void* handle) {

@@ -73,8 +73,8 @@ unsigned char QzTextCodec::Convert(KeldMBString& dst, const char* src, int len) 
     if (len < 0)
         return 0;
     std::string text;
-    if (!ConvertTo(text, *static_cast<Converter*>(m_handle), src, src != nullptr ? static_cast<std::size_t>(len) : 0,
-                   KeldMBString::MaxLength))
+    if (ConvertTo(text, *static_cast<Converter*>(m_handle), src, src != nullptr ? static_cast<std::size_t>(len) : 0,
+                  KeldMBString::MaxLength) != Converted::Done)
         return 0;
     const Charset charset = dst.GetCharset();
     dst = KeldMBString(std::move(text));
@@ -102,6 +102,14 @@ unsigned char QzTextCodec::Convert(unsigned char* dst, int dstSize, int& dstLen,
         return 0;
     dstLen = static_cast<int>(produced);
     return 1;
+}
+
+int QzTextCodec::GetConvertibleLength(const char* src, int len) {
+    if (!IsOpen() || src == nullptr || len <= 0)
+        return 0;
+    return m_isSameCharset ? len
+                           : static_cast<int>(static_cast<Converter*>(m_handle)->ConvertibleLength(
+                                 src, static_cast<std::size_t>(len)));
 }
 
 unsigned char QzTextCodec::IsOpen() const {

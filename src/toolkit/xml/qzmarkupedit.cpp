@@ -293,14 +293,13 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     Writer text(m_scratch, value, AttributeSpecial, name.size() + 8);
     if (!text.IsWhole())
         return 0;
-    const int nLeftOfTag = StartL(iPos);
     int nLeft = 0;
     int nReplace = 0;
     Attribute attribute;
-    if (FindOrNote(iPos, name, attribute)) {
+    const bool found = FindOrNote(iPos, name, attribute, nLeft);
+    if (found) {
         const int quote = attribute.m_isQuoted ? 1 : 0;
-        const char* const tag = m_text->Range(nLeftOfTag, StartR(iPos) + 1).data();
-        nLeft = nLeftOfTag + static_cast<int>(attribute.m_value.data() - tag) - quote;
+        nLeft -= quote;
         nReplace = static_cast<int>(attribute.m_value.size()) + 2 * quote;
         text.Put(attribute.m_hasEqualsSign ? "" : "=");
     } else {
@@ -310,50 +309,106 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
         text.Put(openValue ? "\"\" " : " ").Put(name).Put("=");
     }
     text.Put("\"").PutEscaped().Put("\"");
-    if (!Splice(nLeft, nReplace, text.View()))
+    if (!SpliceStartTag(iPos, nLeft, nReplace, text.View()))
         return 0;
-    const int nShift = text.GetLength() - nReplace;
+    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos) {
+        m_attributeNames->nChanges = m_text->Changes();
+        if (found)
+            m_attributeNames->nNext = nLeft + text.GetLength() - StartL(iPos);
+    }
+    return 1;
+}
+
+// The blanks in front of it go with the attribute, unless it alone keeps its neighbours apart.
+unsigned char QzMarkup::RemoveAttrib(const char* szAttrib) {
+    for (const Attribute& one : AttributesOf(m_iPos)) {
+        if (one.m_name != View(szAttrib))
+            continue;
+        const std::string_view tag = m_text->Range(StartL(m_iPos), StartR(m_iPos) + 1);
+        const char* const last = one.m_hasEqualsSign
+                                     ? one.m_value.data() + one.m_value.size() + (one.m_isQuoted ? 1 : 0)
+                                     : one.m_name.data() + one.m_name.size();
+        auto from = static_cast<std::size_t>(one.m_name.data() - tag.data());
+        const auto to = static_cast<std::size_t>(last - tag.data());
+        constexpr std::string_view Blanks = " \t\r\n";
+        if (tag.substr(to, 1).find_first_of(" \t\r\n/>") == 0)
+            from = tag.find_last_not_of(Blanks, from - 1) + 1;
+        m_attributeNames.reset();
+        return SpliceStartTag(m_iPos, StartL(m_iPos) + static_cast<int>(from), static_cast<int>(to - from), {}) ? 1 : 0;
+    }
+    return 0;
+}
+
+// A change inside a start tag, of which the element's own record is told.
+bool QzMarkup::SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_view insert) {
+    const int nLeftOfTag = StartL(iPos);
+    const int nShift = static_cast<int>(insert.size()) - nReplace;
+    if (!Splice(nLeft, nReplace, insert))
+        return false;
     ElementPos& pos = Pos(iPos);
     pos.nStartR += nShift;
     if (IsEmptyElement(iPos))
         pos.nEndR += nShift;
     TellFromEnd(TagBehind({iPos, false}), nShift);
-    m_text->KeepWhole(nLeftOfTag, pos.nStartR + 1);
-    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos)
-        m_attributeNames->nChanges = m_text->Changes();
-    return 1;
+    const int nBehind = nLeft + static_cast<int>(insert.size());
+    // In a tag that is very long the gap stays where it is: going through its attributes would move it to and fro.
+    constexpr int Far = 1 << 15;
+    if (nBehind - nLeftOfTag <= Far || pos.nStartR - nBehind <= Far)
+        m_text->KeepWhole(nLeftOfTag, pos.nStartR + 1);
+    return true;
 }
 
-bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute) {
+bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue) {
     constexpr int Many = 64;
     const bool noted = m_attributeNames != nullptr && m_attributeNames->iPos == iPos &&
                        m_attributeNames->nChanges == m_text->Changes();
+    if (!noted)
+        m_attributeNames.reset();
     bool isNew = false;
     if (noted && TryMemory([&] { isNew = m_attributeNames->Add(name); }) && isNew)
         return false;
+
+    const int nTag = StartL(iPos);
+    const int nEnd = StartR(iPos) + 1;
     int count = 0;
-    for (const Attribute& one : AttributesOf(iPos)) {
-        ++count;
-        if (one.m_name == name) {
-            attribute = one;
-            return true;
+    const auto findIn = [&](const AttributeRange& range, int nInside) {
+        for (const Attribute& one : range) {
+            ++count;
+            if (one.m_name == name) {
+                attribute = one;
+                nValue = nInside + static_cast<int>(one.m_value.data() - range.m_inside);
+                return true;
+            }
         }
+        return false;
+    };
+    // Whoever sets one attribute after the other finds it behind the last one, which is also where the gap is.
+    if (noted && m_attributeNames->nNext != 0 && !m_attributeNames->HasTwins()) {
+        const int nNext = nTag + m_attributeNames->nNext;
+        AttributeRange rest;
+        rest.m_inside = m_text->Range(nNext, nEnd).data();
+        rest.m_readable = m_text->PieceEnd(nNext);
+        if (findIn(rest, nNext))
+            return true;
     }
-    if (noted)
-        return false;
-    m_attributeNames.reset();
-    if (count < Many)
-        return false;
+    m_text->KeepWhole(nTag, nEnd);
+    const AttributeRange all = AttributesOf(iPos);
+    count = 0;
+    const bool found = findIn(all, nTag + static_cast<int>(all.m_inside - m_text->Range(nTag, nEnd).data()));
+    if (noted || count < Many)
+        return found;
     const bool kept = TryMemory([&] {
         m_attributeNames = std::make_unique<AttributeNames>();
         m_attributeNames->iPos = iPos;
-        for (const Attribute& one : AttributesOf(iPos))
-            m_attributeNames->Add(one.m_name);
-        m_attributeNames->Add(name);
+        m_attributeNames->nChanges = m_text->Changes();
+        for (const Attribute& one : all)
+            m_attributeNames->AddKnown(one.m_name);
+        if (!found)
+            m_attributeNames->Add(name);
     });
     if (!kept)
         m_attributeNames.reset();
-    return false;
+    return found;
 }
 
 unsigned char QzMarkup::SetData(int iPos, const char* szData, int nCDATA) {

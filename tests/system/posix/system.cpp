@@ -29,7 +29,7 @@ std::vector<std::string> ThisProgram() {
     std::vector<std::string> command;
     const std::string emulator = MOTOOLKIT_TEST_EMULATOR;
     for (std::size_t start = 0; start < emulator.size();) {
-        const std::size_t end = std::min(emulator.find(' ', start), emulator.size());
+        const std::size_t end = std::min(emulator.find('|', start), emulator.size());
         command.push_back(emulator.substr(start, end - start));
         start = end + 1;
     }

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "mapstyles.h"
-
 using namespace Qzc;
 
 namespace {

@@ -5,6 +5,17 @@
 
 #include "toolkit/qzstyle.h"
 
+// What a style's identifiers mean is for the program that draws.
+namespace MarkerStyle {
+enum { Ring, Lighthouse, Turbine, Church, Station, Peak, Tent, View };
+}
+namespace LineStyle {
+enum { Solid, Dashed, Dotted };
+}
+namespace FillStyle {
+enum { Solid, Diagonal, Horizontal, Waves, Dots };
+}
+
 /// Draws with drawing styles, as text in SVG. A unit of a style's size is `Scale` pixels.
 class SvgDrawing {
 public:

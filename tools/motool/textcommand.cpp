@@ -1,0 +1,154 @@
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "base/keldsystem.h"
+#include "commands.h"
+#include "stream/qzfile.h"
+#include "textguess.h"
+#include "toolkit/qztextcodec.h"
+
+using namespace Qzc;
+
+namespace Motool {
+
+namespace {
+
+struct TextOptions {
+    std::string file;
+    std::string from;
+    std::string to;
+    std::string output;
+    bool guesses = false;
+};
+
+int Guess(const TextOptions& options, const KeldMBString& text, KeldMBString& from) {
+    const auto charsets = GuessCharsets(text.View());
+    if (charsets.empty())
+        return Fail(Escaped(options.file) + ": no encoding is likely");
+    from = KeldSystem::GetCharsetName(charsets.front());
+    if (!options.to.empty())
+        return Done;
+    for (const KELDCharset::Charset charset : charsets)
+        PrintLine(KeldSystem::GetCharsetName(charset).View());
+    return Done;
+}
+
+// Characters count, wherever their encoding has them.
+void CountTo(std::string_view utf8, std::int64_t& line, std::int64_t& column) {
+    line = std::count(utf8.begin(), utf8.end(), '\n') + 1;
+    const std::size_t start = utf8.rfind('\n') + 1;
+    column = 1 + std::count_if(utf8.begin() + static_cast<std::ptrdiff_t>(start), utf8.end(),
+                               [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; });
+}
+
+std::string Hexadecimal(std::string_view bytes) {
+    std::string text;
+    for (const char c : bytes) {
+        KeldMBString byte;
+        byte.Format(" %02X", static_cast<unsigned int>(static_cast<unsigned char>(c)));
+        text += byte.View();
+    }
+    return text;
+}
+
+// Says where, and whether it is the text's fault or that of the encoding that it is to be in.
+int TellFault(const TextOptions& options, const KeldMBString& text, const KeldMBString& from, const KeldMBString& to) {
+    QzTextCodec reader("UTF-8", from);
+    QzTextCodec whole(to, from);
+    const int readable = reader.GetConvertibleLength(text.Cstr(), text.GetLength());
+    const int length = std::min(readable, whole.GetConvertibleLength(text.Cstr(), text.GetLength()));
+    KeldMBString front;
+    std::int64_t line = 1;
+    std::int64_t column = 1;
+    if (reader.Convert(front, text.Cstr(), length) != 0)
+        CountTo(front.View(), line, column);
+    constexpr int Shown = 4;
+    std::string what;
+    if (length == text.GetLength()) {
+        what = "it cannot be converted as a whole";
+    } else if (length == readable) {
+        what = "the bytes" + Hexadecimal(text.View().substr(static_cast<std::size_t>(length), Shown)) +
+               " are no text of " + Escaped(from.View());
+    } else {
+        // The character, which is as long as it takes to be one.
+        KeldMBString letter;
+        for (int size = 1; size <= Shown * 2 && letter.IsEmpty(); ++size)
+            reader.Convert(letter, text.Cstr() + length, std::min(size, text.GetLength() - length));
+        const KeldMBString shown = FromTerminal(std::string());
+        QzTextCodec(KeldSystem::GetCharsetName(TerminalCharset()), "UTF-8")
+            .Convert(const_cast<KeldMBString&>(shown), letter);
+        what = Escaped(to.View()) + " has no " +
+               (shown.IsEmpty() ? "such character" : '"' + Escaped(shown.View()) + '"') + ", the bytes" +
+               Hexadecimal(text.View().substr(static_cast<std::size_t>(length), Shown));
+    }
+    return Fail(Escaped(options.file) + ':' + Number(line) + ':' + Number(column) + ": " + what);
+}
+
+int RunText(const TextOptions& options) {
+    if (options.to.empty() && !options.guesses)
+        return FailUsage("text wants --to, or --guess");
+    if (options.from.empty() && !options.guesses)
+        return FailUsage("text wants --from, or --guess");
+    if (!options.output.empty() && options.to.empty())
+        return FailUsage("-o wants --to");
+    QzFile file;
+    KeldMBString text;
+    if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
+        return Fail(Escaped(options.file) + ": " + Escaped(file.GetError().View()));
+    if (!file.ReadAll(text))
+        return Fail(Escaped(options.file) + ": it cannot be read, or is 2 GB long or longer");
+    file.Close();
+    KeldMBString from(options.from);
+    if (options.guesses) {
+        const int status = Guess(options, text, from);
+        if (status != Done || options.to.empty())
+            return status;
+    }
+    const KeldMBString to(options.to);
+    for (const KeldMBString& name : {from, to}) {
+        if (QzTextCodec("UTF-8", name).IsOpen() == 0 && name != "UTF-8")
+            return FailUsage("the encoding " + Escaped(name.View()) + " is not known");
+    }
+    // A codec between two equal names copies whatever there is.
+    QzTextCodec check("UTF-32LE", from);
+    QzTextCodec codec(to, from);
+    KeldMBString converted;
+    const bool isText = from != to || check.GetConvertibleLength(text.Cstr(), text.GetLength()) == text.GetLength();
+    if (from == to)
+        converted = text;
+    if (!isText || (from != to && !text.IsEmpty() && codec.Convert(converted, text) == 0))
+        return TellFault(options, text, from, to);
+    if (options.output.empty()) {
+        PrintBytes(converted.View());
+        return Done;
+    }
+    KeldMBString error;
+    return QzFile::ReplaceAll(KeldMBString(options.output), converted, error)
+               ? Done
+               : Fail(Escaped(options.output) + " was not written: " + Escaped(error.View()));
+}
+
+} // namespace
+
+void AddTextCommand(CLI::App& program, Chosen& chosen) {
+    const auto options = std::make_shared<TextOptions>();
+    CLI::App& command =
+        AddCommand(program, chosen, "text", "Convert a text between encodings",
+                   "What is converted goes to standard output or, as a whole, to a file. Where a text cannot be\n"
+                   "converted, that is told with line and column, and nothing is written.\n\n"
+                   "Examples:\n"
+                   "  motool text notes.txt --from GB2312 --to UTF-8\n"
+                   "  motool text notes.txt --guess\n"
+                   "  motool text notes.txt --guess --to UTF-8 -o notes.utf8.txt",
+                   options, RunText);
+    command.add_option("FILE", options->file, "the text")->required();
+    auto* const from = command.add_option("--from", options->from, "the encoding that it is in")->type_name("ENCODING");
+    command.add_option("--to", options->to, "the encoding that it is to be in")->type_name("ENCODING");
+    command.add_flag("--guess", options->guesses, "guess what it is in; without --to print that, the likeliest first")
+        ->excludes(from);
+    command.add_option("-o,--output", options->output, "write to this file")->type_name("OUT");
+}
+
+} // namespace Motool
