@@ -141,7 +141,7 @@ void AddLockCommand(CLI::App& program, Chosen& chosen, const std::vector<std::st
     command.add_option("--group", options->group, "that of a group of users, not the user's own")->type_name("GROUP");
     command.add_flag("--read", options->isReading, "lock for reading, not for writing");
     command.add_option("--timeout", options->timeout, "wait no longer than so many seconds")
-        ->check(CLI::Range(0.0, LongestTimeout))
+        ->check(CLI::Range(0.0, LongestTimeout).description(""))
         ->type_name("SECONDS");
     command.add_flag("--json", options->isJson, "print the state as JSON");
     command.add_flag("--run", options->isRun, "run the command behind it, with all its arguments, under the lock")

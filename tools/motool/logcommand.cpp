@@ -219,7 +219,7 @@ int RunLog(const LogOptions& options) {
     if (!options.timeFormat.empty()) {
         log.SetDateTimeFormat(KeldMBString(options.timeFormat));
         if (log.GetDateTimeFormat() != options.timeFormat.c_str())
-            return WrongUsage; // the library has said why
+            return FailUsage(Escaped(options.timeFormat) + " is no format that times can be read by");
     }
     QzFile file;
     if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
@@ -256,7 +256,7 @@ void AddLogCommand(CLI::App& program, Chosen& chosen) {
     command.add_option("--grep", options->grep, "only items with this text in the message or the source file")
         ->type_name("TEXT");
     command.add_option("--count", options->count, "so many items at most; 20 if not given")
-        ->check(CLI::Range(1, MostItems))
+        ->check(CLI::Range(1, MostItems).description(""))
         ->type_name("N");
     auto* const follow =
         command.add_flag("--follow", options->follows, "go on with what is added, in whatever file the log goes on");

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -390,7 +391,7 @@ void AddStyleCommand(CLI::App& program, Chosen& chosen) {
         ->check(CLI::IsMember({"record", "xml", "xml2003", "ogr", "sld", "svg"}))
         ->type_name("FORM");
     command.add_option("--number", options->number, "only the style of this number, from 1 on")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()).description(""))
         ->type_name("N");
     command.add_option("--name", options->name, "the layer in an SLD, the file's name if not given")->type_name("NAME");
     command.add_option("-o,--output", options->output, "write to this file")->type_name("OUT");

@@ -31,6 +31,9 @@ std::string ShownLine(std::string_view text, int line, int column) {
 
 void TellFault(const QzMarkup& markup, const std::string& file, int line, int column) {
     KeldMBString message = markup.GetError();
+    const int size = message.Find(" bytes"); // of the file, which stands in front
+    if (size > 0 && message.FindOneOf("0123456789") == 0)
+        message.Delete(0, size + 6);
     message.TrimLeft(',').TrimLeft();
     if (message.IsEmpty())
         message = "there is no element";
