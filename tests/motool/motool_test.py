@@ -43,8 +43,8 @@ class MotoolTest(unittest.TestCase):
         return {**os.environ, "LC_ALL": locale, "TZ": "UTC0", "TERM": "xterm"}
 
     def start(self, *arguments, locale="C.UTF-8", **options):
-        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, **options}
-        return subprocess.Popen([PROGRAM, *arguments], cwd=self.folder, env=self.environment(locale), **options)
+        options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "env": self.environment(locale), **options}
+        return subprocess.Popen([PROGRAM, *arguments], cwd=self.folder, **options)
 
     def run_motool(self, *arguments, status=0, warns=False, **options):
         """The bytes on standard output and the text on standard error of a run with that exit status. Nothing stands on
@@ -149,6 +149,24 @@ class MotoolTest(unittest.TestCase):
             self.run_motool("xml", path, "--encode", "UTF-8", "--set", "map/layer[2]/@name", "ä & <")
             tree = xml.etree.ElementTree.parse(path).getroot()
             self.assertEqual([layer.get("name") for layer in tree], [name, "ä & <"])
+
+    def test_terminal_that_is_not_utf8(self):
+        made = subprocess.run(["localedef", "-i", "zh_CN", "-f", "GBK", self.folder / "zh_CN.GBK"], capture_output=True)
+        self.assertTrue((self.folder / "zh_CN.GBK").exists(), made.stderr)
+        environment = {**self.environment("zh_CN.GBK"), "LOCPATH": str(self.folder)}
+        run = lambda *arguments, **options: self.run_motool(*arguments, env=environment, **options)
+        name = os.fsencode(self.folder) + "/地图.xml".encode("gbk")
+        for content in (CHINESE, CHINESE + "é\N{GRINNING FACE}"):  # the latter is more than GBK has
+            with open(name, "w", encoding="utf-8") as file:
+                file.write(f'<?xml version="1.0" encoding="UTF-8"?>\n<m n="{content}"/>')
+            self.assertEqual(run("xml", name, "--get", "m/@n")[0].decode("gbk"), content.replace("é\N{GRINNING FACE}", "é?") + "\n")
+            run("xml", name, "--set", "m/新".encode("gbk") + b"/@n", b"x", status=1)
+            run("xml", name, "--set", b"m/@n2", "街".encode("gbk"))
+            top = xml.etree.ElementTree.parse(os.fsdecode(name)).getroot()
+            self.assertEqual(top.attrib, {"n": content, "n2": "街"})
+        missing = self.start("xml", "图.xml".encode("gbk"), env=environment).communicate()[1]
+        self.assertEqual(missing.decode("gbk"), "motool: 图.xml: No such file or directory\n")
+        self.assertEqual(json.loads(run("log", self.file("a.log", item(1, 0, "info", CHINESE).encode("gbk")), "--json")[0])["message"], CHINESE)
 
     def test_xml_edits(self):
         path = self.file("a.xml", "<m><a i='1'>x</a><a>y</a><b><c/></b></m>")
@@ -435,7 +453,18 @@ class MotoolTest(unittest.TestCase):
             time.sleep(0.01)
         self.fail(out)
 
-    # ---- What is installed beside it
+    # ---- What goes with it
+
+    def test_picture(self):
+        root = pathlib.Path(__file__).resolve().parents[2]
+        drawn = self.folder / "motool.svg"
+        environment = {**os.environ, "PATH": f"{pathlib.Path(PROGRAM).parent}:{os.environ['PATH']}"}
+        subprocess.run([sys.executable, root / "tools/draw_terminal.py", drawn, "116", root / "examples/data",
+                        "motool log viewer.log --level info --count 12", "motool log viewer.log --summary"],
+                       check=True, env=environment)
+        xml.etree.ElementTree.parse(drawn)
+        self.assertEqual(drawn.read_text(), (root / "docs/motool.svg").read_text())
+        self.assertLess(drawn.stat().st_size, 60000)
 
     def test_man_page_and_completion(self):
         if PREFIX is None:

@@ -54,7 +54,7 @@ int Show(const LockOptions& options) {
     QzProcessState state;
     if (!QzProcess::GetState(KeldMBString(options.name), state, KeldMBString(options.group))) {
         const std::string why = Why();
-        return Fail(why.empty() ? "no process has " + Escaped(options.name) + " open" : Escaped(options.name) + why);
+        return Fail(why.empty() ? "no process has " + Shown(options.name) + " open" : Shown(options.name) + why);
     }
     if (options.isJson) {
         PrintJson(state);
@@ -91,10 +91,8 @@ bool Lock(QzProcess& lock, const LockOptions& options) {
     // A plain lock gives up some time, too; there is no end to wait for here.
     constexpr unsigned int Long = 600000;
     while (!(options.isReading ? lock.TimedReaderLock(Long, false) : lock.TimedWriterLock(Long, false))) {
-        if (lock.isLocked())
-            break;
     }
-    return lock.isLocked();
+    return true;
 }
 
 int Run(const LockOptions& options) {
@@ -102,13 +100,13 @@ int Run(const LockOptions& options) {
         return FailUsage("--run wants a command behind it");
     QzProcess lock;
     if (lock.ProcessLockInit(KeldMBString(options.name), KeldMBString(options.group)) == 0)
-        return Fail(Escaped(options.name) + " cannot be opened" + Why());
+        return Fail(Shown(options.name) + " cannot be opened" + Why());
     if (!Lock(lock, options))
-        return Fail(Escaped(options.name) + " was not free in time");
+        return Fail(Shown(options.name) + " was not free in time");
     std::string error;
     const int status = RunProgram(options.command, error);
     if (!error.empty())
-        Warn(Escaped(options.command[0]) + ": " + error);
+        Warn(Shown(options.command[0]) + ": " + error);
     return status;
 }
 

@@ -267,6 +267,10 @@ std::string Escaped(std::string_view text) {
     return ToTerminal(OneLine(text));
 }
 
+std::string Shown(const std::string& argument) {
+    return Escaped(FromTerminal(argument).View());
+}
+
 std::string Number(std::int64_t number) {
     return std::to_string(number);
 }

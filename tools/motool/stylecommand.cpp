@@ -324,7 +324,7 @@ int RunStyle(const StyleOptions& given) {
     const std::int64_t enough = std::max<std::int64_t>(options.number, 2);
     source.Visit([&](const QzStyle&) { return ++there < enough; });
     if (there < std::max<std::int64_t>(options.number, 1))
-        return Fail(Escaped(options.file) + ": there is no style " + Number(std::max<std::int64_t>(options.number, 1)));
+        return Fail(Shown(options.file) + ": there is no style " + Number(std::max<std::int64_t>(options.number, 1)));
     const bool areMany = options.number == 0 && there > 1;
     if (options.to.empty())
         return options.output.empty() ? Show(source, options, areMany) : FailUsage("-o wants --to");
@@ -362,8 +362,7 @@ int RunStyle(const StyleOptions& given) {
         },
         error);
     if (!isWritten)
-        return Fail(Escaped(options.output) + " was not written" +
-                    (error.IsEmpty() ? "" : ": " + Escaped(error.View())));
+        return Fail(Shown(options.output) + " was not written" + (error.IsEmpty() ? "" : ": " + Escaped(error.View())));
     return result;
 }
 

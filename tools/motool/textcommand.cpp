@@ -27,7 +27,7 @@ struct TextOptions {
 int Guess(const TextOptions& options, const KeldMBString& text, KeldMBString& from) {
     const auto charsets = GuessCharsets(text.View());
     if (charsets.empty())
-        return Fail(Escaped(options.file) + ": no encoding is likely");
+        return Fail(Shown(options.file) + ": no encoding is likely");
     from = KeldSystem::GetCharsetName(charsets.front());
     if (!options.to.empty())
         return Done;
@@ -95,14 +95,15 @@ int TellFault(const TextOptions& options, const KeldMBString& text, const KeldMB
     std::int64_t line = 1;
     std::int64_t column = 1;
     CountTo(reader.ToUtf8(text.Cstr(), length).View(), line, column);
-    constexpr int Shown = 4;
-    const std::string bytes = "the bytes" + Hexadecimal(text.View().substr(static_cast<std::size_t>(length), Shown));
+    constexpr int BytesShown = 4;
+    const std::string bytes =
+        "the bytes" + Hexadecimal(text.View().substr(static_cast<std::size_t>(length), BytesShown));
     std::string what = "it cannot be converted as a whole";
     if (length < text.GetLength() && length == readable)
         what = bytes + " are no text of " + Escaped(from.View());
     else if (length < text.GetLength())
         what = Escaped(to.View()) + " has no \"" + LetterAt(text, length, reader) + "\", " + bytes;
-    return Fail(Escaped(options.file) + ':' + Number(line) + ':' + Number(column) + ": " + what);
+    return Fail(Shown(options.file) + ':' + Number(line) + ':' + Number(column) + ": " + what);
 }
 
 int RunText(const TextOptions& options) {
@@ -115,9 +116,9 @@ int RunText(const TextOptions& options) {
     QzFile file;
     KeldMBString text;
     if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
-        return Fail(Escaped(options.file) + ": " + Escaped(file.GetError().View()));
+        return Fail(Shown(options.file) + ": " + Escaped(file.GetError().View()));
     if (!file.ReadAll(text))
-        return Fail(Escaped(options.file) + ": it cannot be read, or is 2 GB long or longer");
+        return Fail(Shown(options.file) + ": it cannot be read, or is 2 GB long or longer");
     file.Close();
     KeldMBString from(options.from);
     if (options.guesses) {
@@ -144,7 +145,7 @@ int RunText(const TextOptions& options) {
     KeldMBString error;
     return QzFile::ReplaceAll(KeldMBString(options.output), converted, error)
                ? Done
-               : Fail(Escaped(options.output) + " was not written: " + Escaped(error.View()));
+               : Fail(Shown(options.output) + " was not written: " + Escaped(error.View()));
 }
 
 } // namespace

@@ -37,7 +37,7 @@ void TellFault(const QzMarkup& markup, const std::string& file, int line, int co
     message.TrimLeft(',').TrimLeft();
     if (message.IsEmpty())
         message = "there is no element";
-    Warn(Escaped(file) + ':' + Number(line) + ':' + Number(column) + ": " + Escaped(message.View()) + '\n' +
+    Warn(Shown(file) + ':' + Number(line) + ':' + Number(column) + ": " + Escaped(message.View()) + '\n' +
          ShownLine(markup.GetDoc().View(), line, column));
 }
 
@@ -55,7 +55,7 @@ Loaded LoadDocument(QzMarkup& markup, const std::string& file) {
     if (isWhole)
         return Loaded::Whole;
     if (markup.GetErrorPosition(line, column) == 0) {
-        Warn(Escaped(file) + ": " + Escaped(markup.GetError().View()));
+        Warn(Shown(file) + ": " + Escaped(markup.GetError().View()));
         return Loaded::Failed;
     }
     TellFault(markup, file, line, column);
