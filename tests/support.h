@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <ostream>
@@ -12,6 +10,7 @@
 #include "base/keldassert.h"
 #include "base/keldmbstring.h"
 #include "base/keldsystem.h"
+#include "system/system.h"
 
 /// Collects the texts that a handler is given while it lives; `SetHandler` puts it in its place.
 template <auto SetHandler>
@@ -50,27 +49,6 @@ public:
 
 private:
     KELD::KELDCharset::Charset m_previous;
-};
-
-/// A directory of its own, removed with all that is in it.
-class ScratchDirectory {
-public:
-    ScratchDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "motoolkit-XXXXXX").string();
-        m_path = mkdtemp(name.data());
-    }
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    std::string operator/(const std::string& name) const { return (m_path / name).string(); }
-    std::string Path() const { return m_path.string(); }
-
-private:
-    std::filesystem::path m_path;
 };
 
 inline std::string ReadBytes(const std::string& path) {

@@ -78,6 +78,54 @@ need_clang() {
     need "libclang-rt-$(clang++ -dumpversion | cut -d. -f1)-dev"
 }
 
+# unpack_foreign ARCHITECTURE PACKAGE...: unpacks packages of another architecture into build/foreign/ARCHITECTURE. The
+# system's own state of packages is not asked and not touched: that would need their whole set of dependencies.
+unpack_foreign() {
+    local architecture=$1 folder=$root/build/foreign/$1 state log
+    shift
+    [[ ! -e $folder/unpacked || $(cat "$folder/unpacked") != "$*" ]] || return 0
+    say "Unpacking $* for $architecture"
+    state=$(mktemp -d)
+    log=$state/log
+    mkdir -p "$folder" "$state/lists/partial" "$state/archives/partial"
+    touch "$state/status"
+    local -a apt=(apt-get -o "APT::Architecture=$architecture" -o "APT::Architectures=$architecture"
+        -o "Dir::State::lists=$state/lists" -o "Dir::State::status=$state/status" -o "Dir::Cache=$state"
+        -o "Dir::Cache::archives=$state/archives" -o "APT::Sandbox::User=")
+    # A list that is out of order does not matter when the packages can be had all the same.
+    if ! { "${apt[@]}" update || true; (cd "$state" && "${apt[@]}" download "$@"); } >"$log" 2>&1; then
+        tail -n 20 "$log" >&2
+        rm -rf "$state"
+        die "cannot get $* for $architecture"
+    fi
+    local package
+    for package in "$state"/*.deb; do
+        dpkg-deb --extract "$package" "$folder" || die "cannot unpack $package"
+    done
+    printf '%s' "$*" >"$folder/unpacked"
+    rm -rf "$state"
+}
+
+# need_target PRESET: what the presets of other systems and C++ libraries want besides the tests' packages.
+need_target() {
+    case $1 in
+        i386)
+            need g++-12-multilib googletest
+            unpack_foreign i386 libpugixml-dev libpugixml1v5
+            ;;
+        aarch64)
+            need g++-aarch64-linux-gnu qemu-user googletest
+            unpack_foreign arm64 libc6 libpugixml-dev libpugixml1v5
+            ;;
+        libcxx)
+            need_clang
+            local version
+            version=$(clang++ -dumpversion | cut -d. -f1)
+            need "libc++-$version-dev" "libc++abi-$version-dev" googletest
+            ;;
+    esac
+}
+
 # configure PRESET [CMAKE ARGUMENT...]: prints CMake's words only when it fails.
 configure() {
     local preset=$1 log

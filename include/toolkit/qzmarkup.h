@@ -389,7 +389,8 @@ private:
     AttributeRange AttributesOf(int iPos) const;
     int AttribCount(int iPos) const;
     unsigned char GetPosition(int nOffset, int& line, int& column) const;
-    bool FindOrNote(int iPos, std::string_view name, Attribute& attribute); ///< false: it is about to be added
+    /// Finds an attribute that is about to be set, and the offset of its value; false: it is about to be added.
+    bool FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue);
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
     /// Another text under the same records: their offsets are not moved. With GetDoc the only way to the text
     /// for what does not edit elements.

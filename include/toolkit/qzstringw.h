@@ -27,6 +27,8 @@ class MOTOOLKIT_API QzStringW {
     /// Other integers: a literal 0 would be a pointer as well as a unit or an index.
     template <class Integer>
     using IfInteger = std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, wchar_t>>;
+    template <class First, class Second>
+    using IfIntegers = std::enable_if_t<std::is_integral_v<First> && std::is_integral_v<Second>>;
 
 public:
     /// As many units as a KeldMBString has room for.
@@ -85,6 +87,10 @@ public:
     /// Inserts at an index that is cut to the text; a count of 0 or less inserts nothing. The new length.
     int Insert(int index, const wchar_t* text);
     int Insert(int index, wchar_t unit, int count = 1);
+    template <class Integer, class = IfInteger<Integer>>
+    int Insert(int index, Integer unit, int count = 1) {
+        return Insert(index, static_cast<wchar_t>(unit), count);
+    }
     /// Erases every `unit` but the one that follows an erased unit at once: `a` from `aab` leaves `ab`. The
     /// number of units erased.
     int Remove(wchar_t unit);
@@ -93,6 +99,14 @@ public:
     QzStringW& TrimRight();
     QzStringW& TrimLeft(wchar_t unit);
     QzStringW& TrimRight(wchar_t unit);
+    template <class Integer, class = IfInteger<Integer>>
+    QzStringW& TrimLeft(Integer unit) {
+        return TrimLeft(static_cast<wchar_t>(unit));
+    }
+    template <class Integer, class = IfInteger<Integer>>
+    QzStringW& TrimRight(Integer unit) {
+        return TrimRight(static_cast<wchar_t>(unit));
+    }
     QzStringW& TrimLeft(const wchar_t* set); ///< strips any unit of the set
     QzStringW& TrimRight(const wchar_t* set);
 
@@ -113,6 +127,10 @@ public:
     QzStringW SpanExcluding(const wchar_t* set) const; ///< the leading run of units that are not
 
     int Replace(wchar_t from, wchar_t to); ///< the number of units replaced; 0 when both are the same
+    template <class From, class To, class = IfIntegers<From, To>>
+    int Replace(From from, To to) {
+        return Replace(static_cast<wchar_t>(from), static_cast<wchar_t>(to));
+    }
     /// Replaces every `from`, searching on behind each replacement; an empty `from` matches nothing. The
     /// number of replacements.
     int Replace(const wchar_t* from, const wchar_t* to);

@@ -9,19 +9,13 @@
 #include "base/asciicase.h"
 #include "base/keldassert.h"
 #include "base/leadbytes.h"
+#include "base/stringops.h"
 
 namespace KELD {
 
 namespace {
 
 constexpr const char* WhiteSpace = " \t\r\n";
-
-constexpr auto ToUpper = [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; };
-constexpr auto ToLower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-
-int ToIndex(std::size_t position) {
-    return position == std::string::npos ? -1 : static_cast<int>(position);
-}
 
 } // namespace
 
@@ -120,45 +114,11 @@ int KeldMBString::FindOneOf(const char* set) const {
 }
 
 int KeldMBString::Replace(char from, char to) {
-    if (from == to)
-        return 0;
-    int replaced = 0;
-    for (char& c : m_text) {
-        if (c == from) {
-            c = to;
-            ++replaced;
-        }
-    }
-    return replaced;
+    return ReplaceUnits(m_text, from, to);
 }
 
-int KeldMBString::Replace(Argument fromText, Argument toText) {
-    const std::string_view from = fromText.View();
-    const std::string_view to = toText.View();
-    if (from.empty())
-        return 0;
-    // Built beside the old text, so that many replacements cost one pass and not one move of the tail each.
-    std::string result;
-    int replaced = 0;
-    const bool done = TryMemory([&] {
-        std::size_t copied = 0;
-        for (std::size_t at = 0; (at = m_text.find(from, at)) != std::string::npos; at = copied) {
-            if (!KELDASSERT(result.size() + (m_text.size() - copied) - from.size() + to.size() <= MaxLength)) {
-                replaced = 0;
-                return;
-            }
-            result.append(m_text, copied, at - copied).append(to);
-            copied = at + from.size();
-            ++replaced;
-        }
-        if (replaced != 0)
-            result.append(m_text, copied, std::string::npos);
-    });
-    if (!done)
-        return 0;
-    if (replaced != 0)
-        m_text = std::move(result);
-    return replaced;
+int KeldMBString::Replace(Argument from, Argument to) {
+    return ReplaceParts(m_text, from.View(), to.View(), MaxLength);
 }
 
 void KeldMBString::Replace(int index, int count, std::string_view text) {
@@ -223,12 +183,12 @@ void KeldMBString::MapLetters(Map map) {
 }
 
 KeldMBString& KeldMBString::MakeUpper() {
-    MapLetters(ToUpper);
+    MapLetters(ToUpper<char>);
     return *this;
 }
 
 KeldMBString& KeldMBString::MakeLower() {
-    MapLetters(ToLower);
+    MapLetters(ToLower<char>);
     return *this;
 }
 

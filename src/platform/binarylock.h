@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 
@@ -10,6 +11,13 @@ namespace Platform {
 
 /// A lock without an owner: any thread may release it. Releasing it when it is free does nothing. It needs no
 /// construction at run time and no destruction, so a static one serves from the first moment to the last.
+///
+/// Nobody waits: it is taken by one atomic step and given back by a plain load and store, at half the price of two
+/// atomic steps. While it is held others do nothing to the word but mark it as slept on, so the store can overwrite no
+/// more than such a mark, made between the load and the store. The sleeper then misses its wake, unless the store comes
+/// before it sleeps, which the system looks at. That is why it naps: it marks the word anew after a while, which grows
+/// from nap to nap, so that a wake is late by no more than the time for which the releasing thread was stopped between
+/// two instructions. The same goes for a thread that is ended by force between its release and its wake.
 class BinaryLock {
 public:
     void Lock() {
@@ -27,18 +35,26 @@ public:
         return true;
     }
     void Unlock() {
-        if (IsOnlyThread())
-            m_state.store(Free, std::memory_order_relaxed);
-        else if (m_state.exchange(Free, std::memory_order_release) == Contended)
-            WakeOneWaiter(&m_state);
+        if (m_state.load(std::memory_order_relaxed) == Locked)
+            m_state.store(Free, std::memory_order_release);
+        else
+            UnlockAndWake();
     }
 
     // The steps of a waiter that has something else to do between them.
 
+    class Naps {
+        friend BinaryLock;
+        std::int64_t m_next = 1000; ///< microseconds
+    };
     /// Locks; where somebody else has the lock it is marked as one that is slept on, and this must follow: Sleep and
     /// another attempt, or nothing, which costs a wake in vain.
     bool TryLockOrMark() { return m_state.exchange(Contended, std::memory_order_acquire) == Free; }
-    void Sleep() const { WaitOnWord(&m_state, Contended); }
+    void Sleep(Naps& naps) const {
+        constexpr std::int64_t Longest = 1000000;
+        WaitOnWord(&m_state, Contended, naps.m_next);
+        naps.m_next = std::min(2 * naps.m_next, Longest);
+    }
 
 private:
     enum : std::uint32_t {
@@ -58,8 +74,14 @@ private:
                 PauseSpinning();
         }
         // Whoever comes through here cannot know whether others sleep, and so leaves the lock contended.
+        Naps naps;
         while (!TryLockOrMark())
-            Sleep();
+            Sleep(naps);
+    }
+
+    [[gnu::noinline]] void UnlockAndWake() {
+        if (m_state.exchange(Free, std::memory_order_release) == Contended)
+            WakeOneWaiter(&m_state);
     }
 
     std::atomic<std::uint32_t> m_state{Free};

@@ -38,7 +38,7 @@ std::int64_t FileLength(FileHandle file, int& error);
 bool TruncateFile(FileHandle file, std::int64_t length, int& error);
 
 /// Whether a path still leads to the file. One that was removed while it was open takes writes all the same,
-/// which nobody will ever read.
+/// which nobody will ever read. A question that fails counts as yes.
 bool FileHasName(FileHandle file);
 
 /// Whether the path leads to the file.

@@ -48,9 +48,10 @@ private:
     // A waiter that is ended leaves the lock marked, which costs one wake in vain, and hands on a wake that was meant
     // for it (AbandonWait).
     void LockSlowly() {
+        BinaryLock::Naps naps;
         while (!m_lock.TryLockOrMark()) {
             LowerShield();
-            m_lock.Sleep();
+            m_lock.Sleep(naps);
             RaiseShield();
         }
     }

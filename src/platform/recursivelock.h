@@ -4,19 +4,9 @@
 #include <cstdint>
 
 #include "platform/binarylock.h"
+#include "platform/threadkey.h"
 
 namespace Platform {
-
-inline std::atomic<std::uint64_t> s_lastThreadKey{0};
-
-/// A number of the calling thread that no other thread ever gets, unlike the system's ids, which are handed
-/// out again: a lock that a thread took to its grave must not appear to belong to a later one.
-inline std::uint64_t CurrentThreadKey() {
-    static thread_local std::uint64_t t_key [[gnu::tls_model("initial-exec")]] = 0;
-    if (t_key == 0)
-        t_key = s_lastThreadKey.fetch_add(1, std::memory_order_relaxed) + 1;
-    return t_key;
-}
 
 /// A lock that its owner may take again; it is free after as many releases. A release by a thread that does
 /// not own it does nothing.

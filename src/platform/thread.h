@@ -55,7 +55,8 @@ bool GetThreadPriority(Thread& thread, ThreadPriority& priority); ///< false whe
 /// Ends the thread by force and returns when it is gone. It takes no further step, wherever it is: nothing is
 /// unwound, no thread_local object is destroyed and what it holds (locks, memory) stays held. Its stack is
 /// given back. A thread that has ended stays ended with the code that it had. In the thread itself this is
-/// ExitThread. False when the system has no means for it; a thread that blocks every signal makes it wait.
+/// ExitThread. False, and the thread runs on, when the system has no means for it or refuses for 2 seconds to take the
+/// signal that it is done with; a thread that blocks every signal makes it wait.
 bool TerminateThread(Thread& thread, int exitCode);
 
 /// Ends the calling thread. Nothing is unwound, so no handler catches it. In a thread of this library the

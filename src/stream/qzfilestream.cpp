@@ -82,7 +82,7 @@ std::int64_t QzFileStream::ReadMore(unsigned char* buffer, std::int64_t count) {
         return done + direct;
     }
     m_readEnd = m_window + m_file.Read(m_window, m_bufferSize);
-    const std::int64_t rest = std::min(count - done, m_readEnd - m_cursor);
+    const std::int64_t rest = std::min<std::int64_t>(count - done, m_readEnd - m_cursor);
     std::copy_n(m_cursor, rest, buffer + done);
     m_cursor += rest;
     return done + rest;

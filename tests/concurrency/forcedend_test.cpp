@@ -3,29 +3,26 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
-#include <functional>
 #include <pthread.h>
-#include <string>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
+#include <search.h>
 #include <vector>
 
+#include "childprocess.h"
+#include "concurrency/bodythread.h"
 #include "platform/forkhook.h"
 #include "platform/thread.h"
 #include "platform/waitword.h"
 #include "support.h"
+#include "toolkit/qzcondition.h"
 #include "toolkit/qzmutex.h"
 #include "toolkit/qzprocess.h"
 #include "toolkit/qzreadwritelock.h"
 #include "toolkit/qzsemaphore.h"
-#include "toolkit/qzthread.h"
+#include "toolkit/qzstringw.h"
+#include "toolkit/qztextcodec.h"
 #include "toolkit/qzthreadmanager.h"
 
 using namespace Qzc;
@@ -41,130 +38,163 @@ const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using Body = std::function<void()>;
 
-class BodyThread : public QzThread {
-public:
-    explicit BodyThread(std::function<void()> body) : m_body(std::move(body)) {}
-    ~BodyThread() override { cancel(); }
-    std::atomic<int> turns{0};
+void UseTheRegistry() {
+    QzThreadManager& manager = QzThreadManager::GetInstance();
+    manager.GetThread("x");
+    manager.CreateThread(
+        "x", [](void*) { return 0; }, nullptr, 0);
+    manager.DestoryThread("x");
+}
 
-protected:
-    int run() override {
-        for (;;) {
-            m_body();
-            ++turns;
+void UseTheLinker() {
+    dlsym(RTLD_DEFAULT, "no such symbol anywhere");
+    dlclose(dlopen("libm.so.6", RTLD_NOW));
+}
+
+void UseTheHeap() {
+    static std::atomic<void*> s_memory;
+    for (std::size_t size = 1; size < 200000; size = size * 3 + 11) {
+        std::free(s_memory.exchange(std::malloc(size)));
+        for (volatile int work = 0; work < 300; work = work + 1) { // the place to be stopped at
         }
     }
+}
 
-private:
-    std::function<void()> m_body;
-};
+/// Opens many converters and converts to and fro.
+void Convert() {
+    for (const int number : {134, 136, 128, 129, 54936, 951, 161, 204, 238, 178, 28592, 28605, 20866, 50220, 70013}) {
+        const auto charset = static_cast<KELDCharset::Charset>(number);
+        QzStringW text(L"abc 123");
+        text.FromString(text.ToString(charset), charset);
+        QzTextCodec codec(KELDCharset::UTF8, charset); // by the converter itself, not by copying
+        KeldMBString utf8;
+        if (!(text == L"abc 123") || !codec.Convert(utf8, "a~") || utf8.GetAt(0) != 'a')
+            std::abort();
+    }
+}
 
-/// Ends a thread that does it again and again, `rounds` times; after each, it is done once more.
-[[maybe_unused]] void EndAmid(int rounds, const std::function<void()>& work) {
-    for (int round = 0; round < rounds; ++round) {
-        BodyThread victim(work);
+void UseForkHooks() {
+    QzProcess lock; // tells the library to look after it in a fork
+}
+
+/// Ends threads that do it again and again, at places that nobody chose. Neither unwinding nor the process notices: the
+/// next thread does it too, and so does the child of a fork. A hang is the fault.
+void EndAmid(const Body& work, const Body& after) {
+    std::atomic<int> steps{0}, unwound{0};
+    for (int round = 0; round < 100; ++round) {
+        std::atomic<bool> runs{false};
+        BodyThread victim([&] {
+            const Trace trace{unwound};
+            try {
+                for (runs = true;; ++steps)
+                    work();
+            } catch (...) { // goes on to the step
+            }
+            return ++steps;
+        });
         ASSERT_TRUE(victim.start(0));
-        while (victim.turns == 0)
+        while (!runs)
             QzThread::yield();
-        const auto until = Clock::now() + std::chrono::microseconds(round * 37 % 251);
+        const auto until = Clock::now() + std::chrono::microseconds(round * round * 7 % 1999);
         while (Clock::now() < until) {
         }
         ASSERT_TRUE(victim.cancel());
-        Together(work);
+        ASSERT_FALSE(victim.running() || victim.cancel());
+        const int before = steps;
+        Together(after);
+        ASSERT_EQ(steps, before);
     }
+    EXPECT_EQ(unwound, 0);
 }
 
-void AWhile() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+/// Ends a thread that has done this.
+void EndBehind(const Body& first) {
+    std::atomic<bool> runs{false};
+    BodyThread victim([&]() -> int {
+        first();
+        for (runs = true;;)
+            QzThread::yield();
+    });
+    ASSERT_TRUE(victim.start(0));
+    while (!runs)
+        QzThread::yield();
+    EXPECT_TRUE(victim.cancel());
 }
 
 /// Whether a child of fork can do it and end well.
-testing::AssertionResult ChildCan(const std::function<void()>& work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(20);
-        work();
-        _exit(0);
-    }
-    int status = -1;
-    if (child > 0 && waitpid(child, &status, 0) == child && status == 0)
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "pid " << child << ", status " << status << ", " << std::strerror(errno);
+bool ChildCan(const Body& work) {
+    return Child([&] { return work(), true; }).Succeeds();
 }
 
 } // namespace
 
-#if !defined(__SANITIZE_ADDRESS__) // its checks report the memory that a victim had just got
-constexpr int Rounds = 100;
-
-TEST(ForcedEnd, AmidForkHooks) {
-    EndAmid(Rounds, [] {
-        QzProcess lock; // tells the library to look after it in a fork
-    });
-    EXPECT_TRUE(ChildCan([] { QzProcess lock; }));
-}
-
-TEST(ForcedEnd, AmidTheRegistry) {
-    QzThreadManager& manager = QzThreadManager::GetInstance();
-    EndAmid(Rounds, [&] {
-        manager.GetThread("x");
-        manager.CreateThread(
-            "x", [](void*) { return 0; }, nullptr, 0);
-        manager.DestoryThread("x");
-    });
-    EXPECT_TRUE(ChildCan([&] { manager.GetThread("x"); }));
-    manager.DestoryThread("x");
-    EXPECT_EQ(manager.GetActiveCount(), 0);
-}
-
-#if !defined(__SANITIZE_THREAD__) // whose own locks stand in the place of the system's
-TEST(ForcedEnd, AmidTheDynamicLinker) {
-    EndAmid(Rounds, [] {
-        dlsym(RTLD_DEFAULT, "no such symbol anywhere");
-        void* library = dlopen("libm.so.6", RTLD_NOW);
-        dlclose(library);
-    });
-}
-
-TEST(ForcedEnd, AmidTheHeap) {
-    EndAmid(Rounds, [] {
-        static std::atomic<void*> s_memory;
-        for (std::size_t size = 1; size < 200000; size = size * 3 + 11) {
-            std::free(s_memory.exchange(std::malloc(size)));
-            for (volatile int work = 0; work < 300; work = work + 1) { // the place to be stopped at
-            }
-        }
-    });
-}
-
+TEST(ForcedEnd, AmidWhatAllShare) {
+    const std::vector<Body> works = {
+        UseForkHooks,
+        UseTheRegistry,
+        Convert,
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // whose own stand in the place of the system's
+        UseTheLinker,
+        UseTheHeap,
 #endif
-#endif
+    };
+    for (const Body& work : works) {
+        SCOPED_TRACE(&work - works.data());
+        EndAmid(work, work);
+        EXPECT_TRUE(ChildCan(work));
+    }
+    QzThreadManager::GetInstance().DestoryThread("x");
+    EXPECT_EQ(QzThreadManager::GetInstance().GetActiveCount(), 0);
+}
+
+TEST(ForcedEnd, AmidOtherThings) {
+    QzMutex mutex;
+    QzCondition condition;
+    QzSemaphore end(0);
+    BodyThread sleeper([&] {
+        end.Wait();
+        return 0;
+    });
+    ASSERT_TRUE(sleeper.start(0));
+    EndAmid([] {}, [] {});
+    EndAmid([] { std::this_thread::sleep_for(std::chrono::hours(1)); }, [] {});
+    EndAmid([&] { sleeper.join(); }, [] {});
+    EndAmid([&] { condition.Wait(mutex); }, [&] { condition.signal(); });
+    end.Post();
+    Together([&] { sleeper.join(); });
+}
+
+// One that never leaves the system's code is ended there after a while.
+TEST(ForcedEnd, AtLastAnywhere) {
+    std::atomic<bool> runs{false};
+    BodyThread victim([&] {
+        const auto differs = reinterpret_cast<__compar_fn_t>(reinterpret_cast<void*>(&std::strcmp));
+        std::size_t most = SIZE_MAX;
+        runs = true;
+        return lfind("a", "b", &most, 0, differs) != nullptr ? 1 : 2;
+    });
+    ASSERT_TRUE(victim.start(0));
+    while (!runs)
+        QzThread::yield();
+    EXPECT_TRUE(victim.cancel());
+}
 
 // A fork while other threads hold the library's locks leaves none of them shut in the child.
-TEST(ForcedEnd, ForkFindsTheRegistryWhole) {
-    QzThreadManager& manager = QzThreadManager::GetInstance();
-    std::atomic<bool> done{false};
-    const auto use = [&] {
-        while (!done) {
-            manager.CreateThread(
-                "fork", [](void*) { return 0; }, nullptr, 0);
-            manager.DestoryThread("fork");
-        }
-    };
-    Together(use, use, [&] {
-        for (int i = 0; i < 100; ++i) {
-            EXPECT_TRUE(ChildCan([&] {
-                manager.DestoryThread("fork");
-                QzThreadEx* thread = manager.CreateThread(
-                    "fork", [](void*) { return 4; }, nullptr, 0);
-                if (thread == nullptr || thread->IsAlive())
-                    _exit(1);
-            }));
-        }
-        done = true;
-    });
-    manager.DestoryThread("fork");
+TEST(ForcedEnd, ForkFindsAllWhole) {
+    for (const auto work : {UseTheRegistry, Convert}) {
+        std::atomic<bool> done{false};
+        const auto use = [&] {
+            while (!done)
+                work();
+        };
+        Together(use, use, [&] {
+            for (int i = 0; i < 80; ++i)
+                EXPECT_TRUE(ChildCan(work));
+            done = true;
+        });
+    }
 }
 
 // Threads that are ended while they wait leave the lock to the others, whatever it is that they wait for.
@@ -178,11 +208,12 @@ TEST(ForcedEnd, WaitersAreTakenOut) {
         written ? lock.writeLock() : lock.readLock();
         mutex.lock();
         std::atomic<int> waiting{0};
-        const auto waiter = [&](const std::function<void()>& wait) {
+        const auto waiter = [&](const Body& wait) {
             return [&waiting, wait] {
                 ++waiting;
                 wait();
                 ADD_FAILURE() << "there was nothing to wait for";
+                return 0;
             };
         };
         const auto write = waiter([&] { lock.writeLock(); });
@@ -284,15 +315,11 @@ TEST(ForcedEnd, LeavesNothingToTheNextThread) {
         ~LeavesLate() { leave(); }
     };
     for (int round = 0; round < 20; ++round) {
-        BodyThread victim([] { pthread_setspecific(s_key, &s_key); });
-        ASSERT_TRUE(victim.start(0));
-        while (victim.turns == 0)
-            QzThread::yield();
-        ASSERT_TRUE(victim.cancel());
+        EndBehind([] { pthread_setspecific(s_key, &s_key); });
 #if !defined(__SANITIZE_THREAD__) // which waits for ever for a thread that just stops
         Together([] { leave(); });
         Together([] { static thread_local LeavesLate t_leaves; });
-        BodyThread late([] {
+        BodyThread late([]() -> int {
             static thread_local LeavesLate t_leaves;
             QzThread::exit(0);
         });
@@ -310,14 +337,7 @@ TEST(ForcedEnd, LeavesNothingToTheNextThread) {
 
 // A program that comes to handle the signal itself keeps it, and threads are ended all the same.
 TEST(ForcedEnd, TheProgramTakesTheSignal) {
-    const auto spin = [] {
-        BodyThread thread([] {});
-        ASSERT_TRUE(thread.start(0));
-        while (thread.turns == 0)
-            QzThread::yield();
-        EXPECT_TRUE(thread.cancel());
-    };
-    spin();
+    EndBehind([] {});
     std::vector<int> taken;
     for (int signal = SIGRTMIN; signal <= SIGRTMAX; ++signal) {
         struct sigaction action = {};
@@ -326,7 +346,7 @@ TEST(ForcedEnd, TheProgramTakesTheSignal) {
             taken.push_back(signal);
     }
     EXPECT_FALSE(taken.empty());
-    spin();
+    EndBehind([] {});
     for (const int signal : taken)
         ::signal(signal, SIG_DFL);
 }

@@ -34,9 +34,9 @@ public:
     /// A place where another thread may come in. Outside Explore it is nothing.
     static void Step() {
         if (s_current != nullptr && !s_current->m_isEnding)
-            s_current->Leave();
+            s_current->GoOn(s_current->Running().context);
     }
-    static std::size_t Self() { return s_current->m_running; }
+    static std::size_t Self() { return s_current != nullptr ? s_current->m_running : SIZE_MAX; }
 
     /// False when the time was up, which may be at any moment where the wait is timed.
     static bool Sleep(const void* word, std::uint32_t expected, bool timed) {
@@ -45,11 +45,11 @@ public:
             return !timed;
         if (*static_cast<const std::uint32_t*>(word) != expected)
             return true;
-        Thread& self = s_current->m_threads[s_current->m_running];
+        Thread& self = s_current->Running();
         self.word = self.lastWord = word;
         self.timed = timed;
         self.inSleep = true;
-        s_current->Leave();
+        s_current->GoOn(self.context);
         self.inSleep = false;
         const bool inTime = self.word == nullptr;
         self.word = nullptr;
@@ -62,7 +62,7 @@ public:
     }
     static void SetLastAct(std::function<void()> act) {
         if (s_current != nullptr)
-            s_current->m_threads[s_current->m_running].lastAct = std::move(act);
+            s_current->Running().lastAct = std::move(act);
     }
 
 private:
@@ -71,20 +71,25 @@ private:
         std::function<void()> body;
         bool done = false;
         bool timed = false;
-        bool inSleep = false;
+        bool inSleep = false;       ///< and has not come back from it yet
         const void* word = nullptr; ///< asleep on it
         const void* lastWord = nullptr;
         std::function<void()> lastAct;
-    };
 
+        bool IsReady() const { return !done && word == nullptr; }
+    };
+    struct Choice {
+        std::size_t choice;
+        std::size_t count;
+    };
     static constexpr std::size_t StackSize = 64 * 1024;
 
     void Play(int preemptions, Scene scene) {
         m_depth = 0;
         m_left = preemptions;
         m_error.clear();
-        m_threads.clear();
-        m_threads.resize(scene.threads.size());
+        m_victim = scene.victim;
+        m_threads = std::vector<Thread>(scene.threads.size());
         for (std::size_t i = 0; i < m_threads.size(); ++i) {
             Thread& thread = m_threads[i];
             thread.body = std::move(scene.threads[i]);
@@ -93,81 +98,81 @@ private:
             getcontext(&thread.context);
             thread.context.uc_stack.ss_sp = m_stacks[i].get();
             thread.context.uc_stack.ss_size = StackSize;
-            thread.context.uc_link = &m_scheduler;
             makecontext(&thread.context, Enter, 0);
         }
         s_current = this;
-        bool victimLives = scene.victim < m_threads.size();
         m_running = SIZE_MAX;
-        while (m_error.empty()) {
-            // In the order of choice: to go on; then, as preemptions, the others, a time-out, the end of the victim.
-            std::vector<std::function<void()>> choices;
-            const bool goesOn = m_running != SIZE_MAX && IsReady(m_threads[m_running]);
-            if (goesOn)
-                choices.emplace_back([this, same = m_running] { Resume(same); });
-            for (std::size_t i = 0; i < m_threads.size(); ++i) {
-                if (i != m_running && IsReady(m_threads[i]))
-                    choices.emplace_back([this, i] { Resume(i); });
-            }
-            const std::size_t others = choices.size();
-            for (std::size_t i = 0; i < m_threads.size(); ++i) {
-                if (!m_threads[i].done && m_threads[i].word != nullptr && m_threads[i].timed)
-                    choices.emplace_back([this, i] { Resume(i); });
-            }
-            if (victimLives && !m_threads[scene.victim].done && m_threads[scene.victim].inSleep)
-                choices.emplace_back([&, this] {
-                    victimLives = false;
-                    End(m_threads[scene.victim]);
-                });
-            if (choices.empty())
-                break;
-            const std::size_t unforced = goesOn ? 1 : others; // nothing has to be interrupted for these
-            const std::size_t choice = Choose(m_left == 0 && unforced != 0 ? unforced : choices.size());
-            if (unforced != 0 && choice >= unforced)
-                --m_left;
-            choices[choice]();
-        }
+        GoOn(m_end);
+        s_current = nullptr;
         for (const Thread& thread : m_threads) {
             if (m_error.empty() && !thread.done)
                 m_error = "a thread sleeps for ever";
         }
-        s_current = nullptr;
-        if (m_error.empty()) {
-            try {
-                scene.check();
-            } catch (const std::exception& error) {
-                m_error = error.what();
-            }
-        }
-        if (!m_error.empty()) {
-            for (std::size_t i = 0; i < m_depth; ++i)
-                m_error += (i == 0 ? "; order " : " ") + std::to_string(m_path[i].choice);
-            throw std::runtime_error(m_error);
-        }
+        if (m_error.empty())
+            Guard(scene.check);
+        if (m_error.empty())
+            return;
+        for (std::size_t i = 0; i < m_depth; ++i)
+            m_error += (i == 0 ? "; order " : " ") + std::to_string(m_path[i].choice);
+        throw std::runtime_error(m_error);
     }
-
-    static bool IsReady(const Thread& thread) { return !thread.done && thread.word == nullptr; }
 
     static void Enter() {
         Interleaving& all = *s_current;
-        Thread& self = all.m_threads[all.m_running];
+        all.Guard(all.Running().body);
+        all.Running().done = true;
+        all.GoOn(all.Running().context);
+    }
+    void Guard(const std::function<void()>& body) {
         try {
-            self.body();
+            body();
         } catch (const std::exception& error) {
-            all.m_error = error.what();
+            m_error = error.what();
         }
-        self.done = true;
     }
-    void Resume(std::size_t thread) {
-        m_running = thread;
-        swapcontext(&m_scheduler, &m_threads[thread].context);
-    }
-    void Leave() { swapcontext(&m_threads[m_running].context, &m_scheduler); }
+    Thread& Running() { return m_threads[m_running]; }
 
-    /// As a thread goes that is ended by force: its last act, and its wake goes to another one.
+    /// Goes on with the next thread, or ends the play: `from` is what runs now.
+    void GoOn(ucontext_t& from) {
+        while (m_error.empty()) {
+            // In the order of choice: to go on; then, as preemptions, the others, a time-out, the end of the victim.
+            m_next.clear();
+            const bool goesOn = m_running < m_threads.size() && Running().IsReady();
+            if (goesOn)
+                m_next.push_back(m_running);
+            for (std::size_t i = 0; i < m_threads.size(); ++i) {
+                if (i != m_running && m_threads[i].IsReady())
+                    m_next.push_back(i);
+            }
+            const std::size_t unforced = goesOn ? 1 : m_next.size(); // nothing has to be interrupted for these
+            for (std::size_t i = 0; i < m_threads.size(); ++i) {
+                if (!m_threads[i].done && m_threads[i].word != nullptr && m_threads[i].timed)
+                    m_next.push_back(i);
+            }
+            const bool mayEnd = m_victim < m_threads.size() && !m_threads[m_victim].done && m_threads[m_victim].inSleep;
+            const std::size_t count = m_next.size() + (mayEnd ? 1 : 0);
+            if (count == 0)
+                break;
+            const std::size_t choice = Choose(m_left == 0 && unforced != 0 ? unforced : count);
+            if (unforced != 0 && choice >= unforced)
+                --m_left;
+            if (choice == m_next.size()) {
+                End(m_threads[m_victim]);
+                continue;
+            }
+            m_running = m_next[choice];
+            if (&Running().context != &from)
+                swapcontext(&from, &Running().context);
+            return;
+        }
+        swapcontext(&from, &m_end);
+    }
+
+    /// As a thread goes that is ended by force: its last act, and its wake goes to another one. All of it is one step.
     void End(Thread& victim) {
+        m_victim = SIZE_MAX;
         victim.done = true;
-        m_isEnding = true; // all of it is one step
+        m_isEnding = true;
         if (victim.lastAct)
             victim.lastAct();
         m_isEnding = false;
@@ -179,9 +184,7 @@ private:
             if (!thread.done && thread.word == word)
                 sleepers.push_back(&thread);
         }
-        if (sleepers.empty())
-            return;
-        if (!all)
+        if (!all && !sleepers.empty())
             sleepers = {sleepers[Choose(sleepers.size())]};
         for (Thread* thread : sleepers)
             thread->word = nullptr;
@@ -203,20 +206,16 @@ private:
         return true;
     }
 
-private:
-    struct Choice {
-        std::size_t choice;
-        std::size_t count;
-    };
-
     inline static Interleaving* s_current = nullptr;
     std::vector<Thread> m_threads;
     std::vector<std::unique_ptr<char[]>> m_stacks;
     std::vector<Choice> m_path;
+    std::vector<std::size_t> m_next;
+    std::size_t m_victim = SIZE_MAX;
     bool m_isEnding = false;
     std::size_t m_depth = 0;
     std::size_t m_running = SIZE_MAX;
     int m_left = 0;
     std::string m_error;
-    ucontext_t m_scheduler = {};
+    ucontext_t m_end = {};
 };

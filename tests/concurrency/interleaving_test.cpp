@@ -56,6 +56,15 @@ private:
 
 } // namespace std
 
+#define CurrentThreadKey RealThreadKey // tells apart the system's threads
+#include "platform/threadkey.h"
+#undef CurrentThreadKey
+namespace Platform {
+static std::uint64_t CurrentThreadKey() {
+    return Interleaving::Self() + 1;
+}
+} // namespace Platform
+
 #define atomic PlayedAtomic
 #define SpinCount RealSpinCount // a second look shows what the tenth would
 #include "platform/waitword.h"
@@ -63,36 +72,6 @@ private:
 namespace Platform {
 constexpr int SpinCount = 1;
 }
-#define RecursiveLock RealRecursiveLock // tells threads apart by the system's; ours below by the played ones
-#include "platform/recursivelock.h"
-#undef RecursiveLock
-
-namespace Platform {
-
-class RecursiveLock {
-public:
-    void Lock() {
-        if (m_depth != 0 && m_owner == Interleaving::Self()) {
-            ++m_depth;
-            return;
-        }
-        m_lock.Lock();
-        m_owner = Interleaving::Self();
-        m_depth = 1;
-    }
-    void Unlock() {
-        if (--m_depth == 0)
-            m_lock.Unlock();
-    }
-
-private:
-    BinaryLock m_lock;
-    std::size_t m_owner = 0;
-    int m_depth = 0;
-};
-
-} // namespace Platform
-
 #include "platform/condition.h"
 #include "platform/readwritelock.h"
 #include "platform/semaphore.h"
@@ -134,11 +113,10 @@ void Want(bool right, const char* what) {
         throw std::runtime_error(what);
 }
 
-void ExpectAllOrdersGood(int preemptions, const std::function<Scene()>& make) {
+void ExpectAllOrdersGood(const std::function<Scene()>& make) {
     int orders = 0;
-    EXPECT_NO_THROW(orders = Interleaving::Explore(preemptions, make));
+    EXPECT_NO_THROW(orders = Interleaving::Explore(2, make));
     EXPECT_GT(orders, 100); // a scene without a choice would prove nothing
-    testing::Test::RecordProperty("orders", orders);
     std::printf("%d orders\n", orders);
 }
 
@@ -148,142 +126,182 @@ struct Room {
     int readers = 0;
     int writers = 0;
 
-    void Read() {
-        lock.LockRead();
-        ++readers;
-        Want(writers == 0, "a reader beside a writer");
-        Interleaving::Step();
-        --readers;
-        lock.UnlockRead();
+    auto Read() {
+        return [this] {
+            lock.LockRead();
+            ++readers;
+            Want(writers == 0, "a reader beside a writer");
+            Interleaving::Step();
+            --readers;
+            lock.UnlockRead();
+        };
     }
-    void Write() {
-        lock.LockWrite();
-        ++writers;
-        Want(writers == 1 && readers == 0, "a writer beside others");
-        Interleaving::Step();
-        --writers;
-        lock.UnlockWrite();
-    }
-    std::function<void()> IsFree() {
-        return [this] { Want(lock.TryLockWrite(), "somebody has left it locked"); };
+    auto Write() {
+        return [this] {
+            lock.LockWrite();
+            ++writers;
+            Want(writers == 1 && readers == 0, "a writer beside others");
+            Interleaving::Step();
+            --writers;
+            lock.UnlockWrite();
+        };
     }
 };
+
+/// Everybody wants a unit and the lock.
+struct Units {
+    UnitLock units;
+    int inside = 0;
+
+    auto Take(bool passesOn = false) {
+        return [this, passesOn] {
+            units.LockWithUnit();
+            Want(++inside == 1, "two with the lock");
+            Interleaving::Step();
+            --inside;
+            if (passesOn)
+                units.AddUnit();
+            units.Unlock();
+        };
+    }
+    auto Add() {
+        return [this] {
+            units.Lock();
+            units.AddUnit();
+            units.Unlock();
+        };
+    }
+    auto Post() {
+        return [this] { units.Post(1); };
+    }
+};
+
+/// A scene of these threads around one new object, which lives as long as the scene.
+template <class Object>
+auto Around(std::vector<std::function<void()>> (*threads)(Object&), bool (*isRight)(Object&) = nullptr,
+            std::size_t victim = SIZE_MAX) {
+    return [=] {
+        auto object = std::make_shared<Object>();
+        return Scene{threads(*object),
+                     [object, isRight] { Want(isRight == nullptr || isRight(*object), "it is left in another state"); },
+                     victim};
+    };
+}
+using Threads = std::vector<std::function<void()>>;
 
 } // namespace
 
 TEST(Interleaving, FindsTheFaultsOfASimpleLock) {
-    struct Broken {
-        std::PlayedAtomic<std::uint32_t> taken{0};
-    };
-    const auto scene = [](bool forgetsToWake) {
-        return [=] {
-            auto lock = std::make_shared<Broken>();
-            const auto use = [=] {
-                while (lock->taken.exchange(1) != 0)
-                    Interleaving::Sleep(&lock->taken, 1, false);
-                lock->taken.store(0);
-                if (!forgetsToWake)
-                    Interleaving::Wake(&lock->taken, false);
-            };
-            return Scene{{use, use}, [] {}};
+    using Word = std::PlayedAtomic<std::uint32_t>;
+    static bool s_forgetsToWake = false;
+    static constexpr auto Use = [](Word& word) {
+        return [&word] {
+            while (word.exchange(1) != 0)
+                Interleaving::Sleep(&word, 1, false);
+            word.store(0);
+            if (!s_forgetsToWake)
+                Interleaving::Wake(&word, false);
         };
     };
-    EXPECT_NO_THROW(Interleaving::Explore(3, scene(false)));
-    EXPECT_THROW(Interleaving::Explore(3, scene(true)), std::runtime_error);
+    const auto scene = Around<Word>([](Word& word) { return Threads{Use(word), Use(word)}; });
+    EXPECT_NO_THROW(Interleaving::Explore(3, scene));
+    s_forgetsToWake = true;
+    EXPECT_THROW(Interleaving::Explore(3, scene), std::runtime_error);
+}
+
+TEST(Interleaving, RecursiveLock) {
+    struct Twice {
+        RecursiveLock lock;
+        int inside = 0;
+        auto Use() {
+            return [this] {
+                lock.Lock();
+                lock.Lock();
+                lock.Unlock();
+                Want(++inside == 1, "two with the lock");
+                Interleaving::Step();
+                --inside;
+                lock.Unlock();
+            };
+        }
+    };
+    ExpectAllOrdersGood(Around<Twice>(
+        [](Twice& twice) {
+            return Threads{twice.Use(), twice.Use(), twice.Use()};
+        },
+        [](Twice& twice) { return twice.lock.TryLock(); }));
 }
 
 TEST(Interleaving, ReadWriteLock) {
-    ExpectAllOrdersGood(2, [] {
-        auto room = std::make_shared<Room>();
-        return Scene{{[=] { room->Read(); }, [=] { room->Write(); }, [=] { room->Read(); }, [=] { room->Write(); }},
-                     room->IsFree()};
-    });
-}
-
-// A reader or a writer is ended in its sleep, behind a writer.
-TEST(Interleaving, ReadWriteLockWithoutOneOfItsWaiters) {
-    for (const std::size_t victim : {0U, 1U}) {
-        ExpectAllOrdersGood(2, [=] {
-            auto room = std::make_shared<Room>();
-            room->lock.LockWrite();
-            return Scene{{[=] { room->Read(); }, [=] { room->Write(); }, [=] { room->Write(); },
-                          [=] { room->lock.UnlockWrite(); }},
-                         room->IsFree(),
-                         victim};
-        });
-    }
+    const auto isFree = [](Room& room) { return room.lock.TryLockWrite(); };
+    ExpectAllOrdersGood(Around<Room>(
+        [](Room& room) {
+            return Threads{room.Read(), room.Write(), room.Read(), room.Write()};
+        },
+        isFree));
+    for (const std::size_t victim : {0U, 1U}) // a reader or a writer is ended in its sleep, behind a writer
+        ExpectAllOrdersGood(Around<Room>(
+            [](Room& room) {
+                room.lock.LockWrite();
+                return Threads{room.Read(), room.Write(), room.Write(), [&room] { room.lock.UnlockWrite(); }};
+            },
+            isFree, victim));
 }
 
 // Two that waited before the signals are both woken, though a third one comes behind the signals, and gives up.
 TEST(Interleaving, Condition) {
-    ExpectAllOrdersGood(2, [] {
-        auto condition = std::make_shared<Condition>();
-        const auto first = condition->Enter(), second = condition->Enter();
-        return Scene{{[=] { condition->Wait(first, NoTimeout); }, [=] { condition->Wait(second, NoTimeout); },
-                      [=] {
-                          condition->Signal();
-                          condition->Signal();
-                          Want(!condition->Wait(condition->Enter(), 1000), "a signal before the wait");
-                      }},
-                     [] {}};
-    });
+    ExpectAllOrdersGood(Around<Condition>([](Condition& condition) {
+        const auto first = condition.Enter();
+        const auto second = condition.Enter();
+        return Threads{[=, &condition] { condition.Wait(first, NoTimeout); },
+                       [=, &condition] { condition.Wait(second, NoTimeout); },
+                       [&condition] {
+                           condition.Signal();
+                           condition.Signal();
+                           Want(!condition.Wait(condition.Enter(), 1000), "a signal before the wait");
+                       }};
+    }));
 }
 
 // One unit for two, of whom one may give up or be ended.
 TEST(Interleaving, Semaphore) {
-    ExpectAllOrdersGood(2, [] {
-        auto semaphore = std::make_shared<Semaphore>(0);
-        return Scene{{[=] { semaphore->Wait(); },
-                      [=] {
-                          if (semaphore->TimedWait(1000))
-                              semaphore->Post();
-                      },
-                      [=] { semaphore->Post(); }},
-                     [=] { Want(!semaphore->TryWait(), "a unit too many"); }};
-    });
-    ExpectAllOrdersGood(2, [] {
-        auto semaphore = std::make_shared<Semaphore>(0);
-        return Scene{{[=] {
-                          semaphore->Wait();
-                          semaphore->Post();
-                      },
-                      [=] { semaphore->Wait(), semaphore->Post(); }, [=] { semaphore->Post(); }},
-                     [=] { Want(semaphore->TryWait(), "the unit is gone"); },
-                     0};
-    });
+    struct Zero : Semaphore {
+        Zero() : Semaphore(0) {}
+    };
+    ExpectAllOrdersGood(Around<Zero>(
+        [](Zero& semaphore) {
+            return Threads{[&] { semaphore.Wait(); },
+                           [&] {
+                               if (semaphore.TimedWait(1000))
+                                   semaphore.Post();
+                           },
+                           [&] { semaphore.Post(); }};
+        },
+        [](Zero& semaphore) { return !semaphore.TryWait(); }));
+    ExpectAllOrdersGood(Around<Zero>(
+        [](Zero& semaphore) {
+            const auto passOn = [&] {
+                semaphore.Wait();
+                semaphore.Post();
+            };
+            return Threads{passOn, passOn, [&] { semaphore.Post(); }};
+        },
+        [](Zero& semaphore) { return semaphore.TryWait(); }, 0));
 }
 
 TEST(Interleaving, UnitLock) {
-    const auto take = [](UnitLock& units) {
-        units.LockWithUnit();
-        units.Unlock();
-    };
-    const auto add = [](UnitLock& units) {
-        units.Lock();
-        units.AddUnit();
-        units.Unlock();
-    };
-    ExpectAllOrdersGood(2, [=] {
-        auto units = std::make_shared<UnitLock>();
-        return Scene{{[=] { take(*units); }, [=] { take(*units); },
-                      [=] {
-                          units->Post(1);
-                          add(*units);
-                      }},
-                     [] {}};
-    });
-    ExpectAllOrdersGood(2, [=] { // two that give
-        auto units = std::make_shared<UnitLock>();
-        return Scene{{[=] { take(*units); }, [=] { take(*units); }, [=] { add(*units); }, [=] { units->Post(1); }},
-                     [] {}};
-    });
-    ExpectAllOrdersGood(2, [=] { // one unit, and one of two who want it is ended in its sleep
-        auto units = std::make_shared<UnitLock>();
-        const auto passOn = [=] {
-            units->LockWithUnit();
-            units->AddUnit();
-            units->Unlock();
-        };
-        return Scene{{passOn, passOn, [=] { add(*units); }}, [] {}, 0};
-    });
+    ExpectAllOrdersGood(Around<Units>([](Units& units) {
+        return Threads{units.Take(), units.Take(), [&units] {
+                           units.Post()();
+                           units.Add()();
+                       }};
+    }));
+    ExpectAllOrdersGood(Around<Units>([](Units& units) {
+        return Threads{units.Take(), units.Take(), units.Add(), units.Post()};
+    }));
+    ExpectAllOrdersGood(Around<Units>( // one unit, and one of two who want it is ended in its sleep
+        [](Units& units) {
+            return Threads{units.Take(true), units.Take(true), units.Add()};
+        },
+        nullptr, 0));
 }

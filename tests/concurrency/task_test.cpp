@@ -5,15 +5,12 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
-#include <functional>
-#include <memory>
 #include <new>
 #include <random>
-#include <string>
 #include <thread>
 #include <vector>
 
-#include "base/keldlist.h"
+#include "concurrency/bodythread.h"
 #include "support.h"
 #include "toolkit/qztaskmanager.h"
 #include "toolkit/qztaskmessageloop.h"
@@ -29,323 +26,209 @@ struct Unrelated {
 };
 
 /// Bigger than the base, aligned beyond malloc's promise and not at the start of its object: what giving it
-/// back must not depend on.
+/// back must not depend on. One in ten throws.
 class alignas(64) Task final : public Unrelated, public QzTaskBase {
 public:
-    explicit Task(int number, std::atomic<int>* executed = nullptr, bool throws = false)
-        : m_number(number), m_executed(executed), m_throws(throws) {}
-
+    explicit Task(int number, std::atomic<int>* executed = nullptr) : m_number(number), m_executed(executed) {
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(this) % 64, 0u);
+    }
     int GetTaskType() override { return m_number; }
     bool Execute() override {
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(dynamic_cast<void*>(this)) % 64, 0u);
         if (m_executed != nullptr)
             ++*m_executed;
-        if (m_throws)
-            throw m_number;
-        return true;
+        return m_number % 10 == 3 ? throw m_number : true;
     }
     void Cancel() override { ADD_FAILURE(); }
 
 private:
     int m_number;
     std::atomic<int>* m_executed;
-    bool m_throws;
 };
 
 class Loop : public QzTaskMessageLoop {
 public:
     using QzTaskMessageLoop::Run;
-
-    std::vector<int> Queued() {
-        std::vector<int> numbers;
-        for (QzTaskBase* task : GetTaskQueue())
-            numbers.push_back(task->GetTaskType());
-        return numbers;
-    }
-    /// Takes all tasks; how many. Fewer units than tasks hang it. With more units than tasks the last GetTask
-    /// finds an empty queue in place of waiting.
-    int Drain() {
-        int count = 0;
-        for (; !IsTaskEmpty(); ++count)
-            QzTaskBase::Release(GetTask());
-        QzTaskBase* waitedFor = nullptr;
-        Together([&] { waitedFor = GetTask(); },
-                 [&] {
-                     std::this_thread::sleep_for(std::chrono::milliseconds(2));
-                     AddTask(new Task(0), true);
-                 });
-        EXPECT_NE(waitedFor, nullptr);
-        QzTaskBase::Release(waitedFor);
-        return count;
-    }
 };
 
-struct Sieve : public QzTaskFilter {
+using Log = std::vector<int>;
+
+struct Processor : QzTaskProcessor {
+    explicit Processor(Log& log, int self = 0) : processed(log), number(self) {}
+    bool Process(QzTaskBase* task) override {
+        processed.push_back(task->GetTaskType() * 2 + number);
+        return number == 1 ? throw number : false;
+    }
+    Log& processed;
+    int number;
+};
+
+/// What one filter does with a task, told by their numbers alone.
+struct Verdict {
+    Verdict(int filter, int event, int task) {
+        const int hash = (task * 7 + filter * 5 + event * 3) % 32;
+        vetoes = hash == 0;
+        throws = hash == 1;
+        result = static_cast<unsigned char>(throws ? 0 : (task + filter) % 3);
+    }
+    bool vetoes, throws;
+    unsigned char result;
+};
+
+struct Sieve : QzTaskFilter {
+    Sieve(Loop& owner, Log& log, int self) : loop(owner), calls(log), number(self) {}
     unsigned char Filter(int event, QzTaskBase* task, bool& cancel) override {
-        return filter(event, task->GetTaskType(), cancel);
+        EXPECT_FALSE(cancel);
+        EXPECT_GE(loop.GetTaskCount(), 0); // the lock is this thread's already
+        calls.push_back(event * 10 + number);
+        const Verdict verdict(number, event, task->GetTaskType());
+        cancel = verdict.vetoes;
+        return verdict.throws ? throw number : verdict.result;
     }
-    std::function<unsigned char(int, int, bool&)> filter;
+    Loop& loop;
+    Log& calls;
+    int number;
 };
 
-struct Processor : public QzTaskProcessor {
-    bool Process(QzTaskBase* task) override { return process(task->GetTaskType()), false; }
-    std::function<void(int)> process;
+/// What a loop does, in one thread.
+struct Model {
+    std::deque<std::pair<QzTaskBase*, int>> tasks;
+    int units = 0;
+    int filters = 0;    ///< those with the numbers below
+    int processors = 0; ///< likewise
+    int executed = 0;
+    Log calls, processed;
+
+    bool IsVetoed(int event, int task, bool& result) {
+        for (int i = 0; i < filters; ++i) {
+            calls.push_back(event * 10 + i);
+            const Verdict verdict(i, event, task);
+            result = verdict.result != 0;
+            if (verdict.vetoes)
+                return true;
+        }
+        return false;
+    }
+    /// What AddTask returns; whether the task is queued.
+    bool Add(QzTaskBase* task, int number, bool toTail, std::size_t limit, bool& queued) {
+        bool result = false;
+        queued = !IsVetoed(1, number, result);
+        if (!queued)
+            return result;
+        if (tasks.size() < limit)
+            ++units;
+        else
+            toTail ? tasks.pop_front() : tasks.pop_back(); // the oldest, or the newest
+        tasks.emplace(toTail ? tasks.end() : tasks.begin(), task, number);
+        return true;
+    }
+    bool Run() {
+        --units;
+        if (tasks.empty())
+            return false;
+        const int number = tasks.front().second;
+        tasks.pop_front();
+        bool ignored = false;
+        if (IsVetoed(2, number, ignored))
+            return false;
+        executed += processors == 0 ? 1 : 0;
+        for (int i = 0; i < processors; ++i)
+            processed.push_back(number * 2 + i);
+        return true;
+    }
 };
 
 } // namespace
 
-TEST(List, GivesNothingWhenEmpty) {
-    AssertionLog assertions;
-    KeldList<std::string> list;
-    list.AddTail("b");
-    list.AddHead("a");
-    EXPECT_EQ(list.GetHead() + list.GetTail(), "ab");
-    EXPECT_TRUE(list.Remove("a") && list.Remove("b") && !list.Remove("b"));
-    EXPECT_TRUE(AssertionLog::Texts().empty());
-    EXPECT_EQ(list.RemoveHead() + list.RemoveTail() + list.GetHead() + list.GetTail(), "");
-    EXPECT_EQ(AssertionLog::Texts().size(), 4u);
-}
-
-TEST(TaskLoop, AFullQueueDropsTheOtherEnd) {
-    Loop loop;
-    for (const bool toTail : {true, false}) {
-        for (int i = 0; i < 200; ++i)
-            EXPECT_TRUE(loop.AddTask(new Task(i), true));
-        std::vector<int> expected = loop.Queued();
-        expected.erase(toTail ? expected.begin() : expected.end() - 1);
-        expected.insert(toTail ? expected.end() : expected.begin(), 200);
-        EXPECT_TRUE(loop.AddTask(new Task(200), toTail)); // drops the oldest, or the newest
-        EXPECT_EQ(loop.Queued(), expected);
-        EXPECT_EQ(loop.Drain(), 200);
-    }
-    AssertionLog assertions;
-    loop.SetTaskQueueSize(0);
-    EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>{"nQueueSize != 0"});
-    EXPECT_EQ(loop.GetTaskQueueSize(), 0);
-    EXPECT_TRUE(loop.AddTask(new Task(1), true) && loop.AddTask(new Task(2), true));
-    EXPECT_EQ(loop.Queued(), std::vector<int>{2});
-    EXPECT_FALSE(loop.AddTask(nullptr, true));
-    EXPECT_EQ(loop.Drain(), 1);
-}
-
-TEST(TaskLoop, FiltersVeto) {
-    Loop loop;
-    std::string calls;
-    const auto filter = [&calls](const char* name, int vetoedEvent, int vetoedTask, unsigned char result) {
-        Sieve sieve;
-        sieve.filter = [=, &calls](int event, int number, bool& cancel) {
-            calls += name + std::to_string(event) + " ";
-            EXPECT_FALSE(cancel);
-            cancel = event == vetoedEvent && number == vetoedTask;
-            if (number == 9)
-                throw number;
-            return result;
-        };
-        return sieve;
-    };
-    Sieve a = filter("a", 1, 1, 0), b = filter("b", 1, 2, 7), c = filter("c", 2, 3, 1);
-    EXPECT_TRUE(loop.AddTaskFilter(&a) && loop.AddTaskFilter(&b) && loop.AddTaskFilter(&c));
-    struct Case {
-        int number;
-        bool result;
-        int queued;
-        const char* calls;
-    };
-    const Case cases[] = {{1, false, 0, "a1 "},
-                          {2, true, 0, "a1 b1 "}, // the filter's own result, and yet not queued
-                          {3, true, 1, "a1 b1 c1 "},
-                          {4, true, 1, "a1 b1 c1 "},
-                          {9, true, 1, "a1 b1 c1 "}}; // throwing filters veto nothing
-    for (const Case& test : cases) {
-        calls.clear();
-        auto* task = new Task(test.number);
-        EXPECT_EQ(loop.AddTask(task, true), test.result);
-        EXPECT_EQ(calls, test.calls);
-        EXPECT_EQ(loop.GetTaskCount(), test.queued);
-        if (test.queued == 0) {
-            delete task; // still the caller's
-            continue;
-        }
-        calls.clear();
-        QzTaskBase* taken = loop.GetTask();
-        EXPECT_EQ(taken == nullptr, test.number == 3);
-        EXPECT_EQ(calls, "a2 b2 c2 ");
-        QzTaskBase::Release(taken);
-    }
-    EXPECT_TRUE(loop.RemoveTaskFilter(&b));
-    EXPECT_FALSE(loop.RemoveTaskFilter(&b));
-    EXPECT_TRUE(loop.AddTask(new Task(2), true));
-}
-
-TEST(TaskLoop, RunsTasksOrProcessors) {
-    Loop loop;
-    std::atomic<int> executed{0};
-    std::string processed;
-    loop.PostTask(-1);
-    loop.PostTask(1);
-    EXPECT_FALSE(loop.Run());
-    loop.AddTask(new Task(1, &executed), true);
-    loop.AddTask(new Task(2, &executed, true), true);
-    EXPECT_TRUE(loop.Run() && loop.Run());
-    EXPECT_EQ(executed, 2);
-
-    Processor throwing, plain;
-    throwing.process = [&](int number) {
-        processed += "t" + std::to_string(number);
-        throw std::string("away");
-    };
-    plain.process = [&](int number) { processed += "p" + std::to_string(number); };
-    EXPECT_TRUE(loop.AddTaskProcessor(&throwing) && loop.AddTaskProcessor(&plain));
-    loop.AddTask(new Task(3, &executed), true);
-    loop.AddTask(new Task(4, &executed), false);
-    loop.AddTask(new Task(5, &executed), true);
-    EXPECT_TRUE(loop.Run() && loop.Run() && loop.Run());
-    EXPECT_EQ(processed, "t4p4t3p3t5p5");
-    EXPECT_EQ(executed, 2);
-    EXPECT_TRUE(loop.RemoveTaskProcessor(&throwing) && loop.RemoveTaskProcessor(&plain));
-    EXPECT_FALSE(loop.RemoveTaskProcessor(&plain));
-}
-
-TEST(TaskLoop, RemovesTasks) {
-    Loop loop;
-    auto* task = new Task(1);
-    EXPECT_FALSE(loop.RemoveTask(task));
-    EXPECT_EQ(loop.RemoveAllTask(), 0);
-    loop.AddTask(new Task(0), true);
-    EXPECT_TRUE(loop.RemoveTask(task)); // not there, and true all the same
-    EXPECT_EQ(loop.GetTaskCount(), 1);
-    loop.AddTask(task, true);
-    EXPECT_TRUE(loop.RemoveTask(task));
-    EXPECT_EQ(loop.Queued(), std::vector<int>{0});
-    loop.AddTask(new Task(2), true);
-    EXPECT_EQ(loop.RemoveAllTask(), 2);
-    EXPECT_EQ(loop.Drain(), 0);
-    loop.AddTask(new Task(3), true); // left to the destructor
-}
-
-// A random sequence of operations beside a deque and a count of units.
+// A random sequence of operations beside the model, through filters and processors that come and go.
 TEST(TaskLoop, BehavesAsADequeWithUnits) {
     Loop loop;
-    std::deque<std::pair<QzTaskBase*, int>> model;
-    int units = 0;
-    std::size_t limit = 200;
+    Model model;
+    Log calls, processed;
+    std::atomic<int> executed{0};
+    Sieve filters[] = {{loop, calls, 0}, {loop, calls, 1}};
+    Processor processors[] = {Processor(processed, 0), Processor(processed, 1)};
     std::mt19937 random(7);
-    for (int step = 0; step < 20000; ++step) {
+    ASSERT_FALSE(loop.AddTask(nullptr, true) || loop.RemoveTaskFilter(filters) || loop.RemoveTaskProcessor(processors));
+    for (int step = 0; step < 40000; ++step) {
         switch (random() % 8) {
         case 0: {
             const int count = static_cast<int>(random() % 4) - 1;
             loop.PostTask(count);
-            units += std::max(count, 0);
+            model.units += std::max(count, 0);
             break;
         }
         case 1:
-            limit = 1 + random() % 9;
-            loop.SetTaskQueueSize(static_cast<int>(limit));
+            if (random() % 4 == 0)
+                loop.SetTaskQueueSize(random() % 4 == 0 ? 200 : 1 + static_cast<int>(random() % 9));
+            else if (random() % 2 == 0)
+                ASSERT_TRUE(model.filters < 2 ? loop.AddTaskFilter(&filters[model.filters++])
+                                              : loop.RemoveTaskFilter(&filters[--model.filters]));
+            else
+                ASSERT_TRUE(model.processors < 2 ? loop.AddTaskProcessor(&processors[model.processors++])
+                                                 : loop.RemoveTaskProcessor(&processors[--model.processors]));
             break;
         case 2: {
-            QzTaskBase* some = model.empty() ? nullptr : model[random() % model.size()].first;
-            const auto found =
-                std::find_if(model.begin(), model.end(), [&](auto& entry) { return entry.first == some; });
-            ASSERT_EQ(loop.RemoveTask(some), !model.empty());
-            if (found != model.end()) {
-                model.erase(found);
-                units -= units > 0 ? 1 : 0;
+            Task absent(0);
+            QzTaskBase* some = &absent;
+            if (!model.tasks.empty() && random() % 2 == 0) {
+                const auto place = model.tasks.begin() + static_cast<int>(random() % model.tasks.size());
+                some = place->first;
+                model.tasks.erase(place);
+                model.units = std::max(model.units - 1, 0);
+                ASSERT_TRUE(loop.RemoveTask(some));
+            } else {
+                ASSERT_EQ(loop.RemoveTask(some), !model.tasks.empty()); // not there, and true all the same
             }
             break;
         }
         case 3:
             if (random() % 20 == 0) {
-                ASSERT_EQ(loop.RemoveAllTask(), static_cast<int>(model.size()));
-                units = std::max(0, units - static_cast<int>(model.size()));
-                model.clear();
+                const auto count = static_cast<int>(model.tasks.size());
+                ASSERT_EQ(loop.RemoveAllTask(), count);
+                model.units = std::max(0, model.units - count);
+                model.tasks.clear();
             }
             break;
         case 4:
         case 5:
-            if (units > 0) {
-                --units;
-                QzTaskBase* task = loop.GetTask();
-                ASSERT_EQ(task, model.empty() ? nullptr : model.front().first);
-                QzTaskBase::Release(task);
-                if (!model.empty())
-                    model.pop_front();
+            if (model.units > 0) {
+                ASSERT_EQ(loop.Run(), model.Run());
             }
             break;
         default: {
             const bool toTail = random() % 2 == 0;
-            auto* task = step % 2 == 0 ? new Task(step) : new (std::nothrow) Task(step);
-            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(dynamic_cast<void*>(task)) % 64, 0u);
-            ASSERT_TRUE(loop.AddTask(task, toTail));
-            if (model.size() < limit)
-                ++units;
-            else
-                toTail ? model.pop_front() : model.pop_back();
-            model.emplace(toTail ? model.end() : model.begin(), task, step);
+            auto* task = step % 2 == 0 ? new Task(step, &executed) : new (std::nothrow) Task(step, &executed);
+            bool queued = false;
+            const bool result =
+                model.Add(task, step, toTail, static_cast<std::size_t>(loop.GetTaskQueueSize()), queued);
+            ASSERT_EQ(loop.AddTask(task, toTail), result);
+            if (!queued) // still the caller's
+                delete task;
         }
         }
-        ASSERT_EQ(loop.GetTaskCount(), static_cast<int>(model.size()));
+        ASSERT_EQ(loop.GetTaskCount(), static_cast<int>(model.tasks.size()));
+        ASSERT_EQ(loop.IsTaskEmpty(), model.tasks.empty());
     }
-    const std::vector<int> queued = loop.Queued();
-    ASSERT_TRUE(std::equal(queued.begin(), queued.end(), model.begin(), model.end(),
-                           [](int number, const auto& entry) { return number == entry.second; }));
-}
-
-// All operations at once, from several threads: afterwards there is one unit for each queued task.
-TEST(TaskLoop, CountAndQueueStayTogether) {
-    for (int round = 0; round < 20; ++round) {
-        Loop loop;
-        loop.SetTaskQueueSize(20);
-        std::atomic<bool> posting{true};
-        std::atomic<int> taking{0};
-        const auto take = [&] {
-            ++taking;
-            while (posting)
-                loop.Run();
-            --taking;
-        };
-        const auto post = [&] {
-            for (int k = 0; k < 600; ++k) {
-                auto* task = new Task(k);
-                loop.AddTask(task, k % 3 != 0);
-                if (k % 4 == 0)
-                    loop.RemoveTask(task);
-                if (k % 50 == 0)
-                    loop.RemoveAllTask();
-            }
-        };
-        Together(take, take, [&] {
-            Together(post, post);
-            posting = false;
-            while (taking > 0) { // each of these units is one null, or one task, for a taker
-                loop.AddTask(new Task(-1), true);
-                std::this_thread::yield();
-            }
-        });
-        loop.Drain();
-    }
-}
-
-// A task goes while a thread that has its unit already waits for the queue. The filter keeps it waiting
-// there.
-TEST(TaskLoop, ALateUnitIsSettled) {
-    Loop loop;
-    auto* removed = new Task(1);
-    loop.AddTask(removed, true);
-    std::thread taker;
-    Sieve holding;
-    holding.filter = [&](int event, int, bool&) {
-        if (event == QzTaskFilter::EventAdd) {
-            taker = std::thread([&] { loop.Run(); });
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            loop.RemoveTask(removed);
-        }
-        return 1;
-    };
-    loop.AddTaskFilter(&holding);
-    loop.AddTask(new Task(2), true);
-    taker.join();
-    loop.RemoveTaskFilter(&holding);
-    EXPECT_EQ(loop.Drain(), 0);
+    EXPECT_EQ(calls, model.calls);
+    EXPECT_EQ(processed, model.processed);
+    EXPECT_EQ(executed, model.executed);
+    for (; model.units > 0; --model.units) // one too few hangs
+        QzTaskBase::Release(loop.GetTask());
+    QzTaskBase* waitedFor = nullptr;
+    Together([&] { waitedFor = loop.GetTask(); }, // one too many finds nothing
+             [&] {
+                 AWhile();
+                 loop.RemoveTaskFilter(&filters[0]);
+                 loop.RemoveTaskFilter(&filters[1]);
+                 loop.AddTask(new Task(0), true);
+             });
+    EXPECT_NE(waitedFor, nullptr);
+    QzTaskBase::Release(waitedFor);
+    AssertionLog assertions;
+    loop.SetTaskQueueSize(0);
+    EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>{"nQueueSize != 0"});
+    EXPECT_TRUE(loop.AddTask(new Task(1), true) && loop.AddTask(new Task(2), true)); // left to the destructor
+    EXPECT_EQ(loop.GetTaskQueue().GetHead()->GetTaskType() + loop.GetTaskCount(), 3);
 }
 
 TEST(TaskManager, WorksThroughTheQueue) {
@@ -353,6 +236,7 @@ TEST(TaskManager, WorksThroughTheQueue) {
     {
         AssertionLog assertions;
         EXPECT_EQ(manager.GetThreadCount(), 1);
+        EXPECT_EQ(manager.GetMessageLoop().GetTaskQueueSize(), 200);
         manager.SetThreadCount(0);
         EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>{"nThreadsSize != 0"});
         EXPECT_FALSE(manager.Start());
@@ -362,42 +246,49 @@ TEST(TaskManager, WorksThroughTheQueue) {
         std::atomic<int> executed{0};
         EXPECT_TRUE(manager.Start());
         for (int i = 0; i < 100; ++i)
-            EXPECT_TRUE(manager.PostTask(new Task(i, &executed, i % 10 == 0), i % 2 == 0));
-        for (int i = 0; i < 20000 && executed < 100; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        EXPECT_EQ(executed, 100);
+            EXPECT_TRUE(manager.PostTask(new Task(i, &executed), i % 2 == 0));
+        EXPECT_TRUE(Eventually([&] { return executed == 100; }));
         EXPECT_TRUE(manager.Stop());
     }
-    // One task at work runs to its end, those behind it are dropped.
-    std::atomic<int> finished{0};
-    std::atomic<bool> working{false};
-    Processor slow;
-    slow.process = [&](int) {
-        working = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(250));
-        ++finished;
-    };
-    manager.GetMessageLoop().AddTaskProcessor(&slow);
+    for (int i = 0; i < 5; ++i) // in their order
+        manager.PostTask(new Task(i), i < 4);
+    Log processed;
+    Processor processor(processed);
+    manager.GetMessageLoop().AddTaskProcessor(&processor);
     manager.SetThreadCount(1);
     EXPECT_TRUE(manager.Start());
-    for (int i = 0; i < 5; ++i)
-        manager.PostTask(new Task(i), true);
-    while (!working)
-        std::this_thread::yield();
+    EXPECT_TRUE(Eventually([&] { return manager.GetMessageLoop().IsTaskEmpty(); }));
     manager.Stop();
-    EXPECT_EQ(finished, 1);
-    EXPECT_TRUE(manager.GetMessageLoop().IsTaskEmpty());
+    EXPECT_EQ(processed, (Log{8, 0, 2, 4, 6}));
 }
 
-// Every wake-up of the stop ends a worker, whichever of them it reaches.
+// One task at work runs to its end, those behind it are dropped. Every wake-up of the stop ends a worker, whichever of
+// them it reaches.
 TEST(TaskManager, StopsManyWorkers) {
+    struct Slow : QzTaskProcessor {
+        bool Process(QzTaskBase*) override {
+            ++started;
+            std::this_thread::sleep_for(std::chrono::milliseconds(250));
+            return ++finished > 0;
+        }
+        std::atomic<int> started{0}, finished{0};
+    };
+    constexpr int Workers = 12;
+    Slow slow;
     QzTaskManager manager;
-    manager.SetThreadCount(12);
-    ASSERT_TRUE(manager.Start());
-    QzThread::sleep(50000000); // all wait for a task
-    const std::uint64_t start = QzThread::time();
-    manager.Stop();
-    EXPECT_GE(QzThread::time() - start, 100000000u);
+    manager.GetMessageLoop().AddTaskProcessor(&slow);
+    manager.SetThreadCount(Workers);
+    for (const int tasks : {0, Workers + 5}) {
+        ASSERT_TRUE(manager.Start());
+        for (int i = 0; i < tasks; ++i)
+            manager.PostTask(new Task(i), true);
+        EXPECT_TRUE(Eventually([&] { return slow.started == std::min(tasks, Workers); }));
+        const std::uint64_t start = QzThread::time();
+        manager.Stop();
+        EXPECT_GE(QzThread::time() - start, 100000000u);
+        EXPECT_EQ(slow.finished, std::min(tasks, Workers));
+        EXPECT_TRUE(manager.GetMessageLoop().IsTaskEmpty());
+    }
 }
 
 TEST(TaskWorkThread, StopsAndDetaches) {

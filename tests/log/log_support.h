@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -25,6 +25,8 @@ using Log = QzLogFile;
 
 constexpr std::int64_t Saturday = 1795224896; // 2026-11-21 01:34:56 UTC, 09:34:56 in the tests' time zone
 constexpr Log::Mode FileModes[] = {Log::Text, Log::XML};
+constexpr const char* DefaultFormat =
+    "%DATETIME| %TIMESPAN| %RESID| %THREADID| %LEVEL| %MSG| %CODEFILE(%CODELINE)"; // as documented
 inline std::atomic<std::int64_t> s_now{Saturday};
 
 inline KeldMBString K(const std::string& text) {
@@ -56,30 +58,47 @@ inline std::string Messages(const QzLogQueryDef& query = QzLogQueryDef()) {
     return MessagesOf(items);
 }
 
-// -1 for what is no document.
-inline int CountXmlItems(const std::string& path) {
+// The messages of an XML log, as a parser reads them, `end` behind each.
+inline std::string XmlMessages(const std::string& path, char end = ';') {
+    const std::string text = ReadBytes(path);
     QzMarkup markup;
-    if (!markup.Load(path.c_str()) || !markup.FindElem("Log"))
-        return -1;
-    int count = 0;
-    while (markup.FindChildElem("LogItem"))
-        ++count;
-    const std::string text = ReadBytes(path); // the parser does not look behind the end tag
-    return text.substr(text.find("</Log>")) == "</Log>\r\n" ? count : -1;
+    // The parser does not look behind the end tag.
+    if (!markup.Load(path.c_str()) || !markup.FindElem("Log") || text.find("</Log>\r\n") != text.size() - 8)
+        return "no document";
+    std::string messages;
+    while (markup.FindChildElem("LogItem")) {
+        markup.IntoElem();
+        if (markup.FindChildElem("Description"))
+            messages += std::string(markup.GetChildData().View()) + end;
+        markup.OutOfElem();
+    }
+    return messages;
 }
 
-inline std::string ThreadText() {
-    char text[16];
-    std::snprintf(text, sizeof(text), "%5u", QzThread::GetCurrentThreadId());
-    return text;
+// Every file's bytes, by its name.
+inline std::map<std::string, std::string> FilesOf(const std::string& directory) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        files[entry.path().filename().string()] = ReadBytes(entry.path().string());
+    return files;
 }
+
+/// Another time zone while it lives.
+class TimeZone {
+public:
+    explicit TimeZone(const char* zone) : m_variable("TZ", zone) {
+        std::tm time = {};
+        std::mktime(&time); // looks at it
+    }
+
+private:
+    EnvironmentVariable m_variable;
+};
 
 /// The log with plain settings, in the time zone and at the moment of the tests.
 class LogTest : public testing::Test {
 protected:
     LogTest() {
-        setenv("TZ", "CST-8", 1);
-        tzset();
         s_now = Saturday;
         SetLogClock([] { return KeldTime(s_now.load()); });
         log.SetRecordOnlyLog();
@@ -89,7 +108,6 @@ protected:
         log.SetLogCountInMemory(10000);
         log.SetLogCountToDisk(1);
         log.SetQueryMaxNum(1000);
-        log.SetSaveToPhysical(1);
         log.SetFilterRepeat(0);
         Log::SetCallBack(nullptr);
         Log::SetOpenCallBack(nullptr);
@@ -107,10 +125,11 @@ protected:
     void ExpectFile(Log::Mode mode, const std::string& messages) const {
         EXPECT_EQ(Messages(), messages);
         if (mode == Log::XML) {
-            EXPECT_EQ(CountXmlItems(m_file), std::count(messages.begin(), messages.end(), ';'));
+            EXPECT_EQ(XmlMessages(m_file), messages);
         }
     }
 
+    TimeZone m_zone{"CST-8"};
     CurrentCharset m_charset{KELDCharset::UTF8};
     ScratchDirectory m_scratch;
     std::string m_file = m_scratch / "a.log";

@@ -10,7 +10,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include <sys/ptrace.h>
@@ -87,22 +86,91 @@ TEST(NamedObject, GivesSlotsToTheLivingAlone) {
     EXPECT_LE(first.SlotsUsed(), 64U);
 }
 
-// ---- One process
+// ---- Openers
+namespace {
 
-TEST_F(ProcessLock, CountsItsOpenersFromOneInEveryLife) {
+/// What one opener of a lock knows.
+struct Opener {
+    QzProcess lock;
+    bool open = false, valid = true;
+    int reads = 0, writes = 0;
+    std::uint64_t lastStamp = 0;
+    int calls = 0, expectedCalls = 0;
+
+    Opener() {
+        lock.SetCallBack([](void* count) { ++*static_cast<int*>(count); }, &calls);
+    }
+    bool IsUsable() const { return open && valid; }
+};
+
+} // namespace
+
+// A random sequence of operations, of several openers and now and then another process, beside a model.
+TEST_F(ProcessLock, BehavesAsItsModel) {
+    Opener openers[4];
+    std::uint64_t stamp = 0, attached = 0;
+    const auto count = [&](const auto& has) { return std::count_if(std::begin(openers), std::end(openers), has); };
+    const auto isOpen = [](const Opener& one) { return one.open; };
+    const auto readers = [&] { return count([](const Opener& one) { return one.reads > 0; }); };
+    const auto isFree = [&](bool toWrite) {
+        return count([](const Opener& one) { return one.writes > 0; }) + (toWrite ? readers() : 0) == 0;
+    };
     EXPECT_EQ(lock.ProcessLockInit(KeldMBString()), 0U);
-    EXPECT_FALSE(lock.ReaderLock(true));
-    EXPECT_FALSE(lock.isLocked());
-    ASSERT_EQ(lock.ProcessLockInit(name), 1U);
-    EXPECT_EQ(lock.ProcessLockInit(name), 0U);
-    EXPECT_TRUE(Child([&] { return QzProcess().ProcessLockInit(name) == 2; }).Succeeds());
-    lock.WriterLock(false);
-    EXPECT_EQ(QzProcess().ProcessLockInit(name), 3U);
-    EXPECT_EQ(Block(), (Words{1, 0, 3}));
-    lock.ProcessLockRelease(); // gives the lock back
-    EXPECT_FALSE(lock.isLocked());
-    lock.ProcessLockRelease();
-    EXPECT_EQ(Block(), Words());
+    EXPECT_EQ(lock.WaitForValidSignal(nullptr), 0xFFFFFFFFUL);
+    std::mt19937 random(11);
+    for (int step = 0; step < 10000; ++step) {
+        SCOPED_TRACE(step);
+        Opener& one = openers[random() % 4];
+        const bool writes = random() % 2 == 0;
+        int& nested = writes ? one.writes : one.reads;
+        const unsigned operation = random() % 16;
+        if (operation < 8) { // lock
+            const bool timed = random() % 2 == 0;
+            const bool notify = random() % 2 == 0;
+            const bool gets = one.IsUsable() && (nested > 0 || isFree(writes));
+            if (one.IsUsable() && !gets && !timed)
+                continue; // it would wait
+            const bool changed = gets && nested == 0 && one.lastStamp != stamp;
+            const bool result = !timed   ? (writes ? one.lock.WriterLock(notify) : one.lock.ReaderLock(notify))
+                                : writes ? one.lock.TimedWriterLock(0, notify)
+                                         : one.lock.TimedReaderLock(0, notify);
+            ASSERT_EQ(result, timed ? gets : changed);
+            one.expectedCalls += changed && notify ? 1 : 0;
+            if (gets && nested++ == 0)
+                one.lastStamp = writes ? ++stamp : stamp;
+        } else if (operation < 12) { // unlock; when it is not locked: nothing
+            writes ? one.lock.WriterUnlock() : one.lock.ReaderUnlock();
+            if (one.IsUsable() && nested > 0)
+                --nested;
+        } else if (operation == 12) {
+            one.valid = random() % 3 != 0;
+            one.lock.SetIsValied(one.valid);
+        } else if (operation == 13) {
+            ASSERT_EQ(one.lock.ProcessLockInit(name), one.open ? 0 : ++attached);
+            if (!one.open)
+                one.lastStamp = stamp;
+            one.open = true;
+        } else if (operation == 14 && random() % 4 == 0) {
+            one.lock.ProcessLockRelease(); // gives the lock back
+            one.open = false;
+            one.reads = one.writes = 0;
+            if (count(isOpen) == 0)
+                stamp = attached = 0;
+        } else if (random() % 20 == 0 && count(isOpen) > 0) {
+            const bool gets = isFree(true);
+            Child child([&, next = ++attached] {
+                QzProcess own;
+                return own.ProcessLockInit(name) == next && own.TimedWriterLock(0) == gets;
+            });
+            ASSERT_TRUE(child.Succeeds());
+            stamp += gets ? 1 : 0;
+        }
+        ASSERT_EQ(one.lock.isLocked(), one.reads + one.writes > 0);
+        ASSERT_EQ(one.calls, one.expectedCalls);
+        if (step % 16 == 0) {
+            ASSERT_EQ(Block(), (count(isOpen) == 0 ? Words() : Words{stamp, std::uint64_t(readers()), attached}));
+        }
+    }
 }
 
 TEST_F(ProcessLock, TakesAnyNameOfBoundedLength) {
@@ -132,38 +200,6 @@ TEST_F(ProcessLock, TakesAnyNameOfBoundedLength) {
     EXPECT_EQ(lock.ProcessLockInit(name), 1U);
 }
 
-TEST_F(ProcessLock, NestsWithinItsProcess) {
-    for (int i = 0; i < 2; ++i) {
-        lock.ReaderUnlock(); // not open, then not locked: nothing happens, the lock works on
-        lock.WriterUnlock();
-        lock.ProcessLockInit(name);
-    }
-    {
-        const QzProcessReaderLock outer(lock, true);
-        const QzProcessReaderLock inner(lock, true);
-        EXPECT_EQ(Block(), (Words{0, 1, 1}));
-    }
-    EXPECT_EQ(Block(), (Words{0, 0, 1}));
-    {
-        const QzProcessWriterLock outer(lock, true);
-        const QzProcessWriterLock inner(lock, true);
-        EXPECT_EQ(Block(), (Words{1, 0, 1}));
-    }
-    lock.ReaderLock(false);
-    lock.ReaderLock(false);
-    lock.ReaderUnlock();
-    EXPECT_TRUE(lock.isLocked());
-    lock.SetIsValied(false);
-    lock.ReaderUnlock();
-    EXPECT_FALSE(lock.ReaderLock(true) || lock.WriterLock(true));
-    EXPECT_EQ(Block(), (Words{1, 1, 1}));
-    lock.SetIsValied(true);
-    lock.ReaderUnlock();
-    EXPECT_FALSE(lock.isLocked());
-    EXPECT_EQ(Block(), (Words{1, 0, 1}));
-    EXPECT_EQ(lock.WaitForValidSignal(nullptr), 0xFFFFFFFFUL);
-}
-
 TEST_F(ProcessLock, ServesTheThreadsOfAProcess) {
     lock.ProcessLockInit(name);
     QzProcess writer;
@@ -185,61 +221,6 @@ TEST_F(ProcessLock, ServesTheThreadsOfAProcess) {
     second.join();
     EXPECT_LE(changes, 2000U);
     EXPECT_EQ(Block(), (Words{2000, 0, 2}));
-}
-
-// ---- Several processes
-
-TEST_F(ProcessLock, ReportsEachChangeOnceToEveryOpener) {
-    int calls[2] = {};
-    QzProcess openers[2];
-    for (const int i : {0, 1}) {
-        openers[i].SetCallBack([](void* count) { ++*static_cast<int*>(count); }, &calls[i]);
-        openers[i].ProcessLockInit(name);
-        EXPECT_FALSE(openers[i].ReaderLock(true));
-        openers[i].ReaderUnlock();
-    }
-    using Step = std::tuple<bool, bool, int>;
-    for (const auto& [writes, notify, expected] : {Step(false, true, 1), Step(false, false, 1), Step(true, true, 2)}) {
-        Child writer([&] {
-            QzProcess own;
-            own.ProcessLockInit(name);
-            const bool first = own.WriterLock(true);
-            own.WriterUnlock();
-            const bool second = own.WriterLock(true);
-            own.WriterUnlock();
-            return !first && !second;
-        });
-        EXPECT_TRUE(writer.Succeeds());
-        for (const int i : {0, 1}) {
-            QzProcess& opener = openers[i];
-            EXPECT_TRUE(writes ? opener.WriterLock(notify) : opener.ReaderLock(notify));
-            writes ? opener.WriterUnlock() : opener.ReaderUnlock();
-            EXPECT_FALSE(opener.ReaderLock(true));
-            opener.ReaderUnlock();
-            EXPECT_EQ(calls[i], expected);
-        }
-    }
-    EXPECT_EQ(Block(), (Words{8, 0, 5}));
-}
-
-TEST_F(ProcessLock, ReadersOverlapAndAWriterWaitsForAll) {
-    auto& written = SharedWithChildren<std::atomic<bool>>();
-    lock.ProcessLockInit(name);
-    lock.ReaderLock(false);
-    Child writer([&] {
-        const QzProcessWriterLock writing(lock, false);
-        written = true;
-        return lock.isLocked();
-    });
-    Child reader([&] {
-        const QzProcessReaderLock reading(lock, false);
-        return lock.isLocked() && Block() == Words{0, 2, 1};
-    });
-    EXPECT_TRUE(reader.Succeeds());
-    AWhile();
-    EXPECT_FALSE(written);
-    lock.ReaderUnlock();
-    EXPECT_TRUE(writer.Succeeds());
 }
 
 // ---- Processes that are killed

@@ -1,6 +1,7 @@
 #include "text/failingmemory.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 #include <thread>
@@ -23,8 +24,11 @@ std::atomic<std::thread::id> s_thread; // whose allocations are counted
 std::atomic<int> s_countdown{0};       // 1: the next one fails
 
 bool FailsNow() {
-    return s_countdown.load(std::memory_order_relaxed) > 0 && s_thread.load() == std::this_thread::get_id() &&
-           s_countdown.fetch_sub(1) == 1;
+    if (s_countdown.load(std::memory_order_relaxed) <= 0 || s_thread.load() != std::this_thread::get_id() ||
+        s_countdown.fetch_sub(1) != 1)
+        return false;
+    errno = ENOMEM; // as the C library does
+    return true;
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <algorithm>
 #include <functional>
 #include <thread>
 
@@ -32,266 +32,153 @@ namespace {
 
 enum class Left { OldOrNew, OldNewOrEmpty };
 
-std::atomic<int> s_assertions{0};
-
-// `make` gives the old value and `change` makes the new one of it. Each try has a thread of its own, which has kept
-// nothing from texts before.
 template <class Value>
-void Exhaust(const char* name, const std::function<Value()>& make, const std::function<void(Value&)>& change,
-             Left left = Left::OldOrNew) {
-    SCOPED_TRACE(name);
-    const Value before = make();
-    Value after = make();
-    change(after);
-    ASSERT_FALSE(before == after) << "nothing to see";
-    int failing = 1;
-    for (bool isFailing = true; isFailing; ++failing) {
-        ASSERT_LT(failing, 500);
-        bool isThrown = false;
-        bool isWhole = false;
-        bool isRepeatable = false;
-        std::thread([&] {
-            Value value = make();
-            s_assertions = 0;
-            FailAllocation(failing);
-            try {
-                change(value);
-            } catch (...) {
-                isThrown = true;
-            }
-            isFailing = StopFailing();
-            isWhole = value == after || (isFailing && value == before) ||
-                      (isFailing && left == Left::OldNewOrEmpty && value == Value());
-            Value again = make();
-            change(again);
-            isRepeatable = again == after;
-        }).join();
-        ASSERT_FALSE(isThrown) << failing;
-        ASSERT_TRUE(isWhole) << failing;
-        ASSERT_TRUE(isRepeatable) << failing;
+using Changes = std::vector<std::function<void(Value&)>>;
+
+// Makes a new value of `before` with each of the changes. Each try has a thread of its own, which has kept nothing from
+// texts before.
+template <class Value>
+void Exhaust(const Value& before, Left left, const Changes<Value>& changes) {
+    for (const auto& change : changes) {
+        SCOPED_TRACE(testing::Message() << "change " << &change - changes.data());
+        Value after = before;
+        change(after);
+        ASSERT_FALSE(before == after) << "nothing to see";
+        int failing = 1;
+        for (bool isFailing = true; isFailing; ++failing) {
+            ASSERT_LT(failing, 500);
+            bool isThrown = false;
+            Value value = before;
+            Value again = before;
+            std::thread([&] {
+                FailAllocation(failing);
+                try {
+                    change(value);
+                } catch (...) {
+                    isThrown = true;
+                }
+                isFailing = StopFailing();
+                change(again);
+            }).join();
+            ASSERT_FALSE(isThrown) << failing;
+            ASSERT_TRUE(value == after || (isFailing && value == before) ||
+                        (isFailing && left == Left::OldNewOrEmpty && value == Value()))
+                << failing;
+            ASSERT_TRUE(again == after) << failing;
+        }
+        EXPECT_GT(failing, 2) << "no allocation failed";
     }
-    EXPECT_GT(failing, 2) << "no allocation failed";
 }
 
-const char Long[] = "a text that is longer than what fits into a string itself";
-const wchar_t LongWide[] = L"a text that is longer than what fits into a string itself";
+const KeldMBString Long = "a text that is longer than what fits into a string itself";
 const std::string Huge(20000, 'h');
-
-KeldMBString Text() {
-    return KeldMBString(Long);
-}
-QzStringW Wide() {
-    return QzStringW(LongWide);
-}
 
 class Memory : public testing::Test {
 protected:
     Memory() {
-        SetAssertHandler([](const char*, const char*, int) { ++s_assertions; });
+        SetAssertHandler([](const char*, const char*, int) {});
     }
     ~Memory() override { SetAssertHandler(nullptr); }
 };
 
-TEST_F(Memory, OfTexts) {
-    using Change = std::function<void(KeldMBString&)>;
-    const std::pair<const char*, Change> inPlace[] = {
-        {"copy",
-         [](KeldMBString& t) {
-             t = KeldMBString(std::string_view(Huge)) != "" ? KeldMBString("new value, long enough for the heap") : t;
-         }},
-        {"append", [](KeldMBString& t) { t += Long; }},
-        {"append itself", [](KeldMBString& t) { t += t; }},
-        {"insert", [](KeldMBString& t) { t.Insert(3, Text()); }},
-        {"replace", [](KeldMBString& t) { t.Replace("text", Long); }},
-        {"replace bytes", [](KeldMBString& t) { t.Replace(1, 2, Long); }},
-        {"format", [](KeldMBString& t) { t.Format("%0300d", 7); }},
-    };
-    for (const auto& [name, change] : inPlace)
-        Exhaust<KeldMBString>(name, Text, change, Left::OldNewOrEmpty);
-    static KeldMBString s_other;
-    s_other = "another text, which is long enough as well";
-    const std::pair<const char*, Change> strict[] = {
-        {"assign", [](KeldMBString& t) { t = s_other; }},
-        {"append view", [](KeldMBString& t) { t += s_other; }},
-        {"insert other", [](KeldMBString& t) { t.Insert(3, s_other); }},
-        {"append itself", [](KeldMBString& t) { t += t; }},
-        {"replace by other", [](KeldMBString& t) { t.Replace("e", s_other); }},
-    };
-    for (const auto& [name, change] : strict)
-        Exhaust<KeldMBString>(
-            name, [] { return KeldMBString("e, but short"); }, change);
-    const std::pair<const char*, Change> made[] = {
-        {"join", [](KeldMBString& t) { t = t + s_other; }},
-        {"join three", [](KeldMBString& t) { t = t + (t + s_other); }},
-        {"mid", [](KeldMBString& t) { t = t.Mid(4); }},
-        {"fill", [](KeldMBString& t) { t = KeldMBString('x', 100); }},
-        {"name", [](KeldMBString& t) { t = QzToolkit::GetXmlFileHeader(KELDCharset::UTF8); }},
-    };
-    for (const auto& [name, change] : made) {
-        if (std::string_view(name) != "join three") // two operations, of which the second is done without the first
-            Exhaust<KeldMBString>(name, Text, change, Left::OldNewOrEmpty);
-    }
+template <class Text>
+void ExhaustText(const Text& brief, const Text& full) {
+    Exhaust<Text>(brief, Left::OldOrNew,
+                  {[&](Text& t) { t = full; }, [&](Text& t) { t += full; }, [&](Text& t) { t += t; },
+                   [&](Text& t) { t.Insert(3, full); }, [&](Text& t) { t.Replace(brief.Left(1), full); }});
+    Exhaust<Text>(full, Left::OldNewOrEmpty,
+                  {[&](Text& t) { t = t + full; }, [&](Text& t) { t = brief.Left(1) + full; },
+                   [&](Text& t) { t = t.Mid(4); }, [&](Text& t) { t.Insert(3, Text(full)); }});
 }
 
-TEST_F(Memory, OfWideTexts) {
-    using Change = std::function<void(QzStringW&)>;
-    static const KeldMBString s_mixed(Huge + "\xD6\xD0");
-    static QzStringW s_other;
-    s_other = L"another text, which is long enough as well";
-    const std::pair<const char*, Change> strict[] = {
-        {"assign", [](QzStringW& t) { t = s_other; }},
-        {"append", [](QzStringW& t) { t += s_other; }},
-        {"append itself", [](QzStringW& t) { t += t; }},
-        {"insert", [](QzStringW& t) { t.Insert(1, LongWide); }},
-        {"insert units", [](QzStringW& t) { t.Insert(1, L'x', 99); }},
-        {"replace", [](QzStringW& t) { t.Replace(L"e", LongWide); }},
-        {"from UTF-8", [](QzStringW& t) { t.FromString(Text(), KELDCharset::UTF8); }},
-    };
-    for (const auto& [name, change] : strict)
-        Exhaust<QzStringW>(
-            name, [] { return QzStringW(L"e, but short"); }, change,
-            std::string_view(name) == "from UTF-8" ? Left::OldNewOrEmpty : Left::OldOrNew);
-    const std::pair<const char*, Change> made[] = {
-        {"join", [](QzStringW& t) { t = t + s_other; }},
-        {"left", [](QzStringW& t) { t = t.Left(20); }},
-        {"span", [](QzStringW& t) { t = t.SpanExcluding(L"w"); }},
-        {"from GBK", [](QzStringW& t) { t.FromString(KeldMBString("\xD6\xD0\xCE\xC4\xD6\xD0"), KELDCharset::GB2312); }},
-        {"from much GBK", [](QzStringW& t) { t.FromString(s_mixed, KELDCharset::GB2312); }},
-    };
-    for (const auto& [name, change] : made)
-        Exhaust<QzStringW>(name, Wide, change, Left::OldNewOrEmpty);
+} // namespace
+
+TEST_F(Memory, OfTexts) {
+    ExhaustText<KeldMBString>("e, but short", Long);
+    const QzStringW wide(Long);
+    ExhaustText<QzStringW>(L"e, but short", wide);
+    using Text = KeldMBString;
+    Exhaust<Text>(Long, Left::OldNewOrEmpty,
+                  {[](Text& t) { t.Replace(1, 2, Long.View()); }, [](Text& t) { t.Format("%0300d", 7); },
+                   [](Text& t) { t = Text('x', 100); },
+                   [](Text& t) { t = QzToolkit::GetXmlFileHeader(KELDCharset::UTF8); }});
+    Exhaust<QzStringW>(wide, Left::OldNewOrEmpty,
+                       {[](QzStringW& t) { t.Insert(1, L'x', 99); }, [](QzStringW& t) { t = t.SpanExcluding(L"w"); }});
     using Pieces = KeldArray<QzStringW>;
-    Exhaust<Pieces>(
-        "split", [] { return Pieces(); }, [](Pieces& pieces) { Wide().Split(pieces, L" "); });
+    Exhaust<Pieces>(Pieces(), Left::OldOrNew, {[&](Pieces& pieces) { wide.Split(pieces, L" "); }});
 }
 
 TEST_F(Memory, OfConversions) {
-    using Change = std::function<void(KeldMBString&)>;
-    const auto source = [](const char* text) { return KeldMBString(text); };
-    const std::pair<const char*, Change> made[] = {
-        {"wide to GBK",
-         [](KeldMBString& t) {
-             t = QzStringW(L"\u4E2D\u6587\u4E2D\u6587\u4E2D\u6587\u4E2D\u6587").ToString(KELDCharset::GB2312);
-         }},
-        {"UTF-8",
-         [](KeldMBString& t) {
-             t = QzStringUTF8(KeldMBString("\xD6\xD0\xCE\xC4\xD6\xD0\xD6\xD0"), KELDCharset::GB2312).Cstr();
-         }},
-        {"from UTF-8",
-         [](KeldMBString& t) { t = QzStringUTF8(KeldMBString(Long), KELDCharset::UTF8).ToString(KELDCharset::Big5); }},
-        {"units",
-         [](KeldMBString& t) {
-             t = QzStringUCS2LE(KeldMBString(Long), KELDCharset::UTF8).ToString(KELDCharset::GB2312);
-         }},
-        {"much",
-         [](KeldMBString& t) {
-             t = QzStringUCS2LE(KeldMBString(std::string_view(Huge)), KELDCharset::UTF8).ToString(KELDCharset::GB2312);
-         }},
-    };
-    for (const auto& [name, change] : made)
-        Exhaust<KeldMBString>(
-            name, [&] { return source("old"); }, change, Left::OldNewOrEmpty);
+    const KeldMBString chinese("\xD6\xD0\xCE\xC4\xD6\xD0\xCE\xC4");
+    const KeldMBString huge{std::string_view(Huge)};
+    const KeldMBString mixed = huge + chinese;
+    constexpr auto GBK = KELDCharset::GB2312;
+    constexpr auto UTF8 = KELDCharset::UTF8;
+    using Text = KeldMBString;
+    Exhaust<QzStringW>(L"old", Left::OldOrNew,
+                       {[](QzStringW& t) { t.FromString(Long, UTF8); }, [&](QzStringW& t) { t.FromString(huge, UTF8); },
+                        [&](QzStringW& t) { t.FromString(chinese, GBK); },
+                        [&](QzStringW& t) { t.FromString(mixed, GBK); }});
+    const QzStringW wide(L"\u4E2D\u6587\u4E2D\u6587\u4E2D\u6587\u4E2D\u6587");
+    Exhaust<Text>("old", Left::OldNewOrEmpty,
+                  {[&](Text& t) { t = wide.ToString(GBK); }, [&](Text& t) { t = QzStringUTF8(chinese, GBK).Cstr(); },
+                   [&](Text& t) { t = QzStringUTF8(Long, UTF8).ToString(KELDCharset::Big5); },
+                   [&](Text& t) { t = QzStringUCS2LE(Long, UTF8).ToString(GBK); },
+                   [&](Text& t) { t = QzStringUCS2LE(huge, UTF8).ToString(GBK); }});
     // The codec's own promise: the destination is left as it was.
-    for (const auto charset : {KELDCharset::UTF8, KELDCharset::GB2312}) {
-        for (const std::string_view text : {std::string_view(Long), std::string_view(Huge)}) {
-            static KeldMBString s_text;
-            s_text = KeldMBString(text);
-            Exhaust<KeldMBString>(
-                "codec", [&] { return source("old"); },
-                [charset](KeldMBString& t) { QzTextCodec(KELDCharset::UTF8, charset).Convert(t, s_text); });
-        }
+    for (const auto charset : {UTF8, GBK}) {
+        for (const KeldMBString& text : {Long, huge})
+            Exhaust<Text>("old", Left::OldOrNew, {[&](Text& t) { QzTextCodec(UTF8, charset).Convert(t, text); }});
     }
-    Exhaust<QzStringEx>(
-        "change charset",
-        [] {
-            QzStringEx text(Text());
-            text.SetCharset(KELDCharset::UTF8);
-            return text;
-        },
-        [](QzStringEx& t) {
-            t += "\xE4\xB8\xAD";
-            t.ChangeCharset(KELDCharset::GB2312);
-            if (t.GetCharset() != KELDCharset::GB2312) // neither step or both
-                t = Text();
-        });
+    QzStringEx utf8(Long);
+    utf8.SetCharset(UTF8);
+    Exhaust<QzStringEx>(utf8, Left::OldNewOrEmpty, {[](QzStringEx& t) {
+                            t += "\xE4\xB8\xAD";
+                            t.ChangeCharset(GBK);
+                            if (t.GetCharset() != GBK) // neither step or both
+                                t = Long;
+                        }});
     using Code = KeldArray<int>;
-    Exhaust<Code>(
-        "hash code", [] { return Code(); },
-        [](Code& code) {
-            QzHashCode::StringToHashCode("abc"); // another code then, that of an empty text
-            code.Add(1);
-        },
-        Left::OldNewOrEmpty);
+    Exhaust<Code>(Code(), Left::OldNewOrEmpty, {[](Code& code) {
+                      QzHashCode::StringToHashCode("abc"); // another code then, that of an empty text
+                      code.Add(1);
+                  }});
 }
 
 TEST_F(Memory, OfContainers) {
-    static const KeldMBString s_key = Text() + " as a key";
+    const KeldMBString key = Long + " as a key";
     using Array = KeldArray<KeldMBString>;
-    const auto array = [] {
-        Array items;
-        for (int i = 0; i < 4; ++i)
-            items.Add(Text());
-        return items;
-    };
-    const std::pair<const char*, std::function<void(Array&)>> arrays[] = {
-        {"add", [](Array& a) { a.Add(s_key); }},
-        {"add its own", [](Array& a) { a.Add(a[0]); }},
-        {"insert", [](Array& a) { a.InsertAt(1, s_key); }},
-        {"set", [](Array& a) { a.SetAt(1, s_key); }},
-        {"size", [](Array& a) { a.SetSize(1000); }},
-        {"assign",
-         [](Array& a) {
-             static const Array s_other = [] {
-                 Array items;
-                 for (int i = 0; i < 3; ++i)
-                     items.Add(s_key);
-                 return items;
-             }();
-             a = s_other;
-         }},
-    };
-    for (const auto& [name, change] : arrays)
-        Exhaust<Array>(name, array, change);
+    Array array;
+    for (int i = 0; i < 4; ++i)
+        array.Add(Long);
+    Array otherArray;
+    otherArray.Add(key);
+    Exhaust<Array>(array, Left::OldOrNew,
+                   {[&](Array& a) { a.Add(key); }, [](Array& a) { a.Add(a[0]); }, [&](Array& a) { a.InsertAt(1, key); },
+                    [&](Array& a) { a.SetAt(1, key); }, [](Array& a) { a.SetSize(1000); },
+                    [&](Array& a) { a = otherArray; }});
 
     // Lists and tables are compared by what they hold in order.
     struct List : KeldList<KeldMBString> {
         bool operator==(const List& other) const { return std::equal(begin(), end(), other.begin(), other.end()); }
     };
-    const auto list = [] {
-        List items;
-        for (int i = 0; i < 20; ++i)
-            items.AddTail(Text());
-        return items;
-    };
-    Exhaust<List>("head", list, [](List& l) { l.AddHead(s_key); });
-    Exhaust<List>("tail", list, [](List& l) { l.AddTail(l.GetHead()); });
-    Exhaust<List>(
-        "first", [] { return List(); }, [](List& l) { l.AddTail(s_key); });
-    Exhaust<List>(
-        "assign", [] { return List(); },
-        [&](List& l) {
-            static const List s_other = list();
-            l = s_other;
-        });
+    List list;
+    for (int i = 0; i < 20; ++i)
+        list.AddTail(Long);
+    Exhaust<List>(list, Left::OldOrNew, {[&](List& l) { l.AddHead(key); }, [](List& l) { l.AddTail(l.GetHead()); }});
+    Exhaust<List>(List(), Left::OldOrNew, {[&](List& l) { l.AddTail(key); }, [&](List& l) { l = list; }});
 
-    const auto table = [](auto items) {
-        for (int i = 0; i < 12; ++i) {
-            KeldMBString key;
-            key.Format("%050d", i);
-            items.SetAt(key, Text());
-        }
-        return items;
-    };
     const auto tables = [&](const auto& none) {
         using Table = std::decay_t<decltype(none)>;
-        const auto make = [&] { return table(none); };
-        Exhaust<Table>("new", make, [](Table& t) { t.SetAt(s_key, s_key); });
-        Exhaust<Table>(
-            "first", [&] { return none; }, [](Table& t) { t.SetAt(s_key, s_key); });
-        Exhaust<Table>("known", make, [](Table& t) { t.SetAt(t.begin()->first, s_key); });
-        const Table other = make();
-        Exhaust<Table>(
-            "assign", [&] { return none; }, [&](Table& t) { t = other; });
+        Table table = none;
+        for (int i = 0; i < 12; ++i) {
+            KeldMBString number;
+            number.Format("%050d", i);
+            table.SetAt(number, Long);
+        }
+        Exhaust<Table>(table, Left::OldOrNew,
+                       {[&](Table& t) { t.SetAt(key, key); }, [&](Table& t) { t.SetAt(t.begin()->first, key); }});
+        Exhaust<Table>(none, Left::OldOrNew, {[&](Table& t) { t.SetAt(key, key); }, [&](Table& t) { t = table; }});
     };
     struct Dict : KeldDict<KeldMBString, KeldMBString> {
         bool operator==(const Dict& other) const { return std::equal(begin(), end(), other.begin(), other.end()); }
@@ -304,44 +191,38 @@ TEST_F(Memory, OfStreamsAndFiles) {
     const ScratchDirectory scratch;
     const KeldMBString path(scratch / "file");
     WriteBytes(scratch / "file", Huge);
-    // What a change made of the bytes or the file, as text.
-    const auto none = [] { return KeldMBString("old"); };
-    Exhaust<KeldMBString>("read all", none, [&](KeldMBString& t) {
-        QzFile file;
-        if (file.Open(path, QzFile::Access::Read))
-            file.ReadAll(t);
-    });
-    Exhaust<KeldMBString>(
-        "stream", none,
-        [](KeldMBString& t) {
-            QzByteArray bytes;
-            bytes << Text() << QzStringUCS2LE(Text(), KELDCharset::UTF8);
-            if (!bytes.IsGood())
-                return;
-            bytes.Seek(0);
-            bytes >> t;
-        },
-        Left::OldNewOrEmpty);
-    Exhaust<KeldMBString>("file stream", none, [&](KeldMBString& t) {
-        QzFileStream stream(path, QzFile::Access::Read);
-        char head[4] = {};
-        if (stream.Read(head, 3) == 3)
-            t = head;
-    });
-    Exhaust<KeldMBString>(
-        "path", none, [&](KeldMBString& t) { t = QzFile::GetAbsolutePath(path, "../other\\name"); },
-        Left::OldNewOrEmpty);
-    Exhaust<KeldMBString>("time", none, [](KeldMBString& t) {
-        KeldTime time;
-        if (time.Parse("%Y-%m-%d %H:%M:%S", "2021-03-04 05:06:07") != 0)
-            t = "read";
-    });
     SetTraceHandler([](const char*) {});
-    Exhaust<KeldMBString>("trace", none, [](KeldMBString& t) {
-        qztrace("%0300d", 1);
-        t = "";
-    });
+    // What a change made of the bytes or the file, as text.
+    using Text = KeldMBString;
+    Exhaust<Text>("old", Left::OldNewOrEmpty,
+                  {[&](Text& t) {
+                       QzFile file;
+                       if (file.Open(path, QzFile::Access::Read) && !file.ReadAll(t) && t != "old")
+                           t = "lost";
+                   },
+                   [](Text& t) {
+                       QzByteArray bytes;
+                       bytes << Long << QzStringUCS2LE(Long, KELDCharset::UTF8);
+                       if (!bytes.IsGood())
+                           return;
+                       bytes.Seek(0);
+                       bytes >> t;
+                   },
+                   [&](Text& t) {
+                       QzFileStream stream(path, QzFile::Access::Read);
+                       char head[4] = {};
+                       if (stream.Read(head, 3) == 3)
+                           t = head;
+                   },
+                   [&](Text& t) { t = QzFile::GetAbsolutePath(path, "../other\\name"); },
+                   [](Text& t) {
+                       KeldTime time;
+                       if (time.Parse("%Y-%m-%d %H:%M:%S", "2021-03-04 05:06:07") != 0)
+                           t = "read";
+                   },
+                   [](Text& t) {
+                       qztrace("%0300d", 1);
+                       t = "done";
+                   }});
     SetTraceHandler(nullptr);
 }
-
-} // namespace

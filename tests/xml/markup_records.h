@@ -5,6 +5,7 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -36,6 +37,20 @@ public:
         return rows;
     }
     bool RecordsMatchText() const { return Rows() == CheckedMarkup(GetDoc().Cstr()).Rows(); }
+
+    /// Whether the element's markup stands at the line and the column that are told of it.
+    bool PositionMatchesText(bool ofChild) const {
+        int line = 0;
+        int column = 0;
+        if (!(ofChild ? GetChildElemPosition(line, column) : GetElemPosition(line, column)))
+            return (ofChild ? GetChildTagName() : GetTagName()).IsEmpty();
+        const Qzc::KeldMBString markup = ofChild ? GetChildSubDoc() : GetSubDoc();
+        std::string_view rest = GetDoc().View();
+        for (; line > 1; --line)
+            rest.remove_prefix(std::min(rest.find('\n'), rest.size() - 1) + 1);
+        const std::size_t before = std::min(static_cast<std::size_t>(column - 1), rest.size());
+        return rest.find('\n') >= before && rest.compare(before, markup.View().size(), markup.View()) == 0;
+    }
 };
 
 using AttributeList = std::vector<std::pair<std::string, std::string>>;
@@ -68,6 +83,19 @@ inline int WalkAll(Qzc::QzMarkup& markup) {
             return count;
         }
     }
+}
+
+/// An element with all that is in it, read through ranges. Blanks between elements count unless they are `layout`.
+inline std::string Content(Qzc::QzMarkup::Element element, bool layout = false) {
+    std::string data(element.GetDataView());
+    if (layout && !element.Children().empty() && data.find_first_not_of(" \t\r\n") == std::string::npos)
+        data.clear();
+    std::string content = "<" + std::string(element.GetTagName().View()) + ">" + data;
+    for (const auto& attribute : element.Attributes())
+        content.append(" ").append(attribute.GetNameView()).append("=").append(attribute.GetValueView());
+    for (const Qzc::QzMarkup::Element child : element.Children())
+        content += Content(child, layout);
+    return content + "/";
 }
 
 /// Moves or edits a document in one of all possible ways, as the numbers say that `next(n)` draws below n,
@@ -133,6 +161,8 @@ std::string RandomStep(CheckedMarkup& markup, Next next) {
     case 22: markup.FindChildElem(wanted); break;
     default: markup.FindElem(wanted); break;
     }
+    if (!markup.PositionMatchesText(false) || !markup.PositionMatchesText(true))
+        return "an element is not where it is said to be";
     if (!done) {
         const bool kept = step > 14 || (markup.GetSubDoc() == main && markup.GetChildSubDoc() == child);
         return kept && markup.GetDoc() == doc ? "" : "a refused step left a trace";

@@ -6,22 +6,11 @@
 #include <thread>
 #include <vector>
 
-#include "toolkit/qzmarkup.h"
+#include "xml/markup_records.h"
 
 using namespace Qzc;
 
 namespace {
-
-/// All that can be read of an element and what is in it.
-std::string ReadAll(QzMarkup::Element element) {
-    std::string text(element.GetTagName().View());
-    for (const auto& attribute : element.Attributes())
-        text.append(attribute.GetNameView()).append(attribute.GetValueView()).append(attribute.GetValue().View());
-    text.append(element.GetDataView()).append(element.GetAttrib("k").View());
-    for (const QzMarkup::Element child : element.Children())
-        text += ReadAll(child);
-    return text;
-}
 
 std::string ReadPosition(const QzMarkup& markup) {
     std::string text(markup.GetTagNameView());
@@ -29,7 +18,7 @@ std::string ReadPosition(const QzMarkup& markup) {
         text.append(markup.GetAttribNameView(n)).append(markup.GetAttribValueView(n));
     for (int n = markup.GetChildAttribCount(); n >= 0; --n)
         text.append(markup.GetChildAttribName(n).View()).append(markup.GetChildAttribValue(n).View());
-    text.append(markup.GetDataView()).append(markup.GetChildDataView());
+    text.append(markup.GetDataView()).append(markup.GetChildDataView()).append(markup.GetAttrib("k").View());
     text.append(markup.GetSubDoc().View()).append(markup.GetDoc().View());
     int line = 0;
     int column = 0;
@@ -53,7 +42,7 @@ TEST(MarkupThreads, ReadOneDocumentAtOnce) {
             ASSERT_TRUE(markup.FindChildElem());
         ASSERT_TRUE(markup.SetChildAttrib("k", round));
         QzMarkup alone(markup);
-        const std::string everything = ReadAll(alone.TopElement());
+        const std::string everything = Content(alone.TopElement());
         const std::string position = ReadPosition(alone);
         constexpr int Threads = 4;
         std::atomic<int> ready{0};
@@ -65,8 +54,8 @@ TEST(MarkupThreads, ReadOneDocumentAtOnce) {
                 const QzMarkup& shared = markup;
                 for (++ready; ready != Threads;)
                     std::this_thread::yield();
-                const bool first = i % 2 == 0 ? ReadAll(shared.TopElement()) == everything : true;
-                if (ReadPosition(shared) == position && first && ReadAll(shared.TopElement()) == everything)
+                const bool first = i % 2 == 0 ? Content(shared.TopElement()) == everything : true;
+                if (ReadPosition(shared) == position && first && Content(shared.TopElement()) == everything)
                     ++same;
             });
         }

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/posix/filestatus.h"
+
 namespace Platform {
 
 namespace {
@@ -100,9 +102,8 @@ bool TruncateFile(FileHandle file, std::int64_t length, int& error) {
 }
 
 bool FileHasName(FileHandle file) {
-    // Not fstat: asking for the times too would make the next write stamp and journal the file anew.
-    struct statx status = {};
-    return statx(Descriptor(file), "", AT_EMPTY_PATH, STATX_NLINK, &status) == 0 && status.stx_nlink != 0;
+    FileStatus status;
+    return !QueryFile(Descriptor(file), "", STATX_NLINK, status) || status.links != 0;
 }
 
 bool FileIsAt(FileHandle file, const char* path) {

@@ -22,8 +22,9 @@ struct Code {
     bool Holds(std::uintptr_t address) const { return address >= begin && address < end; }
 };
 
-// The C library's, the allocator's where that is another one, and the dynamic linker's.
-std::array<Code, 3> s_systemCode;
+// The C library's, the allocator's where that is another one, the dynamic linker's, and what the system itself puts
+// into the process where system calls go through it.
+std::array<Code, 4> s_systemCode;
 
 struct Search {
     std::uintptr_t wanted;
@@ -76,34 +77,53 @@ Code LinkerCode() {
     return code;
 }
 
+// A loop that yields is hardly ever anywhere else.
+bool Yields(std::uintptr_t address) {
+    const auto yield = reinterpret_cast<std::uintptr_t>(&sched_yield);
+    return address >= yield && address < yield + 32;
+}
+
 } // namespace
 
 void LocateSystemCode() {
     s_systemCode = {SystemCodeAround(reinterpret_cast<std::uintptr_t>(&getpid)),
                     SystemCodeAround(reinterpret_cast<std::uintptr_t>(&std::malloc)), LinkerCode()};
+#if defined(__i386__)
+    s_systemCode[3] = SystemCodeAround(getauxval(AT_SYSINFO_EHDR));
+#endif
 }
 
 bool MayHoldSystemLock(const void* context) {
-#if defined(__x86_64__) || defined(__aarch64__)
+#if defined(__x86_64__) || defined(__i386__) || defined(__aarch64__)
     const auto& machine = static_cast<const ucontext_t*>(context)->uc_mcontext;
 #if defined(__x86_64__)
     constexpr std::array<unsigned char, 2> SystemCall = {0x0F, 0x05};
     const auto address = static_cast<std::uintptr_t>(machine.gregs[REG_RIP]);
     const long long result = machine.gregs[REG_RAX];
+#elif defined(__i386__)
+    // The system's gate returns behind this instruction whatever it went in by.
+    constexpr std::array<unsigned char, 2> SystemCall = {0xCD, 0x80};
+    const auto address = static_cast<std::uintptr_t>(machine.gregs[REG_EIP]);
+    const long long result = machine.gregs[REG_EAX];
 #else
     constexpr std::array<unsigned char, 4> SystemCall = {0x01, 0x00, 0x00, 0xD4};
     const std::uintptr_t address = machine.pc;
     const auto result = static_cast<long long>(machine.regs[0]);
 #endif
-    // A loop that yields is hardly ever anywhere else.
-    const auto yield = reinterpret_cast<std::uintptr_t>(&sched_yield);
-    if (address >= yield && address < yield + 32)
+    if (Yields(address))
         return false;
     for (const Code& code : s_systemCode) {
         if (!code.Holds(address))
             continue;
         const auto* before = reinterpret_cast<const unsigned char*>(address - SystemCall.size());
-        return result != -EINTR || std::memcmp(before, SystemCall.data(), SystemCall.size()) != 0;
+        const bool inCall = std::memcmp(before, SystemCall.data(), SystemCall.size()) == 0;
+#if defined(__i386__)
+        // The gate keeps three registers on the stack; its caller's address follows.
+        if (inCall && s_systemCode[3].Holds(address) &&
+            Yields(reinterpret_cast<const std::uintptr_t*>(machine.gregs[REG_ESP])[3]))
+            return false;
+#endif
+        return result != -EINTR || !inCall;
     }
     return false;
 #else

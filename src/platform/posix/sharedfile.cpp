@@ -7,6 +7,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "platform/posix/filestatus.h"
+
 namespace Platform {
 
 namespace {
@@ -62,8 +64,8 @@ bool IsLocked(std::int64_t handle, off_t start, off_t length) {
     return fcntl(Descriptor(handle), F_OFD_GETLK, &range) == 0 && range.l_type != F_UNLCK;
 }
 
-FileIdentity IdentityOf(const struct statx& status) {
-    return {static_cast<std::uint64_t>(status.stx_dev_major) << 32 | status.stx_dev_minor, status.stx_ino};
+FileIdentity IdentityOf(const FileStatus& status) {
+    return {status.volume, status.number};
 }
 
 } // namespace
@@ -106,8 +108,8 @@ bool SharedFile::Open(const std::string& path, Creation creation, int& error) {
     }
     m_handle = descriptor;
     m_appending = true;
-    struct statx identity = {};
-    if (statx(descriptor, "", AT_EMPTY_PATH, STATX_INO, &identity) == 0)
+    FileStatus identity;
+    if (QueryFile(descriptor, "", STATX_INO, identity))
         m_identity = IdentityOf(identity);
     else
         m_identity = {};
@@ -152,11 +154,8 @@ std::int64_t SharedFile::ReadAt(std::int64_t position, char* bytes, std::int64_t
 }
 
 std::int64_t SharedFile::GetLength() const {
-    // Not fstat: asking for the times too would make the next write stamp and journal the file anew.
-    struct statx status = {};
-    return statx(Descriptor(m_handle), "", AT_EMPTY_PATH, STATX_SIZE, &status) == 0
-               ? static_cast<std::int64_t>(status.stx_size)
-               : -1;
+    FileStatus status;
+    return QueryFile(Descriptor(m_handle), "", STATX_SIZE, status) ? status.length : -1;
 }
 
 bool SharedFile::Truncate(std::int64_t length) {
@@ -168,13 +167,15 @@ bool SharedFile::Sync() {
 }
 
 bool SharedFile::IsRemoved() const {
-    struct statx status = {};
-    return statx(Descriptor(m_handle), "", AT_EMPTY_PATH, STATX_NLINK, &status) == 0 && status.stx_nlink == 0;
+    FileStatus status;
+    return QueryFile(Descriptor(m_handle), "", STATX_NLINK, status) && status.links == 0;
 }
 
 bool SharedFile::HasLeft(const std::string& path) const {
-    struct statx status = {};
-    if (statx(AT_FDCWD, path.c_str(), 0, STATX_INO, &status) != 0)
+    if (path.empty())
+        return true;
+    FileStatus status;
+    if (!QueryFile(AT_FDCWD, path.c_str(), STATX_INO, status))
         return errno == ENOENT || errno == ENOTDIR;
     const FileIdentity there = IdentityOf(status);
     const bool isKnown = m_identity.volume != 0 || m_identity.number != 0;

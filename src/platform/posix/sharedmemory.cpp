@@ -8,16 +8,15 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <grp.h>
-#include <linux/futex.h>
 #include <set>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
+#include "platform/posix/futex.h"
 #include "platform/posix/lockowners.h"
 
 // A named memory is a file in a directory of the user's own, or of the group's, on the memory file system.
@@ -504,31 +503,19 @@ std::map<SharedMemory::Opener, std::uint32_t> SharedMemory::Processes() const {
 
 // ---- Sleeping
 
-namespace {
-
 // Unlike those of one process, these waits are found by all that map the memory.
-long CallFutex(const void* word, int operation, std::uint32_t value, const void* timeout = nullptr) {
-    return syscall(SYS_futex, word, operation, value, timeout, nullptr, 0);
-}
-
-} // namespace
 
 bool SharedMemory::Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected,
                          std::chrono::nanoseconds time) const {
-    constexpr long Billion = 1000000000;
-    const struct { // whatever size the C library's own has
-        long seconds;
-        long nanoseconds;
-    } timeout = {static_cast<long>(time.count() / Billion), static_cast<long>(time.count() % Billion)};
-    return CallFutex(&word, FUTEX_WAIT, expected, &timeout) == 0 || errno != ETIMEDOUT;
+    return Futex(&word, FUTEX_WAIT, expected, std::max<std::int64_t>(time.count(), 0)) == 0 || errno != ETIMEDOUT;
 }
 
 void SharedMemory::WakeOne(const Atomic<std::uint32_t>& word) const {
-    CallFutex(&word, FUTEX_WAKE, 1);
+    Futex(&word, FUTEX_WAKE, 1);
 }
 
 void SharedMemory::WakeAll(const Atomic<std::uint32_t>& word) const {
-    CallFutex(&word, FUTEX_WAKE, INT_MAX);
+    Futex(&word, FUTEX_WAKE, INT_MAX);
 }
 
 } // namespace Platform

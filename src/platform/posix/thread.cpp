@@ -163,6 +163,10 @@ bool IsOurs(int signal) {
            action.sa_sigaction == OnTerminationSignal;
 }
 
+long Send(unsigned int thread, int signal) {
+    return syscall(SYS_tgkill, getpid(), thread, signal);
+}
+
 // Takes the highest real-time signal that nobody handles. 0 when there is none.
 int ReserveSignal() {
     for (int number = SIGRTMAX; number >= SIGRTMIN; --number) {
@@ -173,8 +177,14 @@ int ReserveSignal() {
         action.sa_sigaction = OnTerminationSignal;
         action.sa_flags = SA_SIGINFO;
         sigfillset(&action.sa_mask);
-        if (sigaction(number, &action, nullptr) == 0)
+        if (sigaction(number, &action, nullptr) != 0)
+            continue;
+        // An emulator may let a signal be handled that it cannot send. To this thread it says nothing.
+        if (Send(CurrentThreadId(), number) == 0 || errno == EAGAIN)
             return number;
+        action.sa_handler = SIG_DFL;
+        action.sa_flags = 0;
+        sigaction(number, &action, nullptr);
     }
     return 0;
 }
@@ -290,7 +300,7 @@ public:
         pthread_attr_init(&m_attributes);
         if (stackSize == 0)
             return;
-        stackSize = std::max(stackSize, Least);
+        stackSize = std::max({stackSize, Least, static_cast<std::size_t>(sysconf(_SC_THREAD_STACK_MIN))});
         m_good = stackSize <= SIZE_MAX - Page &&
                  pthread_attr_setstacksize(&m_attributes, (stackSize + Page - 1) / Page * Page) == 0;
     }
@@ -484,15 +494,20 @@ bool TerminateThread(Thread& thread, int exitCode) {
     const auto regardless = Clock::now() + std::chrono::seconds(2);
     for (std::int64_t pause = 50; !thread.HasEnded(); pause = std::min(pause + 1, LongestPause)) {
         const int signal = UsableSignal();
-        if (signal == 0)
-            return false;
+        int error = signal != 0 ? 0 : EINVAL;
         const std::uint32_t id = thread.id.load();
         // If the thread has just ended by itself the number may meanwhile be another thread's of this
         // process, which has no request and ignores the signal.
-        if (id != 0 && id != Thread::IdAwaited)
-            syscall(SYS_tgkill, getpid(), id, signal);
+        if (error == 0 && id != 0 && id != Thread::IdAwaited && Send(id, signal) != 0 && errno != ESRCH)
+            error = errno;
         if (!thread.atAnyPlace.load() && Clock::now() >= regardless)
             thread.atAnyPlace.store(true);
+        // Others may have filled the system's queue of signals for a moment. Anything else will not get better.
+        if (error != 0 && (error != EAGAIN || thread.atAnyPlace.load()) && !thread.HasEnded()) {
+            thread.toTerminate.store(false);
+            thread.atAnyPlace.store(false);
+            return false;
+        }
         const std::uint32_t state = thread.state.load();
         if (state < Thread::Ended)
             WaitOnWord(&thread.state, state, pause);

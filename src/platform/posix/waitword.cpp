@@ -1,12 +1,12 @@
 #include "platform/waitword.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <ctime>
-#include <linux/futex.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include <limits>
+
+#include "platform/posix/futex.h"
 
 namespace Platform {
 
@@ -18,21 +18,17 @@ thread_local const void* volatile t_waitedWord [[gnu::tls_model("initial-exec")]
 thread_local const LastAct* volatile t_lastAct [[gnu::tls_model("initial-exec")]] = nullptr;
 
 void Wake(const void* word, int count) {
-    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count, nullptr, nullptr, 0);
+    Futex(word, FUTEX_WAKE_PRIVATE, static_cast<std::uint32_t>(count));
 }
 
 } // namespace
 
 bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds) {
-    std::timespec timeout = {};
-    if (microseconds >= 0) {
-        timeout.tv_sec = static_cast<std::time_t>(microseconds / 1000000);
-        timeout.tv_nsec = static_cast<long>(microseconds % 1000000) * 1000;
-    }
     t_waitedWord = word;
-    const long result =
-        syscall(SYS_futex, word, FUTEX_WAIT_PRIVATE, expected, microseconds >= 0 ? &timeout : nullptr, nullptr, 0);
-    return result == 0 || errno != ETIMEDOUT;
+    // In nanoseconds, three centuries are the most.
+    const std::int64_t longest = std::numeric_limits<std::int64_t>::max() / 1000;
+    const std::int64_t nanoseconds = microseconds < 0 ? -1 : std::min(microseconds, longest) * 1000;
+    return Futex(word, FUTEX_WAIT_PRIVATE, expected, nanoseconds) == 0 || errno != ETIMEDOUT;
 }
 
 void WakeOneWaiter(const void* word) {

@@ -19,6 +19,10 @@ bool StartsWith(std::string_view text, std::string_view start) {
     return true;
 }
 
+bool EndsElement(std::string_view text, std::string_view name) {
+    return StartsWith(text, "</") && StartsWith(text.substr(2), name) && StartsWith(text.substr(2 + name.size()), ">");
+}
+
 // The text of an element, which stands in `text` as it is if it can.
 std::string_view TextOf(std::string_view content, bool hasMarkup, KeldMBString& text) {
     if (!hasMarkup && content.find('&') == std::string_view::npos)
@@ -55,15 +59,16 @@ bool LogXmlReader::Read(std::string_view text, LogReading& reading) {
         text.remove_prefix(tagEnd + 1);
         if (isEmpty)
             continue;
-        // Markup in a value is escaped but for instructions, so its end is the next end of an element.
+        // Markup in a value is escaped but for instructions, and no character that ends like a bracket is followed by
+        // the element's name: that is its end.
         std::size_t end = text.find('<');
-        const bool hasMarkup = end != std::string_view::npos && !StartsWith(text.substr(end), "</");
-        if (hasMarkup)
-            end = text.find("</", end);
-        if (end == std::string_view::npos || !StartsWith(text.substr(end + 2), name))
+        const bool hasMarkup = end != std::string_view::npos && !EndsElement(text.substr(end), name);
+        while (end != std::string_view::npos && !EndsElement(text.substr(end), name))
+            end = text.find("</", end + 1);
+        if (end == std::string_view::npos)
             return false;
         ReadValue(name, text.substr(0, end), hasMarkup, reading);
-        text.remove_prefix(end + 2 + name.size());
+        text.remove_prefix(end + 3 + name.size());
     }
 }
 

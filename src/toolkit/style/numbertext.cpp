@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "platform/decimal.h"
+
 namespace Qzc {
 
 namespace {
@@ -32,6 +34,7 @@ std::int64_t LeadingInteger(const char* text) {
     return negative ? -value : value;
 }
 
+#if defined(__cpp_lib_to_chars)
 // Of a number that no double holds: whether it is too large, and not too small.
 bool IsLarge(std::string_view number) {
     const std::size_t mark = std::min(number.find_first_of("eE"), number.size());
@@ -41,6 +44,24 @@ bool IsLarge(std::string_view number) {
     const std::int64_t exponent = mark < number.size() ? LeadingInteger(number.data() + mark + 1) : 0;
     return exponent + point - first > 0;
 }
+
+// The number that the text starts with. What no double holds gives the greatest, or 0.
+double LeadingDecimal(const char* text) {
+    double value = 0;
+    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
+    if (error == std::errc::result_out_of_range)
+        value = IsLarge(std::string_view(text, static_cast<std::size_t>(end - text)))
+                    ? std::numeric_limits<double>::max()
+                    : 0;
+    return value;
+}
+#else
+// The same, for C++ libraries that cannot read a double. The system takes 0x for the start of another number.
+double LeadingDecimal(const char* text) {
+    const bool isOther = text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    return isOther ? 0 : std::min(Platform::ReadDecimal(text), std::numeric_limits<double>::max());
+}
+#endif
 
 } // namespace
 
@@ -87,12 +108,7 @@ double qzatof(const char* text) {
         ++text;
     if (!IsDigit(*text) && *text != '.')
         return 0;
-    double value = 0;
-    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
-    if (error == std::errc::result_out_of_range)
-        value = IsLarge(std::string_view(text, static_cast<std::size_t>(end - text)))
-                    ? std::numeric_limits<double>::max()
-                    : 0;
+    const double value = LeadingDecimal(text);
     return negative ? -value : value;
 }
 

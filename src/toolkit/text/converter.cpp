@@ -71,11 +71,13 @@ std::size_t AsciiBytes(const char* text, std::size_t length, int unit, Word nonA
     return at;
 }
 
-// Where the next stretch of ASCII begins that is worth a call less to the converter; the length when there is none.
+// A stretch of ASCII that is worth a call less to the converter.
+constexpr std::size_t ShortestStretch = 64;
+
+// Where the next one begins; the length when there is none.
 std::size_t NextAscii(const char* text, std::size_t start, std::size_t length, Word nonAscii) {
-    constexpr std::size_t Least = 64;
-    while (length - start >= Least) {
-        std::size_t at = Least;
+    while (length - start >= ShortestStretch) {
+        std::size_t at = ShortestStretch;
         while (at != 0 && IsAscii(text + start + at - sizeof(Word), nonAscii))
             at -= sizeof(Word);
         if (at == 0)
@@ -152,19 +154,29 @@ public:
     /// The first in the key's row that `matches`; taken out.
     template <class Matches>
     Converter* Take(std::uint64_t key, Matches matches) {
-        for (Converter** at = &Row(key); *at != nullptr; at = &(*at)->m_next) {
-            Converter* const found = *at;
-            if (found->m_key == key && matches(*found)) {
-                *at = found->m_next;
-                --m_count;
-                return found;
-            }
+        Converter** const at = Find(key, matches);
+        return at != nullptr ? Remove(*at) : nullptr;
+    }
+    /// One with that key, which stays.
+    Converter* Borrow(std::uint64_t key) {
+        Converter* converter = m_recent;
+        if (converter == nullptr || converter->m_key != key || converter->m_isBorrowed) {
+            Converter** const at = Find(key, [](const Converter&) { return true; });
+            if (at == nullptr)
+                return nullptr;
+            converter = m_recent = *at;
         }
-        return nullptr;
+        converter->m_isBorrowed = true;
+        return converter;
+    }
+    void Return(Converter& converter) {
+        converter.m_isBorrowed = false;
+        converter.m_lastUse = ++m_uses;
     }
     void Add(Converter& converter) {
-        if (m_count == MaxCount)
+        if (m_count >= MaxCount)
             CloseOldest();
+        converter.m_cache = this;
         converter.m_lastUse = ++m_uses;
         Converter*& row = Row(converter.m_key);
         converter.m_next = row;
@@ -173,8 +185,10 @@ public:
     }
     static void CloseAll(void* cache) {
         auto* const self = static_cast<ConverterCache*>(cache);
-        while (self->m_count != 0)
-            self->CloseOldest();
+        for (Converter*& row : self->m_rows) {
+            while (row != nullptr)
+                self->Remove(row)->Close();
+        }
         delete self;
     }
 
@@ -182,24 +196,42 @@ private:
     // Every charset of the table in both directions with room to spare. A converter is some 30 to 60 KiB.
     static constexpr unsigned int MaxCount = 128;
 
-    Converter*& Row(std::uint64_t key) { return m_rows[(key * 0x9E3779B97F4A7C15 >> 32) % m_rows.size()]; }
+    Converter*& Row(std::uint64_t key) {
+        return m_rows[static_cast<std::uint32_t>(key * 0x9E3779B97F4A7C15 >> 32) % m_rows.size()];
+    }
 
+    // A borrowed one is not there for anybody else: whoever has it may come here again, by a handler.
+    template <class Matches>
+    Converter** Find(std::uint64_t key, Matches matches) {
+        for (Converter** at = &Row(key); *at != nullptr; at = &(*at)->m_next) {
+            if ((*at)->m_key == key && !(*at)->m_isBorrowed && matches(**at))
+                return at;
+        }
+        return nullptr;
+    }
+    Converter* Remove(Converter*& at) {
+        Converter* const converter = at;
+        at = converter->m_next;
+        converter->m_cache = nullptr;
+        if (m_recent == converter)
+            m_recent = nullptr;
+        --m_count;
+        return converter;
+    }
     void CloseOldest() {
         Converter** oldest = nullptr;
         for (Converter*& row : m_rows) {
             for (Converter** at = &row; *at != nullptr; at = &(*at)->m_next) {
-                if (oldest == nullptr || m_uses - (*at)->m_lastUse > m_uses - (*oldest)->m_lastUse)
+                const bool isOlder = oldest == nullptr || m_uses - (*at)->m_lastUse > m_uses - (*oldest)->m_lastUse;
+                if (isOlder && !(*at)->m_isBorrowed)
                     oldest = at;
             }
         }
-        if (oldest == nullptr)
-            return;
-        Converter* const converter = *oldest;
-        *oldest = converter->m_next;
-        --m_count;
-        converter->Close();
+        if (oldest != nullptr)
+            Remove(*oldest)->Close();
     }
 
+    Converter* m_recent = nullptr; // which the next text very likely needs again
     std::array<Converter*, 64> m_rows = {};
     unsigned int m_count = 0;
     unsigned int m_uses = 0;
@@ -233,47 +265,57 @@ ConverterCache* ConverterCache::OfThread() {
     return cache;
 }
 
-Converter* Converter::Take(Charset to, Charset from, ConverterCache*& cache) {
-    cache = nullptr;
+Converter* Converter::Take(Charset to, Charset from) {
     if (to < 0 || from < 0)
         return nullptr;
     const std::uint64_t key = KeyOf(to, from);
-    cache = ConverterCache::OfThread();
-    Converter* converter = cache != nullptr ? cache->Take(key, [](const Converter&) { return true; }) : nullptr;
-    if (converter == nullptr) {
-        converter = Open(KeldSystem::GetCharsetNameView(to), KeldSystem::GetCharsetNameView(from));
-        if (converter != nullptr)
-            converter->m_key = key;
-    }
-    return converter;
+    ConverterCache* const cache = ConverterCache::OfThread();
+    Converter* const kept = cache != nullptr ? cache->Take(key, [](const Converter&) { return true; }) : nullptr;
+    return kept != nullptr ? kept : Open(KeldSystem::GetCharsetNameView(to), KeldSystem::GetCharsetNameView(from), key);
 }
 
 Converter* Converter::Take(std::string_view to, std::string_view from) {
     const std::uint64_t key = KeyOf(to, from);
     ConverterCache* const cache = ConverterCache::OfThread();
     const auto matches = [&](const Converter& kept) { return kept.Is(to, from); };
-    Converter* converter = cache != nullptr ? cache->Take(key, matches) : nullptr;
-    if (converter == nullptr) {
-        converter = Open(to, from);
-        if (converter != nullptr)
-            converter->m_key = key;
+    Converter* const kept = cache != nullptr ? cache->Take(key, matches) : nullptr;
+    return kept != nullptr ? kept : Open(to, from, key);
+}
+
+void Converter::Give(Converter* converter) {
+    if (converter == nullptr)
+        return;
+    ConverterCache* const cache = ConverterCache::OfThread();
+    if (cache != nullptr)
+        cache->Add(*converter);
+    else
+        converter->Close();
+}
+
+Converter* Converter::Borrow(Charset to, Charset from, bool& isMemoryShort) {
+    ConverterCache* const cache = ConverterCache::OfThread();
+    const std::uint64_t key = KeyOf(to, from);
+    Converter* converter = cache != nullptr ? cache->Borrow(key) : nullptr;
+    if (converter != nullptr)
+        return converter;
+    const unsigned int failures = GetMemoryFailures();
+    converter = Take(to, from); // all that are kept may be borrowed
+    isMemoryShort = GetMemoryFailures() != failures;
+    if (converter != nullptr && cache != nullptr) {
+        cache->Add(*converter);
+        converter->m_isBorrowed = true;
     }
     return converter;
 }
 
-void Converter::Give(Converter* converter) {
-    if (converter != nullptr)
-        Give(*converter, ConverterCache::OfThread());
-}
-
-void Converter::Give(Converter& converter, ConverterCache* cache) {
-    if (cache != nullptr)
-        cache->Add(converter);
+void Converter::Return() {
+    if (m_cache != nullptr)
+        m_cache->Return(*this);
     else
-        converter.Close();
+        Close();
 }
 
-Converter* Converter::Open(std::string_view to, std::string_view from) {
+Converter* Converter::Open(std::string_view to, std::string_view from, std::uint64_t key) {
     // iconv takes an empty name for the locale's charset.
     const auto isName = [](std::string_view name) {
         return !name.empty() && name.front() != '/' && name.find('\0') == std::string_view::npos;
@@ -285,12 +327,14 @@ Converter* Converter::Open(std::string_view to, std::string_view from) {
         ReportMemoryFailure();
         return nullptr;
     }
+    converter->m_key = key;
     const bool isNamed = TryCopies<KeldMBString>([&] {
         converter->m_to = to;
         converter->m_from = from;
         converter->m_toTraits = TraitsOf(to);
         converter->m_fromTraits = TraitsOf(from);
         converter->m_dropsLetters = AsksToDrop(to) || AsksToDrop(from);
+        converter->m_mayReplace = to.find("//") != std::string_view::npos || from.find("//") != std::string_view::npos;
     });
     converter->m_isSameCharset = to == from;
     converter->m_isStateless = converter->m_toTraits.isStateless && converter->m_fromTraits.isStateless;
@@ -325,11 +369,37 @@ void Converter::Close() {
     delete this;
 }
 
+bool Converter::Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced) {
+    // A short text that is not all ASCII is one call: looking for stretches to copy would cost more than it saves.
+    const bool isOneCall = m_isStateless && length < ShortestStretch &&
+                           (!m_copiesAscii || length < sizeof(Word) || !IsAscii(src, m_nonAscii));
+    if (isOneCall) {
+        InputPointer in(src);
+        char* at = dst;
+        std::size_t left = length;
+        std::size_t roomLeft = room;
+        iconv(m_handle, in, &left, &at, &roomLeft);
+        produced = room - roomLeft;
+        if (left == 0)
+            return true;
+        Reset(); // and once more, to find out why
+    }
+    Output out{dst, room};
+    const bool converted = Advance(src, length, true, out) == length && Finish(out);
+    if (!converted)
+        Reset();
+    produced = room - out.left;
+    return converted;
+}
+
 std::size_t Converter::Call(const char* src, std::size_t length, bool isEnd, Output& out) {
     InputPointer in(src);
     for (std::size_t left = length;;) {
         const std::size_t before = left;
         const std::size_t result = iconv(m_handle, in, &left, &out.at, &out.left);
+        // Some converters put '?' or '*' in the place of what the charset lacks, and count those.
+        if (result != 0 && result != Failed && !m_mayReplace)
+            return Failed;
         if (left == 0 || result != Failed)
             return length - left;
         // A converter that was told to drop letters stops at one now and then, and a character's rest may follow.
@@ -395,7 +465,10 @@ std::size_t Converter::ConvertibleLength(const char* src, std::size_t length) {
 bool Converter::Finish(Output& out) {
     // A charset with combining marks holds its last letter back until told that nothing follows: this tells it, and
     // leaves the descriptor as new.
-    return m_isStateless || iconv(m_handle, nullptr, nullptr, &out.at, &out.left) != Failed;
+    if (m_isStateless)
+        return true;
+    const std::size_t result = iconv(m_handle, nullptr, nullptr, &out.at, &out.left);
+    return result == 0 || (result != Failed && m_mayReplace);
 }
 
 void Converter::Reset() {

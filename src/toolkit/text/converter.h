@@ -27,27 +27,17 @@ public:
     /// Null when either charset is unknown, or memory is short. The names are zero-terminated.
     static Converter* Take(std::string_view to, std::string_view from);
     /// The same by numbers, which is quicker. `Current` and `Wide` are no charsets here.
-    static Converter* Take(KELDCharset::Charset to, KELDCharset::Charset from) {
-        ConverterCache* cache = nullptr;
-        return Take(to, from, cache);
-    }
+    static Converter* Take(KELDCharset::Charset to, KELDCharset::Charset from);
     static void Give(Converter* converter); ///< it has no text left in it
 
-    /// For use within one function: `cache` is where it came from and goes back to.
-    static Converter* Take(KELDCharset::Charset to, KELDCharset::Charset from, ConverterCache*& cache);
-    static void Give(Converter& converter, ConverterCache* cache);
+    /// For use within one function of one thread: it stays in the thread's cache, where nobody else takes it meanwhile.
+    static Converter* Borrow(KELDCharset::Charset to, KELDCharset::Charset from, bool& isMemoryShort);
+    void Return();
 
     bool IsSameCharset() const { return m_isSameCharset; } ///< both names are the same text
 
     /// Converts all of it into `room` bytes at `dst`.
-    bool Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced) {
-        Output out{dst, room};
-        const bool converted = Advance(src, length, true, out) == length && Finish(out);
-        if (!converted)
-            Reset();
-        produced = room - out.left;
-        return converted;
-    }
+    bool Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced);
 
     /// Hands all of it over in pieces, each of whole units and aligned for them: `append(const char* bytes, std::size_t
     /// count)`. `reserve(std::size_t count)` is told before how many bytes are to be expected, when they are many.
@@ -73,7 +63,7 @@ private:
     };
     Converter() = default;
     ~Converter() = default;
-    static Converter* Open(std::string_view to, std::string_view from);
+    static Converter* Open(std::string_view to, std::string_view from, std::uint64_t key);
     bool OpenHandle();
     void Close();
     bool Is(std::string_view to, std::string_view from) const { return m_to == to && m_from == from; }
@@ -108,8 +98,11 @@ private:
     std::uint64_t m_nonAscii = 0; ///< of a word of the source
     bool m_isStateless = false;
     bool m_dropsLetters = false; ///< a name asks for it
+    bool m_mayReplace = false;   ///< likewise
     // Where it is kept.
     std::uint64_t m_key = 0;
+    ConverterCache* m_cache = nullptr; ///< while it is borrowed from one; null: it is closed when returned
+    bool m_isBorrowed = false;
     unsigned int m_lastUse = 0;
     Converter* m_next = nullptr;
 };
@@ -149,14 +142,14 @@ bool Converter::ConvertPieces(const char* src, std::size_t length, Reserve reser
     return cleaner.isClean && total <= length * Expansion;
 }
 
-/// Takes a converter while it lives; none when a charset is unknown.
+/// Borrows a converter while it lives; none when a charset is unknown or memory is short.
 class ConverterUse {
 public:
     ConverterUse(KELDCharset::Charset to, KELDCharset::Charset from)
-        : m_converter(Converter::Take(ResolveCharset(to), ResolveCharset(from), m_cache)) {}
+        : m_converter(Converter::Borrow(ResolveCharset(to), ResolveCharset(from), m_isMemoryShort)) {}
     ~ConverterUse() {
         if (m_converter != nullptr)
-            Converter::Give(*m_converter, m_cache);
+            m_converter->Return();
     }
     ConverterUse(const ConverterUse&) = delete;
     ConverterUse& operator=(const ConverterUse&) = delete;
@@ -164,28 +157,32 @@ public:
     explicit operator bool() const { return m_converter != nullptr; }
     Converter* operator->() const { return m_converter; }
     Converter& operator*() const { return *m_converter; }
+    bool IsMemoryShort() const { return m_isMemoryShort; } ///< that is why there is none
 
 private:
-    ConverterCache* m_cache = nullptr;
+    bool m_isMemoryShort = false; // first, for the other's initializer sets it
     Converter* m_converter;
 };
 
-/// Converts into a standard string of char or of wide units. False, and `text` left as it was, when the text cannot be
-/// converted, is longer than `maxLength` units in the end, or finds no memory.
+enum class Converted { Done, NoText, NoMemory };
+
+/// Converts into a standard string of char or of wide units. `NoText`, and `text` left as it was, when it cannot be
+/// converted or is longer than `maxLength` units in the end; likewise `NoMemory`, which is reported.
 template <class Char>
-bool ConvertTo(std::basic_string<Char>& text, Converter& converter, const char* src, std::size_t length,
-               std::size_t maxLength) {
-    std::basic_string<Char> result;
-    bool converted = false;
+Converted ConvertTo(std::basic_string<Char>& text, Converter& converter, const char* src, std::size_t length,
+                    std::size_t maxLength) {
     if (length <= Converter::StepSize) { // most are; their string is made at once
         alignas(8) char piece[Converter::PieceSize];
         std::size_t size = 0;
         if (!converter.Convert(src, length, piece, length * Converter::Expansion, size) ||
             size / sizeof(Char) > maxLength)
-            return false;
-        return TryMemory(
+            return Converted::NoText;
+        const bool fits = TryMemory(
             [&] { text = std::basic_string<Char>(reinterpret_cast<const Char*>(piece), size / sizeof(Char)); });
+        return fits ? Converted::Done : Converted::NoMemory;
     }
+    std::basic_string<Char> result;
+    bool converted = false;
     const bool fits = TryMemory([&] {
         converted = converter.ConvertPieces(
             src, length, [&](std::size_t bytes) { result.reserve(std::min(bytes / sizeof(Char), maxLength)); },
@@ -193,10 +190,12 @@ bool ConvertTo(std::basic_string<Char>& text, Converter& converter, const char* 
                 result.append(reinterpret_cast<const Char*>(bytes), count / sizeof(Char));
             });
     });
-    if (!fits || !converted || result.size() > maxLength)
-        return false;
+    if (!fits)
+        return Converted::NoMemory;
+    if (!converted || result.size() > maxLength)
+        return Converted::NoText;
     text = std::move(result);
-    return true;
+    return Converted::Done;
 }
 
 } // namespace Qzc

@@ -18,7 +18,7 @@ QzStringUTF8::QzStringUTF8(const KeldMBString& text, KELDCharset::Charset from) 
     const auto size = static_cast<std::size_t>(text.GetLength());
     if (from == KELDCharset::UTF8 || (converter && converter->IsSameCharset()))
         TryMemory([&] { m_text = Text(text.View()); });
-    else if (converter && ConvertTo(m_text, *converter, text.Cstr(), size, KeldMBString::MaxLength))
+    else if (converter && ConvertTo(m_text, *converter, text.Cstr(), size, KeldMBString::MaxLength) == Converted::Done)
         m_text.resize(Text(m_text).size());
 }
 

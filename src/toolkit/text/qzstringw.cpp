@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <cwchar>
 
 #include "base/keldassert.h"
+#include "base/stringops.h"
 #include "toolkit/text/converter.h"
 
 namespace Qzc {
@@ -11,17 +13,6 @@ namespace Qzc {
 namespace {
 
 constexpr std::wstring_view WhiteSpace = L"\t\r\n ";
-
-wchar_t ToUpper(wchar_t c) {
-    return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c;
-}
-wchar_t ToLower(wchar_t c) {
-    return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c;
-}
-
-int ToIndex(std::size_t position) {
-    return position == std::wstring::npos ? -1 : static_cast<int>(position);
-}
 
 std::wstring_view Set(const wchar_t* set) {
     return KELDASSERT_TEXT(set != nullptr, "lpszCharSet") ? set : std::wstring_view();
@@ -115,12 +106,12 @@ int QzStringW::GetCapacity() const {
 }
 
 QzStringW& QzStringW::MakeUpper() {
-    std::transform(m_text.begin(), m_text.end(), m_text.begin(), ToUpper);
+    std::transform(m_text.begin(), m_text.end(), m_text.begin(), ToUpper<wchar_t>);
     return *this;
 }
 
 QzStringW& QzStringW::MakeLower() {
-    std::transform(m_text.begin(), m_text.end(), m_text.begin(), ToLower);
+    std::transform(m_text.begin(), m_text.end(), m_text.begin(), ToLower<wchar_t>);
     return *this;
 }
 
@@ -257,45 +248,13 @@ QzStringW QzStringW::SpanExcluding(const wchar_t* set) const {
 }
 
 int QzStringW::Replace(wchar_t from, wchar_t to) {
-    if (from == to)
-        return 0;
-    int replaced = 0;
-    for (wchar_t& unit : m_text) {
-        if (unit == from) {
-            unit = to;
-            ++replaced;
-        }
-    }
-    return replaced;
+    return ReplaceUnits(m_text, from, to);
 }
 
 int QzStringW::Replace(const wchar_t* from, const wchar_t* to) {
-    if (from == nullptr || to == nullptr || *from == L'\0')
+    if (from == nullptr || to == nullptr)
         return 0;
-    const std::wstring_view old(from);
-    const std::wstring_view fresh(to);
-    // Built beside the old text, so that many replacements cost one pass and not one move of the tail each.
-    std::wstring result;
-    int replaced = 0;
-    const bool done = TryMemory([&] {
-        std::size_t copied = 0;
-        for (std::size_t at = 0; (at = m_text.find(old, at)) != std::wstring::npos; at = copied) {
-            if (!KELDASSERT(result.size() + (m_text.size() - copied) - old.size() + fresh.size() <= MaxLength)) {
-                replaced = 0;
-                return;
-            }
-            result.append(m_text, copied, at - copied).append(fresh);
-            copied = at + old.size();
-            ++replaced;
-        }
-        if (replaced != 0)
-            result.append(m_text, copied, std::wstring::npos);
-    });
-    if (!done)
-        return 0;
-    if (replaced != 0)
-        m_text = std::move(result);
-    return replaced;
+    return ReplaceParts(m_text, std::wstring_view(from), std::wstring_view(to), MaxLength);
 }
 
 int QzStringW::Split(KeldArray<QzStringW>& pieces, const QzStringW& delimiters) const {
@@ -329,30 +288,35 @@ KeldMBString QzStringW::ToString(KELDCharset::Charset charset) const {
     std::string converted;
     if (converter && converter->IsSameCharset())
         text = KeldMBString(bytes);
-    else if (converter &&
-             ConvertTo(converted, *converter, bytes, m_text.size() * sizeof(wchar_t), KeldMBString::MaxLength))
+    else if (converter && ConvertTo(converted, *converter, bytes, m_text.size() * sizeof(wchar_t),
+                                    KeldMBString::MaxLength) == Converted::Done)
         text = KeldMBString(std::move(converted));
     text.SetCharset(charset);
     return text;
 }
 
 void QzStringW::FromString(const KeldMBString& text, KELDCharset::Charset charset) {
-    const unsigned int memoryFailures = GetMemoryFailures();
     const ConverterUse converter(GetWideCharset(), charset);
     const auto size = static_cast<std::size_t>(text.GetLength());
-    std::wstring wide;
-    if (converter && converter->IsSameCharset())
+    Converted result = converter.IsMemoryShort() ? Converted::NoMemory : Converted::NoText;
+    if (converter && converter->IsSameCharset()) {
         // Bytes that no conversion has seen may end within a unit: its missing bytes are zero.
-        TryMemory([&] {
-            wide.resize((size + sizeof(wchar_t) - 1) / sizeof(wchar_t));
+        std::wstring wide;
+        const bool fits = TryMemory([&] { wide.resize((size + sizeof(wchar_t) - 1) / sizeof(wchar_t)); });
+        result = fits ? Converted::Done : Converted::NoMemory;
+        if (fits) {
             std::memcpy(wide.data(), text.Cstr(), size);
-        });
-    else if (converter)
-        ConvertTo(wide, *converter, text.Cstr(), size, MaxLength);
-    if (GetMemoryFailures() != memoryFailures)
+            m_text = std::move(wide);
+        }
+    } else if (converter) {
+        result = ConvertTo(m_text, *converter, text.Cstr(), size, MaxLength);
+    }
+    if (result == Converted::NoMemory)
         return;
-    wide.resize(std::min(wide.find(L'\0'), wide.size()));
-    m_text = std::move(wide);
+    if (result == Converted::NoText)
+        m_text.clear();
+    else if (const wchar_t* const zero = std::wmemchr(m_text.data(), L'\0', m_text.size()))
+        m_text.resize(static_cast<std::size_t>(zero - m_text.data()));
 }
 
 } // namespace Qzc

@@ -73,8 +73,8 @@ unsigned char QzTextCodec::Convert(KeldMBString& dst, const char* src, int len) 
     if (len < 0)
         return 0;
     std::string text;
-    if (!ConvertTo(text, *static_cast<Converter*>(m_handle), src, src != nullptr ? static_cast<std::size_t>(len) : 0,
-                   KeldMBString::MaxLength))
+    if (ConvertTo(text, *static_cast<Converter*>(m_handle), src, src != nullptr ? static_cast<std::size_t>(len) : 0,
+                  KeldMBString::MaxLength) != Converted::Done)
         return 0;
     const Charset charset = dst.GetCharset();
     dst = KeldMBString(std::move(text));

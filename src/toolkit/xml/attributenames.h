@@ -11,18 +11,25 @@
 
 namespace Qzc {
 
-/// Adding attributes to one element by the thousand would look through all of them for each: the hash codes of
-/// their names are kept from one call to the next, as long as nothing else changes the text.
+/// Setting attributes of one element by the thousand would look through all of them for each: the hash codes of
+/// their names, and where the last one was found, are kept from one call to the next, as long as nothing else changes
+/// the text.
 struct QzMarkup::AttributeNames {
     int iPos = 0;
     std::uint64_t nChanges = 0; ///< those of the text when the names were complete
+    int nNext = 0;              ///< behind the attribute set last, from the start of the tag; 0 for none
 
     /// False when the name, or another one of its hash code, is there already.
     bool Add(std::string_view name) {
         if (2 * m_count >= m_codes.size())
             Grow();
-        return Insert(m_codes, std::hash<std::string_view>()(name) | 1U) && ++m_count != 0;
+        const bool isNew = Insert(m_codes, std::hash<std::string_view>()(name) | 1U);
+        m_count += isNew ? 1U : 0U;
+        return isNew;
     }
+    /// Adds one that stands in the tag; the same name may stand there twice.
+    void AddKnown(std::string_view name) { m_hasTwins = !Add(name) || m_hasTwins; }
+    bool HasTwins() const { return m_hasTwins; }
 
 private:
     using Codes = std::vector<std::size_t>; // a power of two of them, 0 for a free place
@@ -47,6 +54,7 @@ private:
 
     Codes m_codes;
     std::size_t m_count = 0;
+    bool m_hasTwins = false;
 };
 
 } // namespace Qzc

@@ -37,6 +37,8 @@ public:
 
     /// Takes the gap, when it is inside a range that is about to be read, to the nearer end of the range.
     void KeepWhole(int left, int right) {
+        left = Cut(left);
+        right = Cut(right);
         if (left < m_front && m_front < right)
             MoveGap(m_front - left < right - m_front ? left : right);
     }

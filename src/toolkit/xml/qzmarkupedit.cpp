@@ -293,14 +293,13 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     Writer text(m_scratch, value, AttributeSpecial, name.size() + 8);
     if (!text.IsWhole())
         return 0;
-    const int nLeftOfTag = StartL(iPos);
     int nLeft = 0;
     int nReplace = 0;
     Attribute attribute;
-    if (FindOrNote(iPos, name, attribute)) {
+    const bool found = FindOrNote(iPos, name, attribute, nLeft);
+    if (found) {
         const int quote = attribute.m_isQuoted ? 1 : 0;
-        const char* const tag = m_text->Range(nLeftOfTag, StartR(iPos) + 1).data();
-        nLeft = nLeftOfTag + static_cast<int>(attribute.m_value.data() - tag) - quote;
+        nLeft -= quote;
         nReplace = static_cast<int>(attribute.m_value.size()) + 2 * quote;
         text.Put(attribute.m_hasEqualsSign ? "" : "=");
     } else {
@@ -312,8 +311,11 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     text.Put("\"").PutEscaped().Put("\"");
     if (!SpliceStartTag(iPos, nLeft, nReplace, text.View()))
         return 0;
-    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos)
+    if (m_attributeNames != nullptr && m_attributeNames->iPos == iPos) {
         m_attributeNames->nChanges = m_text->Changes();
+        if (found)
+            m_attributeNames->nNext = nLeft + text.GetLength() - StartL(iPos);
+    }
     return 1;
 }
 
@@ -348,40 +350,65 @@ bool QzMarkup::SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_vie
     if (IsEmptyElement(iPos))
         pos.nEndR += nShift;
     TellFromEnd(TagBehind({iPos, false}), nShift);
-    m_text->KeepWhole(nLeftOfTag, pos.nStartR + 1);
+    const int nBehind = nLeft + static_cast<int>(insert.size());
+    // In a tag that is very long the gap stays where it is: going through its attributes would move it to and fro.
+    constexpr int Far = 1 << 15;
+    if (nBehind - nLeftOfTag <= Far || pos.nStartR - nBehind <= Far)
+        m_text->KeepWhole(nLeftOfTag, pos.nStartR + 1);
     return true;
 }
 
-bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute) {
+bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue) {
     constexpr int Many = 64;
     const bool noted = m_attributeNames != nullptr && m_attributeNames->iPos == iPos &&
                        m_attributeNames->nChanges == m_text->Changes();
+    if (!noted)
+        m_attributeNames.reset();
     bool isNew = false;
     if (noted && TryMemory([&] { isNew = m_attributeNames->Add(name); }) && isNew)
         return false;
+
+    const int nTag = StartL(iPos);
+    const int nEnd = StartR(iPos) + 1;
     int count = 0;
-    for (const Attribute& one : AttributesOf(iPos)) {
-        ++count;
-        if (one.m_name == name) {
-            attribute = one;
-            return true;
+    const auto findIn = [&](const AttributeRange& range, int nInside) {
+        for (const Attribute& one : range) {
+            ++count;
+            if (one.m_name == name) {
+                attribute = one;
+                nValue = nInside + static_cast<int>(one.m_value.data() - range.m_inside);
+                return true;
+            }
         }
+        return false;
+    };
+    // Whoever sets one attribute after the other finds it behind the last one, which is also where the gap is.
+    if (noted && m_attributeNames->nNext != 0 && !m_attributeNames->HasTwins()) {
+        const int nNext = nTag + m_attributeNames->nNext;
+        AttributeRange rest;
+        rest.m_inside = m_text->Range(nNext, nEnd).data();
+        rest.m_readable = m_text->PieceEnd(nNext);
+        if (findIn(rest, nNext))
+            return true;
     }
-    if (noted)
-        return false;
-    m_attributeNames.reset();
-    if (count < Many)
-        return false;
+    m_text->KeepWhole(nTag, nEnd);
+    const AttributeRange all = AttributesOf(iPos);
+    count = 0;
+    const bool found = findIn(all, nTag + static_cast<int>(all.m_inside - m_text->Range(nTag, nEnd).data()));
+    if (noted || count < Many)
+        return found;
     const bool kept = TryMemory([&] {
         m_attributeNames = std::make_unique<AttributeNames>();
         m_attributeNames->iPos = iPos;
-        for (const Attribute& one : AttributesOf(iPos))
-            m_attributeNames->Add(one.m_name);
-        m_attributeNames->Add(name);
+        m_attributeNames->nChanges = m_text->Changes();
+        for (const Attribute& one : all)
+            m_attributeNames->AddKnown(one.m_name);
+        if (!found)
+            m_attributeNames->Add(name);
     });
     if (!kept)
         m_attributeNames.reset();
-    return false;
+    return found;
 }
 
 unsigned char QzMarkup::SetData(int iPos, const char* szData, int nCDATA) {

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace Platform {
+
+/// The number that a text starts with, as strtod reads it in the "C" locale, whatever the current one is: infinite when
+/// no double holds it, 0 when none is there. Any thread.
+double ReadDecimal(const char* text);
+
+} // namespace Platform
