@@ -8,9 +8,9 @@ program=${program:-$(basename "$0")} # how messages name the caller
 jobs=$(nproc)
 export CXX=${CXX:-g++}
 
-build_packages=(g++ cmake ninja-build)
+build_packages=(g++ cmake ninja-build libcli11-dev)
 test_packages=("${build_packages[@]}" libgtest-dev pkg-config iso-codes shared-mime-info locales relacy-dev libpugixml-dev
-    libxml2-utils)
+    libxml2-utils python3)
 bench_packages=("${build_packages[@]}" libbenchmark-dev libpugixml-dev librapidxml-dev libtinyxml2-dev
     libexpat1-dev libxml2-dev libboost-dev libtbb-dev libspdlog-dev libfmt-dev qtbase5-dev libboost-serialization-dev
     iso-codes shared-mime-info)

@@ -40,9 +40,8 @@ public:
     bool Seek(std::int64_t position);                           ///< from the start
     std::int64_t GetLength() const;                             ///< -1 on failure
     bool Truncate(std::int64_t length);                         ///< cuts the file off at `length`; the position stays
-    bool HasName() const;                      ///< false for a file that was removed after it was opened
-    bool IsAt(const KeldMBString& path) const; ///< whether the path leads to the file that is open
-    bool Sync();                               ///< waits until what was written is on the storage device
+    bool IsAt(const KeldMBString& path) const;                  ///< whether the path leads to the file that is open
+    bool Sync(); ///< waits until what was written is on the storage device
 
     int GetErrorCode() const { return m_error; } ///< errno of the last operation that failed, 0 before any
     KeldMBString GetError() const;               ///< the system's words for it

@@ -113,7 +113,8 @@ public:
     static bool IsEnabled(LogLevelType level, int code) {
         return IsEnabled(level) || (ms_bHasCodes.load(std::memory_order_relaxed) && IsAlwaysRecorded(code));
     }
-    /// RecordLog with the text that printf would make of the arguments, with a decimal point in any locale.
+    /// RecordLog with the text that printf would make of the arguments. A format that holds nothing but plain
+    /// conversions, such as %d, %s and %.2f, prints a decimal point in any locale, others the locale's own.
     unsigned char RecordFormat(LogLevelType level, int code, const char* codeFile, int codeLine, const char* format,
                                ...) KELD_PRINTF(6, 7);
 

@@ -37,10 +37,6 @@ std::int64_t FileLength(FileHandle file, int& error);
 /// Cuts the file off at `length`; the position stays.
 bool TruncateFile(FileHandle file, std::int64_t length, int& error);
 
-/// Whether a path still leads to the file. One that was removed while it was open takes writes all the same,
-/// which nobody will ever read. A question that fails counts as yes.
-bool FileHasName(FileHandle file);
-
 /// Whether the path leads to the file.
 bool FileIsAt(FileHandle file, const char* path);
 

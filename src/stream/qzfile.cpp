@@ -97,10 +97,6 @@ bool QzFile::Truncate(std::int64_t length) {
     return Report(error);
 }
 
-bool QzFile::HasName() const {
-    return Platform::FileHasName(m_handle);
-}
-
 bool QzFile::IsAt(const KeldMBString& path) const {
     return path.Find('\0') < 0 && Platform::FileIsAt(m_handle, ToNativePath(path).Cstr());
 }

@@ -122,7 +122,7 @@ TEST_F(LogTest, HourThatComesTwice) {
             ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
             std::vector<std::int64_t> times;
             for (std::int64_t time = Change - 2 * 3600; time < Change + 2 * 3600; time += 20 * 60)
-                times.push_back(time);
+                times.insert(times.end(), 2, time);
             for (std::size_t count = 1; count <= times.size(); ++count) {
                 s_now = times[count - 1];
                 Record("m");

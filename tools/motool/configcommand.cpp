@@ -349,7 +349,7 @@ int Show(const QzRegistry& registry, const std::string& file, const ConfigOption
     int status = Done;
     for (auto path = options.get.begin(); path != options.get.end() && status == Done; ++path) {
         if (!Get(registry, FromTerminal(*path).View()))
-            status = Fail("there is no " + Escaped(*path));
+            status = Fail("there is no " + Shown(*path));
     }
     if (!options.get.empty())
         return status;

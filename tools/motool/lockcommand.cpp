@@ -54,7 +54,7 @@ int Show(const LockOptions& options) {
     QzProcessState state;
     if (!QzProcess::GetState(KeldMBString(options.name), state, KeldMBString(options.group))) {
         const std::string why = Why();
-        return Fail(why.empty() ? "no process has " + Escaped(options.name) + " open" : Escaped(options.name) + why);
+        return Fail(why.empty() ? "no process has " + Shown(options.name) + " open" : Shown(options.name) + why);
     }
     if (options.isJson) {
         PrintJson(state);
@@ -91,10 +91,8 @@ bool Lock(QzProcess& lock, const LockOptions& options) {
     // A plain lock gives up some time, too; there is no end to wait for here.
     constexpr unsigned int Long = 600000;
     while (!(options.isReading ? lock.TimedReaderLock(Long, false) : lock.TimedWriterLock(Long, false))) {
-        if (lock.isLocked())
-            break;
     }
-    return lock.isLocked();
+    return true;
 }
 
 int Run(const LockOptions& options) {
@@ -102,13 +100,13 @@ int Run(const LockOptions& options) {
         return FailUsage("--run wants a command behind it");
     QzProcess lock;
     if (lock.ProcessLockInit(KeldMBString(options.name), KeldMBString(options.group)) == 0)
-        return Fail(Escaped(options.name) + " cannot be opened" + Why());
+        return Fail(Shown(options.name) + " cannot be opened" + Why());
     if (!Lock(lock, options))
-        return Fail(Escaped(options.name) + " was not free in time");
+        return Fail(Shown(options.name) + " was not free in time");
     std::string error;
     const int status = RunProgram(options.command, error);
     if (!error.empty())
-        Warn(Escaped(options.command[0]) + ": " + error);
+        Warn(Shown(options.command[0]) + ": " + error);
     return status;
 }
 
@@ -141,7 +139,7 @@ void AddLockCommand(CLI::App& program, Chosen& chosen, const std::vector<std::st
     command.add_option("--group", options->group, "that of a group of users, not the user's own")->type_name("GROUP");
     command.add_flag("--read", options->isReading, "lock for reading, not for writing");
     command.add_option("--timeout", options->timeout, "wait no longer than so many seconds")
-        ->check(CLI::Range(0.0, LongestTimeout))
+        ->check(CLI::Range(0.0, LongestTimeout).description(""))
         ->type_name("SECONDS");
     command.add_flag("--json", options->isJson, "print the state as JSON");
     command.add_flag("--run", options->isRun, "run the command behind it, with all its arguments, under the lock")

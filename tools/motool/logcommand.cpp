@@ -70,7 +70,7 @@ bool MakeQuery(const LogOptions& options, QzLogQueryDef& query) {
         return false;
     }
     if (!options.code.empty() && !ParseCodes(options.code, query)) {
-        FailUsage(Escaped(options.code) + " is no code, such as -100, or range of them, such as 1..99");
+        FailUsage(Shown(options.code) + " is no code, such as -100, or range of them, such as 1..99");
         return false;
     }
     query.m_strText = KeldMBString(options.grep);
@@ -149,7 +149,7 @@ private:
 };
 
 int TellIncomplete(const LogOptions& options) {
-    return Fail(Escaped(options.file) + ": not all of it could be read");
+    return Fail(Shown(options.file) + ": not all of it could be read");
 }
 
 int Summarise(const LogOptions& options, const QzLogQueryDef& query) {
@@ -166,7 +166,7 @@ int Summarise(const LogOptions& options, const QzLogQueryDef& query) {
                       &summary) != 0;
     }
     if (summary.Count() == 0)
-        return Fail(Escaped(options.file) + ": no item is found");
+        return Fail(Shown(options.file) + ": no item is found");
     if (options.isJson)
         summary.PrintJson();
     else
@@ -199,7 +199,7 @@ int ShowNewest(const LogOptions& options, const QzLogQueryDef& query) {
         isWhole = QzLogFile::QueryFile(KeldMBString(options.file), query, items) != 0;
     }
     if (items.IsEmpty() && isWhole)
-        return Fail(Escaped(options.file) + ": no item is found");
+        return Fail(Shown(options.file) + ": no item is found");
     if (options.isJson)
         PrintJson(items);
     else
@@ -219,11 +219,11 @@ int RunLog(const LogOptions& options) {
     if (!options.timeFormat.empty()) {
         log.SetDateTimeFormat(KeldMBString(options.timeFormat));
         if (log.GetDateTimeFormat() != options.timeFormat.c_str())
-            return WrongUsage; // the library has said why
+            return FailUsage(Shown(options.timeFormat) + " is no format that times can be read by");
     }
     QzFile file;
     if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
-        return Fail(Escaped(options.file) + ": " + Escaped(file.GetError().View()));
+        return Fail(Shown(options.file) + ": " + Escaped(file.GetError().View()));
     file.Close();
     if (options.isSummary)
         return Summarise(options, query);
@@ -256,7 +256,7 @@ void AddLogCommand(CLI::App& program, Chosen& chosen) {
     command.add_option("--grep", options->grep, "only items with this text in the message or the source file")
         ->type_name("TEXT");
     command.add_option("--count", options->count, "so many items at most; 20 if not given")
-        ->check(CLI::Range(1, MostItems))
+        ->check(CLI::Range(1, MostItems).description(""))
         ->type_name("N");
     auto* const follow =
         command.add_flag("--follow", options->follows, "go on with what is added, in whatever file the log goes on");

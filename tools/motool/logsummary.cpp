@@ -121,7 +121,10 @@ void LogSummary::Add(const QzLogItem& item) {
     m_last = m_count == 0 ? time : std::max(m_last, time);
     ++m_count;
     ++m_levels[item.m_eLevel];
-    ++m_hours[HourOf(item.m_dtDateTime)];
+    constexpr std::int64_t Hour = 3600;
+    if (time < m_hour || time >= m_hour + Hour) // most follow one in the same hour
+        m_hour = HourOf(item.m_dtDateTime);
+    ++m_hours[m_hour];
     if (m_hours.size() > MaxHours) {
         m_older += m_hours.begin()->second;
         m_hours.erase(m_hours.begin());

@@ -64,6 +64,7 @@ private:
     std::int64_t m_count = 0;
     std::int64_t m_first = 0;
     std::int64_t m_last = 0;
+    std::int64_t m_hour = -1; ///< of the last item
     std::map<int, std::int64_t> m_levels;
     std::map<std::int64_t, std::int64_t> m_hours; ///< by the second that they start at
     std::int64_t m_older = 0;                     ///< items of hours that are not counted apart

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "stream/qztrace.h"
 #include "system.h"
 #include "toolkit/qzstringw.h"
 #include "toolkit/qztextcodec.h"
@@ -128,6 +129,7 @@ const char* Code(Colour colour) {
 } // namespace
 
 void StartOutput() {
+    SetTraceHandler([](const char*) {}); // what fails is told by the command that it fails
     s_terminal = QzToolkit::GetCurCharset();
     s_isTerminal = IsTerminal(Channel::Output);
     s_width = s_isTerminal ? TerminalWidth() : 0;
@@ -263,6 +265,10 @@ std::string ToTerminal(std::wstring_view text) {
 
 std::string Escaped(std::string_view text) {
     return ToTerminal(OneLine(text));
+}
+
+std::string Shown(const std::string& argument) {
+    return Escaped(FromTerminal(argument).View());
 }
 
 std::string Number(std::int64_t number) {

@@ -48,7 +48,8 @@ void Warn(const std::string& message);
 std::wstring OneLine(std::string_view text, int width = -1);
 int Columns(std::wstring_view text); ///< on a terminal
 std::string ToTerminal(std::wstring_view text);
-std::string Escaped(std::string_view text); ///< OneLine, for messages
+std::string Escaped(std::string_view text);     ///< OneLine, for messages
+std::string Shown(const std::string& argument); ///< the same of what the command line gave
 std::string Number(std::int64_t number);
 std::string Plural(std::int64_t number, const char* one, const char* many); ///< "3 items"
 

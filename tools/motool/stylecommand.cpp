@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -323,7 +324,7 @@ int RunStyle(const StyleOptions& given) {
     const std::int64_t enough = std::max<std::int64_t>(options.number, 2);
     source.Visit([&](const QzStyle&) { return ++there < enough; });
     if (there < std::max<std::int64_t>(options.number, 1))
-        return Fail(Escaped(options.file) + ": there is no style " + Number(std::max<std::int64_t>(options.number, 1)));
+        return Fail(Shown(options.file) + ": there is no style " + Number(std::max<std::int64_t>(options.number, 1)));
     const bool areMany = options.number == 0 && there > 1;
     if (options.to.empty())
         return options.output.empty() ? Show(source, options, areMany) : FailUsage("-o wants --to");
@@ -361,8 +362,7 @@ int RunStyle(const StyleOptions& given) {
         },
         error);
     if (!isWritten)
-        return Fail(Escaped(options.output) + " was not written" +
-                    (error.IsEmpty() ? "" : ": " + Escaped(error.View())));
+        return Fail(Shown(options.output) + " was not written" + (error.IsEmpty() ? "" : ": " + Escaped(error.View())));
     return result;
 }
 
@@ -390,7 +390,7 @@ void AddStyleCommand(CLI::App& program, Chosen& chosen) {
         ->check(CLI::IsMember({"record", "xml", "xml2003", "ogr", "sld", "svg"}))
         ->type_name("FORM");
     command.add_option("--number", options->number, "only the style of this number, from 1 on")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(std::int64_t{1}, std::numeric_limits<std::int64_t>::max()).description(""))
         ->type_name("N");
     command.add_option("--name", options->name, "the layer in an SLD, the file's name if not given")->type_name("NAME");
     command.add_option("-o,--output", options->output, "write to this file")->type_name("OUT");

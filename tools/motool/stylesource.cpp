@@ -76,7 +76,7 @@ int StyleSource::Open(const std::string& file, int kind) {
     std::string error;
     const bool isXml = StartsAsXml(file, isReadable, error);
     if (!isReadable)
-        return Fail(Escaped(file) + ": " + Escaped(error));
+        return Fail(Shown(file) + ": " + Escaped(error));
     if (isXml)
         return OpenXml(file);
     m_kind = kind;
@@ -90,9 +90,9 @@ int StyleSource::Open(const std::string& file, int kind) {
         }
     }
     if (fitting == 0)
-        return Fail(Escaped(file) + ": this is neither style XML nor a stream of records");
+        return Fail(Shown(file) + ": this is neither style XML nor a stream of records");
     if (fitting > 1)
-        return FailUsage(Escaped(file) + ": the records may be of several kinds: tell which with --kind");
+        return FailUsage(Shown(file) + ": the records may be of several kinds: tell which with --kind");
     return Done;
 }
 
@@ -113,7 +113,7 @@ int StyleSource::OpenXml(const std::string& file) {
         for (const auto& child : markup.TopElement().Children())
             add(child);
     }
-    return m_styles.empty() ? Fail(Escaped(file) + ": there is no style in it") : Done;
+    return m_styles.empty() ? Fail(Shown(file) + ": there is no style in it") : Done;
 }
 
 bool StyleSource::VisitRecords(int kind, const std::function<bool(const QzStyle&)>& visit, std::int64_t& count) const {
@@ -159,7 +159,7 @@ bool StyleSource::Visit(const std::function<bool(const QzStyle&)>& visit) const 
     std::int64_t count = 0;
     if (VisitRecords(m_kind, visit, count))
         return true;
-    Warn(Escaped(m_file) + ": record " + Number(count + 1) + " is no " + KindName(m_kind) + " record, or damaged");
+    Warn(Shown(m_file) + ": record " + Number(count + 1) + " is no " + KindName(m_kind) + " record, or damaged");
     return false;
 }
 

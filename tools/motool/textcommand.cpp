@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "stream/qzfile.h"
 #include "textguess.h"
+#include "toolkit/qzstringw.h"
 #include "toolkit/qztextcodec.h"
 
 using namespace Qzc;
@@ -26,7 +27,7 @@ struct TextOptions {
 int Guess(const TextOptions& options, const KeldMBString& text, KeldMBString& from) {
     const auto charsets = GuessCharsets(text.View());
     if (charsets.empty())
-        return Fail(Escaped(options.file) + ": no encoding is likely");
+        return Fail(Shown(options.file) + ": no encoding is likely");
     from = KeldSystem::GetCharsetName(charsets.front());
     if (!options.to.empty())
         return Done;
@@ -53,37 +54,56 @@ std::string Hexadecimal(std::string_view bytes) {
     return text;
 }
 
+/// Reads text of a charset. A codec between two equal names would copy whatever there is.
+class Reader {
+public:
+    explicit Reader(const KeldMBString& from)
+        : m_isWide(from != "UTF-8"), m_codec(m_isWide ? "UTF-8" : "UTF-32LE", from) {}
+
+    bool IsOpen() const { return m_codec.IsOpen() != 0; }
+    int ReadableLength(const KeldMBString& text) { return m_codec.GetConvertibleLength(text.Cstr(), text.GetLength()); }
+    /// Empty for what is no text.
+    KeldMBString ToUtf8(const char* text, int length) {
+        KeldMBString utf8;
+        if (m_codec.Convert(utf8, text, length) == 0)
+            return KeldMBString();
+        return m_isWide ? utf8 : KeldMBString(text, length);
+    }
+
+private:
+    bool m_isWide;
+    QzTextCodec m_codec;
+};
+
+// The character at an offset, which is as long as it takes to be one, in the terminal's charset.
+std::string LetterAt(const KeldMBString& text, int offset, Reader& reader) {
+    constexpr int Longest = 8;
+    KeldMBString letter;
+    for (int size = 1; size <= std::min(Longest, text.GetLength() - offset) && letter.IsEmpty(); ++size)
+        letter = reader.ToUtf8(text.Cstr() + offset, size);
+    QzStringW wide;
+    wide.FromString(letter, KELDCharset::UTF8);
+    return wide.IsEmpty() ? std::string() : ToTerminal(wide.View());
+}
+
 // Says where, and whether it is the text's fault or that of the encoding that it is to be in.
 int TellFault(const TextOptions& options, const KeldMBString& text, const KeldMBString& from, const KeldMBString& to) {
-    QzTextCodec reader("UTF-8", from);
-    QzTextCodec whole(to, from);
-    const int readable = reader.GetConvertibleLength(text.Cstr(), text.GetLength());
-    const int length = std::min(readable, whole.GetConvertibleLength(text.Cstr(), text.GetLength()));
-    KeldMBString front;
+    Reader reader(from);
+    QzTextCodec codec(to, from);
+    const int readable = reader.ReadableLength(text);
+    const int length = std::min(readable, codec.GetConvertibleLength(text.Cstr(), text.GetLength()));
     std::int64_t line = 1;
     std::int64_t column = 1;
-    if (reader.Convert(front, text.Cstr(), length) != 0)
-        CountTo(front.View(), line, column);
-    constexpr int Shown = 4;
-    std::string what;
-    if (length == text.GetLength()) {
-        what = "it cannot be converted as a whole";
-    } else if (length == readable) {
-        what = "the bytes" + Hexadecimal(text.View().substr(static_cast<std::size_t>(length), Shown)) +
-               " are no text of " + Escaped(from.View());
-    } else {
-        // The character, which is as long as it takes to be one.
-        KeldMBString letter;
-        for (int size = 1; size <= Shown * 2 && letter.IsEmpty(); ++size)
-            reader.Convert(letter, text.Cstr() + length, std::min(size, text.GetLength() - length));
-        const KeldMBString shown = FromTerminal(std::string());
-        QzTextCodec(KeldSystem::GetCharsetName(TerminalCharset()), "UTF-8")
-            .Convert(const_cast<KeldMBString&>(shown), letter);
-        what = Escaped(to.View()) + " has no " +
-               (shown.IsEmpty() ? "such character" : '"' + Escaped(shown.View()) + '"') + ", the bytes" +
-               Hexadecimal(text.View().substr(static_cast<std::size_t>(length), Shown));
-    }
-    return Fail(Escaped(options.file) + ':' + Number(line) + ':' + Number(column) + ": " + what);
+    CountTo(reader.ToUtf8(text.Cstr(), length).View(), line, column);
+    constexpr int BytesShown = 4;
+    const std::string bytes =
+        "the bytes" + Hexadecimal(text.View().substr(static_cast<std::size_t>(length), BytesShown));
+    std::string what = "it cannot be converted as a whole";
+    if (length < text.GetLength() && length == readable)
+        what = bytes + " are no text of " + Escaped(from.View());
+    else if (length < text.GetLength())
+        what = Escaped(to.View()) + " has no \"" + LetterAt(text, length, reader) + "\", " + bytes;
+    return Fail(Shown(options.file) + ':' + Number(line) + ':' + Number(column) + ": " + what);
 }
 
 int RunText(const TextOptions& options) {
@@ -96,9 +116,9 @@ int RunText(const TextOptions& options) {
     QzFile file;
     KeldMBString text;
     if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
-        return Fail(Escaped(options.file) + ": " + Escaped(file.GetError().View()));
+        return Fail(Shown(options.file) + ": " + Escaped(file.GetError().View()));
     if (!file.ReadAll(text))
-        return Fail(Escaped(options.file) + ": it cannot be read, or is 2 GB long or longer");
+        return Fail(Shown(options.file) + ": it cannot be read, or is 2 GB long or longer");
     file.Close();
     KeldMBString from(options.from);
     if (options.guesses) {
@@ -108,18 +128,16 @@ int RunText(const TextOptions& options) {
     }
     const KeldMBString to(options.to);
     for (const KeldMBString& name : {from, to}) {
-        if (QzTextCodec("UTF-8", name).IsOpen() == 0 && name != "UTF-8")
+        if (!Reader(name).IsOpen())
             return FailUsage("the encoding " + Escaped(name.View()) + " is not known");
     }
-    // A codec between two equal names copies whatever there is.
-    QzTextCodec check("UTF-32LE", from);
-    QzTextCodec codec(to, from);
     KeldMBString converted;
-    const bool isText = from != to || check.GetConvertibleLength(text.Cstr(), text.GetLength()) == text.GetLength();
+    const bool isConverted = from == to ? Reader(from).ReadableLength(text) == text.GetLength()
+                                        : QzTextCodec(to, from).Convert(converted, text) != 0;
+    if (!isConverted)
+        return TellFault(options, text, from, to);
     if (from == to)
         converted = text;
-    if (!isText || (from != to && !text.IsEmpty() && codec.Convert(converted, text) == 0))
-        return TellFault(options, text, from, to);
     if (options.output.empty()) {
         PrintBytes(converted.View());
         return Done;
@@ -127,7 +145,7 @@ int RunText(const TextOptions& options) {
     KeldMBString error;
     return QzFile::ReplaceAll(KeldMBString(options.output), converted, error)
                ? Done
-               : Fail(Escaped(options.output) + " was not written: " + Escaped(error.View()));
+               : Fail(Shown(options.output) + " was not written: " + Escaped(error.View()));
 }
 
 } // namespace

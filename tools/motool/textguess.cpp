@@ -78,12 +78,18 @@ double Likeness(std::wstring_view text) {
         const Script script = ScriptOf(c);
         switch (script) {
         case Script::Latin: points += isWord ? 1 : 0.2; break; // letters with accents stand among those without
-        case Script::Han: points += IsFrequentHan(c) ? 3 : 1; break;
+        case Script::Han: // alone, or inside a word, it is two letters of another script
+            points += before == Script::Han ? (IsFrequentHan(c) ? 3 : 0.6) : (IsFrequentHan(c) && !isWord ? 1 : 0);
+            break;
         case Script::Other:
             points += IsIn(c, 0x80, 0x9F) || c < 0x20 ? -3 : (c >= 0x2010 && c <= 0x301F ? 0.4 : 0);
             break;
         case Script::RareHan: points -= 2; break;
-        default: points += 1; break;
+        case Script::Kana: points += isWord ? -1 : 1.5; break;
+        case Script::Cyrillic: // charsets that have its cases the other way round make capitals of most
+            points += isWord || (before == Script::Cyrillic && IsIn(c, 0x410, 0x42F)) ? -1 : 1;
+            break;
+        default: points += isWord ? -1 : 1; break;
         }
         if (script == before && script != Script::Latin && script != Script::Other)
             points += 0.5;

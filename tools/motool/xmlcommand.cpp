@@ -31,7 +31,7 @@ bool ParsePath(const std::string& argument, XmlPath& path) {
     std::string error;
     if (XmlPath::Parse(FromTerminal(argument).View(), path, error))
         return true;
-    FailUsage("the path " + Escaped(argument) + ": " + Escaped(error));
+    FailUsage("the path " + Shown(argument) + ": " + Escaped(error));
     return false;
 }
 
@@ -115,7 +115,7 @@ int Get(QzMarkup& markup, const std::string& argument) {
         }
         return true;
     });
-    return found ? Done : Fail("there is no " + Escaped(argument));
+    return found ? Done : Fail("there is no " + Shown(argument));
 }
 
 // ---- Editing
@@ -148,12 +148,12 @@ int Set(QzMarkup& markup, const std::string& argument, const std::string& text) 
         return !hasChildren && !isRefused;
     });
     if (hasChildren)
-        return Fail(Escaped(argument) + " holds elements, which a text would take the place of");
+        return Fail(Shown(argument) + " holds elements, which a text would take the place of");
     if (isRefused)
-        return Fail(Escaped(argument) + " cannot be set: a name or a value that XML cannot hold");
+        return Fail(Shown(argument) + " cannot be set: a name or a value that XML cannot hold");
     if (count > 0 || (path.attribute.empty() && AddMissing(markup, path, value)))
         return Done;
-    return Fail("there is no " + Escaped(argument));
+    return Fail("there is no " + Shown(argument));
 }
 
 int Remove(QzMarkup& markup, const std::string& argument) {
@@ -168,7 +168,7 @@ int Remove(QzMarkup& markup, const std::string& argument) {
         found = found || isGone;
         return isGone || !path.attribute.empty();
     });
-    return found ? Done : Fail("there is no " + Escaped(argument));
+    return found ? Done : Fail("there is no " + Shown(argument));
 }
 
 int Edit(QzMarkup& markup, const XmlOptions& options) {
@@ -184,7 +184,7 @@ int Save(QzMarkup& markup, const XmlOptions& options) {
     const std::string& target = options.output.empty() ? options.file : options.output;
     const KeldMBString path{std::string_view(target)};
     const bool isSaved = (options.indents ? markup.SaveIndented(path.Cstr()) : markup.Save(path.Cstr())) != 0;
-    return isSaved ? Done : Fail(Escaped(target) + " was not written: " + Escaped(markup.GetError().View()));
+    return isSaved ? Done : Fail(Shown(target) + " was not written: " + Escaped(markup.GetError().View()));
 }
 
 int RunXml(const XmlOptions& options) {
@@ -194,7 +194,7 @@ int RunXml(const XmlOptions& options) {
         options.encoding.empty() ? KELDCharset::Current
                                  : KeldSystem::GetCharset(KeldMBString(std::string_view(options.encoding)));
     if (encoding == KELDCharset::Unknown)
-        return FailUsage("the encoding " + Escaped(options.encoding) + " is not known");
+        return FailUsage("the encoding " + Shown(options.encoding) + " is not known");
     QzMarkup markup;
     const Loaded loaded = LoadDocument(markup, options.file);
     if (loaded == Loaded::Failed)
@@ -204,7 +204,7 @@ int RunXml(const XmlOptions& options) {
     if (loaded == Loaded::Malformed)
         return Failed;
     if (options.Edits() && markup.IsConverted() == 0)
-        return Fail(Escaped(options.file) + ": its bytes are no text of the encoding that it declares");
+        return Fail(Shown(options.file) + ": its bytes are no text of the encoding that it declares");
     int status = Edit(markup, options);
     for (auto path = options.get.begin(); path != options.get.end() && status == Done; ++path)
         status = Get(markup, *path);

@@ -31,10 +31,13 @@ std::string ShownLine(std::string_view text, int line, int column) {
 
 void TellFault(const QzMarkup& markup, const std::string& file, int line, int column) {
     KeldMBString message = markup.GetError();
+    const int size = message.Find(" bytes"); // of the file, which stands in front
+    if (size > 0 && message.FindOneOf("0123456789") == 0)
+        message.Delete(0, size + 6);
     message.TrimLeft(',').TrimLeft();
     if (message.IsEmpty())
         message = "there is no element";
-    Warn(Escaped(file) + ':' + Number(line) + ':' + Number(column) + ": " + Escaped(message.View()) + '\n' +
+    Warn(Shown(file) + ':' + Number(line) + ':' + Number(column) + ": " + Escaped(message.View()) + '\n' +
          ShownLine(markup.GetDoc().View(), line, column));
 }
 
@@ -52,7 +55,7 @@ Loaded LoadDocument(QzMarkup& markup, const std::string& file) {
     if (isWhole)
         return Loaded::Whole;
     if (markup.GetErrorPosition(line, column) == 0) {
-        Warn(Escaped(file) + ": " + Escaped(markup.GetError().View()));
+        Warn(Shown(file) + ": " + Escaped(markup.GetError().View()));
         return Loaded::Failed;
     }
     TellFault(markup, file, line, column);

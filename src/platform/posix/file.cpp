@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "platform/posix/filestatus.h"
 
 namespace Platform {
 
@@ -99,11 +98,6 @@ std::int64_t FileLength(FileHandle file, int& error) {
 
 bool TruncateFile(FileHandle file, std::int64_t length, int& error) {
     return Report(ftruncate(Descriptor(file), length) == 0, error);
-}
-
-bool FileHasName(FileHandle file) {
-    FileStatus status;
-    return !QueryFile(Descriptor(file), "", STATX_NLINK, status) || status.links != 0;
 }
 
 bool FileIsAt(FileHandle file, const char* path) {

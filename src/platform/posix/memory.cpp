@@ -1,5 +1,6 @@
 #include "platform/memory.h"
 
+#include <cstdint>
 #include <cstdlib>
 
 namespace Platform {
@@ -7,8 +8,9 @@ namespace Platform {
 void* AllocateBlock(std::size_t size, std::size_t alignment) {
     if (alignment <= alignof(std::max_align_t))
         return std::malloc(size);
-    // aligned_alloc wants a size that is a multiple, which that of a class always is.
-    return std::aligned_alloc(alignment, size);
+    if (size > SIZE_MAX - alignment)
+        return nullptr;
+    return std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment); // it wants a multiple
 }
 
 void FreeBlock(void* block) {

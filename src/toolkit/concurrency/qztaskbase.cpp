@@ -2,7 +2,7 @@
 
 #include <type_traits>
 
-#include "platform/memory.h"
+#include "toolkit/concurrency/taskmemory.h"
 
 namespace Qzc {
 
@@ -12,10 +12,6 @@ void* Checked(void* memory) {
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
-}
-
-void* Aligned(std::size_t size, std::align_val_t alignment) {
-    return Platform::AllocateBlock(size, static_cast<std::size_t>(alignment));
 }
 
 } // namespace
@@ -28,33 +24,33 @@ void QzTaskBase::Release(QzTaskBase* task) {
 }
 
 void* QzTaskBase::operator new(std::size_t size) {
-    return Checked(Platform::AllocateBlock(size));
+    return Checked(TaskMemory::Take(size));
 }
 
 void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment) {
-    return Checked(Aligned(size, alignment));
+    return Checked(TaskMemory::Take(size, static_cast<std::size_t>(alignment)));
 }
 
 void* QzTaskBase::operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Platform::AllocateBlock(size);
+    return TaskMemory::Take(size);
 }
 
 void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-    return Aligned(size, alignment);
+    return TaskMemory::Take(size, static_cast<std::size_t>(alignment));
 }
 
 void QzTaskBase::operator delete(void* memory) noexcept {
-    Platform::FreeBlock(memory);
+    TaskMemory::GiveBack(memory);
 }
 
 // These two are for a constructor that throws.
 
 void QzTaskBase::operator delete(void* memory, const std::nothrow_t&) noexcept {
-    Platform::FreeBlock(memory);
+    TaskMemory::GiveBack(memory);
 }
 
 void QzTaskBase::operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    Platform::FreeBlock(memory);
+    TaskMemory::GiveBack(memory);
 }
 
 } // namespace Qzc

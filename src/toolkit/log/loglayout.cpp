@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
+#include <iterator>
 
 #include "toolkit/log/logclock.h"
 #include "toolkit/qzlogitem.h"
@@ -25,20 +27,41 @@ std::string_view PaddedLevel(QzLogFile::LogLevelType level) {
     return known != std::end(Levels) ? known->padded : "unknown";
 }
 
-char* Put(char* out, std::string_view text) {
-    return std::copy(text.begin(), text.end(), out);
+template <std::size_t Size>
+void PutEnds(char* out, std::string_view text) {
+    std::memcpy(out, text.data(), Size);
+    std::memcpy(out + text.size() - Size, text.data() + text.size() - Size, Size);
 }
 
-constexpr std::size_t MostDigits = 24; // of a number, and bytes of a level
+// Most texts are a few bytes long: two moves of a fixed size, which may overlap, cost less than a call.
+char* Put(char* out, std::string_view text) {
+    if (text.size() > 32)
+        std::memcpy(out, text.data(), text.size());
+    else if (text.size() >= 16)
+        PutEnds<16>(out, text);
+    else if (text.size() >= 8)
+        PutEnds<8>(out, text);
+    else if (text.size() >= 4)
+        PutEnds<4>(out, text);
+    else if (text.size() >= 2)
+        PutEnds<2>(out, text);
+    else if (!text.empty())
+        *out = text[0];
+    return out + text.size();
+}
 
-char* PutNumber(char* out, std::int64_t value, std::ptrdiff_t width, char padding = ' ') {
-    char* const end = std::to_chars(out, out + MostDigits, value).ptr;
-    const std::ptrdiff_t missing = width - (end - out);
-    if (missing <= 0)
-        return end;
-    std::copy_backward(out, end, end + missing);
-    std::fill(out, out + missing, padding);
-    return end + missing;
+constexpr std::size_t MostDigits = 24;
+constexpr std::size_t MostWidth = 6;
+constexpr std::size_t NumberRoom = MostWidth + MostDigits; // also of a level
+
+// Moves of a fixed size again; what they bring too much is written over.
+char* PutNumber(char* out, std::int64_t value, std::ptrdiff_t width, const char* padding = "      ") {
+    char digits[MostDigits] = {};
+    const std::ptrdiff_t size = std::to_chars(std::begin(digits), std::end(digits), value).ptr - digits;
+    std::memcpy(out, padding, MostWidth);
+    out += std::max<std::ptrdiff_t>(width - size, 0);
+    std::memcpy(out, digits, MostDigits);
+    return out + size;
 }
 
 } // namespace
@@ -122,7 +145,7 @@ void LogLayout::Append(std::string& text, const LogRecord& record) {
         case Field::ThreadID: out = PutNumber(out, own.threadID, 5); break;
         case Field::CodeFile: out = Put(out, own.codeFile); break;
         case Field::CodeLine: out = PutNumber(out, own.codeLine, 0); break;
-        case Field::Milliseconds: out = PutNumber(out, own.milliseconds, 3, '0'); break;
+        case Field::Milliseconds: out = PutNumber(out, own.milliseconds, 3, "000000"); break;
         case Field::ProcessID: out = PutNumber(out, own.processID, 0); break;
         }
     }
@@ -135,7 +158,7 @@ std::size_t LogLayout::MostBytes(Field field, const LogRecord& record) const {
     case Field::DateTime: return m_values == Values::XmlText ? m_timeXml.size() : m_timeText.size();
     case Field::Message: return record.message.size();
     case Field::CodeFile: return record.codeFile.size();
-    default: return MostDigits;
+    default: return NumberRoom;
     }
 }
 

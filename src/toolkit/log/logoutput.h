@@ -38,7 +38,7 @@ public:
     /// Writes items, to which an XML file's end tag is added, at `now` on the millisecond clock. False: nothing of it
     /// stands in the file.
     ///
-    /// A file that was removed behind our back is made again at once, with these items: asking for that costs a third
+    /// A file that was removed behind our back is made again at once, with these items: asking for that costs half
     /// of a small write. One that was renamed is let go before a large write, and otherwise at the first one that comes
     /// half a second or more after the last question, which costs as much as the write.
     bool Write(std::string& items, std::int64_t now = 0);

@@ -7,8 +7,9 @@
 
 namespace Qzc {
 
-/// What vprintf prints, with a decimal point whatever the locale (unless long double or hexadecimal). Several times as
-/// fast, most of all with floating-point numbers, which is why it is here. Empty for what cannot be formatted.
+/// What vprintf prints. Formats of plain conversions alone (%s %c %d %i %u %x %ld %lu %lld %llu %zu %f %.2f %%) are
+/// printed here, which is faster, and where %f has a decimal point whatever the locale; the C library prints all
+/// others. Empty for what cannot be formatted.
 KeldMBString LogPrint(const char* format, std::va_list arguments);
 
 } // namespace Qzc

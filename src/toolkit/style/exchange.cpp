@@ -76,7 +76,12 @@ void LeftOut::Give(KeldArray<KeldMBString>* pLeftOut) const {
         *pLeftOut = m_names;
 }
 
-LeftOut Differences(const QzStyle& written, const QzStyle& readBack, int kind) {
+void TellLeftOut(const QzStyle& written, int kind, const KeldMBString& text, decltype(&FromFeatureStyle) read,
+                 KeldArray<KeldMBString>* pLeftOut) {
+    if (pLeftOut == nullptr)
+        return;
+    QzStyle readBack;
+    read(text, kind, readBack, nullptr);
     LeftOut leftOut;
     for (const Field& field : Fields) {
         const bool has = kind >= 0 && kind <= 4 &&
@@ -84,7 +89,7 @@ LeftOut Differences(const QzStyle& written, const QzStyle& readBack, int kind) {
         if (has && !field.isSame(written, readBack))
             leftOut.Add(field.name);
     }
-    return leftOut;
+    leftOut.Give(pLeftOut);
 }
 
 std::string WebColor(std::uint32_t color) {

@@ -58,6 +58,16 @@ bool IsAscii(const char* at, Word nonAscii) { // a word of it
 // The bytes of whole ASCII units at the start.
 std::size_t AsciiBytes(const char* text, std::size_t length, int unit, Word nonAscii) {
     std::size_t at = 0;
+    constexpr std::size_t Words = 8;
+    for (; length - at >= Words * sizeof(Word); at += Words * sizeof(Word)) {
+        std::array<Word, Words> words;
+        std::memcpy(words.data(), text + at, sizeof(words));
+        Word all = 0;
+        for (const Word word : words)
+            all |= word;
+        if ((all & nonAscii) != 0)
+            break;
+    }
     while (length - at >= sizeof(Word) && IsAscii(text + at, nonAscii))
         at += sizeof(Word);
     const auto size = static_cast<std::size_t>(unit);
