@@ -164,7 +164,8 @@ unsigned char QzLogFile::Reopen() {
 // ---- Recording
 
 bool QzLogFile::IsAlwaysRecorded(int code) {
-    return GetInstance(false).m_state->Takes(debug, code);
+    constexpr auto BelowAny = static_cast<LogLevelType>(std::numeric_limits<int>::min()); // levels may be any number
+    return GetInstance(false).m_state->Takes(BelowAny, code);
 }
 
 unsigned char QzLogFile::RecordAt(LogLevelType level, int code, const KeldMBString& message, std::string_view codeFile,
