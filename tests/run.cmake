@@ -1,5 +1,8 @@
 # Helpers of the scripts beside this one: each stops its script with what went wrong.
 
+# What stands in front of the target's programs.
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)

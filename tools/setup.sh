@@ -115,7 +115,7 @@ need_target() {
             ;;
         aarch64)
             need g++-aarch64-linux-gnu qemu-user googletest
-            unpack_foreign arm64 libc6 libpugixml-dev libpugixml1v5
+            unpack_foreign arm64 libc6 libpugixml-dev libpugixml1v5 libcli11-dev
             ;;
         libcxx)
             need_clang

@@ -12,8 +12,11 @@
 #include "base/keldmemory.h"
 #include "base/mobaseexport.h"
 
-#if defined(__GNUC__)
+// Formats are those of the C++ library (%zu, %lld), also on systems whose own are others.
+#if defined(__clang__)
 #define KELD_PRINTF(textIndex, firstIndex) __attribute__((format(printf, textIndex, firstIndex)))
+#elif defined(__GNUC__)
+#define KELD_PRINTF(textIndex, firstIndex) __attribute__((format(gnu_printf, textIndex, firstIndex)))
 #else
 #define KELD_PRINTF(textIndex, firstIndex)
 #endif

@@ -70,6 +70,10 @@ public:
     /// `path` seen from `directory`, without "." and ".." steps; an absolute `path` stands as it is.
     static KeldMBString GetAbsolutePath(const KeldMBString& directory, const KeldMBString& path);
 
+    /// The way from a directory to `path`, both with the system's own separators, as it is written into files: with `/`
+    /// on every system. `path` itself where there is no such way.
+    static KeldMBString GetRelativePath(const KeldMBString& directory, const KeldMBString& path);
+
     /// Takes a path apart, so that joining the three gives it back: the directory with the separator at its
     /// end, the name, and the extension with its dot. What a path lacks is empty; a dot that starts the name
     /// starts no extension, and neither do those of "..".

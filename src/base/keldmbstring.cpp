@@ -164,14 +164,15 @@ void KeldMBString::MapLetters(Map map) {
     const LeadBytes leadBytes(m_charset);
     char* c = m_text.data();
     char* const end = c + m_text.size();
-    if (leadBytes.IsEmpty()) {
-        constexpr std::ptrdiff_t Block = 16; // a fixed number is what compilers make vectors of
-        for (; end - c >= Block; c += Block) {
-            for (std::ptrdiff_t i = 0; i < Block; ++i)
-                c[i] = map(c[i]);
-        }
-        for (; c != end; ++c)
-            *c = map(*c);
+    constexpr std::ptrdiff_t Block = 16; // a fixed number is what compilers make vectors of
+    const auto mapBlock = [&](char* at) {
+        for (std::ptrdiff_t i = 0; i < Block; ++i)
+            at[i] = map(at[i]);
+    };
+    if (leadBytes.IsEmpty() && end - c >= Block) {
+        for (; end - c > Block; c += Block)
+            mapBlock(c);
+        mapBlock(end - Block); // some of it once more, which changes nothing
         return;
     }
     for (; c < end; ++c) {
@@ -183,12 +184,12 @@ void KeldMBString::MapLetters(Map map) {
 }
 
 KeldMBString& KeldMBString::MakeUpper() {
-    MapLetters(ToUpper<char>);
+    MapLetters([](char c) { return ToUpper(c); });
     return *this;
 }
 
 KeldMBString& KeldMBString::MakeLower() {
-    MapLetters(ToLower<char>);
+    MapLetters([](char c) { return ToLower(c); });
     return *this;
 }
 

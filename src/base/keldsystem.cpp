@@ -39,14 +39,10 @@ struct NameKey {
 class NameIndex {
 public:
     NameIndex() {
-        for (const CharsetName& row : CharsetNames) {
-            Slot& byName = *FindName(row.name);
-            if (byName.row == nullptr) // else the name of two numbers, read as the first
-                byName = {NameKey(row.name), &row};
-            const CharsetName*& byNumber = *FindNumber(row.charset);
-            if (byNumber == nullptr)
-                byNumber = &row;
-        }
+        for (const CharsetName& row : CharsetNames)
+            Add(row);
+        for (const CharsetName& row : CharsetNamesWithoutAscii)
+            Add(row);
     }
     const CharsetName* Find(std::string_view name) const {
         return name.size() <= NameKey::Size ? const_cast<NameIndex*>(this)->FindName(name)->row : nullptr;
@@ -54,14 +50,22 @@ public:
     const CharsetName* Find(Charset charset) const { return *const_cast<NameIndex*>(this)->FindNumber(charset); }
 
 private:
-    static constexpr std::size_t Size = 1024; // a search ends at an empty slot, of which most are
-    static_assert(std::size(CharsetNames) < Size / 2);
+    static constexpr std::size_t Size = 2048; // a search ends at an empty slot, of which most are
+    static_assert(std::size(CharsetNames) + std::size(CharsetNamesWithoutAscii) < Size / 2);
 
     struct Slot {
         NameKey key{std::string_view("")}; // a null pointer is none to copy from, not even nothing
         const CharsetName* row = nullptr;
     };
 
+    void Add(const CharsetName& row) {
+        Slot& byName = *FindName(row.name);
+        if (byName.row == nullptr) // else the name of two numbers, read as the first
+            byName = {NameKey(row.name), &row};
+        const CharsetName*& byNumber = *FindNumber(row.charset);
+        if (byNumber == nullptr)
+            byNumber = &row;
+    }
     // The slot that holds it, or the empty one where it would stand.
     Slot* FindName(std::string_view name) {
         const NameKey key(name);

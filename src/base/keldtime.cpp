@@ -30,15 +30,6 @@ bool IsDate(const std::tm& date) {
     return date.tm_mday >= 1 && date.tm_mday <= Days[date.tm_mon] + (date.tm_mon == 1 && isLeap ? 1 : 0);
 }
 
-bool FromLocal(std::tm local, std::int64_t& seconds) {
-    local.tm_isdst = -1; // the time zone's rules know
-    local.tm_wday = -1;  // mktime fills it in; -1 is no time's weekday, but may be a time's result
-    const std::time_t time = std::mktime(&local);
-    if (local.tm_wday != -1)
-        seconds = time;
-    return local.tm_wday != -1;
-}
-
 } // namespace
 
 KeldTime::KeldTime(int year, int month, int day, int hour, int minute, int second) {
@@ -53,7 +44,7 @@ KeldTime::KeldTime(int year, int month, int day, int hour, int minute, int secon
     local.tm_hour = hour;
     local.tm_min = minute;
     local.tm_sec = second;
-    FromLocal(local, m_seconds);
+    Platform::FromLocalTime(local, m_seconds);
 }
 
 KeldTime KeldTime::GetCurrentTime() {
@@ -97,7 +88,7 @@ int KeldTime::GetDayOfWeek() const {
 KeldMBString KeldTime::Format(const KeldMBString& format) const {
     const std::tm local = Local(m_seconds);
     char text[1024];
-    const std::size_t length = std::strftime(text, sizeof(text), format.Cstr(), &local);
+    const std::size_t length = Platform::FormatTime(text, sizeof(text), format.Cstr(), local);
     return KeldMBString(text, static_cast<int>(length));
 }
 
@@ -110,7 +101,7 @@ int KeldTime::Parse(const KeldMBString& format, const KeldMBString& text) {
         std::tm local = {};
         local.tm_mday = 0; // says whether the format told a day
         stream >> std::get_time(&local, format.Cstr());
-        if (!stream.fail() && IsDate(local) && FromLocal(local, m_seconds))
+        if (!stream.fail() && IsDate(local) && Platform::FromLocalTime(local, m_seconds))
             read = stream.eof() ? std::min(text.GetLength(), LongestFormat) : static_cast<int>(stream.tellg());
     });
     return read;

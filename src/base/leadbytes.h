@@ -10,6 +10,8 @@ public:
     explicit LeadBytes(KELDCharset::Charset charset) {
         if (charset == KELDCharset::Current)
             charset = KeldSystem::GetCurCharset();
+        if (charset == 932 || charset == 943) // as another maker writes it
+            charset = KELDCharset::Japanese;
         switch (charset) {
         case KELDCharset::GB2312:
         case KELDCharset::GB18030: // a four-byte character reads as two pairs

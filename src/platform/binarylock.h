@@ -66,7 +66,6 @@ private:
     [[gnu::noinline]] void LockSlowly() {
         // With looks that get rarer, for each takes the holder's cache line away; some 3 microseconds in all, less than
         // going to sleep and being woken costs.
-        constexpr int MostPauses = 32;
         for (int pauses = 1; pauses <= MostPauses; pauses *= 2) {
             if (m_state.load(std::memory_order_relaxed) == Free && TryLock())
                 return;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "platform/forkhook.h"
+#include "platform/sharedregion.h"
 
 namespace Platform {
 
@@ -116,23 +117,19 @@ private:
         return index - inPage + line * slots + inPage / lines;
     }
 
-    bool Map(int descriptor, const Options& options, Opening& opening);
-    bool BecomeOpener(int descriptor);
-    bool TakeSlot(int descriptor);
-    bool FreeSlotsOfTheGone(int descriptor) const;
+    bool Map(const Options& options, Opening& opening);
+    bool BecomeOpener();
+    bool TakeSlot();
+    bool FreeSlotsOfTheGone() const;
     void AfterForkInChild();
-    void RemoveIfLast(int descriptor) const;
     void Forget();
 
     void* m_view = nullptr;
     Header* m_header = nullptr;
     Atomic<std::uint64_t>* m_slots = nullptr;
-    std::size_t m_length = 0; ///< of the mapping
     Atomic<std::uint64_t>* m_slot = nullptr;
     Opener m_self = Nobody;
-    int m_descriptor = -1;
-    std::string m_directory;
-    std::string m_path;
+    SharedRegion m_region;
     std::string m_whyDenied;
     ForkHook m_forkHook = {[](void* self) { static_cast<SharedMemory*>(self)->AfterForkInChild(); }, this};
 };

@@ -92,4 +92,7 @@ inline void PauseSpinning() {
 /// letting go. More makes things worse where the holder waits for this very processor.
 constexpr int SpinCount = 10;
 
+/// The same for looks that get rarer: the longest stretch between two of them.
+constexpr int MostPauses = 32;
+
 } // namespace Platform

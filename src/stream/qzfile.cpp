@@ -1,12 +1,11 @@
 #include "stream/qzfile.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <system_error>
 
-#include "base/keldsystem.h"
+#include "base/pathtext.h"
 #include "platform/file.h"
 #include "platform/filereplacement.h"
 #include "platform/module.h"
@@ -14,8 +13,6 @@
 namespace Qzc {
 
 namespace {
-
-constexpr char Separator = static_cast<char>(std::filesystem::path::preferred_separator);
 
 KeldMBString ErrorText(int error) {
     KeldMBString text;
@@ -197,7 +194,7 @@ KeldMBString QzFile::GetModulePath(const char* moduleName) {
     KeldMBString directory;
     TryMemory([&] {
         const std::string path = moduleName != nullptr ? Platform::ModulePath(moduleName) : std::string();
-        directory = KeldMBString(path.substr(0, path.rfind(Separator) + 1));
+        directory = KeldMBString(path.substr(0, PathText(KELDCharset::Current).NameStart(path)));
     });
     return directory;
 }
@@ -205,17 +202,16 @@ KeldMBString QzFile::GetModulePath(const char* moduleName) {
 KeldMBString QzFile::GetAbsolutePath(const KeldMBString& directory, const KeldMBString& path) {
     KeldMBString absolute;
     const bool whole = TryCopies<KeldMBString>([&] {
-        const KeldMBString base = ToNativePath(directory);
-        const KeldMBString native = ToNativePath(path);
-        const std::filesystem::path joined = std::filesystem::path(base.View()) / native.View();
-        absolute = KeldMBString(joined.lexically_normal().string());
+        const PathText text(path.GetCharset());
+        const std::string base = PathText(directory.GetCharset()).ToNative(directory.View());
+        absolute = KeldMBString(text.Normal(text.Join(base, text.ToNative(path.View()))));
     });
     return whole ? absolute : KeldMBString();
 }
 
 void QzFile::SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMBString& name, KeldMBString& extension) {
     const KeldMBString native = ToNativePath(path);
-    const int start = native.ReverseFind(Separator) + 1;
+    const auto start = static_cast<int>(PathText(native.GetCharset()).NameStart(native.View()));
     const int dot = native.ReverseFind('.');
     const bool isStep = native.View().substr(static_cast<std::size_t>(start)) == "..";
     const int end = dot > start && !isStep ? dot : native.GetLength();
@@ -224,18 +220,25 @@ void QzFile::SplitPath(const KeldMBString& path, KeldMBString& directory, KeldMB
     extension = native.Mid(end);
 }
 
+KeldMBString QzFile::GetRelativePath(const KeldMBString& directory, const KeldMBString& path) {
+    KeldMBString steps;
+    const bool whole = TryCopies<KeldMBString>([&] {
+        const PathText text(path.GetCharset());
+        const std::string relative = text.Relative(path.View(), directory.View());
+        steps = KeldMBString(relative.empty() ? text.ToGeneric(path.View()) : relative);
+    });
+    return whole ? steps : KeldMBString();
+}
+
 KeldMBString QzFile::ToNativePath(const KeldMBString& path) {
-    constexpr char Foreign = Separator == '/' ? '\\' : '/';
+    const char foreign = Platform::NativePaths.separator == '/' ? '\\' : '/';
     KeldMBString native = path;
-    if (native.Find(Foreign) < 0)
+    if (native.Find(foreign) < 0)
         return native;
-    for (int i = 0; i < native.GetLength(); ++i) {
-        // The second byte of a two-byte character may look like a backslash.
-        if (KeldSystem::IsLeadByte(native.GetCharset(), static_cast<unsigned char>(native[i])))
-            ++i;
-        else if (native[i] == Foreign)
-            native.SetAt(i, Separator);
-    }
+    TryMemory([&] {
+        native = KeldMBString(PathText(path.GetCharset()).ToNative(path.View()));
+        native.SetCharset(path.GetCharset());
+    });
     return native;
 }
 

@@ -180,6 +180,7 @@ TEST(Charsets, NamesMapToNumbers) {
         {"UTF-99", -1},          {"iso-8859-12", -1},   {"UTF-8 ", -1},         {"Big5-HKSCS", 951},
         {"iso-2022-jp", 50220},  {"ibm437", 437},       {"CP866", 866},         {"utf-7", 65000},
         {"UTF@8", -1},           {"{TF-8", -1},         {"utf-16", 70000},      {"a name of more bytes than any", -1},
+        {"ibm939", 50939},       {"ISO646-DE", 20106},  {"EUCJP-MS", 70069},    {"IBM943", 943},
     };
     for (const auto& [name, number] : cases)
         EXPECT_EQ(KeldSystem::GetCharset(name), number) << name;
@@ -195,7 +196,7 @@ TEST(Charsets, TheCurrentOneCanBeSet) {
     EXPECT_EQ(KeldSystem::GetCharsetName(KELDCharset::Current), "GBK");
     EXPECT_TRUE(KeldSystem::IsLeadByte(KELDCharset::Current, 0x81));
     // Without a name, or wide: text would be lost.
-    for (const int number : {1, -1, 99, 132, 251, 252, 253, 254, 1200, 1201, 37, 1140, 70000, 70001})
+    for (const int number : {1, -1, 99, 132, 251, 252, 253, 254, 1200, 1201, 37, 1140, 70000, 70001, 20106, 50939})
         EXPECT_FALSE(KeldSystem::SetCurCharset(static_cast<KELDCharset::Charset>(number))) << number;
     EXPECT_EQ(KeldSystem::GetCurCharset(), KELDCharset::GB2312);
     EXPECT_EQ(KeldSystem::GetCharsetName(static_cast<KELDCharset::Charset>(99)), "");

@@ -30,6 +30,13 @@ protected:
     CurrentCharset m_charset{KELDCharset::UTF8};
     TraceLog m_trace; // XmlPath misses the file in a build tree, which is not what is tested here
     ScratchDirectory m_scratch;
+    std::string m_path = m_scratch / "conf.xml";
+
+    Registry Loaded(const std::string& bytes) {
+        WriteBytes(m_path, bytes);
+        return Registry(m_path);
+    }
+    std::string Saved(Registry& registry) { return registry.Save() ? ReadBytes(m_path) : "(not saved)"; }
 };
 
 template <class Hash>
@@ -53,10 +60,6 @@ std::string Wide(const std::string& ascii) {
     for (const char c : ascii)
         bytes += {c, '\0'};
     return bytes;
-}
-
-std::string Save(Registry& registry, const std::string& path) {
-    return registry.Save() ? ReadBytes(path) : "(not saved)";
 }
 
 // Every kind of entry, in an order that mixes them.
@@ -244,14 +247,12 @@ TEST_F(RegistryTest, ResourceAndFontFiles) {
 }
 
 TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
-    const std::string path = m_scratch / "conf.xml";
     std::string document = EveryKind;
-    WriteBytes(path, document.insert(document.find("</Root>"), "<in type='external'>data\\x.xml</in>"));
-    Registry registry(path);
+    Registry registry = Loaded(document.insert(document.find("</Root>"), "<in type='external'>data\\x.xml</in>"));
     EXPECT_TRUE(m_trace.Texts().empty()) << "no file is missing";
     EXPECT_EQ(registry.GetSubFileName("in"), QzRegistry::XmlPath() + "data/x.xml");
-    const std::string saved = Save(registry, path);
-    EXPECT_TRUE(Registry(path) == registry) << saved;
+    const std::string saved = Saved(registry);
+    EXPECT_TRUE(Registry(m_path) == registry) << saved;
     QzMarkup markup(saved.c_str());
     ASSERT_TRUE(markup.FindElem("Root") && markup.IntoElem());
     std::string tags;
@@ -271,60 +272,56 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     registry.SubReg("Deep").RemoveKey("Size");
     registry.RemoveKey("Plain");
     registry.SetAt("Size", "");
-    Save(registry, path);
-    const Registry again(path);
-    EXPECT_TRUE(again == registry) << ReadBytes(path);
+    Saved(registry);
+    const Registry again(m_path);
+    EXPECT_TRUE(again == registry) << ReadBytes(m_path);
     EXPECT_EQ(Keys(again), "Size Odd Awkward ");
 
     KeldSystem::SetCurCharset(KELDCharset::GB2312);
-    WriteBytes(path, "<?xml version=\"1.0\" encoding=\"UTF-8\"?><r><a>镕</a></r>");
-    Registry chinese(path);
-    const std::string bytes = Save(chinese, path);
+    Registry chinese = Loaded("<?xml version=\"1.0\" encoding=\"UTF-8\"?><r><a>镕</a></r>");
+    const std::string bytes = Saved(chinese);
     EXPECT_NE(bytes.find(">\xE9\x46<"), std::string::npos) << "in the current charset";
     KeldSystem::SetCurCharset(KELDCharset::UTF8);
-    EXPECT_EQ(Registry(path)["a"], "镕") << "and declared as that: " << bytes;
+    EXPECT_EQ(Registry(m_path)["a"], "镕") << "and declared as that: " << bytes;
 }
 
 TEST_F(RegistryTest, SavesWhatBecameOfItsEntries) {
-    const std::string path = m_scratch / "conf.xml";
-    WriteBytes(path, "<r><v>1</v><a type='subreg'><x>1</x></a><b type='subreg'><y>2</y></b></r>");
-    Registry registry(path);
+    Registry registry = Loaded("<r><v>1</v><a type='subreg'><x>1</x></a><b type='subreg'><y>2</y></b></r>");
     registry.SubReg("a") = registry.SubReg("b");
     EXPECT_TRUE(registry.Save());
-    EXPECT_EQ(Registry(path).SubReg("a")["y"], "2") << "under the entry's name, not its own";
+    EXPECT_EQ(Registry(m_path).SubReg("a")["y"], "2") << "under the entry's name, not its own";
 
     registry.RemoveKey("v");
     registry.LoadDoc("<r><v>1</v><a type='subreg'/></r>");
-    const std::string saved = Save(registry, path);
+    const std::string saved = Saved(registry);
     for (const char* tag : {"<v ", "<a "})
         EXPECT_EQ(saved.find(tag), saved.rfind(tag)) << "read again, saved once: " << saved;
 }
 
 TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
-    const std::string path = m_scratch / "conf.xml";
     const std::string before = "<r><a>1</a><o type='object'/><s type='subreg'/></r>";
-    WriteBytes(path, before);
+    WriteBytes(m_path, before);
     for (const std::string& name : {""s, "a b"s, "a\0b"s, "x>y</x><z"s}) {
         for (std::size_t place = 0; place < 3; ++place) {
-            Registry registry(path);
+            Registry registry(m_path);
             QzRegistry::Object* const tables[] = {&registry, &registry.Obj("o"), &registry.SubReg("s")};
             tables[place]->SetAt(KeldMBString(name), "1");
             EXPECT_FALSE(registry.Save()) << name << place;
         }
     }
-    Registry registry(path);
+    Registry registry(m_path);
     EXPECT_FALSE(registry.SubReg("s").Save()) << "no file of its own";
     {
         const FullDisk full(50);
         EXPECT_FALSE(registry.Save());
     }
     std::filesystem::permissions(m_scratch.Path(), std::filesystem::perms::all);
-    std::filesystem::permissions(path, std::filesystem::perms{0444});
+    std::filesystem::permissions(m_path, std::filesystem::perms{0444});
     {
         const OrdinaryUser user;
         EXPECT_FALSE(registry.Save()) << "a file that may not be written";
     }
-    EXPECT_EQ(ReadBytes(path), before);
+    EXPECT_EQ(ReadBytes(m_path), before);
     EXPECT_EQ(FilesIn(m_scratch.Path()).size(), 1U) << "nothing left behind";
 }
 
@@ -364,13 +361,11 @@ TEST_F(RegistryTest, NestingCostsNoStack) {
     document += "<v>x</v>";
     for (int i = 0; i < Depth; ++i)
         document += "</s>";
-    const std::string path = m_scratch / "deep.xml";
-    WriteBytes(path, document + "</r>");
-    Registry registry(path);
+    Registry registry = Loaded(document + "</r>");
     Registry copy(registry);
     registry = Registry();
     ASSERT_TRUE(copy.Save());
-    registry.LoadFile(KeldMBString(path));
+    registry.LoadFile(KeldMBString(m_path));
     EXPECT_TRUE(registry == copy);
     const QzRegistry* innermost = &registry;
     int depth = 0;
@@ -381,17 +376,15 @@ TEST_F(RegistryTest, NestingCostsNoStack) {
 }
 
 TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
-    const std::string path = m_scratch / "conf.xml";
     for (const std::string& bytes : {""s, " \r\n"s, "a=1\nb=2"s, "<r><a>1</r></a>"s, "\xFF\xFE<\0r\0/\0>"s,
                                      "<?xml version=\"1.0\" encoding=\"GB2312\"?><r><a>\xD6"s}) {
-        WriteBytes(path, bytes);
         m_trace.Texts().clear();
-        Registry registry(path);
+        Registry registry = Loaded(bytes);
         EXPECT_TRUE(registry == Registry()) << bytes;
         ASSERT_EQ(m_trace.Texts().size(), 1U);
-        EXPECT_EQ(m_trace.Texts()[0].find("cannot parse file: " + path + " line "), 0U) << m_trace.Texts()[0];
+        EXPECT_EQ(m_trace.Texts()[0].find("cannot parse file: " + m_path + " line "), 0U) << m_trace.Texts()[0];
         EXPECT_FALSE(registry.Save()) << "there is no top element to write";
-        EXPECT_EQ(ReadBytes(path), bytes);
+        EXPECT_EQ(ReadBytes(m_path), bytes);
     }
     for (const std::string& unread : {m_scratch / "gone.xml", m_scratch.Path(), "/dev/null/x"s}) {
         m_trace.Texts().clear();
@@ -406,33 +399,31 @@ TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
     EXPECT_EQ(loaded["a"], "1") << "what is malformed adds nothing";
     EXPECT_EQ(m_trace.Texts(), Texts{"cannot parse text: line 3: End tag does not correspond to a\n"});
 
-    std::filesystem::resize_file(path, std::uintmax_t{1} << 31); // sparse
+    std::filesystem::resize_file(m_path, std::uintmax_t{1} << 31); // sparse
     m_trace.Texts().clear();
-    EXPECT_TRUE(Registry(path) == Registry()) << "more than a text can hold";
-    EXPECT_EQ(m_trace.Texts().size(), 1U);
+    EXPECT_TRUE(Registry(m_path) == Registry()) << "more than a text can hold";
+    ASSERT_EQ(m_trace.Texts().size(), 1U);
+    EXPECT_EQ(m_trace.Texts()[0].find("cannot read file: " + m_path), 0U);
 }
 
 TEST_F(RegistryTest, SavesEveryNameThatATagCanBe) {
-    const std::string path = m_scratch / "conf.xml";
-    WriteBytes(path, "<R&D><it's>1</it's><1>2</1><_x0041_>3</_x0041_><a\"o type='object'><&>4</&></a\"o></R&D>");
-    Registry registry(path);
+    Registry registry =
+        Loaded("<R&D><it's>1</it's><1>2</1><_x0041_>3</_x0041_><a\"o type='object'><&>4</&></a\"o></R&D>");
     EXPECT_EQ(registry.Name() + registry["it's"] + registry["1"] + registry["_x0041_"], "R&D123");
     EXPECT_EQ(registry.Obj("a\"o")["&"], "4");
     for (const char* const name : {"&amp;", "_x0022_", "_x005F_", "\x01", "-", "a;", "\xE5\x9C\xB0\xE5\x9B\xBE", "'"})
         registry.SetAt(name, name);
-    const std::string saved = Save(registry, path);
+    const std::string saved = Saved(registry);
     for (const char* const tag : {"<R_x0026_D>", "<it_x0027_s ", "<_x0031_ ", "<_x0041_ ", "<a_x0022_o ", "<_x0026_>4",
                                   "<_x0026_amp_x003B_ ", "<_x005F_x0022_ ", "<_x005F_x005F_ ", "<_x0001_ "})
         EXPECT_NE(saved.find(tag), std::string::npos) << tag << saved;
-    EXPECT_TRUE(Registry(path) == registry) << saved;
+    EXPECT_TRUE(Registry(m_path) == registry) << saved;
 
     const std::string pieces[] = {"_", "x00", "2", "6", "F", "_x0022_", "a", "\"", "&", "'", "\x95\\", "-", "\xFE"};
     std::mt19937 random(4);
     for (const auto charset : {KELDCharset::UTF8, KELDCharset::Japanese}) {
         CurrentCharset current(charset);
-        Registry names;
-        WriteBytes(path, "<r/>");
-        names.LoadFile(KeldMBString(path));
+        Registry names = Loaded("<r/>");
         for (int i = 0; i < 3000; ++i) {
             std::string name;
             for (auto count = 1 + random() % 6; count != 0; --count)
@@ -441,20 +432,18 @@ TEST_F(RegistryTest, SavesEveryNameThatATagCanBe) {
                 names.SetAt(KeldMBString(name), KeldMBString(name));
         }
         ASSERT_TRUE(names.Save());
-        ASSERT_TRUE(Registry(path) == names);
+        ASSERT_TRUE(Registry(m_path) == names);
     }
 }
 
 TEST_F(RegistryTest, ReadsAnewAndFromTexts) {
-    const std::string path = m_scratch / "conf.xml";
     const std::string extern1 = m_scratch / "x.xml";
     WriteBytes(extern1, "<x><v>1</v></x>");
-    WriteBytes(path, "<r><a>1</a><gone>1</gone><o type='object'/><x type='external'>" + extern1 + "</x></r>");
-    Registry derived(path);
+    Registry derived = Loaded("<r><a>1</a><gone>1</gone><o type='object'/><x type='external'>" + extern1 + "</x></r>");
     QzRegistry registry(derived); // of no class of one's own
     EXPECT_EQ(registry.SubFile("x")["v"], "1");
     WriteBytes(extern1, "<x><v>2</v></x>");
-    WriteBytes(path, "<s><a>2</a><x type='external'>" + extern1 + "</x></s>");
+    WriteBytes(m_path, "<s><a>2</a><x type='external'>" + extern1 + "</x></s>");
     EXPECT_TRUE(registry.Reload());
     EXPECT_EQ(registry.Name() + registry["a"] + registry["gone"] + registry.SubFile("x")["v"], "s22");
     EXPECT_TRUE(registry.Names(QzRegistry::ElemObject).IsEmpty());
@@ -462,9 +451,9 @@ TEST_F(RegistryTest, ReadsAnewAndFromTexts) {
     const QzRegistry before(registry);
     m_trace.Texts().clear();
     EXPECT_FALSE(registry.LoadText("<r>"));
-    WriteBytes(path, "<r><a>3</a>");
+    WriteBytes(m_path, "<r><a>3</a>");
     EXPECT_FALSE(registry.Reload());
-    std::filesystem::remove(path);
+    std::filesystem::remove(m_path);
     EXPECT_FALSE(registry.Reload());
     EXPECT_EQ(m_trace.Texts().size(), 3U);
     EXPECT_TRUE(registry == before && registry["a"] == "2");
@@ -474,7 +463,7 @@ TEST_F(RegistryTest, ReadsAnewAndFromTexts) {
     EXPECT_EQ(registry.Name() + registry["a"] + registry.Seq("b")[0], "t41");
     EXPECT_TRUE(registry.GetSubFileName("x").IsEmpty());
     EXPECT_TRUE(registry.Save()) << "to its file, though that was gone";
-    EXPECT_EQ(Registry(path), registry);
+    EXPECT_EQ(Registry(m_path), registry);
     OpenRegistry<QzRegistryResource> resource;
     EXPECT_TRUE(resource.LoadText("<r><section><ICode><res id='1'>x</res></ICode></section></r>"));
     EXPECT_EQ(resource["1"], "x");
@@ -482,47 +471,38 @@ TEST_F(RegistryTest, ReadsAnewAndFromTexts) {
 }
 
 TEST_F(RegistryTest, FilesKeepTheirForm) {
-    const std::string path = m_scratch / "conf.xml";
     // What cannot be converted goes back as it came, under its own declaration.
     for (const std::string declaration : {"<?xml version=\"1.0\" encoding=\"GB2312\" standalone=\"yes\"?>",
                                           "<?xml encoding='x-none' version='1.0' ?>"}) {
-        WriteBytes(path, declaration + "<r><a>\xFF\xE9</a></r>");
-        Registry registry;
-        registry.LoadFile(KeldMBString(path));
+        Registry registry = Loaded(declaration + "<r><a>\xFF\xE9</a></r>");
         EXPECT_FALSE(registry.IsConverted());
         Registry copy;
         copy = registry;
-        EXPECT_EQ(Save(copy, path), declaration + "\r\n<r>\r\n\t<a type=\"value\">\xFF\xE9</a>\r\n</r>\r\n");
-        EXPECT_TRUE(Registry(path) == registry);
+        EXPECT_EQ(Saved(copy), declaration + "\r\n<r>\r\n\t<a type=\"value\">\xFF\xE9</a>\r\n</r>\r\n");
+        EXPECT_TRUE(Registry(m_path) == registry);
         EXPECT_TRUE(registry.LoadText("<r/>") && registry.IsConverted());
-        EXPECT_EQ(Save(registry, path), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
+        EXPECT_EQ(Saved(registry), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
     }
-    WriteBytes(path, "\xEF\xBB\xBF<r/>");
-    Registry marked(path);
-    EXPECT_EQ(Save(marked, path), "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
-    WriteBytes(path, Wide("<?xml version=\"1.0\" encoding=\"UTF-16\"?><r><a>x</a></r>"));
-    Registry wide(path);
+    Registry marked = Loaded("\xEF\xBB\xBF<r/>");
+    EXPECT_EQ(Saved(marked), "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
+    Registry wide = Loaded(Wide("<?xml version=\"1.0\" encoding=\"UTF-16\"?><r><a>x</a></r>"));
     EXPECT_TRUE(wide.IsConverted() && wide["a"] == "x");
-    EXPECT_EQ(Save(wide, path).find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r>"), 0U);
+    EXPECT_EQ(Saved(wide).find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r>"), 0U);
 
     // Order and file come along with an assignment.
-    Registry source;
-    WriteBytes(path, "<r><b>1</b><o type='object'/><a>2</a></r>");
-    source.LoadFile(KeldMBString(path));
     Registry target;
     target.LoadDoc("<other><a>1</a><o type='object'/></other>");
-    target = source;
-    std::filesystem::remove(path);
-    EXPECT_TRUE(target.Save());
-    const std::string saved = ReadBytes(path);
+    target = Loaded("<r><b>1</b><o type='object'/><a>2</a></r>");
+    std::filesystem::remove(m_path);
+    const std::string saved = Saved(target);
     EXPECT_TRUE(saved.find("<b ") < saved.find("<o ") && saved.find("<o ") < saved.find("<a ")) << saved;
 }
 
 // The place of the base library decides, so each case is a process of its own with a copy of that library.
 TEST(RegistryRoot, IsFoundBesideTheBaseLibraryOrAboveIt) {
     const auto run = [](const ScratchDirectory& scratch) {
-        const std::string command =
-            "LD_LIBRARY_PATH='" + scratch.Path() + "/bin' '" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
+        const std::string command = "LD_LIBRARY_PATH='" + scratch.Path() + "/bin' " + InFrontOfPrograms() +
+                                    "'" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
         const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
         std::string output;
         for (int c = 0; (c = std::fgetc(pipe.get())) != EOF;)

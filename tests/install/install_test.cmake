@@ -31,11 +31,13 @@ endforeach()
 # Through find_package.
 set(consumer ${SCRATCH_DIR}/consumer)
 run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/consumer -B ${consumer} -G ${GENERATOR}
-    -D CMAKE_CXX_COMPILER=${CXX} -D CMAKE_PREFIX_PATH=${SCRATCH_DIR}/prefix)
+    -D CMAKE_CXX_COMPILER=${CXX} -D "CMAKE_CXX_FLAGS=${CXX_FLAGS}" -D "CMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}"
+    -D CMAKE_PREFIX_PATH=${SCRATCH_DIR}/prefix)
 run(${CMAKE_COMMAND} --build ${consumer})
-run_expecting("${expected_output}" ${consumer}/consumer)
+run_expecting("${expected_output}" ${emulator} ${consumer}/consumer)
 
 # Through pkg-config.
 pkg_config_flags(flags ${SCRATCH_DIR}/prefix)
-run(${CXX} -std=c++17 ${SOURCE_DIR}/tests/consumer/main.cpp -o ${SCRATCH_DIR}/consumer-pkg-config ${flags})
-run_expecting("${expected_output}" ${SCRATCH_DIR}/consumer-pkg-config)
+separate_arguments(cxx_flags UNIX_COMMAND "${CXX_FLAGS}")
+run(${CXX} ${cxx_flags} -std=c++17 ${SOURCE_DIR}/tests/consumer/main.cpp -o ${SCRATCH_DIR}/consumer-pkg-config ${flags})
+run_expecting("${expected_output}" ${emulator} ${SCRATCH_DIR}/consumer-pkg-config)

@@ -7,7 +7,7 @@ include(${CMAKE_CURRENT_LIST_DIR}/../run.cmake)
 
 set(map ${SCRATCH_DIR}/map.svg)
 file(MAKE_DIRECTORY ${SCRATCH_DIR})
-run(${STYLES} ${map})
+run(${emulator} ${STYLES} ${map})
 run(${CMAKE_COMMAND} -E compare_files ${map} ${SOURCE_DIR}/docs/map.svg)
 run(${XMLLINT} --noout ${map})
 file(SIZE ${map} size)

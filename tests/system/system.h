@@ -27,6 +27,9 @@ std::uint32_t ProcessId();
 /// Ends this process as a kill from outside does: nothing of it runs any more.
 [[noreturn]] void KillThisProcess();
 
+/// What stands in front of a program of the target in a command for the shell: an emulator and a blank, or nothing.
+std::string InFrontOfPrograms();
+
 /// Sets a variable of the environment while it lives, or takes it out (null).
 class EnvironmentVariable {
 public:

@@ -54,7 +54,7 @@ bool ByIconv(Charset to, Charset from, const std::string& text, std::string& res
 const std::vector<Charset>& Table() {
     static const std::vector<Charset> s_table = [] {
         std::vector<Charset> table;
-        for (int number = 0; number < 70100; ++number) {
+        for (int number = 0; number < 70200; ++number) {
             const auto charset = static_cast<Charset>(number);
             std::string nothing;
             if (ByIconv(charset, KELDCharset::UTF8, "", nothing) && ByIconv(KELDCharset::UTF8, charset, "", nothing))
@@ -107,8 +107,11 @@ void CheckCodec(Charset to, Charset from, const std::string& text, bool whole, c
 // cannot be converted.
 void CheckTexts(Charset to, Charset from, const std::string& bytes, const std::string& expected) {
     const KeldMBString text{std::string_view(bytes)};
-    // Up to the first zero byte.
-    ASSERT_TRUE(to != KELDCharset::UTF8 || QzStringUTF8(text, from).Cstr() == std::string(expected.c_str()));
+    if (to == KELDCharset::UTF8) {
+        const QzStringUTF8 utf8(text, from);
+        ASSERT_TRUE(std::string(utf8.Cstr(), static_cast<std::size_t>(utf8.GetLength())) ==
+                    expected.substr(0, expected.find('\0')));
+    }
     const auto trimmed = [](const std::string& converted) {
         return converted.substr(0, converted.find_last_not_of('\0') + 1);
     };
@@ -147,12 +150,12 @@ TEST(Codec, ConvertsAsIconvDoes) {
     std::mt19937 random(3);
     const auto upTo = [&](std::size_t limit) { return static_cast<std::size_t>(random() % (limit + 1)); };
     int converted = 0;
-    EXPECT_GT(Table().size(), 130U);
-    for (int round = 0; round < 4; ++round) {
+    EXPECT_GT(Table().size(), 230U);
+    for (int round = 0; round < 3; ++round) {
         for (const Charset charset : Table()) {
             // In UTF-8 first, of letters that many charsets have, and all 128 of ASCII.
             std::string utf8;
-            const std::size_t wanted = round < 3 ? upTo(60) : 2000 + upTo(20000);
+            const std::size_t wanted = round < 2 ? upTo(60) : 2000 + upTo(9000);
             while (utf8.size() < wanted) {
                 if (upTo(2) == 0) {
                     const std::size_t run = upTo(3) == 0 ? upTo(300) : upTo(9);
@@ -209,7 +212,7 @@ TEST(Codec, MayBeToldToDropLetters) {
 
 // More pairs than are kept, and names beside numbers: each converts as if it were alone.
 TEST(Codec, KeepsConvertersApart) {
-    for (int round = 0; round < 3; ++round) {
+    for (int round = 0; round < 2; ++round) {
         for (const Charset charset : Table()) {
             QzTextCodec codec(charset, KELDCharset::UTF16LE);
             EXPECT_TRUE(codec.IsOpen() && QzTextCodec(charset, KELDCharset::UTF16LE).IsOpen());

@@ -5,11 +5,12 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <sys/mman.h>
 #include <tuple>
+#include <unistd.h>
 
 #include "support.h"
 #include "xml/markup_records.h"
-#include "xml/repeated_text.h"
 
 using namespace Qzc;
 
@@ -94,21 +95,30 @@ TEST(MarkupEdit, ReadsNamesThatItDoesNotWrite) {
     EXPECT_EQ(markup.GetDoc(), "<1 a;='x' -=\"y\">z</1>");
 }
 
+// A text of equal letters and a terminator: one megabyte of memory, seen as often as it takes.
+const char* RepeatedText(std::size_t size) {
+    constexpr std::size_t Chunk = 1 << 20;
+    const int memory = memfd_create("text", 0);
+    EXPECT_EQ(ftruncate(memory, Chunk), 0);
+    char* const text = static_cast<char*>(
+        mmap(nullptr, size + 2 * Chunk, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    for (std::size_t at = 0; at < size; at += Chunk)
+        mmap(text + at, Chunk, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, memory, 0);
+    std::fill_n(text, Chunk, 'a');
+    close(memory);
+    return text;
+}
+
 TEST(MarkupEdit, RefusesWhatIsTooLong) {
     CheckedMarkup markup("<p><c/></p>");
     ASSERT_TRUE(markup.FindElem() && markup.FindChildElem());
-    {
-        const RepeatedText text(static_cast<std::size_t>(QzMarkup::MaxValueLength) + 1);
-        EXPECT_FALSE(markup.SetAttrib("a", text.Cstr()) || markup.AddChildElem("e", text.Cstr()) ||
-                     markup.SetData(text.Cstr()) || markup.SetChildData(text.Cstr(), 1));
-        EXPECT_FALSE(markup.AddChildElem(text.Cstr()) || markup.SetAttrib(text.Cstr(), "1"));
-    }
-    const RepeatedText text(std::size_t{1} << 31);
-    EXPECT_FALSE(markup.SetRealData(text.Cstr()) || markup.AddChildSubDoc(text.Cstr()) || markup.SetDoc(text.Cstr()));
-    EXPECT_FALSE(markup.GetError().IsEmpty());
-    EXPECT_EQ(markup.GetDoc(), "<p><c/></p>");
-    EXPECT_EQ(markup.GetChildTagName(), "c");
-    EXPECT_TRUE(markup.RecordsMatchText());
+    const char* const value = RepeatedText(static_cast<std::size_t>(QzMarkup::MaxValueLength) + 1);
+    EXPECT_FALSE(markup.SetAttrib("a", value) || markup.AddChildElem("e", value) || markup.SetData(value) ||
+                 markup.SetChildData(value, 1) || markup.AddChildElem(value) || markup.SetAttrib(value, "1"));
+    const char* const text = RepeatedText(std::size_t{1} << 31);
+    EXPECT_FALSE(markup.SetRealData(text) || markup.AddChildSubDoc(text) || markup.SetDoc(text));
+    EXPECT_EQ(markup.GetError(), "2147483648 bytes are too many for a document");
+    EXPECT_EQ(markup.GetDoc() + markup.GetChildTagName(), "<p><c/></p>c");
 }
 
 TEST(MarkupEdit, CopiesAndTakesOverAllThatADocumentHolds) {
@@ -139,6 +149,10 @@ TEST(MarkupEdit, CopiesAndTakesOverAllThatADocumentHolds) {
     EXPECT_TRUE(target.SetDoc("<p f='6'/>"));
     counts("f");
     EXPECT_EQ(doc, "<p f='6'/>");
+    // Saving puts a declaration in front: what is read then is not what was noted, as a copy without notes shows.
+    ASSERT_TRUE(target.Save("/dev/null"));
+    EXPECT_EQ(target.GetAttribCount(), QzMarkup(target).GetAttribCount());
+    EXPECT_NE(target.GetAttribCount(), 1);
 }
 
 TEST(MarkupEdit, FindsAnotherTopElementBehindTheOneRemoved) {
@@ -252,12 +266,13 @@ TEST(MarkupEdit, SetsManyAttributesOfOneElement) {
                 ASSERT_EQ(markup.GetChildAttrib(name.c_str()).View(), value);
             }
         }
-        int n = 0;
-        for (const auto& [name, value] : expected) {
-            ASSERT_EQ(markup.GetChildAttribNameView(n), name);
-            ASSERT_EQ(markup.GetChildAttribValueView(n++), value);
+        const auto count = static_cast<unsigned>(expected.size());
+        ASSERT_EQ(markup.GetChildAttribCount(), static_cast<int>(count));
+        for (unsigned i = 0; i < 2 * count; ++i) { // in order and then in none
+            const unsigned n = i < count ? i : static_cast<unsigned>(random() % count);
+            ASSERT_EQ(markup.GetChildAttribNameView(static_cast<int>(n)), expected[n].first);
+            ASSERT_EQ(markup.GetChildAttribValueView(static_cast<int>(n)), expected[n].second);
         }
-        ASSERT_EQ(markup.GetChildAttribCount(), n);
         ASSERT_TRUE(markup.RecordsMatchText());
     }
 }

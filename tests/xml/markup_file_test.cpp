@@ -206,6 +206,7 @@ TEST_F(MarkupFile, SavesWhatTheDeclarationSays) {
          "<?xml version=\"1.0\" encoding=\"WINDOWS-1252\"?>\r\n<a>\x80</a>"}, // one charset of two numbers
         // What is true stays to the letter, in the current charset.
         {Charset::UTF8, "<?xml version='1.0'?>\n" + han, Charset::UTF8, "<?xml version='1.0'?>\n" + han},
+        {Charset::UTF8, "<?xml version='1.0'?><a/>", Charset::Current, "<?xml version='1.0'?><a/>"},
         {Charset::UTF8, "<?xml  encoding='Utf8' ?><a/>", Charset::UTF8, "<?xml  encoding='Utf8' ?><a/>"},
         {Charset::GB2312, gb2312 + hanGbk, Charset::GB2312, gb2312 + hanGbk},
         {Charset::UTF8, gb2312 + "\n<a/>", Charset::UTF8, gb2312 + "\n<a/>"}, // plain ASCII is

@@ -27,6 +27,7 @@ TEST(Markup, TellsWhatIsWrongWithAText) {
         {"Expecting end tag of element a", {"<a><=></a>"}},
         {"End tag does not correspond to a", {"<a></ab>"}},
         {"End tag does not correspond to b", {"<a><b></a></b>"}},
+        {"End tag does not correspond to ab", {"<ab></a ></ab>", "<ab></a></ab>"}},
         {"End tag not completed for element a", {"<a><", "<a></a", "<a></a b>"}},
     };
     QzMarkup markup;
@@ -54,6 +55,7 @@ TEST(Markup, ScansWhatMayStandInADocument) {
         {"<a>t</a> behind <", "<a>t</a>", "t"},
         {"< a x='1' ><b/></ a >", "< a x='1' ><b/></ a >", ""},
         {"<a b='>' c=\"/>'\">t</a>", "<a b='>' c=\"/>'\">t</a>", "t"},
+        {"<a b='1'\">\">t</a>", "<a b='1'\">\">t</a>", "t"},
         {"<a b=x'>t</a>", "<a b=x'>t</a>", "t"},
         {"<a>it's \"> t</a>", "<a>it's \"> t</a>", "it's \"> t"},
         {"<!-- <b> ' -- > --><a/><!-- -->", "<a/>", ""},
@@ -93,6 +95,8 @@ TEST(Markup, ReadsNamesOfTwoByteCharacters) {
         EXPECT_EQ(markup.GetTagName(), bytes);
         EXPECT_EQ(markup.GetData(), bytes);
         EXPECT_EQ(markup.GetAttrib(bytes), KeldMBString(bytes) + "\"x");
+        const std::string half(bytes, 1);
+        EXPECT_FALSE(QzMarkup(("<" + half + "\\x></" + half + ">").c_str()).IsWellFormed());
         EXPECT_TRUE(markup.AddChildElem(bytes, bytes) && markup.SetChildAttrib(bytes, bytes));
         EXPECT_TRUE(markup.RecordsMatchText());
     }

@@ -1,7 +1,8 @@
 #include "toolkit/qztaskbase.h"
 
-#include <cstdlib>
 #include <type_traits>
+
+#include "toolkit/concurrency/taskmemory.h"
 
 namespace Qzc {
 
@@ -11,11 +12,6 @@ void* Checked(void* memory) {
     if (memory == nullptr)
         throw std::bad_alloc();
     return memory;
-}
-
-// The size of a class is a multiple of its alignment, as aligned_alloc wants it.
-void* Aligned(std::size_t size, std::align_val_t alignment) {
-    return std::aligned_alloc(static_cast<std::size_t>(alignment), size);
 }
 
 } // namespace
@@ -28,33 +24,33 @@ void QzTaskBase::Release(QzTaskBase* task) {
 }
 
 void* QzTaskBase::operator new(std::size_t size) {
-    return Checked(std::malloc(size));
+    return Checked(TaskMemory::Take(size));
 }
 
 void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment) {
-    return Checked(Aligned(size, alignment));
+    return Checked(TaskMemory::Take(size, static_cast<std::size_t>(alignment)));
 }
 
 void* QzTaskBase::operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size);
+    return TaskMemory::Take(size);
 }
 
 void* QzTaskBase::operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-    return Aligned(size, alignment);
+    return TaskMemory::Take(size, static_cast<std::size_t>(alignment));
 }
 
 void QzTaskBase::operator delete(void* memory) noexcept {
-    std::free(memory);
+    TaskMemory::GiveBack(memory);
 }
 
 // These two are for a constructor that throws.
 
 void QzTaskBase::operator delete(void* memory, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    TaskMemory::GiveBack(memory);
 }
 
 void QzTaskBase::operator delete(void* memory, std::align_val_t, const std::nothrow_t&) noexcept {
-    std::free(memory);
+    TaskMemory::GiveBack(memory);
 }
 
 } // namespace Qzc

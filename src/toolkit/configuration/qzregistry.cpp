@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
@@ -556,9 +555,7 @@ unsigned char QzRegistry::WriteEntry(RegistryWriter& writer, const OrderedEntry&
     if (entry.type == ElemExternal) {
         if (directory.IsEmpty())
             directory = FindDirectory();
-        const std::filesystem::path path(GetSubFileName(entry.name).Cstr());
-        const std::filesystem::path relative = path.lexically_relative(directory.Cstr());
-        return writer.Leaf(entry.name, KeldMBString((relative.empty() ? path : relative).string()), type);
+        return writer.Leaf(entry.name, QzFile::GetRelativePath(directory, GetSubFileName(entry.name)), type);
     }
     if (!writer.Open(entry.name, type))
         return 0;

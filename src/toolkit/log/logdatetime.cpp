@@ -201,7 +201,7 @@ void LogDateTimeReader::AddNames(Field field, char conversion, bool padded) {
         time.tm_hour = field == Afternoon ? 12 * i : 0;
         const char format[] = {'%', conversion, '\0'};
         char name[128];
-        piece.names.emplace_back(name, std::strftime(name, sizeof(name), format, &time));
+        piece.names.emplace_back(name, Platform::FormatTime(name, sizeof(name), format, time));
     }
     m_pieces.push_back(std::move(piece));
 }

@@ -1,10 +1,9 @@
 #include "toolkit/log/logfilename.h"
 
 #include <charconv>
-#include <filesystem>
 #include <string_view>
-#include <system_error>
 
+#include "platform/directory.h"
 #include "stream/qzfile.h"
 #include "toolkit/log/logclock.h"
 
@@ -60,9 +59,8 @@ bool IsNumber(std::string_view text, int& number) {
 } // namespace
 
 KeldMBString AbsoluteLogPath(const KeldMBString& path) {
-    std::error_code failed;
-    const std::filesystem::path current = std::filesystem::current_path(failed);
-    return failed ? QzFile::ToNativePath(path) : QzFile::GetAbsolutePath(KeldMBString(current.string()), path);
+    const std::string current = Platform::CurrentDirectory();
+    return current.empty() ? QzFile::ToNativePath(path) : QzFile::GetAbsolutePath(KeldMBString(current), path);
 }
 
 KeldMBString LogFileNames::First(KeldTime now) const {
@@ -101,17 +99,13 @@ bool LogFileNames::Read(const std::string& name, Found& found) const {
 
 std::vector<LogFileNames::Found> LogFileNames::FindAll() const {
     std::vector<Found> all;
-    std::error_code failed;
-    const std::filesystem::path folder(directory.Cstr());
-    for (std::filesystem::directory_iterator entry(folder, failed), last; !failed && entry != last;
-         entry.increment(failed)) {
-        const std::string name = entry->path().filename().string();
+    Platform::ListDirectory(directory.Cstr(), [&](const char* name) {
         Found found;
         if (!Read(name, found))
-            continue;
+            return;
         found.path = directory + KeldMBString(name);
         all.push_back(std::move(found));
-    }
+    });
     return all;
 }
 

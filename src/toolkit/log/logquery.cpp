@@ -1,12 +1,11 @@
 #include "toolkit/qzlogfile.h"
 
-#include <filesystem>
 #include <memory>
 #include <new>
 #include <string>
-#include <system_error>
 #include <vector>
 
+#include "platform/directory.h"
 #include "stream/qztrace.h"
 #include "toolkit/log/logclock.h"
 #include "toolkit/log/logfilename.h"
@@ -20,8 +19,7 @@ namespace Qzc {
 namespace {
 
 bool IsSameFile(const KeldMBString& a, const KeldMBString& b) {
-    std::error_code failed;
-    return a == b || std::filesystem::equivalent(a.Cstr(), b.Cstr(), failed);
+    return a == b || Platform::IsSameFile(a.Cstr(), b.Cstr());
 }
 
 bool RunFileQuery(LogFileQuery& search, const KeldMBString& path, const QzLogQueryDef& query) {

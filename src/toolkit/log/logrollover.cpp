@@ -1,11 +1,10 @@
 #include "toolkit/log/logrollover.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "platform/directory.h"
 #include "stream/qzfile.h"
 #include "toolkit/log/logclock.h"
 
@@ -185,18 +184,17 @@ void LogRollover::RemoveOldFiles(const LogOutput& output) const {
     if (m_nRetainedFiles == 0 && m_nRetainedBytes == 0)
         return;
     struct Candidate {
-        std::filesystem::file_time_type time;
-        std::int64_t bytes;
+        std::int64_t time = 0;
+        std::int64_t bytes = 0;
         KeldMBString path;
     };
     std::vector<Candidate> candidates;
     for (const LogFileNames::Found& found : m_names.FindAll()) {
-        std::error_code failed;
-        const std::filesystem::path path(found.path.Cstr());
-        const auto time = std::filesystem::last_write_time(path, failed);
-        const auto bytes = failed ? 0 : std::filesystem::file_size(path, failed);
-        if (!failed && found.path != output.GetPath())
-            candidates.push_back({time, static_cast<std::int64_t>(bytes), found.path});
+        Candidate candidate;
+        if (found.path != output.GetPath() && Platform::FileAge(found.path.Cstr(), candidate.time, candidate.bytes)) {
+            candidate.path = found.path;
+            candidates.push_back(std::move(candidate));
+        }
     }
     std::sort(candidates.begin(), candidates.end(), [](const Candidate& a, const Candidate& b) {
         return a.time != b.time ? a.time > b.time : b.path < a.path;

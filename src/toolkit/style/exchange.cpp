@@ -76,7 +76,12 @@ void LeftOut::Give(KeldArray<KeldMBString>* pLeftOut) const {
         *pLeftOut = m_names;
 }
 
-LeftOut Differences(const QzStyle& written, const QzStyle& readBack, int kind) {
+void TellLeftOut(const QzStyle& written, int kind, const KeldMBString& text, decltype(&FromFeatureStyle) read,
+                 KeldArray<KeldMBString>* pLeftOut) {
+    if (pLeftOut == nullptr)
+        return;
+    QzStyle readBack;
+    read(text, kind, readBack, nullptr);
     LeftOut leftOut;
     for (const Field& field : Fields) {
         const bool has = kind >= 0 && kind <= 4 &&
@@ -84,7 +89,7 @@ LeftOut Differences(const QzStyle& written, const QzStyle& readBack, int kind) {
         if (has && !field.isSame(written, readBack))
             leftOut.Add(field.name);
     }
-    return leftOut;
+    leftOut.Give(pLeftOut);
 }
 
 std::string WebColor(std::uint32_t color) {
@@ -120,7 +125,7 @@ std::optional<double> ParseDecimal(std::string_view text, std::string_view* unit
     if (!text.empty() && text[0] == '+')
         text.remove_prefix(1);
     double value = 0;
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    const auto result = ReadDouble(text, value);
     text.remove_prefix(static_cast<std::size_t>(result.ptr - text.data()));
     if (result.ec != std::errc() || !std::isfinite(value) || (unit == nullptr && !text.empty()))
         return std::nullopt;

@@ -6,7 +6,7 @@
 #include <unordered_set>
 
 #include "base/keldarray.h"
-#include "toolkit/qzstyle.h"
+#include "toolkit/qzstyleexport.h"
 
 namespace Qzc {
 
@@ -29,8 +29,10 @@ private:
     std::unordered_set<std::string> m_held; // texts from outside may name any number of things
 };
 
-/// The fields, of those that a geometry of that kind has, in which what was read back differs.
-LeftOut Differences(const QzStyle& written, const QzStyle& readBack, int kind);
+/// Tells what a written text does not hold: the fields, of those that a geometry of that kind has, in which what `read`
+/// makes of it differs from what was written.
+void TellLeftOut(const QzStyle& written, int kind, const KeldMBString& text, decltype(&FromFeatureStyle) read,
+                 KeldArray<KeldMBString>* pLeftOut);
 
 /// "#rrggbb"
 std::string WebColor(std::uint32_t color);

@@ -290,11 +290,7 @@ KeldMBString ToFeatureStyle(const QzStyle& style, int kind, KeldArray<KeldMBStri
     case RegionKind: text = KeldMBString(Brush(style) + ';' + Pen(style)); break;
     default: break;
     }
-    if (pLeftOut != nullptr) {
-        QzStyle readBack;
-        FromFeatureStyle(text, kind, readBack);
-        Differences(style, readBack, kind).Give(pLeftOut);
-    }
+    TellLeftOut(style, kind, text, FromFeatureStyle, pLeftOut);
     return text;
 } catch (const std::bad_alloc&) {
     return KeldMBString();

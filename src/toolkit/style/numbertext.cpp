@@ -1,9 +1,13 @@
 #include "toolkit/style/numbertext.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cmath>
 #include <cstring>
 #include <limits>
+#include <string>
+
+#include "base/keldmemory.h"
+#include "platform/decimal.h"
 
 #include "platform/decimal.h"
 
@@ -48,7 +52,7 @@ bool IsLarge(std::string_view number) {
 // The number that the text starts with. What no double holds gives the greatest, or 0.
 double LeadingDecimal(const char* text) {
     double value = 0;
-    const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
+    const auto [end, error] = ReadDouble(text, value);
     if (error == std::errc::result_out_of_range)
         value = IsLarge(std::string_view(text, static_cast<std::size_t>(end - text)))
                     ? std::numeric_limits<double>::max()
@@ -111,6 +115,42 @@ double qzatof(const char* text) {
     const double value = LeadingDecimal(text);
     return negative ? -value : value;
 }
+
+#if defined(__cpp_lib_to_chars)
+std::from_chars_result ReadDouble(std::string_view text, double& value) {
+    return std::from_chars(text.data(), text.data() + text.size(), value);
+}
+#else
+std::from_chars_result ReadDouble(std::string_view text, double& value) {
+    const auto digits = [&](std::size_t at) {
+        while (at < text.size() && IsDigit(text[at]))
+            ++at;
+        return at;
+    };
+    const std::size_t start = !text.empty() && text[0] == '-' ? 1 : 0;
+    std::size_t end = digits(start);
+    const bool hasPoint = end < text.size() && text[end] == '.';
+    const std::size_t fraction = hasPoint ? digits(end + 1) : end;
+    if (fraction - start == (hasPoint ? 1U : 0U))
+        return {text.data(), std::errc::invalid_argument};
+    end = fraction;
+    if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
+        const bool hasSign = end + 1 < text.size() && (text[end + 1] == '+' || text[end + 1] == '-');
+        const std::size_t exponent = end + (hasSign ? 2 : 1);
+        if (digits(exponent) > exponent)
+            end = digits(exponent);
+    }
+    double read = 0;
+    if (!TryMemory([&] { read = Platform::ReadDecimal(std::string(text.substr(0, end)).c_str()); }))
+        return {text.data(), std::errc::not_enough_memory};
+    const std::string_view mantissa = text.substr(0, std::min(text.find_first_of("eE"), end));
+    const bool isZero = mantissa.find_first_of("123456789") == std::string_view::npos;
+    if (std::isinf(read) || (read == 0 && !isZero))
+        return {text.data() + end, std::errc::result_out_of_range};
+    value = read;
+    return {text.data() + end, std::errc()};
+}
+#endif
 
 std::int32_t Truncated(double value) {
     using Limits = std::numeric_limits<std::int32_t>;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -39,6 +40,9 @@ std::uint32_t qzatou(const char* text);
 /// The decimal number that a text starts with, behind blanks and a sign, with an exponent where there is one, whatever
 /// the locale; 0 when there is none (so also for "inf" and "nan"), the nearest double when none can hold it.
 double qzatof(const char* text);
+
+/// std::from_chars, also for C++ libraries that lack it for double ("inf" and "nan" are no numbers there).
+std::from_chars_result ReadDouble(std::string_view text, double& value);
 
 /// Without its fraction; the nearest int when it is larger than one, 0 when it is no number.
 std::int32_t Truncated(double value);

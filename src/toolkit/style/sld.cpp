@@ -385,11 +385,7 @@ KeldMBString ToSld(const QzStyle& style, int kind, const KeldMBString& name, QzS
             AddStroke(writer, style);
         text = writer.Text();
     }
-    if (pLeftOut != nullptr) {
-        QzStyle readBack;
-        FromSld(text, kind, readBack);
-        Differences(style, readBack, kind).Give(pLeftOut);
-    }
+    TellLeftOut(style, kind, text, FromSld, pLeftOut);
     return text;
 } catch (const std::bad_alloc&) {
     return KeldMBString();

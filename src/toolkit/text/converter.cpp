@@ -1,6 +1,7 @@
 #include "toolkit/text/converter.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -57,6 +58,16 @@ bool IsAscii(const char* at, Word nonAscii) { // a word of it
 // The bytes of whole ASCII units at the start.
 std::size_t AsciiBytes(const char* text, std::size_t length, int unit, Word nonAscii) {
     std::size_t at = 0;
+    constexpr std::size_t Words = 8;
+    for (; length - at >= Words * sizeof(Word); at += Words * sizeof(Word)) {
+        std::array<Word, Words> words;
+        std::memcpy(words.data(), text + at, sizeof(words));
+        Word all = 0;
+        for (const Word word : words)
+            all |= word;
+        if ((all & nonAscii) != 0)
+            break;
+    }
     while (length - at >= sizeof(Word) && IsAscii(text + at, nonAscii))
         at += sizeof(Word);
     const auto size = static_cast<std::size_t>(unit);
@@ -141,6 +152,28 @@ CharsetTraits TraitsOf(std::string_view name) {
 bool AsksToDrop(std::string_view name) {
     const std::size_t suffix = name.find("//");
     return suffix != std::string_view::npos && KeldMBString(name.substr(suffix)).MakeUpper().Find("IGNORE") >= 0;
+}
+
+// Some systems' converters put '?' or '*' in the place of what the charset lacks, and count those. Others count too,
+// but not that: found out when first something is counted.
+bool SystemReplaces() {
+    static std::atomic<int> s_known{-1};
+    int known = s_known.load(std::memory_order_relaxed);
+    if (known >= 0)
+        return known != 0;
+    const SystemHold hold;
+    const iconv_t probe = iconv_open("ASCII", "UTF-8");
+    if (probe == reinterpret_cast<iconv_t>(static_cast<std::intptr_t>(-1)))
+        return true;
+    InputPointer in("\xE4\xB8\xAD");
+    std::size_t left = 3;
+    char room[8];
+    char* at = room;
+    std::size_t roomLeft = sizeof(room);
+    known = iconv(probe, in, &left, &at, &roomLeft) != static_cast<std::size_t>(-1) ? 1 : 0;
+    iconv_close(probe);
+    s_known.store(known, std::memory_order_relaxed);
+    return known != 0;
 }
 
 } // namespace
@@ -378,9 +411,10 @@ bool Converter::Convert(const char* src, std::size_t length, char* dst, std::siz
         char* at = dst;
         std::size_t left = length;
         std::size_t roomLeft = room;
-        iconv(m_handle, in, &left, &at, &roomLeft);
+        const std::size_t result = iconv(m_handle, in, &left, &at, &roomLeft);
         produced = room - roomLeft;
-        if (left == 0)
+        const bool isWhole = result == 0 || result == Failed || m_mayReplace || !SystemReplaces(); // see Call
+        if (left == 0 && isWhole)
             return true;
         Reset(); // and once more, to find out why
     }
@@ -397,8 +431,7 @@ std::size_t Converter::Call(const char* src, std::size_t length, bool isEnd, Out
     for (std::size_t left = length;;) {
         const std::size_t before = left;
         const std::size_t result = iconv(m_handle, in, &left, &out.at, &out.left);
-        // Some converters put '?' or '*' in the place of what the charset lacks, and count those.
-        if (result != 0 && result != Failed && !m_mayReplace)
+        if (result != 0 && result != Failed && !m_mayReplace && SystemReplaces())
             return Failed;
         if (left == 0 || result != Failed)
             return length - left;
@@ -468,7 +501,7 @@ bool Converter::Finish(Output& out) {
     if (m_isStateless)
         return true;
     const std::size_t result = iconv(m_handle, nullptr, nullptr, &out.at, &out.left);
-    return result == 0 || (result != Failed && m_mayReplace);
+    return result == 0 || (result != Failed && (m_mayReplace || !SystemReplaces()));
 }
 
 void Converter::Reset() {

@@ -36,6 +36,9 @@ public:
 
     bool IsSameCharset() const { return m_isSameCharset; } ///< both names are the same text
 
+    /// Whether only a zero byte becomes a zero character.
+    bool HasZeroBytesOnly() const { return m_fromTraits.asciiUnit == 1; }
+
     /// Converts all of it into `room` bytes at `dst`.
     bool Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced);
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <cwchar>
 
 #include "base/keldassert.h"
 #include "base/stringops.h"
@@ -315,8 +314,8 @@ void QzStringW::FromString(const KeldMBString& text, KELDCharset::Charset charse
         return;
     if (result == Converted::NoText)
         m_text.clear();
-    else if (const wchar_t* const zero = std::wmemchr(m_text.data(), L'\0', m_text.size()))
-        m_text.resize(static_cast<std::size_t>(zero - m_text.data()));
+    else if (!converter->HasZeroBytesOnly() || text.Find('\0') >= 0)
+        m_text.resize(std::min(m_text.find(L'\0'), m_text.size()));
 }
 
 } // namespace Qzc

@@ -87,19 +87,26 @@ bool MarkupText::Splice(int offset, int count, std::string_view insert) {
     Part();
     if ((m_front - right > NearGap && !MoveGap(right)) || (left > m_front && !MoveGap(left)))
         return false;
+    const int cut = std::min(right, m_front) - left; // the rest is behind the gap
     if (right > m_front) {
         m_tail += right - m_front;
         m_tailLength -= right - m_front;
-        m_front = right;
     }
-    if (left != m_text.GetLength() || right != left)
-        m_text.Replace(left, right - left, insert);
-    else
+    if (cut != 0 || left != m_text.GetLength())
+        m_text.Replace(left, cut, insert);
+    else if (inserted != 0)
         m_text.Append(insert);
-    m_front += inserted - (right - left);
+    m_front += inserted - cut;
     m_length = kept + inserted;
     Changed();
     return true;
+}
+
+std::string_view MarkupText::RangeBesideGap(int left, int right) const {
+    left = Cut(left);
+    right = Cut(right);
+    const char* const start = left < m_front && m_front < right ? Whole().Cstr() + left : At(left);
+    return std::string_view(start, static_cast<std::size_t>(std::max(right - left, 0)));
 }
 
 KeldMBString MarkupText::Copy(int left, int right) const {

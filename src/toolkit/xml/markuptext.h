@@ -49,10 +49,9 @@ public:
     /// From `left` to before `right`, in one piece. Behind it more of the text follows, and somewhere a
     /// terminator.
     std::string_view Range(int left, int right) const {
-        left = Cut(left);
-        right = Cut(right);
-        const char* const start = left < m_front && m_front < right ? Whole().Cstr() + left : At(left);
-        return std::string_view(start, static_cast<std::size_t>(std::max(right - left, 0)));
+        if (m_tailLength == 0 && 0 <= left && left <= right && right <= m_length) // as nearly always
+            return std::string_view(m_text.Cstr() + left, static_cast<std::size_t>(right - left));
+        return RangeBesideGap(left, right);
     }
     const char* At(int offset) const {
         offset = Cut(offset);
@@ -77,6 +76,7 @@ private:
         ++m_changes;
         m_memo.Forget();
     }
+    std::string_view RangeBesideGap(int left, int right) const;
     void Part();              ///< takes the bytes behind the gap from the string again
     bool MoveGap(int offset); ///< false, and it stays, when there is no memory
     bool MakeRoomInTail(int count);

@@ -32,9 +32,11 @@ std::string_view View(const char* text) {
 
 unsigned char QzMarkup::IsName(const char* szName) {
     const std::string_view name = View(szName);
-    for (const char* p = name.data(); p != name.data() + name.size(); ++p) {
-        if (!Is(*p, p == name.data() ? NameStart : NameStart | NamePart) && !IsSecondByte(name.data(), p))
+    unsigned char allowed = NameStart;
+    for (const char& c : name) {
+        if (!Is(c, allowed) && !IsSecondByte(name.data(), &c))
             return 0;
+        allowed = NameStart | NamePart;
     }
     return name.empty() ? 0 : 1;
 }
@@ -513,11 +515,8 @@ int QzMarkup::SkipLineEnd(int nOffset) const {
     };
     while (*p == ' ' || *p == '\t')
         step();
-    if (*p == '\r') {
+    if (*p == '\r')
         step();
-        if (*p != '\n')
-            return m_text->Cut(nOffset);
-    }
     return m_text->Cut(*p == '\n' ? n + 1 : nOffset);
 }
 

@@ -80,7 +80,8 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
     const auto offset = [=](const char* p) { return static_cast<int>(p - szDoc) + nBase; };
     const auto nameOf = [=](int iPos) { return SkipBlanks(szDoc + (Pos(iPos).nStartL - nBase) + 1); };
     int iTop = 0;
-    int iOpen = iPosParent; // the innermost element whose end tag is still to come
+    int iOpen = iPosParent;         // the innermost element whose end tag is still to come
+    const char* openName = nullptr; // its name, where that has been looked up
     const auto fail = [&](const char* szError, bool withName, int nErrorAt) {
         m_nErrorAt = nErrorAt;
         KeldMBString name;
@@ -93,9 +94,15 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         return ParseError(szError, withName ? name.Cstr() : nullptr);
     };
 
+    // The innermost element; true when that was the first.
     const auto close = [&](const char* first, const char* last) {
-        Pos(iOpen).nEndL = offset(first);
-        Pos(iOpen).nEndR = offset(last);
+        ElementPos& closed = Pos(iOpen);
+        closed.nEndL = offset(first);
+        closed.nEndR = offset(last);
+        const bool isTop = iOpen == iTop;
+        iOpen = closed.iElemParent;
+        openName = nullptr;
+        return isTop;
     };
 
     const char* p = szDoc + nNext;
@@ -109,13 +116,13 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         const char* const tag = p;
         const char* name = p + 1;
         if (*name == '/' && iTop != 0) { // as nearly all end tags are
-            const std::size_t length = SameNameLength(name + 1, nameOf(iOpen), szDoc + text.GetLength());
+            if (openName == nullptr)
+                openName = nameOf(iOpen);
+            const std::size_t length = SameNameLength(name + 1, openName, szDoc + text.GetLength());
             if (length != 0) {
                 p = name + 1 + length + 1;
-                close(tag, p - 1);
-                if (iOpen == iTop)
+                if (close(tag, p - 1))
                     break;
-                iOpen = Pos(iOpen).iElemParent;
                 continue;
             }
         }
@@ -156,10 +163,8 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
                 if (*p != '>')
                     return fail("End tag not completed for element %s", true, offset(tag));
                 ++p;
-                close(tag, p - 1);
-                if (iOpen == iTop)
+                if (close(tag, p - 1))
                     break;
-                iOpen = Pos(iOpen).iElemParent;
                 continue;
             }
         }
@@ -194,10 +199,12 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
             (open.iElemLast != 0 ? Pos(open.iElemLast).iElemNext : open.iElemChild) = iPos;
             open.iElemLast = iPos;
         }
-        if (!empty)
+        if (!empty) {
             iOpen = iPos;
-        else if (iTop == iPos)
+            openName = name;
+        } else if (iTop == iPos) {
             break;
+        }
     }
     nNext = static_cast<int>(p - szDoc);
     return iTop;

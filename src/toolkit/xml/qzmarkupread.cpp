@@ -226,7 +226,8 @@ std::string_view QzMarkup::TagName(int iPos) const {
         return std::string_view();
     const int nLeft = StartL(iPos) + 1;
     const char* const start = SkipBlanks(m_text->Range(nLeft, StartR(iPos)).data());
-    return std::string_view(start, static_cast<std::size_t>(SkipName(start) - start));
+    const char* const end = SkipName(start, m_text->PieceEnd(nLeft));
+    return std::string_view(start, static_cast<std::size_t>(end - start));
 }
 
 KeldMBString QzMarkup::GetTagName(int iPos) const {
@@ -290,15 +291,15 @@ QzMarkup::Attribute QzMarkup::AttributeAt(int iPos, int n) const {
         return attribute;
     AttributeMemo& memo = m_text->Memo();
     const AttributeMemo::Tag tag{StartL(iPos), StartR(iPos)};
-    const char* const start = m_text->Range(tag.left, tag.right + 1).data();
-    AttributeMemo::Place place{};
+    AttributeMemo::Place place; // NOLINT(cppcoreguidelines-pro-type-member-init): of no use unless it is found
     if (memo.Lookup(tag, n, place)) {
-        attribute.m_name =
-            std::string_view(start + (place.name - tag.left), static_cast<std::size_t>(place.nameLength));
+        const std::string_view text = m_text->Range(place.name, place.value + place.valueLength);
+        attribute.m_name = std::string_view(text.data(), static_cast<std::size_t>(place.nameLength));
         attribute.m_value =
-            std::string_view(start + (place.value - tag.left), static_cast<std::size_t>(place.valueLength));
+            std::string_view(text.data() + (place.value - place.name), static_cast<std::size_t>(place.valueLength));
         return attribute;
     }
+    const char* const start = m_text->Range(tag.left, tag.right + 1).data();
     AttributeRange range = AttributesOf(iPos);
     int number = 0;
     int offset = 0;

@@ -95,7 +95,7 @@ public:
         m_inTag = From(p, &Stops::inTags);
         return NextInTag();
     }
-    const char* NextInTag() {
+    [[gnu::always_inline]] const char* NextInTag() {
         while (m_inTag == 0)
             m_inTag = NextBlock().inTags;
         const char* const p = m_block + __builtin_ctzll(m_inTag);
@@ -115,12 +115,16 @@ private:
         const std::ptrdiff_t passed = p - m_block;
         if (passed < BlockSize)
             return m_stops.*kind >> passed << passed;
-        m_block = p;
-        m_stops = FindStops(p);
-        return m_stops.*kind;
+        return StartBlock(p).*kind;
     }
 
-    const Stops& NextBlock() {
+    [[gnu::noinline]] const Stops& StartBlock(const char* p) {
+        m_block = p;
+        m_stops = FindStops(p);
+        return m_stops;
+    }
+
+    [[gnu::noinline]] const Stops& NextBlock() {
         m_block += BlockSize;
         m_stops = FindStops(m_block);
         return m_stops;
@@ -164,6 +168,21 @@ private:
     std::uint64_t m_inTag = 0; // those in the block that NextInTag has still to give
 };
 
+#if defined(__SSE2__)
+/// A bit for each of 16 bytes that may end a name. Those up to '!' are all taken for delimiters, which few are.
+inline unsigned NameStops(__m128i bytes) {
+    const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+    const auto upTo = [&](char c) { return _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(c)), bytes); };
+    const __m128i fromLess = _mm_andnot_si128(upTo('<' - 1), upTo('?'));
+    const __m128i ends = _mm_or_si128(_mm_or_si128(upTo('!'), fromLess), _mm_or_si128(equals('/'), equals('\\')));
+    return static_cast<unsigned>(_mm_movemask_epi8(ends));
+}
+
+inline __m128i Load16(const char* p) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+#endif
+
 /// The length of the name that stands at both, when it can be told at a glance: it is short, and '>' follows it at
 /// `name`. Otherwise 0. The text is zero-terminated and ends at `end`.
 inline std::size_t SameNameLength([[maybe_unused]] const char* name, [[maybe_unused]] const char* opened,
@@ -171,16 +190,9 @@ inline std::size_t SameNameLength([[maybe_unused]] const char* name, [[maybe_unu
 #if defined(__SSE2__)
     if (end - name < 16)
         return 0;
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(name));
-    const __m128i others = _mm_loadu_si128(reinterpret_cast<const __m128i*>(opened));
-    const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
-    const auto upTo = [&](char c) { return _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(c)), bytes); };
-    // All bytes up to '!' are taken for delimiters, which few are: then the name is looked at closely.
-    const __m128i fromLess = _mm_andnot_si128(upTo('<' - 1), upTo('?'));
-    const __m128i ends = _mm_or_si128(_mm_or_si128(upTo('!'), fromLess), _mm_or_si128(equals('/'), equals('\\')));
-    const unsigned stops = static_cast<unsigned>(_mm_movemask_epi8(ends)) | 1U << 16;
-    const unsigned differ = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, others)));
-    const auto length = static_cast<unsigned>(__builtin_ctz(stops));
+    const __m128i bytes = Load16(name);
+    const unsigned differ = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, Load16(opened))));
+    const auto length = static_cast<unsigned>(__builtin_ctz(NameStops(bytes) | 1U << 16));
     const bool same = (differ & ((1U << length) - 1)) == 0;
     const bool ended = length < 16 && name[length] == '>' && Is(opened[length], Delimiter) && opened[length] != '\\';
     return same && ended ? length : 0;
@@ -195,6 +207,18 @@ inline const char* SkipName(const char* p) {
     while (!EndsName(start, p))
         ++p;
     return p;
+}
+
+/// The same; before `readable` sixteen bytes are looked at in one go.
+inline const char* SkipName(const char* p, [[maybe_unused]] const char* readable) {
+#if defined(__SSE2__)
+    if (readable - p >= 16) {
+        const char* const end = p + __builtin_ctz(NameStops(Load16(p)) | 1U << 16);
+        if (end - p < 16 && *end != '\\' && Is(*end, Delimiter))
+            return end;
+    }
+#endif
+    return SkipName(p);
 }
 
 /// The first `c` at or behind `p`, or the terminator; before `readable` sixteen bytes are looked at in one go.
@@ -224,7 +248,7 @@ struct TagAttribute {
 
 /// Takes the next attribute from inside a start tag and moves `p` behind it; false at the tag's end. Bytes before
 /// `readable` may be read beyond the tag.
-inline bool NextAttribute(const char*& p, const char* readable, TagAttribute& attribute) {
+[[gnu::always_inline]] inline bool NextAttribute(const char*& p, const char* readable, TagAttribute& attribute) {
     const auto between = [](const char* start, const char* end) {
         return std::string_view(start, static_cast<std::size_t>(end - start));
     };
@@ -239,7 +263,7 @@ inline bool NextAttribute(const char*& p, const char* readable, TagAttribute& at
             ++start;
         }
     }
-    p = SkipName(start);
+    p = SkipName(start, readable);
     attribute.name = between(start, p);
     attribute.value = between(p, p);
     attribute.isQuoted = false;

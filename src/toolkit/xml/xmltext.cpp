@@ -62,12 +62,18 @@ void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view
 
 char* WriteEscaped(char* to, std::string_view text, std::string_view special) {
     const unsigned escaped = EscapeBitsOf(special);
-    for (const char c : text) {
-        const unsigned bit = EscapeBits[static_cast<unsigned char>(c)] & escaped;
-        if (bit == 0) {
-            *to++ = c;
-        } else {
-            const std::string_view entity = EntityOf(bit);
+    const auto bitOf = [&](char c) { return EscapeBits[static_cast<unsigned char>(c)] & escaped; };
+    const char* p = text.data();
+    const char* const end = p + text.size();
+    while (p != end) {
+        const char* const start = p;
+        while (p != end && bitOf(*p) == 0)
+            ++p;
+        const auto length = static_cast<std::size_t>(p - start);
+        std::memcpy(to, start, length);
+        to += length;
+        for (; p != end && bitOf(*p) != 0; ++p) {
+            const std::string_view entity = EntityOf(bitOf(*p));
             std::memcpy(to, entity.data(), entity.size());
             to += entity.size();
         }

@@ -24,8 +24,8 @@ void Require(bool done, const char* what) {
     }
 }
 
-// The command that starts this program: an emulator with its arguments, where there is one, and the program.
-std::vector<std::string> ThisProgram() {
+// The words of the emulator's command, where there is one.
+std::vector<std::string> Emulator() {
     std::vector<std::string> command;
     const std::string emulator = MOTOOLKIT_TEST_EMULATOR;
     for (std::size_t start = 0; start < emulator.size();) {
@@ -33,7 +33,6 @@ std::vector<std::string> ThisProgram() {
         command.push_back(emulator.substr(start, end - start));
         start = end + 1;
     }
-    command.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
     return command;
 }
 
@@ -41,6 +40,13 @@ std::vector<std::string> ThisProgram() {
 
 std::uint32_t ProcessId() {
     return static_cast<std::uint32_t>(getpid());
+}
+
+std::string InFrontOfPrograms() {
+    std::string command;
+    for (const std::string& word : Emulator())
+        command += "'" + word + "' ";
+    return command;
 }
 
 void KillThisProcess() {
@@ -72,7 +78,8 @@ void EndWhenForgotten() {
 }
 
 ChildProcess::ChildProcess(const ChildRole& role, const Arguments& arguments, const ChildSettings& settings) {
-    std::vector<std::string> command = ThisProgram();
+    std::vector<std::string> command = Emulator();
+    command.push_back(std::filesystem::read_symlink("/proc/self/exe").string());
     command.push_back(std::string(RoleArgument) + role.Name());
     command.insert(command.end(), arguments.begin(), arguments.end());
     std::vector<char*> texts;

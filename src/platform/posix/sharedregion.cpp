@@ -1,4 +1,4 @@
-#include "platform/sharedmemory.h"
+#include "platform/sharedregion.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -43,9 +43,7 @@ namespace Platform {
 
 namespace {
 
-constexpr std::uint64_t Magic = 0x324D5351'4F4D414EU; // changes with the layout of the file
 constexpr std::size_t LongestFileName = 198;
-constexpr SharedMemory::Opener LastOpener = 0x7FFFFFFE; // all of them are file offsets
 constexpr auto GatePatience = std::chrono::seconds(10);
 
 // The bytes that a file name cannot hold, or that would make it a surprise to people, as % and two digits.
@@ -117,7 +115,7 @@ bool OthersLock(int descriptor, std::int64_t first, std::int64_t count) {
 }
 
 bool HasOtherOpeners(int descriptor) {
-    return OthersLock(descriptor, 1, LastOpener);
+    return OthersLock(descriptor, 1, SharedRegion::LastMark);
 }
 
 // Tries again and again: the system's own waiting has no end if a process is stopped inside the gate.
@@ -280,242 +278,139 @@ int EnterFile(const Place& place, const std::string& file, std::string& whyDenie
     return -1;
 }
 
-// Room on the device is taken beforehand: a page for which there is none would end the process when touched.
-bool Reserve(int descriptor, std::size_t offset, std::size_t size) {
-    return posix_fallocate(descriptor, static_cast<off_t>(offset), static_cast<off_t>(size)) == 0;
-}
-
 } // namespace
 
-// Behind the view, in a cache line of its own; the slots follow.
-struct alignas(64) SharedMemory::Header {
-    std::uint64_t magic;
-    std::uint64_t size;
-    std::atomic<Opener> lastOpener;
-    std::atomic<std::uint32_t> slotsUsed;
-};
-
-// Whatever the file says, no more than there are.
-std::uint32_t SharedMemory::SlotsUsed() const {
-    return std::min(m_header->slotsUsed.load(), MaxOpeners);
-}
-
-SharedMemory::Opening SharedMemory::Open(std::string_view name, const Options& options) {
-    Close();
-    m_whyDenied.clear();
+SharedRegion::Entry SharedRegion::Enter(std::string_view name, std::string_view group, std::string& whyDenied) {
     const std::string file = FileName(name);
-    if (file.empty() || file.size() > LongestFileName || options.size == 0)
-        return Opening::Failed;
-
-    const ForkHold hold; // a child must not inherit the gate
+    if (file.empty() || file.size() > LongestFileName)
+        return Entry::Failed;
     Place place;
-    if (!FindPlace(options.group, place, m_whyDenied))
-        return Opening::Denied;
+    if (!FindPlace(group, place, whyDenied))
+        return Entry::Denied;
     m_directory = place.directory;
     m_path = m_directory + '/' + file;
-    Descriptor descriptor(EnterFile(place, file, m_whyDenied));
-    Opening opening = Opening::Failed;
-    if (!descriptor)
-        return m_whyDenied.empty() ? Opening::Failed : Opening::Denied;
-    if (!Map(descriptor.Get(), options, opening) || !BecomeOpener(descriptor.Get())) {
-        RemoveIfLast(descriptor.Get());
-        Forget();
-        return Opening::Unfit;
-    }
-    UnlockByte(descriptor.Get(), 0);
-    m_descriptor = descriptor.Release();
-    AddForkHook(m_forkHook, hold);
-    return opening;
+    m_handle = EnterFile(place, file, whyDenied);
+    if (m_handle >= 0)
+        return Entry::Entered;
+    return whyDenied.empty() ? Entry::Failed : Entry::Denied;
 }
 
-// Behind the gate: so it is no memory that is being made afresh, and cut to nothing meanwhile.
-SharedMemory::Opening SharedMemory::Look(std::string_view name, const Options& options,
-                                         const std::function<void(SharedMemory&)>& look, std::string& whyDenied) {
-    const std::string file = FileName(name);
+SharedRegion::Entry SharedRegion::EnterExisting(std::string_view name, std::string_view group, std::string& whyDenied) {
     Place place;
-    const ForkHold hold;
-    if (!FindPlace(options.group, place, whyDenied))
-        return Opening::Denied;
-    const std::string path = place.directory + '/' + file;
-    const Descriptor descriptor(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!FindPlace(group, place, whyDenied))
+        return Entry::Denied;
+    const std::string path = place.directory + '/' + FileName(name);
+    Descriptor descriptor(open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat status = {};
-    if (!descriptor || !IsOwnFile(descriptor.Get(), place, status) || !LockGate(descriptor.Get()) ||
-        !HasOtherOpeners(descriptor.Get()))
-        return Opening::Failed;
-    SharedMemory memory;
-    Opening opening = Opening::Failed;
-    if (!memory.Map(descriptor.Get(), options, opening) || opening != Opening::Opened) {
-        memory.Forget();
-        return Opening::Unfit;
-    }
-    memory.m_descriptor = descriptor.Get();
-    look(memory);
-    memory.m_descriptor = -1;
-    memory.Forget();
-    return Opening::Opened;
+    if (!descriptor || !IsOwnFile(descriptor.Get(), place, status) || !LockGate(descriptor.Get()))
+        return Entry::Failed;
+    m_handle = descriptor.Release();
+    return Entry::Entered;
 }
 
-// Maps the file, which the gate protects, and makes it afresh when that is due.
-bool SharedMemory::Map(int descriptor, const Options& options, Opening& opening) {
-    const std::size_t headerOffset = (options.size + alignof(Header) - 1) / alignof(Header) * alignof(Header);
-    const std::size_t slots = headerOffset + sizeof(Header);
-    const std::size_t length = slots + MaxOpeners * sizeof(std::uint64_t);
-    const bool alone = !HasOtherOpeners(descriptor);
-    // Cut to nothing and grown again, all its bytes are zero.
-    if (alone && (ftruncate(descriptor, 0) != 0 || ftruncate(descriptor, static_cast<off_t>(length)) != 0 ||
-                  !Reserve(descriptor, 0, slots)))
-        return false;
+bool SharedRegion::EnterAgain() {
+    return LockGate(File());
+}
+
+void SharedRegion::Leave() {
+    UnlockByte(File(), 0);
+}
+
+void SharedRegion::Close() {
+    Unmap();
+    if (m_handle >= 0)
+        close(File());
+    m_handle = -1;
+}
+
+void SharedRegion::Unmap() {
+    if (m_view != nullptr)
+        munmap(m_view, m_length);
+    m_view = nullptr;
+}
+
+// Cut to nothing and grown again, all its bytes are zero.
+bool SharedRegion::Clear(std::size_t length) {
+    return ftruncate(File(), 0) == 0 && ftruncate(File(), static_cast<off_t>(length)) == 0;
+}
+
+// Room on the device is taken beforehand: a page for which there is none would end the process when touched.
+bool SharedRegion::Reserve(std::size_t offset, std::size_t size) {
+    return posix_fallocate(File(), static_cast<off_t>(offset), static_cast<off_t>(size)) == 0;
+}
+
+void* SharedRegion::Map(std::size_t length) {
     struct stat status = {};
-    if (fstat(descriptor, &status) != 0 || status.st_size != static_cast<off_t>(length))
-        return false;
-    void* const view = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (fstat(File(), &status) != 0 || status.st_size != static_cast<off_t>(length))
+        return nullptr;
+    void* const view = mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED, File(), 0);
     if (view == MAP_FAILED)
-        return false;
+        return nullptr;
     m_view = view;
     m_length = length;
-    m_header = reinterpret_cast<Header*>(static_cast<char*>(view) + headerOffset);
-    m_slots = reinterpret_cast<Atomic<std::uint64_t>*>(m_header + 1);
-
-    // An opener that was killed before it had made the memory is not there any more: then this one is alone.
-    opening = alone ? Opening::Created : Opening::Opened;
-    if (!alone)
-        return m_header->magic == Magic && m_header->size == options.size;
-    m_header->size = options.size;
-    m_header->magic = Magic;
-    return true;
+    return view;
 }
 
-bool SharedMemory::BecomeOpener(int descriptor) {
-    Opener self = Nobody;
-    do { // after two thousand million openings a number comes again, and its owner may still be there
-        errno = 0;
-        self = m_header->lastOpener.fetch_add(1) % LastOpener + 1;
-    } while (!LockByte(descriptor, self) && (errno == EAGAIN || errno == EACCES));
-    if (errno != 0)
-        return false;
-    m_self = self;
-    return TakeSlot(descriptor);
+bool SharedRegion::HasOtherMarks() const {
+    return HasOtherOpeners(File());
 }
 
-// The first free slot. Those of openers that were killed are freed before the table reaches twice its size: it
-// does not grow with the number of the dead, and seldom is anybody asked for.
-bool SharedMemory::TakeSlot(int descriptor) {
-    for (std::uint32_t i = 0; i < MaxOpeners; ++i) {
-        Atomic<std::uint64_t>& slot = Slot(i);
-        if (i >= SlotsUsed()) {
-            const auto offset = static_cast<std::size_t>(reinterpret_cast<char*>(&slot) - static_cast<char*>(m_view));
-            if (!Reserve(descriptor, offset, sizeof(slot)))
-                return false;
-        }
-        const bool isPowerOfTwo = (i & (i - 1)) == 0;
-        if (i >= SlotsUsed() && i >= 16 && isPowerOfTwo && FreeSlotsOfTheGone(descriptor))
-            return TakeSlot(descriptor);
-        std::uint64_t free = 0;
-        if (!slot.compare_exchange_strong(free, EmptySlot(m_self)))
-            continue;
-        std::uint32_t used = m_header->slotsUsed;
-        while (used <= i && !m_header->slotsUsed.compare_exchange_weak(used, i + 1)) {
-        }
-        m_slot = &slot;
-        return true;
+SharedRegion::Marking SharedRegion::TakeMark(std::uint32_t mark) {
+    if (LockByte(File(), mark))
+        return Marking::Taken;
+    return errno == EAGAIN || errno == EACCES ? Marking::Busy : Marking::Failed;
+}
+
+bool SharedRegion::IsMarkedElsewhere(std::uint32_t mark) const {
+    return OthersLock(File(), mark, 1);
+}
+
+std::map<std::uint32_t, std::uint32_t> SharedRegion::Processes() const {
+    std::map<std::uint32_t, std::uint32_t> processes;
+    for (const auto& [offset, process] : FindLockOwners(File())) {
+        if (offset >= 1 && offset <= LastMark)
+            processes[static_cast<std::uint32_t>(offset)] = process;
     }
-    return FreeSlotsOfTheGone(descriptor) && TakeSlot(descriptor);
+    return processes;
 }
 
-// Those alone that they have left empty: others are looked for by somebody else. Whether there was any.
-bool SharedMemory::FreeSlotsOfTheGone(int descriptor) const {
-    bool freed = false;
-    for (std::uint32_t i = 0; i < SlotsUsed(); ++i) {
-        std::uint64_t slot = Slot(i);
-        const Opener opener = SlotOpener(slot);
-        if (slot != 0 && slot == EmptySlot(opener) && opener != m_self && !OthersLock(descriptor, opener, 1))
-            freed = Slot(i).compare_exchange_strong(slot, 0) || freed;
-    }
-    return freed;
-}
-
-void SharedMemory::Close() {
-    if (!IsOpen())
-        return;
-    const ForkHold hold;
-    RemoveForkHook(m_forkHook, hold);
-    if (m_slot != nullptr) {
-        std::uint64_t empty = EmptySlot(m_self);
-        m_slot->compare_exchange_strong(empty, 0);
-    }
-    const Descriptor descriptor(m_descriptor);
-    if (LockGate(descriptor.Get()))
-        RemoveIfLast(descriptor.Get());
-    m_descriptor = -1;
-    Forget();
-}
-
-// Behind the gate.
-void SharedMemory::RemoveIfLast(int descriptor) const {
+void SharedRegion::RemoveIfLast() {
     struct stat status = {};
-    if (HasOtherOpeners(descriptor) || fstat(descriptor, &status) != 0 || status.st_nlink == 0)
+    if (HasOtherOpeners(File()) || fstat(File(), &status) != 0 || status.st_nlink == 0)
         return;
     unlink(m_path.c_str());
     rmdir(m_directory.c_str()); // succeeds when that was the last file in it
 }
 
-void SharedMemory::Forget() {
-    if (m_view != nullptr)
-        munmap(m_view, m_length);
-    m_view = nullptr;
-    m_header = nullptr;
-    m_slots = nullptr;
-    m_slot = nullptr;
-    m_self = Nobody;
-}
-
 // The child has inherited its parent's open file and, with it, the lock that says that the parent is there.
 // It must let go of that, of the descriptor and of the mapping, which keeps the open file just as well. The
 // file cannot vanish before, so the path still leads to it.
-void SharedMemory::AfterForkInChild() {
-    const Descriptor inherited(m_descriptor);
+bool SharedRegion::OpenAnewInChild() {
+    const Descriptor inherited(File());
+    m_handle = -1;
     Descriptor own(open(m_path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat ours = {};
     struct stat theirs = {};
-    m_slot = nullptr;
-    m_descriptor = -1;
-    if (own && fstat(own.Get(), &ours) == 0 && fstat(inherited.Get(), &theirs) == 0 && ours.st_dev == theirs.st_dev &&
-        ours.st_ino == theirs.st_ino &&
-        mmap(m_view, m_length, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, own.Get(), 0) == m_view &&
-        BecomeOpener(own.Get()))
-        m_descriptor = own.Release();
-    else
-        Forget();
+    if (!own || fstat(own.Get(), &ours) != 0 || fstat(inherited.Get(), &theirs) != 0 || ours.st_dev != theirs.st_dev ||
+        ours.st_ino != theirs.st_ino ||
+        mmap(m_view, m_length, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, own.Get(), 0) != m_view)
+        return false;
+    m_handle = own.Release();
+    return true;
 }
-
-bool SharedMemory::IsThere(Opener opener) const {
-    return opener == m_self || OthersLock(m_descriptor, opener, 1);
-}
-
-std::map<SharedMemory::Opener, std::uint32_t> SharedMemory::Processes() const {
-    std::map<Opener, std::uint32_t> processes;
-    for (const auto& [offset, process] : FindLockOwners(m_descriptor)) {
-        if (offset >= 1 && offset <= LastOpener)
-            processes[static_cast<Opener>(offset)] = process;
-    }
-    return processes;
-}
-
-// ---- Sleeping
 
 // Unlike those of one process, these waits are found by all that map the memory.
 
-bool SharedMemory::Sleep(const Atomic<std::uint32_t>& word, std::uint32_t expected,
-                         std::chrono::nanoseconds time) const {
-    return Futex(&word, FUTEX_WAIT, expected, std::max<std::int64_t>(time.count(), 0)) == 0 || errno != ETIMEDOUT;
+bool SharedRegion::Sleep(const void* word, std::uint32_t expected, std::chrono::nanoseconds time) const {
+    return Futex(word, FUTEX_WAIT, expected, std::max<std::int64_t>(time.count(), 0)) == 0 || errno != ETIMEDOUT;
 }
 
-void SharedMemory::WakeOne(const Atomic<std::uint32_t>& word) const {
-    Futex(&word, FUTEX_WAKE, 1);
+void SharedRegion::WakeOne(const void* word) const {
+    Futex(word, FUTEX_WAKE, 1);
 }
 
-void SharedMemory::WakeAll(const Atomic<std::uint32_t>& word) const {
-    Futex(&word, FUTEX_WAKE, INT_MAX);
+void SharedRegion::WakeAll(const void* word) const {
+    Futex(word, FUTEX_WAKE, INT_MAX);
 }
 
 } // namespace Platform
