@@ -37,7 +37,8 @@ TEST(PathText, IsTheCppLibrarysOnThisSystem) {
         const std::string one = path();
         const std::string other = path();
         const std::filesystem::path expected(one);
-        ASSERT_EQ(text.Normal(one), expected.lexically_normal().string()) << one;
+        const bool isRoot = !one.empty() && one.find_first_not_of('/') == std::string::npos; // libraries differ there
+        ASSERT_EQ(text.Normal(one), isRoot ? one : expected.lexically_normal().string()) << one;
         ASSERT_EQ(text.Join(one, other), (expected / other).string()) << one << ' ' << other;
         ASSERT_EQ(text.Relative(one, other), expected.lexically_relative(other).string()) << one << ' ' << other;
         ASSERT_EQ(text.NameStart(one), one.rfind('/') + 1) << one;
