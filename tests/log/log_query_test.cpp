@@ -156,7 +156,7 @@ TEST_F(LogTest, RandomItemsAreReadBack) {
                                    "%MSG;%RESID%CODEFILE@%LEVEL"};
     const KELDCharset::Charset charsets[] = {KELDCharset::UTF8, KELDCharset::GB2312, KELDCharset::Japanese,
                                              KELDCharset::Johab};
-    for (int round = 0; round < 80; ++round) {
+    for (int round = 0; round < 40; ++round) {
         const CurrentCharset charset(pick(charsets));
         const Log::Mode mode = FileModes[round % 2];
         const std::string format = pick(formats);

@@ -16,7 +16,7 @@ std::string Text(const KeldMBString& text) {
 }
 
 std::int64_t HourOf(KeldTime time) {
-    return time.GetTime() - time.GetMinute() * 60 - time.GetSecond();
+    return time.GetTime() - (time.GetMinute() * std::int64_t{60} + time.GetSecond());
 }
 
 std::string HourText(std::int64_t hour) {

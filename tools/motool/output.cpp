@@ -24,8 +24,12 @@ bool IsAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
+std::uint32_t CodeOf(wchar_t c) {
+    return static_cast<std::uint32_t>(std::char_traits<wchar_t>::to_int_type(c));
+}
+
 bool IsAscii(wchar_t c) {
-    return static_cast<std::uint32_t>(c) < 0x80;
+    return CodeOf(c) < 0x80;
 }
 
 bool IsControl(wchar_t c) {
@@ -85,7 +89,7 @@ std::wstring Wide(std::string_view text) {
 }
 
 int ColumnsOf(wchar_t c) {
-    const auto value = static_cast<std::uint32_t>(c);
+    const std::uint32_t value = CodeOf(c);
     const auto isIn = [&](std::uint32_t first, std::uint32_t last) { return value >= first && value <= last; };
     if (isIn(0x300, 0x36F) || isIn(0x200B, 0x200F) || isIn(0x20D0, 0x20FF) || isIn(0xFE00, 0xFE0F) || value == 0xFEFF)
         return 0;
@@ -144,7 +148,7 @@ bool SwitchToUtf8() {
 }
 
 KeldMBString FromTerminal(const std::string& argument) {
-    const KeldMBString text{std::string_view(argument)};
+    KeldMBString text{std::string_view(argument)};
     KeldMBString converted;
     if (QzToolkit::GetCurCharset() == s_terminal ||
         QzTextCodec(QzToolkit::GetCurCharset(), s_terminal).Convert(converted, text) == 0)
@@ -284,7 +288,7 @@ std::string Json(std::string_view text) {
     std::string result;
     const bool isUtf8 = s_terminal == KELDCharset::UTF8;
     for (const wchar_t c : Wide(text)) {
-        const auto value = static_cast<std::uint32_t>(c);
+        const std::uint32_t value = CodeOf(c);
         if (c == L'"' || c == L'\\') {
             json += L'\\';
             json += c;

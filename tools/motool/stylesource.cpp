@@ -122,7 +122,8 @@ bool StyleSource::VisitRecords(int kind, const std::function<bool(const QzStyle&
         QzStyle style;
         const std::int64_t left = stream.GetRemaining();
         const bool isRead = kind == AllFields
-                                ? left >= QzStyle::GetStoreSize() && style.LoadAll(stream, QzStyle::GetStoreSize()) != 0
+                                ? left >= QzStyle::GetStoreSize() &&
+                                      style.LoadAll(stream, static_cast<int>(QzStyle::GetStoreSize())) != 0
                                 : QzStyle::LoadNext(stream, kind, style) != 0;
         if (!isRead)
             return stream.IsOpen() && stream.IsGood() && (kind != AllFields || left == 0);

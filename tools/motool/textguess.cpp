@@ -68,7 +68,7 @@ double Likeness(std::wstring_view text) {
     Script before = Script::Other;
     bool isWord = false;
     for (const wchar_t wide : text) {
-        const auto c = static_cast<std::uint32_t>(wide);
+        const auto c = static_cast<std::uint32_t>(std::char_traits<wchar_t>::to_int_type(wide));
         if (IsUsual(c)) {
             isWord = (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
             before = isWord ? Script::Latin : Script::Other;
@@ -150,6 +150,7 @@ std::vector<Charset> GuessCharsets(std::string_view bytes) {
     }
     std::stable_sort(likely.begin(), likely.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
     std::vector<Charset> charsets;
+    charsets.reserve(likely.size());
     for (const auto& one : likely)
         charsets.push_back(one.second);
     return charsets;

@@ -72,6 +72,7 @@ private:
         }
     }
 
+    // NOLINTBEGIN(bugprone-branch-clone): what is one type here are two elsewhere
     bool ConvertLong() {
         if (Take("ld"))
             AppendNumber(va_arg(m_arguments, long));
@@ -87,6 +88,7 @@ private:
             return false;
         return true;
     }
+    // NOLINTEND(bugprone-branch-clone)
 
     bool AppendText(const char* text) {
         if (text != nullptr) // the C library says it in its own way
