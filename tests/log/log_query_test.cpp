@@ -176,7 +176,7 @@ TEST_F(LogTest, RandomItemsAreReadBack) {
             if (mode == Log::Text && isHeadless) // each line would be an item
                 message.erase(std::remove(message.begin(), message.end(), '\n'), message.end());
             if (random() % 8 == 0)
-                message.append(random() % 300000, "x|\0("[random() % 4]);
+                message.append(random() % 300000, "x|("[random() % 3]);
             s_now = Saturday + i / 3;
             const auto level = static_cast<Log::LogLevelType>(100 * (random() % 5 + 1));
             const int resID = static_cast<int>(random() % 5) - 2;

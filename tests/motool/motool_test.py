@@ -153,7 +153,8 @@ class MotoolTest(unittest.TestCase):
     def test_terminal_that_is_not_utf8(self):
         made = subprocess.run(["localedef", "-i", "zh_CN", "-f", "GBK", self.folder / "zh_CN.GBK"], capture_output=True)
         self.assertTrue((self.folder / "zh_CN.GBK").exists(), made.stderr)
-        environment = {**self.environment("zh_CN.GBK"), "LOCPATH": str(self.folder)}
+        # The C library keeps for ever what it makes of LOCPATH, which a sanitizer calls a leak.
+        environment = {**self.environment("zh_CN.GBK"), "LOCPATH": str(self.folder), "LSAN_OPTIONS": "detect_leaks=0"}
         run = lambda *arguments, **options: self.run_motool(*arguments, env=environment, **options)
         name = os.fsencode(self.folder) + "/地图.xml".encode("gbk")
         for content in (CHINESE, CHINESE + "é\N{GRINNING FACE}"):  # the latter is more than GBK has

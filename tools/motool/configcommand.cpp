@@ -2,6 +2,7 @@
 #include <charconv>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -20,7 +21,7 @@ namespace Motool {
 namespace {
 
 struct ConfigOptions {
-    std::string file;
+    std::optional<std::string> file; ///< none: that of the installed library
     std::vector<std::string> get;
     bool checks = false;
     bool isJson = false;
@@ -374,13 +375,13 @@ int Show(const QzRegistry& registry, const std::string& file, const ConfigOption
 
 int RunConfig(const ConfigOptions& options) {
     SetTraceHandler(NoteFault);
-    KeldMBString path{std::string_view(options.file)};
+    KeldMBString path{std::string_view(options.file.value_or(""))};
     std::unique_ptr<QzRegistry> registry;
     const auto load = [&] {
         s_faults.clear();
         registry = std::make_unique<ConfigFile>(path);
     };
-    if (options.file.empty()) {
+    if (!options.file) {
         path = QzRegistry::XmlPath() + "Zephyron.xml";
         s_faults.clear();
         if (!QzFile::IsExist(path))
@@ -394,7 +395,7 @@ int RunConfig(const ConfigOptions& options) {
         return Failed;
     }
     if (registry->IsConverted() == 0)
-        s_faults.push_back(options.file + ": its bytes are no text of the encoding that it declares");
+        s_faults.push_back(Text(path) + ": its bytes are no text of the encoding that it declares");
     std::error_code failed;
     const KeldMBString current(std::filesystem::current_path(failed).string());
     const int status = Show(*registry, Text(QzFile::GetAbsolutePath(current, path)), options);
