@@ -9,8 +9,6 @@
 #include "base/keldmemory.h"
 #include "platform/decimal.h"
 
-#include "platform/decimal.h"
-
 namespace Qzc {
 
 namespace {
