@@ -28,7 +28,7 @@ std::vector<std::string> TakeOffRun(std::vector<std::string>& arguments) {
     const auto run = isLock ? std::find(arguments.begin(), arguments.end(), "--run") : arguments.end();
     if (run == arguments.end())
         return {};
-    const std::vector<std::string> command(std::next(run), arguments.end());
+    std::vector<std::string> command(std::next(run), arguments.end());
     arguments.erase(std::next(run), arguments.end());
     return command;
 }
