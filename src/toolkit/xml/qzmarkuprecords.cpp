@@ -61,7 +61,9 @@ void QzMarkup::Adjust(int iPos, int nShift, unsigned char bAfterPos) {
 }
 
 bool QzMarkup::Splice(int nLeft, int nReplace, std::string_view insert) {
-    if (insert.size() > static_cast<std::size_t>(KeldMBString::MaxLength - (m_text->GetLength() - nReplace)))
+    // Behind Save the records may ask for any number of bytes.
+    const std::int64_t kept = std::int64_t{m_text->GetLength()} - nReplace;
+    if (kept + static_cast<std::int64_t>(insert.size()) > KeldMBString::MaxLength)
         return false;
     TellFromStart(nLeft);
     return m_text->Splice(nLeft, nReplace, insert);
