@@ -8,7 +8,6 @@
 #include <map>
 #include <random>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include <pugixml.hpp>
@@ -43,9 +42,12 @@ std::string Data(Node element) {
 }
 
 std::string Written(const pugi::xml_document& document) {
-    std::ostringstream text;
-    document.save(text, "", pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags);
-    return text.str();
+    struct Writer : pugi::xml_writer { // a stream of another C++ library is none to the peer
+        void write(const void* data, std::size_t size) override { text.append(static_cast<const char*>(data), size); }
+        std::string text;
+    } writer;
+    document.save(writer, "", pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags);
+    return writer.text;
 }
 
 std::string ContentOf(Node element) {
