@@ -8,9 +8,9 @@
 #include <typeinfo>
 
 #include "configuration/registry_support.h"
-#include "filefaults.h"
 #include "stream/qztrace.h"
 #include "support.h"
+#include "system/system.h"
 #include "toolkit/qzmarkup.h"
 #include "toolkit/qzregistryepsfont.h"
 #include "toolkit/qzregistryresource.h"

@@ -12,9 +12,9 @@
 #include <tuple>
 #include <utility>
 
-#include "filefaults.h"
 #include "log/log_lines.h"
 #include "support.h"
+#include "system/system.h"
 #include "toolkit/qztextcodec.h"
 #include "toolkit/xml/qzxmldeclaration.h"
 #include "xml/markup_records.h"
