@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace Platform {
 
@@ -8,5 +9,9 @@ namespace Platform {
 /// of the locale which the environment asks for. Empty when there is none beside "C". Not safe beside a
 /// thread that changes the locale.
 std::string LocaleCharsetName();
+
+/// The charset that paths are in from now on, for a system that has characters in its paths. Where they are bytes this
+/// does nothing.
+void SetPathCharset(std::string_view name);
 
 } // namespace Platform

@@ -63,9 +63,9 @@ public:
     LastAct(const LastAct&) = delete;
     LastAct& operator=(const LastAct&) = delete;
 
-private:
-    friend void AbandonWait();
+    void Act() const { m_act(m_object); }
 
+private:
     void (*m_act)(void*);
     void* m_object;
 };

@@ -24,4 +24,6 @@ std::string LocaleCharsetName() {
     return !name.empty() ? name : CharsetNameOf(newlocale(LC_CTYPE_MASK, "", nullptr));
 }
 
+void SetPathCharset(std::string_view) {}
+
 } // namespace Platform

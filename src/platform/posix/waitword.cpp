@@ -55,7 +55,7 @@ void AbandonWait() {
     const LastAct* last = t_lastAct;
     t_lastAct = nullptr;
     if (last != nullptr)
-        last->m_act(last->m_object);
+        last->Act();
     if (t_waitedWord != nullptr)
         Wake(t_waitedWord, 1);
 }

@@ -1,0 +1,7 @@
+#include "platform/pathsyntax.h"
+
+namespace Platform {
+
+const PathSyntax NativePaths = {'\\', true};
+
+} // namespace Platform
