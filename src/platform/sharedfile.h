@@ -37,7 +37,7 @@ public:
     /// `New`.
     bool Open(const std::string& path, Creation creation, int& error);
     bool Close(); ///< false when the system reports that something written was lost
-    bool IsOpen() const { return m_handle >= 0; }
+    bool IsOpen() const { return m_handle != -1; }
 
     /// Writes behind all that is there, whoever else writes, and in one piece unless the system fails in the middle.
     /// The number written; where that ended is `GetPosition`.
@@ -73,6 +73,7 @@ private:
     std::int64_t m_handle = -1;
     bool m_appending = true;
     FileIdentity m_identity;
+    std::int64_t m_markByte = 0; ///< where marks are bytes of their owners
 };
 
 } // namespace Platform
