@@ -1,6 +1,8 @@
 #include "system/system.h"
 
+#if !defined(NOMINMAX)
 #define NOMINMAX
+#endif
 #define WIN32_LEAN_AND_MEAN
 #include <atomic>
 #include <cstdio>
@@ -116,11 +118,12 @@ ChildProcess::ChildProcess(const ChildRole& role, const Arguments& arguments, co
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
     const std::wstring directory = Wide(settings.directory);
-    Require(CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT,
-                           environment.data(), directory.empty() ? nullptr : directory.c_str(), &startup,
-                           &process) != 0,
-            "CreateProcess");
-    CloseHandle(process.hThread);
+    const bool isStarted = CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE,
+                                          CREATE_UNICODE_ENVIRONMENT, environment.data(),
+                                          directory.empty() ? nullptr : directory.c_str(), &startup, &process) != 0;
+    Require(isStarted || GetLastError() == ERROR_DIRECTORY, "CreateProcess"); // a child that could not change there
+    if (isStarted)
+        CloseHandle(process.hThread);
     m_id = process.dwProcessId;
     m_handle = reinterpret_cast<std::intptr_t>(process.hProcess);
 }
