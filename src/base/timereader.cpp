@@ -44,7 +44,7 @@ int WeekDayOfNewYear(std::int64_t year) {
 bool TimeReader::Read(std::string_view format, std::tm& time) {
     if (!ReadFormat(format) || !FindDay(time))
         return false;
-    time.tm_hour = m_hour12 == Untold ? m_hour : m_hour12 % 12 + 12 * m_isAfternoon;
+    time.tm_hour = m_hour != Untold ? m_hour : m_hour12 % 12 + 12 * m_isAfternoon;
     time.tm_min = m_minute;
     time.tm_sec = m_second;
     return true;
@@ -146,7 +146,7 @@ bool TimeReader::ReadConversion(char conversion, bool isOpen) {
             return false;
         m_weekDay = m_weekDay == 0 ? 7 : m_weekDay;
         return true;
-    case 'H': m_hour12 = Untold; return ReadNumber(m_hour, 0, 23, 2);
+    case 'H': return ReadNumber(m_hour, 0, 23, 2);
     case 'I': return ReadNumber(m_hour12, 1, 12, 2);
     case 'p': return ReadName(Halves, m_isAfternoon);
     case 'M': return ReadNumber(m_minute, 0, 59, 2);

@@ -40,8 +40,8 @@ private:
     int m_isoYear = 0;
     int m_isoWeek = Untold;
     int m_weekDay = Untold; // 1 is Monday, 7 Sunday
-    int m_hour = 0;
-    int m_hour12 = Untold;
+    int m_hour = Untold;
+    int m_hour12 = 0;
     int m_isAfternoon = 0;
     int m_minute = 0;
     int m_second = 0;

@@ -161,6 +161,9 @@ TEST(Calendar, ReadsNoOtherDates) {
                  {"%G-%V-%u", "2021-53-1", 0},
                  {"%G-%V-%u", "2020-53-1", 9},
                  {"%G-%V-%u", "2020-52-8", 0},
+                 {"%G-%V-%u", "2014-53-1", 0},
+                 {"%Y-%m-%e", "2020-02- 9", 10},
+                 {"%F", "-2147483000-01-01", 0},
                  {"%G-%V", "2020-52", 0},
                  {"%d %b %y", "1 DEC 68", 8},
                  {"%d %b %y", "1 decemb 68", 0},
@@ -176,5 +179,7 @@ TEST(Calendar, ReadsNoOtherDates) {
     }
     KeldTime time;
     EXPECT_TRUE(time.Parse("%d %b %y", "1 dec 68") != 0 && time.GetYear() == 2068 && time.GetMonth() == 12);
+    EXPECT_TRUE(time.Parse("%G-%V-%w", "2020-53-0") != 0 && time == KeldTime(2021, 1, 3, 0, 0, 0));
+    EXPECT_TRUE(time.Parse("%H=%I %F", "15=03 2021-01-03") != 0 && time == KeldTime(2021, 1, 3, 15, 0, 0));
     EXPECT_TRUE(time.Parse("%C%y-%m-%d %I%p", "1999-1-2 12am") != 0 && time == KeldTime(1999, 1, 2, 0, 0, 0));
 }
