@@ -378,15 +378,24 @@ std::unique_ptr<CharsetCodec> MakeUnits(std::string_view name) {
         bool hasPairs;
         Mark mark;
     } Forms[] = {
-        {"UTF-16LE", 2, false, true, Mark::Text}, {"UTF-16BE", 2, true, true, Mark::Text},
-        {"UCS-2LE", 2, false, false, Mark::Text}, {"UCS-2BE", 2, true, false, Mark::Text},
-        {"UTF-32LE", 4, false, false, Mark::Text}, {"UTF-32BE", 4, true, false, Mark::Text},
-        {"UCS-4LE", 4, false, false, Mark::Text}, {"UCS-4BE", 4, true, false, Mark::Text},
-        {"UTF-16", 2, false, true, Mark::ReadAndWritten}, {"UTF16", 2, false, true, Mark::ReadAndWritten},
-        {"UTF-32", 4, false, false, Mark::ReadAndWritten}, {"UTF32", 4, false, false, Mark::ReadAndWritten},
-        {"UCS-2", 2, false, false, Mark::Read}, {"UCS2", 2, false, false, Mark::Read},
-        {"ISO-10646-UCS-2", 2, false, false, Mark::Read}, {"UCS-4", 4, true, false, Mark::Read},
-        {"UCS4", 4, true, false, Mark::Read}, {"ISO-10646-UCS-4", 4, true, false, Mark::Read},
+        {"UTF-16LE", 2, false, true, Mark::Text},
+        {"UTF-16BE", 2, true, true, Mark::Text},
+        {"UCS-2LE", 2, false, false, Mark::Text},
+        {"UCS-2BE", 2, true, false, Mark::Text},
+        {"UTF-32LE", 4, false, false, Mark::Text},
+        {"UTF-32BE", 4, true, false, Mark::Text},
+        {"UCS-4LE", 4, false, false, Mark::Text},
+        {"UCS-4BE", 4, true, false, Mark::Text},
+        {"UTF-16", 2, false, true, Mark::ReadAndWritten},
+        {"UTF16", 2, false, true, Mark::ReadAndWritten},
+        {"UTF-32", 4, false, false, Mark::ReadAndWritten},
+        {"UTF32", 4, false, false, Mark::ReadAndWritten},
+        {"UCS-2", 2, false, false, Mark::Read},
+        {"UCS2", 2, false, false, Mark::Read},
+        {"ISO-10646-UCS-2", 2, false, false, Mark::Read},
+        {"UCS-4", 4, true, false, Mark::Read},
+        {"UCS4", 4, true, false, Mark::Read},
+        {"ISO-10646-UCS-4", 4, true, false, Mark::Read},
     };
     for (const auto& form : Forms) {
         if (form.name == name)

@@ -15,21 +15,21 @@ struct NamedPage {
 };
 
 constexpr NamedPage Named[] = {
-    {"UTF-8", 65001},         {"UTF8", 65001},         {"GBK", 936},
-    {"GB2312", 936},          {"GB_2312-80", 936},     {"EUC-CN", 936},
-    {"MS936", 936},           {"GB18030", 54936},      {"BIG5", 950},
-    {"BIG-5", 950},           {"CN-BIG5", 950},        {"WINDOWS-31J", 932},
-    {"SHIFT_JIS", 932},       {"SHIFT-JIS", 932},      {"SJIS", 932},
-    {"X-SJIS", 932},          {"MS_KANJI", 932},       {"MS932", 932},
-    {"EUC-JP", 20932},        {"EUCJP", 20932},        {"X-EUC-JP", 20932},
-    {"EUC-KR", 949},          {"EUCKR", 949},          {"UHC", 949},
-    {"KS_C_5601-1987", 949},  {"JOHAB", 1361},         {"TIS-620", 874},
-    {"US-ASCII", 20127},      {"ASCII", 20127},        {"ANSI_X3.4-1968", 20127},
-    {"ISO646-US", 20127},     {"MACINTOSH", 10000},    {"MAC", 10000},
-    {"KOI8-R", 20866},        {"KOI8-U", 21866},       {"LATIN1", 28591},
-    {"LATIN-9", 28605},       {"MAC-CYRILLIC", 10007}, {"MAC-CENTRALEUROPE", 10029},
-    {"MAC-IS", 10079},        {"T.61", 20261},         {"T.61-8BIT", 20261},
-    {"ISO_6937", 20269},      {"ISO6937", 20269},
+    {"UTF-8", 65001},        {"UTF8", 65001},         {"GBK", 936},
+    {"GB2312", 936},         {"GB_2312-80", 936},     {"EUC-CN", 936},
+    {"MS936", 936},          {"GB18030", 54936},      {"BIG5", 950},
+    {"BIG-5", 950},          {"CN-BIG5", 950},        {"WINDOWS-31J", 932},
+    {"SHIFT_JIS", 932},      {"SHIFT-JIS", 932},      {"SJIS", 932},
+    {"X-SJIS", 932},         {"MS_KANJI", 932},       {"MS932", 932},
+    {"EUC-JP", 20932},       {"EUCJP", 20932},        {"X-EUC-JP", 20932},
+    {"EUC-KR", 949},         {"EUCKR", 949},          {"UHC", 949},
+    {"KS_C_5601-1987", 949}, {"JOHAB", 1361},         {"TIS-620", 874},
+    {"US-ASCII", 20127},     {"ASCII", 20127},        {"ANSI_X3.4-1968", 20127},
+    {"ISO646-US", 20127},    {"MACINTOSH", 10000},    {"MAC", 10000},
+    {"KOI8-R", 20866},       {"KOI8-U", 21866},       {"LATIN1", 28591},
+    {"LATIN-9", 28605},      {"MAC-CYRILLIC", 10007}, {"MAC-CENTRALEUROPE", 10029},
+    {"MAC-IS", 10079},       {"T.61", 20261},         {"T.61-8BIT", 20261},
+    {"ISO_6937", 20269},     {"ISO6937", 20269},
 };
 
 // Of IBM's own numbers these have another one here.
@@ -68,7 +68,7 @@ unsigned int CodePageOf(std::string_view name) {
     if (number == 1025)
         return 21025;
     return std::find(std::begin(Renumbered), std::end(Renumbered), number) != std::end(Renumbered) ? 20000 + number
-                                                                                                    : number;
+                                                                                                   : number;
 }
 
 bool TakesNoFlags(unsigned int codePage) {

@@ -31,9 +31,7 @@ bool FileAge(const char* path, std::int64_t& time, std::int64_t& length) {
     if (GetFileAttributesExW(WidePath(path).c_str(), GetFileExInfoStandard, &data) == 0 ||
         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
         return false;
-    const auto join = [](DWORD high, DWORD low) {
-        return static_cast<std::int64_t>(std::uint64_t{high} << 32 | low);
-    };
+    const auto join = [](DWORD high, DWORD low) { return static_cast<std::int64_t>(std::uint64_t{high} << 32 | low); };
     time = join(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
     length = join(data.nFileSizeHigh, data.nFileSizeLow);
     return true;

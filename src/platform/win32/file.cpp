@@ -104,8 +104,8 @@ std::int64_t WriteFile(FileHandle file, const void* buffer, std::int64_t count, 
     while (done < count) {
         DWORD moved = 0;
         const auto size = static_cast<DWORD>(std::min(count - done, MaxTransfer));
-        const bool written = ::WriteFile(SystemHandle(file), static_cast<const char*>(buffer) + done, size, &moved,
-                                         nullptr) != 0;
+        const bool written =
+            ::WriteFile(SystemHandle(file), static_cast<const char*>(buffer) + done, size, &moved, nullptr) != 0;
         done += moved;
         if (!Report(written, error))
             break;

@@ -93,7 +93,8 @@ bool Rename(const std::string& from, const std::string& to) {
     const std::wstring target = WidePath(to.c_str());
     if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0)
         return true;
-    return ReplaceFileW(target.c_str(), source.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0;
+    return ReplaceFileW(target.c_str(), source.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) !=
+           0;
 }
 
 } // namespace
@@ -101,8 +102,8 @@ bool Rename(const std::string& from, const std::string& to) {
 bool OpenReplacement(const char* path, Replacement& replacement, int& error) {
     replacement = Replacement();
     const std::wstring wide = WidePath(path);
-    const HANDLE target = CreateFileW(wide.c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE target =
+        CreateFileW(wide.c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     const bool isThere = target != INVALID_HANDLE_VALUE;
     error = isThere ? 0 : LastErrno();
     if (!isThere && (error != ENOENT || wide.empty())) {
@@ -120,7 +121,8 @@ bool OpenReplacement(const char* path, Replacement& replacement, int& error) {
     if (replacement.file == NoFile && isThere) { // a file that is gone when it is closed holds what is written
         std::array<wchar_t, MAX_PATH + 1> folder = {};
         std::array<wchar_t, MAX_PATH + 1> name = {};
-        if (GetTempPathW(MAX_PATH, folder.data()) != 0 && GetTempFileNameW(folder.data(), L"new", 0, name.data()) != 0) {
+        if (GetTempPathW(MAX_PATH, folder.data()) != 0 &&
+            GetTempFileNameW(folder.data(), L"new", 0, name.data()) != 0) {
             const HANDLE file = CreateFileW(name.data(), GENERIC_READ | GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING,
                                             FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
             replacement.file = file != INVALID_HANDLE_VALUE ? reinterpret_cast<FileHandle>(file) : NoFile;

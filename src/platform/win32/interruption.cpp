@@ -13,8 +13,8 @@ struct Code {
 };
 
 // The system's libraries and the compilers'.
-constexpr std::array<const wchar_t*, 8> Modules = {L"ntdll.dll",      L"kernel32.dll",       L"kernelbase.dll",
-                                                   L"msvcrt.dll",     L"ucrtbase.dll",       L"libstdc++-6.dll",
+constexpr std::array<const wchar_t*, 8> Modules = {L"ntdll.dll",           L"kernel32.dll", L"kernelbase.dll",
+                                                   L"msvcrt.dll",          L"ucrtbase.dll", L"libstdc++-6.dll",
                                                    L"libwinpthread-1.dll", L"win32u.dll"};
 
 std::array<Code, Modules.size()> s_code;
@@ -25,7 +25,8 @@ Code CodeOf(const wchar_t* name) {
         return Code();
     const auto begin = reinterpret_cast<std::uintptr_t>(module);
     const auto* const head = reinterpret_cast<const IMAGE_DOS_HEADER*>(module);
-    const auto* const image = reinterpret_cast<const IMAGE_NT_HEADERS*>(begin + static_cast<std::uintptr_t>(head->e_lfanew));
+    const auto* const image =
+        reinterpret_cast<const IMAGE_NT_HEADERS*>(begin + static_cast<std::uintptr_t>(head->e_lfanew));
     return {begin, begin + image->OptionalHeader.SizeOfImage};
 }
 

@@ -1,6 +1,5 @@
 #include "platform/localtime.h"
 
-#include <array>
 #include <climits>
 #include <cstring>
 #include <limits>
@@ -20,10 +19,6 @@ constexpr std::int64_t SecondsPerDay = 86400;
 
 std::int64_t FloorDiv(std::int64_t value, std::int64_t divisor) {
     return value / divisor - (value % divisor < 0 ? 1 : 0);
-}
-
-bool IsLeap(std::int64_t year) {
-    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
 
 // Days since 1970-01-01 of a day of the Gregorian calendar; a month beyond December is one of a later year.
@@ -109,132 +104,40 @@ bool ToCalendar(std::int64_t seconds, Offset offset, std::tm& calendar) {
     return true;
 }
 
-constexpr const char* Weekdays[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
-constexpr const char* Months[] = {"January", "February", "March",     "April",   "May",      "June",
-                                  "July",    "August",   "September", "October", "November", "December"};
-
-std::string Number(std::int64_t value, std::size_t width, char fill = '0') {
-    std::string digits = std::to_string(value < 0 ? -value : value);
-    const std::size_t wanted = width - (value < 0 && width != 0 ? 1 : 0);
-    if (digits.size() < wanted)
-        digits.insert(0, wanted - digits.size(), fill);
-    return value < 0 ? '-' + digits : digits;
+std::string ZoneOffset(const std::tm& time) {
+    std::int64_t seconds = 0;
+    if (time.tm_isdst < 0 || !FromLocalTime(time, seconds))
+        return std::string();
+    const std::int64_t minutes = OffsetAt(seconds).seconds / 60;
+    const std::int64_t absolute = minutes < 0 ? -minutes : minutes;
+    const std::string digits = std::to_string(10000 + absolute / 60 * 100 + absolute % 60).substr(1);
+    return (minutes < 0 ? "-" : "+") + digits;
 }
 
-// The week of the year and its year by ISO 8601: weeks begin on Monday, the first has the year's first Thursday.
-struct IsoWeek {
-    std::int64_t year;
-    int week;
-};
-
-IsoWeek IsoWeekOf(const std::tm& time) {
-    std::int64_t year = std::int64_t{time.tm_year} + 1900;
-    const int weekday = (time.tm_wday + 6) % 7;
-    int thursday = time.tm_yday - weekday + 3;
-    if (thursday < 0) {
-        --year;
-        thursday += IsLeap(year) ? 366 : 365;
-    } else if (thursday >= (IsLeap(year) ? 366 : 365)) {
-        thursday -= IsLeap(year) ? 366 : 365;
-        ++year;
-    }
-    return {year, thursday / 7 + 1};
+std::string ZoneName(const std::tm& time) {
+    TIME_ZONE_INFORMATION zone = {};
+    if (time.tm_isdst < 0 || GetTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID)
+        return std::string();
+    std::string name;
+    for (const wchar_t* unit = time.tm_isdst > 0 ? zone.DaylightName : zone.StandardName; *unit != L'\0'; ++unit)
+        name += *unit < 0x80 ? static_cast<char>(*unit) : '?';
+    return name;
 }
 
-class Formatter {
-public:
-    explicit Formatter(const std::tm& time) : m_time(time) {}
+std::string Seconds(const std::tm& time) {
+    std::int64_t seconds = 0;
+    return FromLocalTime(time, seconds) ? std::to_string(seconds) : std::string();
+}
 
-    std::string Format(std::string_view format) {
-        std::string text;
-        for (std::size_t i = 0; i < format.size(); ++i) {
-            if (format[i] != '%' || i + 1 == format.size()) {
-                text += format[i];
-                continue;
-            }
-            ++i;
-            if ((format[i] == 'E' || format[i] == 'O') && i + 1 < format.size())
-                ++i; // other eras and digits, of which the plain locale has none
-            text += Convert(format[i]);
-        }
-        return text;
-    }
-
-private:
-    std::string Convert(char conversion) {
-        const std::tm& t = m_time;
-        const std::int64_t year = std::int64_t{t.tm_year} + 1900;
-        const int hour12 = t.tm_hour % 12 == 0 ? 12 : t.tm_hour % 12;
-        switch (conversion) {
-        case 'a': return std::string(Weekday()).substr(0, 3);
-        case 'A': return Weekday();
-        case 'b':
-        case 'h': return std::string(Month()).substr(0, 3);
-        case 'B': return Month();
-        case 'c': return Format("%a %b %e %H:%M:%S %Y");
-        case 'C': return Number(FloorDiv(year, 100), 2);
-        case 'd': return Number(t.tm_mday, 2);
-        case 'D':
-        case 'x': return Format("%m/%d/%y");
-        case 'e': return Number(t.tm_mday, 2, ' ');
-        case 'F': return Format("%Y-%m-%d");
-        case 'g': return Number(IsoWeekOf(t).year - FloorDiv(IsoWeekOf(t).year, 100) * 100, 2);
-        case 'G': return Number(IsoWeekOf(t).year, 0);
-        case 'H': return Number(t.tm_hour, 2);
-        case 'I': return Number(hour12, 2);
-        case 'j': return Number(t.tm_yday + 1, 3);
-        case 'm': return Number(t.tm_mon + 1, 2);
-        case 'M': return Number(t.tm_min, 2);
-        case 'n': return "\n";
-        case 'p': return t.tm_hour < 12 ? "AM" : "PM";
-        case 'r': return Format("%I:%M:%S %p");
-        case 'R': return Format("%H:%M");
-        case 's': return Seconds();
-        case 'S': return Number(t.tm_sec, 2);
-        case 't': return "\t";
-        case 'T':
-        case 'X': return Format("%H:%M:%S");
-        case 'u': return Number(t.tm_wday == 0 ? 7 : t.tm_wday, 1);
-        case 'U': return Number((t.tm_yday + 7 - t.tm_wday) / 7, 2);
-        case 'V': return Number(IsoWeekOf(t).week, 2);
-        case 'w': return Number(t.tm_wday, 1);
-        case 'W': return Number((t.tm_yday + 7 - (t.tm_wday + 6) % 7) / 7, 2);
-        case 'y': return Number(year - FloorDiv(year, 100) * 100, 2);
-        case 'Y': return Number(year, 0);
-        case 'z': return ZoneOffset();
-        case 'Z': return ZoneName();
-        case '%': return "%";
-        default: return std::string("%") + conversion;
-        }
-    }
-
-    const char* Weekday() const { return m_time.tm_wday >= 0 && m_time.tm_wday < 7 ? Weekdays[m_time.tm_wday] : "?"; }
-    const char* Month() const { return m_time.tm_mon >= 0 && m_time.tm_mon < 12 ? Months[m_time.tm_mon] : "?"; }
-
-    std::string Seconds() const {
-        std::int64_t seconds = 0;
-        return FromLocalTime(m_time, seconds) ? std::to_string(seconds) : std::string();
-    }
-    std::string ZoneOffset() const {
-        std::int64_t seconds = 0;
-        if (m_time.tm_isdst < 0 || !FromLocalTime(m_time, seconds))
-            return std::string();
-        const std::int64_t minutes = OffsetAt(seconds).seconds / 60;
-        const std::int64_t absolute = minutes < 0 ? -minutes : minutes;
-        return (minutes < 0 ? "-" : "+") + Number(absolute / 60, 2) + Number(absolute % 60, 2);
-    }
-    std::string ZoneName() const {
-        TIME_ZONE_INFORMATION zone = {};
-        if (m_time.tm_isdst < 0 || GetTimeZoneInformation(&zone) == TIME_ZONE_ID_INVALID)
-            return std::string();
-        std::string name;
-        for (const wchar_t* unit = m_time.tm_isdst > 0 ? zone.DaylightName : zone.StandardName; *unit != L'\0'; ++unit)
-            name += *unit < 0x80 ? static_cast<char>(*unit) : '?';
-        return name;
-    }
-
-    const std::tm& m_time;
-};
+// Its conversions beyond those of C89 end the process.
+std::string ByLibrary(char conversion, const std::tm& time) {
+    const bool isNamed = time.tm_wday >= 0 && time.tm_wday < 7 && time.tm_mon >= 0 && time.tm_mon < 12;
+    if (!isNamed || std::string_view("aAbBpxX").find(conversion) == std::string_view::npos)
+        return std::string();
+    char text[256];
+    const char format[] = {'%', conversion, '\0'};
+    return std::string(text, std::strftime(text, sizeof(text), format, &time));
+}
 
 } // namespace
 
@@ -248,8 +151,8 @@ bool UtcTime(std::int64_t seconds, std::tm& calendar) {
 
 bool FromLocalTime(std::tm local, std::int64_t& seconds) {
     const std::int64_t days = DayNumber(std::int64_t{local.tm_year} + 1900, local.tm_mon, local.tm_mday);
-    const std::int64_t wall = days * SecondsPerDay + std::int64_t{local.tm_hour} * 3600 +
-                              std::int64_t{local.tm_min} * 60 + local.tm_sec;
+    const std::int64_t wall =
+        days * SecondsPerDay + std::int64_t{local.tm_hour} * 3600 + std::int64_t{local.tm_min} * 60 + local.tm_sec;
     // The offsets of a day before and after: they differ where the clocks are changed in between. Of two moments with
     // this wall time the earlier one; where there is none, the clock would have shown it without the change.
     const Offset before = OffsetAt(wall - SecondsPerDay);
@@ -264,12 +167,33 @@ bool FromLocalTime(std::tm local, std::int64_t& seconds) {
     return true;
 }
 
-std::size_t FormatTime(char* buffer, std::size_t size, const char* format, const std::tm& time) {
-    const std::string text = Formatter(time).Format(format);
-    if (text.size() >= size)
-        return 0;
-    std::memcpy(buffer, text.c_str(), text.size() + 1);
-    return text.size();
+bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time,
+                    std::size_t& length) {
+    std::string text;
+    const char letter = conversion.size() > 1 ? conversion.back() : '\0'; // flags and widths are unknown here
+    switch (letter) {
+    case 'h': text = ByLibrary('b', time); break;
+    case 's': text = Seconds(time); break;
+    case 'z': text = ZoneOffset(time); break;
+    case 'Z': text = ZoneName(time); break;
+    case 'c':
+    case 'r': {
+        char written[256];
+        text.assign(written,
+                    FormatTime(written, sizeof(written), letter == 'r' ? "%I:%M:%S %p" : "%a %b %e %T %Y", time));
+        break;
+    }
+    default:
+        text = ByLibrary(letter, time);
+        if (text.empty())
+            text = conversion;
+        break;
+    }
+    length = text.size();
+    if (length > size)
+        return false;
+    std::memcpy(buffer, text.data(), length);
+    return true;
 }
 
 } // namespace Platform

@@ -154,8 +154,8 @@ bool SharedFile::Sync() {
 
 bool SharedFile::IsRemoved() const {
     FILE_STANDARD_INFO information = {};
-    return GetFileInformationByHandleEx(SystemHandle(m_handle), FileStandardInfo, &information,
-                                        sizeof(information)) != 0 &&
+    return GetFileInformationByHandleEx(SystemHandle(m_handle), FileStandardInfo, &information, sizeof(information)) !=
+               0 &&
            (information.DeletePending != FALSE || information.NumberOfLinks == 0);
 }
 

@@ -10,9 +10,9 @@
 #include "platform/win32/system.h"
 #include "platform/win32/text.h"
 
-// A named memory is a file in the user's folder for such things, mapped by all that have it open. Who that is is told by
-// locks on bytes behind its end, which the system drops when a process ends: one byte is the gate, each opener has one
-// of its own. So behind the gate, "nobody else has a lock" is a fact: an opener that finds it so makes the memory
+// A named memory is a file in the user's folder for such things, mapped by all that have it open. Who that is is told
+// by locks on bytes behind its end, which the system drops when a process ends: one byte is the gate, each opener has
+// one of its own. So behind the gate, "nobody else has a lock" is a fact: an opener that finds it so makes the memory
 // afresh, and a closer removes the file.
 
 namespace Platform {

@@ -25,8 +25,7 @@ std::wstring Extended(const std::wstring& path) {
     if (path.size() <= LongestPlain || hasPrefix)
         return path;
     std::wstring absolute(32768, L'\0');
-    const DWORD length =
-        GetFullPathNameW(path.c_str(), static_cast<DWORD>(absolute.size()), absolute.data(), nullptr);
+    const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(absolute.size()), absolute.data(), nullptr);
     if (length == 0 || length >= absolute.size())
         return path;
     absolute.resize(length);
@@ -62,9 +61,9 @@ std::string NarrowPath(std::wstring_view path) {
     const bool isUnicode = TakesNoFlags(codePage);
     std::string bytes(path.size() * 4, '\0');
     BOOL isLossy = FALSE;
-    const int length = WideCharToMultiByte(codePage, isUnicode ? 0 : WC_NO_BEST_FIT_CHARS, path.data(),
-                                           static_cast<int>(path.size()), bytes.data(), static_cast<int>(bytes.size()),
-                                           nullptr, isUnicode ? nullptr : &isLossy);
+    const int length =
+        WideCharToMultiByte(codePage, isUnicode ? 0 : WC_NO_BEST_FIT_CHARS, path.data(), static_cast<int>(path.size()),
+                            bytes.data(), static_cast<int>(bytes.size()), nullptr, isUnicode ? nullptr : &isLossy);
     bytes.resize(length > 0 && isLossy == FALSE ? static_cast<std::size_t>(length) : 0);
     return bytes;
 }

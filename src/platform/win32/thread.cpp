@@ -18,11 +18,11 @@
 
 // Ending a thread by force
 // ------------------------
-// The system ends a thread wherever it is. One in the middle of malloc would leave the heap locked, and soon the process
-// would stand still; one with a shield would leave locked what this library shares. So the victim is stopped first and
-// looked at. In its own code, or in a sleep of this library, it is ended. Elsewhere it goes on, and is stopped again a
-// moment later; one that never leaves the system's code is ended all the same after a while. While it is stopped,
-// nothing may be called that takes a lock which it may hold: no allocation, above all.
+// The system ends a thread wherever it is. One in the middle of malloc would leave the heap locked, and soon the
+// process would stand still; one with a shield would leave locked what this library shares. So the victim is stopped
+// first and looked at. In its own code, or in a sleep of this library, it is ended. Elsewhere it goes on, and is
+// stopped again a moment later; one that never leaves the system's code is ended all the same after a while. While it
+// is stopped, nothing may be called that takes a lock which it may hold: no allocation, above all.
 
 namespace Platform {
 
@@ -55,7 +55,9 @@ public:
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    bool HasEnded() const { return isGone.load() || (handle != nullptr && WaitForSingleObject(handle, 0) == WAIT_OBJECT_0); }
+    bool HasEnded() const {
+        return isGone.load() || (handle != nullptr && WaitForSingleObject(handle, 0) == WAIT_OBJECT_0);
+    }
 };
 
 namespace {
@@ -187,10 +189,9 @@ bool StartThread(Thread& thread) {
     KeepThread(thread); // the thread's own
     unsigned int id = 0;
     const bool fits = size <= UINT_MAX;
-    const std::uintptr_t handle =
-        fits ? _beginthreadex(nullptr, static_cast<unsigned int>(size), ThreadEntry, &thread,
-                              CREATE_SUSPENDED | STACK_SIZE_PARAM_IS_A_RESERVATION, &id)
-             : 0;
+    const std::uintptr_t handle = fits ? _beginthreadex(nullptr, static_cast<unsigned int>(size), ThreadEntry, &thread,
+                                                        CREATE_SUSPENDED | STACK_SIZE_PARAM_IS_A_RESERVATION, &id)
+                                       : 0;
     if (handle == 0) {
         thread.isGone.store(true);
         CloseThread(&thread);
@@ -237,7 +238,7 @@ int ThreadExitCode(const Thread& thread) {
         return StillActive;
     DWORD code = 0;
     return thread.handle != nullptr && GetExitCodeThread(thread.handle, &code) != 0 ? static_cast<int>(code)
-                                                                                   : thread.exitCode.load();
+                                                                                    : thread.exitCode.load();
 }
 
 unsigned int ThreadId(Thread& thread) {

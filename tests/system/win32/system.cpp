@@ -118,9 +118,9 @@ ChildProcess::ChildProcess(const ChildRole& role, const Arguments& arguments, co
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process = {};
     const std::wstring directory = Wide(settings.directory);
-    const bool isStarted = CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE,
-                                          CREATE_UNICODE_ENVIRONMENT, environment.data(),
-                                          directory.empty() ? nullptr : directory.c_str(), &startup, &process) != 0;
+    const bool isStarted =
+        CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_UNICODE_ENVIRONMENT,
+                       environment.data(), directory.empty() ? nullptr : directory.c_str(), &startup, &process) != 0;
     Require(isStarted || GetLastError() == ERROR_DIRECTORY, "CreateProcess"); // a child that could not change there
     if (isStarted)
         CloseHandle(process.hThread);
