@@ -383,9 +383,12 @@ private:
     void TellFromEnd(Tag tag, int nShift);
 
     std::string_view TagName(int iPos) const;
-    std::string_view Data(int iPos, std::string& scratch) const; ///< scratch, or a part of the text
+    std::string_view TagName(int iPos, const char*& readable) const; ///< which is where what may be read ends
+    std::string_view DataView(int iPos) const;
+    bool PlainData(int iPos, std::string_view& text) const; ///< whether a part of the text is the data as it stands
     void AppendData(std::string& data, int iPos) const;
     Attribute AttributeAt(int iPos, int n) const;
+    Attribute FindAttribute(int iPos, int n) const;
     AttributeRange AttributesOf(int iPos) const;
     int AttribCount(int iPos) const;
     unsigned char GetPosition(int nOffset, int& line, int& column) const;

@@ -300,10 +300,10 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     Attribute attribute;
     const bool found = FindOrNote(iPos, name, attribute, nLeft);
     if (found) {
-        const int quote = attribute.m_isQuoted ? 1 : 0;
+        const int quote = attribute.m_found.isQuoted ? 1 : 0;
         nLeft -= quote;
-        nReplace = static_cast<int>(attribute.m_value.size()) + 2 * quote;
-        text.Put(attribute.m_hasEqualsSign ? "" : "=");
+        nReplace = static_cast<int>(attribute.m_found.value.size()) + 2 * quote;
+        text.Put(attribute.m_found.hasEqualsSign ? "" : "=");
     } else {
         nLeft = TagBodyEnd(iPos);
         // An attribute that was left without its value must not take this one's name for it.
@@ -324,13 +324,13 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
 // The blanks in front of it go with the attribute, unless it alone keeps its neighbours apart.
 unsigned char QzMarkup::RemoveAttrib(const char* szAttrib) {
     for (const Attribute& one : AttributesOf(m_iPos)) {
-        if (one.m_name != View(szAttrib))
+        if (one.m_found.name != View(szAttrib))
             continue;
         const std::string_view tag = m_text->Range(StartL(m_iPos), StartR(m_iPos) + 1);
-        const char* const last = one.m_hasEqualsSign
-                                     ? one.m_value.data() + one.m_value.size() + (one.m_isQuoted ? 1 : 0)
-                                     : one.m_name.data() + one.m_name.size();
-        auto from = static_cast<std::size_t>(one.m_name.data() - tag.data());
+        const char* const last = one.m_found.hasEqualsSign ? one.m_found.value.data() + one.m_found.value.size() +
+                                                                 (one.m_found.isQuoted ? 1 : 0)
+                                                           : one.m_found.name.data() + one.m_found.name.size();
+        auto from = static_cast<std::size_t>(one.m_found.name.data() - tag.data());
         const auto to = static_cast<std::size_t>(last - tag.data());
         constexpr std::string_view Blanks = " \t\r\n";
         if (tag.substr(to, 1).find_first_of(" \t\r\n/>") == 0)
@@ -376,9 +376,9 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute,
     const auto findIn = [&](const AttributeRange& range, int nInside) {
         for (const Attribute& one : range) {
             ++count;
-            if (one.m_name == name) {
+            if (one.m_found.name == name) {
                 attribute = one;
-                nValue = nInside + static_cast<int>(one.m_value.data() - range.m_inside);
+                nValue = nInside + static_cast<int>(one.m_found.value.data() - range.m_inside);
                 return true;
             }
         }
@@ -404,7 +404,7 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute,
         m_attributeNames->iPos = iPos;
         m_attributeNames->nChanges = m_text->Changes();
         for (const Attribute& one : all)
-            m_attributeNames->AddKnown(one.m_name);
+            m_attributeNames->AddKnown(one.m_found.name);
         if (!found)
             m_attributeNames->Add(name);
     });
