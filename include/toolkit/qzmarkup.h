@@ -358,6 +358,7 @@ private:
     struct Tag {
         int iPos = 0;
         bool isEnd = false;
+        bool operator==(const Tag& other) const { return iPos == other.iPos && isEnd == other.isEnd; }
     };
     /// A saved position, and the number of releases that had been made then.
     struct SavedPosAt : SavedPos {
@@ -395,6 +396,7 @@ private:
     /// Finds an attribute that is about to be set, and the offset of its value; false: it is about to be added.
     bool FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue);
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
+    bool IsNameAlone(int iPos, int nBodyEnd) const;
     /// Another text under the same records: their offsets are not moved. With GetDoc the only way to the text
     /// for what does not edit elements.
     void SetText(KeldMBString text);
