@@ -187,8 +187,8 @@ private:
     }
     KeldMBString(std::string_view part, std::ptrdiff_t readable)
         : m_text(part.size() <= Short && readable >= std::ptrdiff_t{Short} ? ShortCopyOf(part) : CopyOf(part)) {}
-    // A fixed number of bytes is copied without a call, and as few take no memory.
-    static constexpr int Short = 15;
+    // A fixed number of bytes is copied without a call; as few take no memory, whatever the C++ library.
+    static constexpr int Short = sizeof(std::string) >= 24 ? 15 : 10;
     static std::string ShortCopyOf(std::string_view part) noexcept {
         std::string copy(part.data(), Short);
         copy.resize(part.size());
