@@ -137,7 +137,9 @@ TEST(Markup, ReadsAttributes) {
         {"<a b=\"1\"'>'c='2'>", {{"b", "1"}, {"c", "2"}}},
         {"<a x:b-1.='' bb='2' b='3'>", {{"x:b-1.", ""}, {"bb", "2"}, {"b", "3"}}},
         {"<a a-name-without-value b='2'>", {{"a-name-without-value", ""}, {"b", "2"}}},
-        {"<a '=' b=\"2\"/>", {{"b", "2"}}},
+        {"<a b c='2'/>", {{"b", ""}, {"c", "2"}}},
+        {"<a / b='1'>", {{"b", "1"}}},
+        {"<a bb\"1\" c='2'/>", {{"bb\"1\"", ""}, {"c", "2"}}},
     };
     for (std::size_t i = 0; i < 2 * std::size(cases); ++i) { // what stands far from the text's end is read by blocks
         const auto& [tag, expected] = cases[i / 2];

@@ -265,7 +265,7 @@ bool NextAnyAttribute(const char*& p, const char* readable, TagAttribute& attrib
     }
     const char* const open = takeStop();
     const std::ptrdiff_t length = open - 1 - start;
-    if (!Is(*open, Quote) || open[-1] != '=' || length <= 0 || length > 16 || Is(*start, Quote) ||
+    if (!Is(*open, Quote) || open[-1] != '=' || length <= 0 || length > 16 || scan.readable - start < 16 ||
         (NameStops(Load16(start)) & ((1U << length) - 1)) != 0)
         return -1;
 
