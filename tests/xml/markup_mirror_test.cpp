@@ -266,11 +266,18 @@ constexpr unsigned char (QzMarkup::*AddSubDocs[2][2])(const char*) = {
     {&QzMarkup::AddSubDoc, &QzMarkup::InsertSubDoc}, {&QzMarkup::AddChildSubDoc, &QzMarkup::InsertChildSubDoc}};
 
 TEST(MarkupMirror, EditsAsATreeDoes) {
-    static const char* const Names[] = {"a", "b", "item", "x:y", "n-1.", "\xC3\xA9"};
+    static const char* const Names[] = {"a", "b", "item", "x:y", "n-1.", "\xC3\xA9", "of-seventeen-byte"};
     static const char* const Texts[] = {
-        "",       "t",          "two\r\nlines",
-        "<&>'\"", "&amp;&#65;", "]]",
-        "x]]>y",  " \t",        "a longer text, which moves what stands behind it by more than a few bytes"};
+        "",
+        "t",
+        "two\r\nlines",
+        "<&>'\"",
+        "&amp;&#65;",
+        "]]",
+        "x]]>y",
+        " \t",
+        "of fifteen byte",
+        "a longer text with <&>'\", which moves what stands behind it by more than a few bytes"};
     static const char* const Fragments[] = {"<a/>",
                                             "<b x='1'>t</b>",
                                             "<!--c--><a/>t<b><a/>\r\n  <b/></b>\n",
