@@ -442,6 +442,11 @@ std::size_t Converter::Call(const char* src, std::size_t length, bool isEnd, Out
     }
 }
 
+bool Converter::CopiesAscii(const char* src, std::size_t length, std::size_t unit) const {
+    return m_copiesAscii && m_fromTraits.asciiUnit == 1 && m_toTraits.asciiUnit == static_cast<int>(unit) &&
+           AsciiBytes(src, length, 1, m_nonAscii) == length;
+}
+
 bool Converter::CopyAscii(const char* src, std::size_t bytes, Output& out) const {
     const std::size_t units = bytes / static_cast<std::size_t>(m_fromTraits.asciiUnit);
     const std::size_t size = units * static_cast<std::size_t>(m_toTraits.asciiUnit);

@@ -39,6 +39,9 @@ public:
     /// Whether only a zero byte becomes a zero character.
     bool HasZeroBytesOnly() const { return m_fromTraits.asciiUnit == 1; }
 
+    /// Whether the text is of bytes that become units of that size, each with its byte's number.
+    bool CopiesAscii(const char* src, std::size_t length, std::size_t unit) const;
+
     /// Converts all of it into `room` bytes at `dst`.
     bool Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced);
 
@@ -183,6 +186,11 @@ Converted ConvertTo(std::basic_string<Char>& text, Converter& converter, const c
         const bool fits = TryMemory(
             [&] { text = std::basic_string<Char>(reinterpret_cast<const Char*>(piece), size / sizeof(Char)); });
         return fits ? Converted::Done : Converted::NoMemory;
+    }
+    if (length <= maxLength && converter.CopiesAscii(src, length, sizeof(Char))) {
+        const auto* const units = reinterpret_cast<const unsigned char*>(src);
+        return TryMemory([&] { text = std::basic_string<Char>(units, units + length); }) ? Converted::Done
+                                                                                         : Converted::NoMemory;
     }
     std::basic_string<Char> result;
     bool converted = false;
