@@ -9,6 +9,7 @@
 
 #include "base/keldcharset.h"
 #include "base/keldmemory.h"
+#include "toolkit/text/asciiunits.h"
 #include "toolkit/text/charsettraits.h"
 #include "toolkit/text/widecharset.h"
 
@@ -101,7 +102,7 @@ private:
     CharsetTraits m_fromTraits;
     bool m_isSameCharset = false;
     bool m_copiesAscii = false;
-    std::uint64_t m_nonAscii = 0; ///< of a word of the source
+    AsciiUnits m_ascii; ///< of the source
     bool m_isStateless = false;
     bool m_dropsLetters = false; ///< a name asks for it
     bool m_mayReplace = false;   ///< likewise
