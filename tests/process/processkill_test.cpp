@@ -15,41 +15,23 @@ using namespace Qzc;
 
 using ProcessLockKill = ProcessLock;
 
-TEST_F(ProcessLockKill, OthersGoOn) {
+// The callback runs in the guard.
+TEST_F(ProcessLockKill, InTheGuard) {
     lock.ProcessLockInit(name);
-    LogLines log;
-    const std::string gone = "warning  -100: a process ended while it had locked " + base;
-    const std::string halfWritten = gone + " for writing: the protected data may be half written";
-    const auto killAfter = [&](Arguments steps) {
-        log.Clear();
-        steps.insert(steps.begin(), base);
-        steps.push_back("die");
-        EXPECT_FALSE(ChildProcess(Holder, steps).Succeeds());
-    };
-    killAfter({"write"});
-    EXPECT_TRUE(lock.ReaderLock(false));
-    EXPECT_TRUE(log.Has(halfWritten));
-
-    // While this process reads, another one that reads is killed.
-    killAfter({"read"});
-    lock.ReaderUnlock();
-    EXPECT_EQ(Block()[1], 1U); // nobody has needed to know
-    EXPECT_TRUE(TakesToWrite());
-    EXPECT_TRUE(log.Has(gone + " for reading"));
-    EXPECT_FALSE(log.Has(halfWritten));
-    EXPECT_EQ(Block()[1], 0U);
-
-    // In the guard: the callback runs there.
-    killAfter({"die when called back", "change it by another object", "read"});
+    const LogLines log;
+    const Arguments does = {base, "die when called back", "change it by another object", "read"};
+    EXPECT_FALSE(ChildProcess(Holder, does).Succeeds());
     lock.ReaderLock(false);
     EXPECT_TRUE(lock.isLocked());
-    EXPECT_TRUE(log.Has(gone + " for reading"));
+    EXPECT_TRUE(log.Has("warning  -100: a process ended while it had locked " + base + " for reading"));
     EXPECT_EQ(Block()[1], 1U);
     lock.ReaderUnlock();
     EXPECT_TRUE(TakesToWrite());
+}
 
-    // While it waits: it has written nothing.
-    log.Clear();
+TEST_F(ProcessLockKill, WhileItWaits) {
+    lock.ProcessLockInit(name);
+    const LogLines log;
     for (int i = 0; i < 10; ++i) {
         lock.ReaderLock(false);
         ChildProcess writer(Holder, {base, "write"});
@@ -62,24 +44,14 @@ TEST_F(ProcessLockKill, OthersGoOn) {
         ASSERT_TRUE(lock.TimedWriterLock(60000));
         lock.WriterUnlock();
     }
-    EXPECT_TRUE(log.IsEmpty());
+    EXPECT_TRUE(log.IsEmpty()); // it had written nothing
 }
 
-TEST_F(ProcessLockKill, TheNextFindsItAsNew) {
-    const LogLines log;
-    for (const char* last : {"read", "write"}) {
-        EXPECT_FALSE(ChildProcess(Holder, {base, "change it by another object", last, "die"}).Succeeds());
-        EXPECT_EQ(lock.ProcessLockInit(name), 1U);
-        EXPECT_EQ(Block(), (Words{0, 0, 1}));
-        EXPECT_FALSE(lock.WriterLock(true));
-        EXPECT_TRUE(lock.isLocked());
-        EXPECT_TRUE(log.IsEmpty());
-        lock.ProcessLockRelease();
-    }
+// TearDown sees that any program's first opening takes away what the last one left.
+TEST_F(ProcessLockKill, AsTheLast) {
     EXPECT_FALSE(ChildProcess(Holder, {base, "die"}).Succeeds());
     EXPECT_FALSE(std::filesystem::is_empty(Directory()));
     EXPECT_TRUE(ChildProcess(Holder, {base + " other"}).Succeeds());
-    // TearDown sees that any program's first opening takes the rest away.
 }
 
 namespace {
@@ -136,26 +108,6 @@ const ChildRole Locker("locker", [](const Arguments& arguments) {
     return true;
 });
 
-// Does one thing again and again between two stops, as its parent lets it.
-const ChildRole Stepper("stepper", [](const Arguments& arguments) {
-    QzProcess own;
-    own.ProcessLockInit(KeldMBString(arguments[0]));
-    const auto round = [&] {
-        if (arguments[1] == "locks") {
-            { const QzProcessReaderLock reading(own, true); }
-            { const QzProcessWriterLock writing(own, true); }
-        } else {
-            own.ProcessLockRelease();
-            own.ProcessLockInit(KeldMBString(arguments[0]));
-        }
-    };
-    round(); // the linker's work is done by then
-    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-    raise(SIGSTOP);
-    round();
-    return raise(SIGSTOP) == 0;
-});
-
 } // namespace
 
 TEST_F(ProcessLockKill, AtAnyMoment) {
@@ -195,9 +147,9 @@ TEST_F(ProcessLockKill, BetweenAnyTwoInstructions) {
         GTEST_SKIP() << "an emulator traces no process";
     constexpr int Budget = 60000; // of single steps: some take long, and sanitizers make many of one
     lock.ProcessLockInit(name);
-    // Lets a child do so many instructions of one round, all of them if it comes to the end, and kills it.
-    const auto killAfter = [&](const char* what, int steps) {
-        ChildProcess child(Stepper, {base, what});
+    // Lets a child do so many instructions between its stops, all of them if it comes to the end, and kills it.
+    const auto killAfter = [&](const Arguments& does, int steps) {
+        ChildProcess child(Holder, does);
         const auto id = static_cast<pid_t>(child.Id());
         int status = 0;
         waitpid(id, &status, 0);
@@ -211,12 +163,18 @@ TEST_F(ProcessLockKill, BetweenAnyTwoInstructions) {
         }
     };
     const LogLines log; // some warnings
-    for (const char* what : {"locks", "opens"}) {
-        const int all = killAfter(what, Budget);
+    // Each is done once before: the linker's work.
+    const Arguments locks = {"read", "end reading", "write", "end writing", "stop"};
+    const Arguments opens = {"close", "open", "stop"};
+    for (const Arguments& round : {locks, opens}) {
+        Arguments does = {base};
+        for (const Arguments& steps : {round, round})
+            does.insert(does.end(), steps.begin(), steps.end());
+        const int all = killAfter(does, Budget);
         ASSERT_GT(all, 100);
         const int kills = std::min(150, 2 * Budget / all);
         for (int i = 0; i < kills; ++i) {
-            const int steps = killAfter(what, all * i / kills);
+            const int steps = killAfter(does, all * i / kills);
             ASSERT_TRUE(TakesToWrite()) << steps;
             lock.ReaderLock(true);
             ASSERT_TRUE(lock.isLocked()) << steps;

@@ -3,13 +3,13 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
-#include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <csignal>
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
 #include <unistd.h>
 
 #include "platform/sharedlock.h"
@@ -71,29 +71,39 @@ inline const ChildRole Holder("holder", [](const Arguments& arguments) {
     const Qzc::KeldMBString name(arguments[0]);
     Qzc::QzProcess lock;
     lock.ProcessLockInit(name);
-    const std::map<std::string, std::function<void()>> steps = {
-        {"read", [&] { lock.ReaderLock(true); }},
-        {"write", [&] { lock.WriterLock(true); }},
-        {"try to write", [&] { lock.TimedWriterLock(0); }},
-        {"unlock",
-         [&] {
-             lock.ReaderUnlock();
-             lock.WriterUnlock();
-         }},
-        {"change it by another object",
-         [&] {
-             Qzc::QzProcess other;
-             other.ProcessLockInit(name);
-             other.WriterLock(false);
-         }},
-        {"die when called back", [&] { lock.SetCallBack([](void*) { KillThisProcess(); }, nullptr); }},
-        {"nap", [] { AWhile(3); }},
-        {"die", [] { KillThisProcess(); }},
-    };
     for (std::size_t i = 1; i < arguments.size(); ++i) {
         if (arguments[i] == "again")
             i = 1;
-        steps.at(arguments[i])();
+        const std::string& step = arguments[i];
+        if (step == "read")
+            lock.ReaderLock(true);
+        else if (step == "write")
+            lock.WriterLock(true);
+        else if (step == "try to read")
+            lock.TimedReaderLock(0);
+        else if (step == "try to write")
+            lock.TimedWriterLock(0);
+        else if (step == "end reading")
+            lock.ReaderUnlock();
+        else if (step == "end writing")
+            lock.WriterUnlock();
+        else if (step == "close")
+            lock.ProcessLockRelease();
+        else if (step == "open")
+            lock.ProcessLockInit(name);
+        else if (step == "die when called back")
+            lock.SetCallBack([](void*) { KillThisProcess(); }, nullptr);
+        else if (step == "stop" && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) <= 0)
+            raise(SIGSTOP);
+        else if (step == "nap")
+            AWhile(3);
+        else if (step == "die")
+            KillThisProcess();
+        else if (step == "change it by another object") {
+            Qzc::QzProcess other;
+            other.ProcessLockInit(name);
+            other.WriterLock(false);
+        }
     }
     return true;
 });

@@ -25,23 +25,21 @@ TEST_F(NamedObject, LivesFromTheFirstOpenerToTheLast) {
     SharedMemory second;
     const SharedMemory::Options options = {8};
     const auto text = [&] { return std::string(static_cast<char*>(second.View()), 8); };
-    ASSERT_EQ(first.Open("life" + base, options), Opening::Created);
+    const std::string life = "life-" + std::to_string(ProcessId());
+    ASSERT_EQ(first.Open(life, options), Opening::Created);
     std::memcpy(first.View(), "abcdefgh", 8);
-    ASSERT_EQ(second.Open("life" + base, options), Opening::Opened);
+    ASSERT_EQ(second.Open(life, options), Opening::Opened);
     first.Close();
     EXPECT_EQ(text(), "abcdefgh");
     second.Close();
-    ASSERT_EQ(second.Open("life" + base, options), Opening::Created);
+    ASSERT_EQ(second.Open(life, options), Opening::Created);
     EXPECT_EQ(text(), std::string(8, '\0'));
 
     SharedMemory other;
-    EXPECT_EQ(other.Open("life" + base, {16}), Opening::Unfit);
+    EXPECT_EQ(other.Open(life, {16}), Opening::Unfit);
     EXPECT_EQ(other.Open("", {8}), Opening::Failed);
     using std::filesystem::perms;
-    std::string fileName = "life" + base;
-    for (std::size_t blank = 0; (blank = fileName.find(' ')) != std::string::npos;)
-        fileName.replace(blank, 1, "%20");
-    const auto file = Directory() / fileName;
+    const auto file = Directory() / life;
     EXPECT_EQ(std::filesystem::status(Directory()).permissions(), perms::owner_all);
     EXPECT_EQ(std::filesystem::status(file).permissions(), perms::owner_read | perms::owner_write);
     second.Close();
@@ -49,7 +47,7 @@ TEST_F(NamedObject, LivesFromTheFirstOpenerToTheLast) {
     // Somebody's link must not lead elsewhere.
     std::filesystem::create_directory(Directory());
     std::filesystem::create_symlink("/dev/null", file);
-    EXPECT_EQ(other.Open("life" + base, {8}), Opening::Failed);
+    EXPECT_EQ(other.Open(life, {8}), Opening::Failed);
     std::filesystem::remove(file);
 }
 
@@ -102,15 +100,25 @@ struct Opener {
 
 } // namespace
 
-// A random sequence of operations, of several openers and now and then another process, beside a model.
+// A random sequence of operations beside a model: of several openers and now and then another process, which may be
+// killed.
 TEST_F(ProcessLock, BehavesAsItsModel) {
+    const std::string gone = "warning  -100: a process ended while it had locked " + base + " for ";
+    LogLines log;
     Opener openers[4];
     std::uint64_t stamp = 0, attached = 0;
+    unsigned goneReaders = 0, goneWriters = 0; // whom nobody has missed yet
     const auto count = [&](const auto& has) { return std::count_if(std::begin(openers), std::end(openers), has); };
     const auto isOpen = [](const Opener& one) { return one.open; };
     const auto readers = [&] { return count([](const Opener& one) { return one.reads > 0; }); };
-    const auto isFree = [&](bool toWrite) {
-        return count([](const Opener& one) { return one.writes > 0; }) + (toWrite ? readers() : 0) == 0;
+    const auto isWritten = [&] { return count([](const Opener& one) { return one.writes > 0; }) > 0; };
+    const auto isFree = [&](bool toWrite) { return !isWritten() && (!toWrite || readers() == 0); };
+    // Who locks misses the writer that is gone; who locks for writing the readers too, even if others still read.
+    const auto missThoseThatAreGone = [&](bool toWrite) {
+        if (isWritten())
+            return;
+        goneWriters = 0;
+        goneReaders = toWrite ? 0 : goneReaders;
     };
     EXPECT_EQ(lock.ProcessLockInit(KeldMBString()), 0U);
     EXPECT_EQ(lock.WaitForValidSignal(nullptr), 0xFFFFFFFFUL);
@@ -121,17 +129,23 @@ TEST_F(ProcessLock, BehavesAsItsModel) {
         const bool writes = random() % 2 == 0;
         int& nested = writes ? one.writes : one.reads;
         const unsigned operation = random() % 16;
+        const unsigned goneBefore[] = {goneReaders, goneWriters};
+        log.Clear();
         if (operation < 8) { // lock
             const bool timed = random() % 2 == 0;
             const bool notify = random() % 2 == 0;
             const bool gets = one.IsUsable() && (nested > 0 || isFree(writes));
             if (one.IsUsable() && !gets && !timed)
                 continue; // it would wait
+            if (one.IsUsable() && nested == 0)
+                missThoseThatAreGone(writes);
             const bool changed = gets && nested == 0 && one.lastStamp != stamp;
             const bool result = !timed   ? (writes ? one.lock.WriterLock(notify) : one.lock.ReaderLock(notify))
                                 : writes ? one.lock.TimedWriterLock(0, notify)
                                          : one.lock.TimedReaderLock(0, notify);
             ASSERT_EQ(result, timed ? gets : changed);
+            ASSERT_EQ(log.Has(gone + "writing: the protected data may be half written"), goneWriters < goneBefore[1]);
+            ASSERT_EQ(log.Has(gone + "reading"), goneReaders < goneBefore[0]);
             one.expectedCalls += changed && notify ? 1 : 0;
             if (gets && nested++ == 0)
                 one.lastStamp = writes ? ++stamp : stamp;
@@ -152,16 +166,23 @@ TEST_F(ProcessLock, BehavesAsItsModel) {
             one.open = false;
             one.reads = one.writes = 0;
             if (count(isOpen) == 0)
-                stamp = attached = 0;
-        } else if (random() % 20 == 0 && count(isOpen) > 0) {
-            ASSERT_TRUE(ChildProcess(Holder, {base, "try to write"}).Succeeds());
-            ++attached;
-            stamp += isFree(true) ? 1 : 0;
+                stamp = attached = goneReaders = goneWriters = 0;
+        } else if (random() % 8 == 0) {
+            const bool dies = random() % 2 == 0;
+            const Arguments does = {base, writes ? "try to write" : "try to read", dies ? "die" : "end"};
+            ASSERT_EQ(ChildProcess(Holder, does).Succeeds(), !dies);
+            if (count(isOpen) != 0) { // else nothing is left of it
+                ++attached;
+                missThoseThatAreGone(writes);
+                stamp += writes && isFree(true) ? 1 : 0;
+                (writes ? goneWriters : goneReaders) += dies && isFree(writes) ? 1 : 0;
+            }
         }
         ASSERT_EQ(one.lock.isLocked(), one.reads + one.writes > 0);
         ASSERT_EQ(one.calls, one.expectedCalls);
         if (step % 16 == 0) {
-            ASSERT_EQ(Block(), (count(isOpen) == 0 ? Words() : Words{stamp, std::uint64_t(readers()), attached}));
+            const auto reading = static_cast<std::uint64_t>(readers()) + goneReaders;
+            ASSERT_EQ(Block(), (count(isOpen) == 0 ? Words() : Words{stamp, reading, attached}));
         }
     }
 }

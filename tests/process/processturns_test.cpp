@@ -64,7 +64,7 @@ TEST_F(ProcessLockTurns, NeitherSideIsShutOut) {
     constexpr unsigned Patience = 60000; // for what comes soon or, if it is broken, never
     lock.ProcessLockInit(name);
     {
-        const Arguments readsForEver = {base, "read", "nap", "unlock", "again"};
+        const Arguments readsForEver = {base, "read", "nap", "end reading", "again"};
         ChildProcess readers[] = {ChildProcess(Holder, readsForEver), ChildProcess(Holder, readsForEver),
                                   ChildProcess(Holder, readsForEver)};
         for (int i = 0; i < 5; ++i) {
@@ -73,7 +73,7 @@ TEST_F(ProcessLockTurns, NeitherSideIsShutOut) {
             lock.WriterUnlock();
         }
     }
-    const Arguments writesForEver = {base, "write", "nap", "unlock", "again"};
+    const Arguments writesForEver = {base, "write", "nap", "end writing", "again"};
     ChildProcess writers[] = {ChildProcess(Holder, writesForEver), ChildProcess(Holder, writesForEver)};
     for (int i = 0; i < 20; ++i) {
         AWhile(3);
