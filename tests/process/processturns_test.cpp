@@ -1,5 +1,7 @@
 // How long one waits for the others.
 
+#include <atomic>
+
 #include "process/processlock.h"
 #include "support.h"
 
@@ -60,24 +62,41 @@ TEST_F(ProcessLockTurns, WaitAsLongAsTheyAreTold) {
     EXPECT_TRUE(lock.isLocked());
 }
 
-TEST_F(ProcessLockTurns, NeitherSideIsShutOut) {
-    constexpr unsigned Patience = 60000; // for what comes soon or, if it is broken, never
+TEST_F(ProcessLockTurns, ReadersShutNoWriterOut) {
     lock.ProcessLockInit(name);
-    {
-        const Arguments readsForEver = {base, "read", "nap", "end reading", "again"};
-        ChildProcess readers[] = {ChildProcess(Holder, readsForEver), ChildProcess(Holder, readsForEver),
-                                  ChildProcess(Holder, readsForEver)};
-        for (int i = 0; i < 5; ++i) {
-            AWhile();
-            ASSERT_TRUE(lock.TimedWriterLock(Patience));
-            lock.WriterUnlock();
-        }
+    const Arguments readsForEver = {base, "read", "nap", "end reading", "again"};
+    ChildProcess readers[] = {ChildProcess(Holder, readsForEver), ChildProcess(Holder, readsForEver),
+                              ChildProcess(Holder, readsForEver)};
+    for (int i = 0; i < 5; ++i) {
+        AWhile();
+        ASSERT_TRUE(lock.TimedWriterLock(60000)); // which comes soon or, if it is broken, never
+        lock.WriterUnlock();
     }
-    const Arguments writesForEver = {base, "write", "nap", "end writing", "again"};
-    ChildProcess writers[] = {ChildProcess(Holder, writesForEver), ChildProcess(Holder, writesForEver)};
-    for (int i = 0; i < 20; ++i) {
-        AWhile(3);
-        ASSERT_TRUE(lock.TimedReaderLock(Patience));
-        lock.ReaderUnlock();
-    }
+}
+
+TEST_F(ProcessLockTurns, WhoHasWaitedForLongComesFirst) {
+    using Platform::SharedMutex;
+    Platform::SharedMemory memories[2];
+    for (Platform::SharedMemory& memory : memories)
+        memory.Open(base, {64});
+    auto& state = *static_cast<SharedMutex::State*>(memories[0].View());
+    SharedMutex first(memories[0], state);
+    SharedMutex second(memories[1], *static_cast<SharedMutex::State*>(memories[1].View()));
+    ASSERT_TRUE(first.TryTake());
+    std::atomic<bool> wasRefused{false};
+    Together(
+        [&] {
+            second.Wait(Platform::SharedMemory::Clock::now() + std::chrono::hours(1));
+            while (!wasRefused)
+                std::this_thread::yield();
+            second.Release();
+        },
+        [&] {
+            while ((state.flags.load(std::memory_order_relaxed) & 2) == 0) // not said yet
+                AWhile(1);
+            first.Release();
+            EXPECT_FALSE(first.TryTake());
+            wasRefused = true;
+        });
+    EXPECT_TRUE(first.TryTake());
 }
