@@ -87,6 +87,7 @@ static const volatile char s_several = 0;
 const volatile char& s_isOnlyThread = s_several;
 
 static std::int64_t s_longestWait = 0; ///< the last one
+static bool s_isWoken = false;         ///< how a wait ends that nobody plays
 
 void RaiseShield() {}
 void LowerShield() {
@@ -94,7 +95,7 @@ void LowerShield() {
 }
 bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds) {
     s_longestWait = microseconds;
-    return Interleaving::Sleep(word, expected, microseconds >= 0);
+    return Interleaving::Sleep(word, expected, microseconds >= 0) || s_isWoken;
 }
 void WakeOneWaiter(const void* word) {
     Interleaving::Wake(word, false);
@@ -291,6 +292,11 @@ TEST(Interleaving, BinaryLockLosesNoOtherWake) {
         BinaryLock().Sleep(naps);
         EXPECT_TRUE(s_longestWait > 0 && s_longestWait <= 8000);
     }
+    s_isWoken = true;
+    BinaryLock().Sleep(naps);
+    BinaryLock().Sleep(naps); // the first one after a wake
+    EXPECT_EQ(s_longestWait, 1000);
+    s_isWoken = false;
 }
 
 TEST(Interleaving, ReadWriteLock) {
