@@ -47,8 +47,17 @@ TEST_F(ProcessLockKill, WhileItWaits) {
     EXPECT_TRUE(log.IsEmpty()); // it had written nothing
 }
 
-// TearDown sees that any program's first opening takes away what the last one left.
+// The next one finds it as new.
 TEST_F(ProcessLockKill, AsTheLast) {
+    const LogLines log;
+    for (const char* last : {"read", "write"}) {
+        EXPECT_FALSE(ChildProcess(Holder, {base, "change it by another object", last, "die"}).Succeeds());
+        EXPECT_EQ(lock.ProcessLockInit(name), 1U);
+        EXPECT_EQ(Block(), (Words{0, 0, 1}));
+        EXPECT_TRUE(lock.TimedWriterLock(0) && log.IsEmpty());
+        lock.ProcessLockRelease();
+    }
+    // TearDown sees that any program's first opening takes away what is left.
     EXPECT_FALSE(ChildProcess(Holder, {base, "die"}).Succeeds());
     EXPECT_FALSE(std::filesystem::is_empty(Directory()));
     EXPECT_TRUE(ChildProcess(Holder, {base + " other"}).Succeeds());

@@ -46,7 +46,9 @@ TEST_F(NamedObject, LivesFromTheFirstOpenerToTheLast) {
     EXPECT_FALSE(std::filesystem::exists(file));
     // Somebody's link must not lead elsewhere.
     std::filesystem::create_directory(Directory());
-    std::filesystem::create_symlink("/dev/null", file);
+    const ScratchDirectory scratch;
+    WriteBytes(scratch / "elsewhere", "");
+    std::filesystem::create_symlink(scratch / "elsewhere", file);
     EXPECT_EQ(other.Open(life, {8}), Opening::Failed);
     std::filesystem::remove(file);
 }

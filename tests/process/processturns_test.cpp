@@ -74,6 +74,21 @@ TEST_F(ProcessLockTurns, ReadersShutNoWriterOut) {
     }
 }
 
+TEST_F(ProcessLockTurns, AWaitingWriterLetsReadersIn) {
+    QzProcess writer;
+    QzProcess reader;
+    for (QzProcess* one : {&lock, &writer, &reader})
+        one->ProcessLockInit(name);
+    lock.ReaderLock(false);
+    Together([&] { EXPECT_TRUE(writer.TimedWriterLock(60000)); },
+             [&] {
+                 AWhile();
+                 EXPECT_TRUE(reader.TimedReaderLock(20000));
+                 reader.ReaderUnlock();
+                 lock.ReaderUnlock();
+             });
+}
+
 TEST_F(ProcessLockTurns, WhoHasWaitedForLongComesFirst) {
     using Platform::SharedMutex;
     Platform::SharedMemory memories[2];
