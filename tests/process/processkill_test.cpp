@@ -172,13 +172,8 @@ TEST_F(ProcessLockKill, BetweenAnyTwoInstructions) {
         }
     };
     const LogLines log; // some warnings
-    // Each is done once before: the linker's work.
-    const Arguments locks = {"read", "end reading", "write", "end writing", "stop"};
-    const Arguments opens = {"close", "open", "stop"};
-    for (const Arguments& round : {locks, opens}) {
-        Arguments does = {base};
-        for (const Arguments& steps : {round, round})
-            does.insert(does.end(), steps.begin(), steps.end());
+    for (const char* what : {"use", "open anew"}) {
+        const Arguments does = {base, what, "stop", what, "stop"}; // at first the linker has work
         const int all = killAfter(does, Budget);
         ASSERT_GT(all, 100);
         const int kills = std::min(150, 2 * Budget / all);

@@ -75,7 +75,15 @@ inline const ChildRole Holder("holder", [](const Arguments& arguments) {
         if (arguments[i] == "again")
             i = 1;
         const std::string& step = arguments[i];
-        if (step == "read")
+        if (step == "stop" && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) <= 0) {
+            raise(SIGSTOP);
+        } else if (step == "use") {
+            { const Qzc::QzProcessReaderLock reading(lock, true); }
+            { const Qzc::QzProcessWriterLock writing(lock, true); }
+        } else if (step == "open anew") {
+            lock.ProcessLockRelease();
+            lock.ProcessLockInit(name);
+        } else if (step == "read")
             lock.ReaderLock(true);
         else if (step == "write")
             lock.WriterLock(true);
@@ -87,14 +95,8 @@ inline const ChildRole Holder("holder", [](const Arguments& arguments) {
             lock.ReaderUnlock();
         else if (step == "end writing")
             lock.WriterUnlock();
-        else if (step == "close")
-            lock.ProcessLockRelease();
-        else if (step == "open")
-            lock.ProcessLockInit(name);
         else if (step == "die when called back")
             lock.SetCallBack([](void*) { KillThisProcess(); }, nullptr);
-        else if (step == "stop" && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) <= 0)
-            raise(SIGSTOP);
         else if (step == "nap")
             AWhile(3);
         else if (step == "die")
