@@ -23,7 +23,7 @@ unsigned char TakeOne(void*, const QzLogItem& item) {
 
 unsigned char TakeAll(void*, const KeldArray<QzLogItem>& items) {
     if (s_quota == 0)
-        return 0;
+        throw 2;
     --s_quota;
     for (const QzLogItem& item : items)
         s_taken += std::string(item.m_strDescription.View()) + "\n";
@@ -213,6 +213,7 @@ TEST_F(LogTest, FollowsTheModel) {
         const auto meddle = [&] {
             const std::string file = directory + "/" + model.current;
             const bool isThere = model.IsFile() && model.isOpen && std::filesystem::exists(file);
+            const bool isWhole = isThere && std::filesystem::file_size(file) != 0;
             std::string& lines = model.files[isThere ? model.current : "none"];
             switch (upTo(isThere ? 4 : 1)) {
             case 0: s_quota = model.quota = static_cast<std::size_t>(upTo(6)); break;
@@ -236,6 +237,13 @@ TEST_F(LogTest, FollowsTheModel) {
                 if (model.sink == Log::Text) {
                     std::ofstream(file, std::ios::app) << "other\n";
                     lines += "other\n";
+                } else if (model.saves && model.toDisk == 1 && isWhole) {
+                    // What a killed process may leave; the item that comes next is written behind the last whole one.
+                    const std::string bytes = ReadBytes(file);
+                    const std::size_t sizes[] = {0, 8, 65501, 65504, 65507, 65511, 65512, 200000};
+                    const std::string item = "<LogItem>\r\n<Description>" + std::string(sizes[upTo(7)], 'x');
+                    WriteBytes(file, bytes.substr(0, bytes.size() - 1 - static_cast<std::size_t>(upTo(7))) +
+                                         (upTo(1) == 0 ? item : ""));
                 }
             }
             model.files.erase("none");
