@@ -445,17 +445,17 @@ TEST_F(LogTest, FullDiskTakesWholeItems) {
             EXPECT_EQ(RecordAll(std::vector<std::string>(1999, message)), 0);
             EXPECT_EQ(std::filesystem::file_size(m_file), empty + item);
         }
-        {
-            const FullDisk disk(empty + 1000 * item + item / 2);
+        for (const unsigned room : {1000U, 1005U, 1009U}) { // some of them filled by steps of few items
+            const FullDisk disk(empty + room * item + item / 2);
             EXPECT_EQ(Record("behind"), 0);
-            EXPECT_EQ(std::filesystem::file_size(m_file), empty + 1000 * item);
+            EXPECT_EQ(std::filesystem::file_size(m_file), empty + room * item);
         }
         log.SetQueryMaxNum(3000);
         EXPECT_EQ(Record("last"), 1);
         std::string all;
         for (int i = 0; i < 2000; ++i)
             all += message + ";";
-        ExpectFile(mode, all + "behind;last;");
+        ExpectFile(mode, all + "behind;behind;behind;last;");
     }
     // Where others have the file open, what was left becomes an empty line.
     log.Open(K(m_file), 0);
