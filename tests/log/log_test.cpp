@@ -136,8 +136,9 @@ TEST_F(LogTest, ErrorsAreStacked) {
     Record("warning", Log::warning);
     for (int i = 0; i < 1003; ++i)
         log.RecordLog(i % 2 == 0 ? Log::error : Log::fatal, i, K("e" + std::to_string(i)), "f.cpp", i);
+    QzErrorObj::Entry entry;
+    EXPECT_FALSE(errors.GetAt(1000, entry));
     for (int i = 0; i < 1000; ++i) {
-        QzErrorObj::Entry entry;
         ASSERT_TRUE(errors.GetAt(i, entry));
         EXPECT_EQ(entry.m_strMessage + entry.m_strCodeFile, K("e" + std::to_string(1002 - i) + "f.cpp"));
         EXPECT_TRUE(entry.m_nCode == 1002 - i && entry.m_nCodeLine == 1002 - i);
