@@ -2,7 +2,8 @@
 """Makes a page of the reference out of a guide: Doxygen runs it over each Markdown file and reads what it prints.
 
 Guides are written to be read as they stand, too. Their links lead to each other's files and headings, to headers and
-to sources; here they become references, headings get the labels that these name, and links out of the site go.
+to sources; here they become references, headings get the labels that these name, links out of the site go, and the names of
+classes become links.
 """
 
 import pathlib
@@ -11,6 +12,27 @@ import sys
 
 HEADING = re.compile(r"^(#+) (.+)$")
 LINK = re.compile(r"(?<!!)\[([^\]]+)\]\(([^)\s]+)\)")
+
+
+CODE = re.compile(r"(?<!\[)`((?:Qz|Keld)\w+)((?:::\w+)?)`(?!\])")
+CLASS = re.compile(r"^(?:class|struct) (?:\w+_API )?(\w+)(?: : [^;]+)? \{", re.MULTILINE)
+
+
+def classes(include):
+    """The public classes, each with its namespace."""
+    found = {}
+    for header in include.rglob("*.h"):
+        text = header.read_text(encoding="utf-8")
+        space = "KELD" if "namespace KELD {" in text else "Qzc"
+        found.update((name, f"{space}::{name}") for name in CLASS.findall(text))
+    return found
+
+
+def code(names, match):
+    """A class, or a member of one, as a link to it."""
+    if match[1] not in names:
+        return match[0]
+    return f"[{match[1]}{match[2]}](@ref {names[match[1]]}{match[2]})"
 
 
 def page(stem):
@@ -44,6 +66,7 @@ def reference(stem, text, target):
 
 def main():
     path = pathlib.Path(sys.argv[1])
+    names = classes(pathlib.Path(__file__).resolve().parents[2] / "include")
     fenced = False
     first = True
     for line in path.read_text(encoding="utf-8").splitlines():
@@ -56,6 +79,7 @@ def main():
             first = False
         elif not fenced and not line.startswith("    "):
             line = LINK.sub(lambda link: reference(path.stem, link[1], link[2]), line)
+            line = CODE.sub(lambda match: code(names, match), line)
         print(line)
 
 

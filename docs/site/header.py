@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Shows a public header to Doxygen as its reader understands it; what it prints has as many meanings and no more:
+"""Shows a public header to Doxygen as its reader understands it:
 
 - `// ---- Title: text` starts a group of members.
 - A comment holds for what it stands above, and for what follows at once without a comment of its own where that is the
   same thing again: an overload, the other comparisons, `end` after `begin`, a setter and its getter, the other end of a text.
-- A guide's file is the guide.
+- What a comment indents is a program; a guide's file is the guide.
 - QzStyle passes on what QzStyleEx does.
 - What is deleted cannot be copied, and what is defaulted needs no words.
 
@@ -18,6 +18,7 @@ import sys
 GROUP = re.compile(r"^( *)// ---- ?(.*)$")
 COMPARISONS = ("operator==", "operator!=", "operator<", "operator>", "operator<=", "operator>=")
 FORWARDER = re.compile(r"(?:return StyleEx|NeedStyleEx)\(\)\.(\w+)\(")
+CONSTRUCTOR = re.compile(r" *(template <.*> )?(constexpr |explicit )*~?\w+\(")
 SPECIAL = re.compile(r"= (delete|default);")
 
 
@@ -93,6 +94,16 @@ class Header:
         self.words = []  # and its comment
         self.group = False
 
+    def with_code(self):
+        """Lines that a comment indents are a program's."""
+        inside = False
+        for line in [*self.out, ""]:
+            program = re.match(r" *///     +\S", line) is not None
+            if program != inside and (program or not re.match(r" *///$", line)):
+                yield "/// @code{.cpp}" if program else "/// @endcode"
+                inside = program
+            yield line
+
     def end_group(self):
         if self.group:
             self.out.append("/// @}")
@@ -116,7 +127,7 @@ class Header:
                 at = self.close(at, bare)
             else:
                 at = self.declaration(at)
-        return "\n".join(self.out)
+        return "\n".join(self.with_code())
 
     def start_group(self, at, group):
         self.end_group()
@@ -188,15 +199,15 @@ class Header:
             self.known = name
             self.words = self.comment or [indent + "/// " + line.split("///<")[1].strip()
                                           for line in lines if "///<" in line]
-        elif special and special[1] == "default" and not re.search(r"\w\(\) = default", text):
-            lines = []
         elif special and special[1] == "delete":
             self.out.append(indent + "/// Not to be copied.")
+        elif re.match(r" *(constexpr )?(\w+)\(\)( = default)?;", text):
+            self.out.append(indent + "/// A new one.")
         elif special:
-            lines = [] if "~" in text else [indent + "/// An empty one.", *lines]
+            lines = []
         elif forwarder:
             self.out.append(f"{indent}/// See QzStyleEx::{forwarder[1]}.")
-        elif is_same(name, self.known):
+        elif not CONSTRUCTOR.match(text) and is_same(name, self.known):
             self.out += self.words
         elif self.word_for(name, text, lines):
             self.out.append(f"{indent}/// {self.word_for(name, text, lines)}")

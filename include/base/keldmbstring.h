@@ -43,10 +43,10 @@ public:
     /// A text that is only looked at, wherever it lies.
     class Argument {
     public:
-        Argument(const char* text) : m_text(Text(text)) {} ///< up to the terminator; null is empty
-        Argument(const KeldMBString& text) : m_text(text.m_text) {}
-        Argument(std::string_view text) : m_text(text) {}
-        std::string_view View() const { return m_text; } ///< the text that it looks at
+        Argument(const char* text) : m_text(Text(text)) {}          ///< up to the terminator; null is empty
+        Argument(const KeldMBString& text) : m_text(text.m_text) {} ///< all of it
+        Argument(std::string_view text) : m_text(text) {}           ///< all of it
+        std::string_view View() const { return m_text; }            ///< the text that it looks at
 
     private:
         std::string_view m_text;
@@ -59,8 +59,8 @@ public:
     explicit KeldMBString(Char c, int count = 1) { ///< of a char alone, not of a number
         Fill(c, count);
     }
-    explicit KeldMBString(std::string text);
-    explicit KeldMBString(std::string_view text) : m_text(CopyOf(text)) {}
+    explicit KeldMBString(std::string text);                               ///< all of it
+    explicit KeldMBString(std::string_view text) : m_text(CopyOf(text)) {} ///< all of it
     KeldMBString(const KeldMBString& other) noexcept : m_text(CopyOf(other.m_text)), m_charset(other.m_charset) {}
     KeldMBString(KeldMBString&& other) noexcept = default;
     KeldMBString& operator=(const KeldMBString& other) noexcept {

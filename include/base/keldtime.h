@@ -11,8 +11,8 @@ namespace KELD {
 /// both directions: times beyond read as the last second of those. Any thread.
 class MOBASE_API KeldTime {
 public:
-    KeldTime() = default; ///< 1970-01-01 00:00:00 UTC
-    explicit KeldTime(std::int64_t seconds) : m_seconds(seconds) {}
+    KeldTime() = default;                                           ///< 1970-01-01 00:00:00 UTC
+    explicit KeldTime(std::int64_t seconds) : m_seconds(seconds) {} ///< since 1970-01-01 UTC
     /// Local time. Values beyond their range count on, so that day 0 is the last of the month before. A time
     /// that the calendar cannot hold gives that of the default constructor.
     KeldTime(int year, int month, int day, int hour, int minute, int second);

@@ -10,6 +10,7 @@ namespace Qzc {
 class QzColorValue3D {
 public:
     constexpr QzColorValue3D() = default; ///< opaque white
+    /// From its parts.
     constexpr QzColorValue3D(double r, double g, double b, double a = 1) : red(r), green(g), blue(b), alpha(a) {}
 
     /// From a packed value: red in the low byte, then green, blue and alpha. The colours that KELDRGB makes

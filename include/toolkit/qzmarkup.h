@@ -45,9 +45,9 @@ class MarkupText;
 /// a document that is edited or navigated is used by one thread at a time.
 class MOTOOLKIT_API QzMarkup {
 public:
-    QzMarkup(); ///< an empty document, not well formed, in the current charset
-    explicit QzMarkup(const char* szDoc);
-    QzMarkup(const QzMarkup& other); ///< copies text, records, positions and saved positions
+    QzMarkup();                           ///< an empty document, not well formed, in the current charset
+    explicit QzMarkup(const char* szDoc); ///< parses the text, as SetDoc
+    QzMarkup(const QzMarkup& other);      ///< copies text, records, positions and saved positions
     QzMarkup(QzMarkup&& other) noexcept;
     QzMarkup& operator=(QzMarkup other) noexcept;
     ~QzMarkup();

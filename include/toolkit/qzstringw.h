@@ -35,10 +35,10 @@ public:
     static constexpr int MaxLength = KeldMBString::MaxLength / static_cast<int>(sizeof(wchar_t));
 
     QzStringW() = default;
-    QzStringW(const KeldMBString& text); ///< FromString with the text's own charset
-    QzStringW(std::wstring text);
-    QzStringW(std::wstring_view text) : m_text(CopyOf(text)) {}
-    QzStringW(const wchar_t* text) : m_text(CopyOf(Text(text))) {}
+    QzStringW(const KeldMBString& text);                           ///< FromString with the text's own charset
+    QzStringW(std::wstring text);                                  ///< all of it
+    QzStringW(std::wstring_view text) : m_text(CopyOf(text)) {}    ///< all of it
+    QzStringW(const wchar_t* text) : m_text(CopyOf(Text(text))) {} ///< up to the terminator
     QzStringW(const wchar_t* text, int length); ///< exactly `length` units; a negative length counts as 0
     QzStringW(const QzStringW& other) noexcept : m_text(CopyOf(other.m_text)) {}
     QzStringW(QzStringW&& other) noexcept = default;
