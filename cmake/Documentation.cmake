@@ -28,3 +28,13 @@ add_custom_command(OUTPUT ${docs_output}/made
     COMMENT "Making the reference"
     VERBATIM)
 add_custom_target(docs DEPENDS ${docs_output}/made)
+
+# Made when it is installed; nobody else waits for it.
+install(CODE "
+    execute_process(COMMAND \"${CMAKE_COMMAND}\" --build \"${PROJECT_BINARY_DIR}\" --target docs
+        COMMAND_ERROR_IS_FATAL ANY)
+    " COMPONENT documentation EXCLUDE_FROM_ALL)
+install(DIRECTORY ${docs_output}/html DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/motoolkit-doc
+    COMPONENT documentation EXCLUDE_FROM_ALL)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/motoolkit-doc
+    COMPONENT documentation EXCLUDE_FROM_ALL)
