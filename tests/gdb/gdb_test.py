@@ -28,7 +28,7 @@ EXPECTED = {
              r'"<map><layer name=\"Rivers\"/><layer name=\"Roads\"><item/></layer></map>"}',
     "markup": 'QzMarkup at /map/layer = {child = "item", encoding = UTF8, text = '
               r'"<map><layer name=\"Lakes\"/><layer name=\"Roads\"><item/></layer></map>"}',
-    "moved": "QzMarkup, moved away",
+    "malformed": 'QzMarkup at its start = {encoding = UTF8, error = ", End tag does not correspond to b", text = "<a><b></a>"}',
 }
 
 

@@ -5,9 +5,12 @@ core files as well, and looks into standard containers by the printers of the C+
 """
 
 import datetime
+import itertools
+import re
 
 import gdb
 import gdb.printing
+import gdb.types
 
 # The charsets that Python reads; the others are shown byte by byte.
 CODECS = {
@@ -22,6 +25,7 @@ CURRENT, WIDE = 1, 132
 
 SHOWN_BYTES = 2000  # of a text
 SHOWN_PARENTS = 16  # of an element
+COUNTED = 1000  # elements, where the number stands nowhere
 
 
 def charset_name(number):
@@ -60,7 +64,7 @@ def quoted(text, isWhole=True):
 
 
 def has_field(value, name):
-    return any(field.name == name for field in value.type.strip_typedefs().fields())
+    return gdb.types.has_field(value.type.strip_typedefs(), name)
 
 
 def string_bytes(value, unit=1):
@@ -86,13 +90,17 @@ def libcxx_string(value):
 
 
 def pointer_of(value):
-    """What a std::unique_ptr points to, as a pointer."""
-    value = value["_M_t"] if has_field(value, "_M_t") else value["__ptr_"]
-    while value.type.strip_typedefs().code != gdb.TYPE_CODE_PTR:
-        fields = value.type.strip_typedefs().fields()
-        heads = [field for field in fields if field.name == "_M_head_impl"]
-        value = value[heads[0] if heads else fields[0]]
-    return value
+    """What a std::unique_ptr points to: the first pointer in it, however deep its parts lie. None where there is none."""
+    if value.type.strip_typedefs().code == gdb.TYPE_CODE_PTR:
+        return value
+    if value.type.strip_typedefs().code != gdb.TYPE_CODE_STRUCT:
+        return None
+    for field in value.type.strip_typedefs().fields():
+        if hasattr(field, "bitpos"):  # no static member
+            found = pointer_of(value[field])
+            if found is not None:
+                return found
+    return None
 
 
 def text_of(value):
@@ -123,50 +131,59 @@ class WideTextPrinter:
 
 
 class ContainerPrinter:
-    """Shows the elements that the printer of a standard container gives."""
+    """Shows the elements that the printer of a standard container gives, one by one: before it is initialised, a
+    container may seem to have any number of them."""
 
-    def __init__(self, value, name, items, hint="array"):
+    def __init__(self, name, items, hint="array"):
         self.name = name
         self.items = items
         self.hint = hint
-        printer = gdb.default_visualizer(items) if items is not None else None
-        self.elements = list(printer.children()) if printer is not None else []
-        self.isKnown = items is None or printer is not None
+        self.inner = gdb.default_visualizer(items) if items is not None else None
 
     def to_string(self):
-        if not self.isKnown:
+        if self.items is None:
+            return f"{self.name} of 0"
+        if self.inner is None:
             return f"{self.name}, which needs the printers of the C++ library"
-        count = len(self.elements) // (2 if self.hint == "map" else 1)
-        return f"{self.name} of {count}"
+        return f"{self.name} of {self.count()}"
+
+    def count(self):
+        told = re.search(r"(?:length|with|size=) ?(\d+)", str(self.inner.to_string()))
+        if told:
+            return told[1]
+        count = sum(1 for _ in itertools.islice(self.inner.children(), COUNTED + 1))
+        return str(count) if count <= COUNTED else f"more than {COUNTED}"
 
     def children(self):
-        return iter(self.elements)
+        return self.inner.children() if self.inner is not None else iter(())
 
     def display_hint(self):
         return self.hint
 
 
 def array_printer(value):
-    return ContainerPrinter(value, "KeldArray", value["m_items"])
+    return ContainerPrinter("KeldArray", value["m_items"])
 
 
 def list_printer(value):
     pointer = pointer_of(value["m_items"])
-    return ContainerPrinter(value, "KeldList", pointer.dereference() if int(pointer) != 0 else None)
+    return ContainerPrinter("KeldList", pointer.dereference() if int(pointer) != 0 else None)
 
 
 def dict_printer(value):
-    return ContainerPrinter(value, "KeldDict", value["m_entries"], "map")
+    return ContainerPrinter("KeldDict", value["m_entries"], "map")
 
 
 class HashPrinter(ContainerPrinter):
     """The list's elements are pairs: their halves become a map's keys and values."""
 
     def __init__(self, value):
-        super().__init__(value, "QzHash", value["m_entries"])
-        self.hint = "map"
-        self.elements = [(f"{name}.{half}", entry[half]) for name, entry in self.elements
-                         for half in ("first", "second")]
+        super().__init__("QzHash", value["m_entries"], "map")
+
+    def children(self):
+        for name, entry in super().children():
+            yield f"{name}.first", entry["first"]
+            yield f"{name}.second", entry["second"]
 
 
 class TimePrinter:
@@ -183,14 +200,12 @@ class TimePrinter:
 
 
 class MarkupPrinter:
-    """An XML document: where it stands. A document that has no text any more was moved away."""
+    """An XML document: where it stands."""
 
     def __init__(self, value):
         self.value = value
 
     def to_string(self):
-        if int(pointer_of(self.value["m_text"])) == 0:
-            return "QzMarkup, moved away"
         main = int(self.value["m_iPos"])
         parent = int(self.value["m_iPosParent"])
         if main != 0:
@@ -199,8 +214,6 @@ class MarkupPrinter:
 
     def children(self):
         pieces = self.pieces()
-        if pieces is None:
-            return
         child = int(self.value["m_iPosChild"])
         if child != 0:
             yield "child", quoted(self.tag_name(child))
@@ -214,8 +227,6 @@ class MarkupPrinter:
     def pieces(self):
         """The two runs of the text: what stands before its gap and what stands behind it."""
         pointer = pointer_of(self.value["m_text"])
-        if int(pointer) == 0:
-            return None
         try:
             text = pointer.dereference()
             if has_field(text, "m_front"):
