@@ -2,8 +2,8 @@
 """Makes a page of the reference out of a guide: Doxygen runs it over each Markdown file and reads what it prints.
 
 Guides are written to be read as they stand, too. Their links lead to each other's files and headings, to headers and
-to sources; here they become references, headings get the labels that these name, links out of the site go, and the names of
-classes become links.
+to sources; here they become references, headings get the labels that these name, links out of the site go, and the
+names of classes become links.
 """
 
 import pathlib
@@ -56,6 +56,8 @@ def reference(stem, text, target):
     file = pathlib.PurePosixPath(path)
     if path and file.suffix == ".h":
         return f"[{text}](@ref {file.name})"
+    if path.startswith("../examples/") and file.suffix == ".cpp":
+        return f"[{text}]({path[len('../examples/'):].replace('/', '_2').replace('.', '_8')}-example.html)"
     if path and file.suffix != ".md":
         return text  # a source, a folder: no part of the site
     if file.name in ("README.md", "CONTRIBUTING.md"):
