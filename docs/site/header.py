@@ -85,7 +85,8 @@ def is_same(name, before):
 
 
 class Header:
-    def __init__(self, text):
+    def __init__(self, name, text):
+        self.name = name
         self.lines = text.splitlines()
         self.out = []
         self.scopes = []  # of the open braces: "namespace", "class" or "other"
@@ -147,6 +148,8 @@ class Header:
         return at
 
     def pass_line(self, at):
+        if self.lines[at].startswith("// "):
+            return self.pass_remark(at)
         self.out.append(self.lines[at])
         self.known = None
         self.comment = []
@@ -154,6 +157,21 @@ class Header:
             at += 1
             self.out.append(self.lines[at])
         return at + 1
+
+    def pass_remark(self, at):
+        """What stands by itself outside of classes tells of all that is in the file."""
+        block = []
+        while self.lines[at].startswith("//"):
+            block.append(self.lines[at])
+            at += 1
+        isAlone = not self.lines[at]
+        if isAlone:
+            self.out += [f"/// @file {self.name}", "///"] + [line.replace("//", "///", 1) for line in block] + ["///"]
+        else:
+            self.out += block
+        self.known = None
+        self.comment = []
+        return at
 
     def close(self, at, bare):
         self.known = None
@@ -226,7 +244,9 @@ class Header:
 
 def main():
     sys.stdout.reconfigure(encoding="utf-8")
-    text = Header(pathlib.Path(sys.argv[1]).read_text(encoding="utf-8")).run()
+    path = pathlib.Path(sys.argv[1])
+    text = Header(path.name, path.read_text(encoding="utf-8")).run()
+    print(f"/// @file {path.name}")  # macros belong to files
     print(re.sub(r"\bdocs/(\w+)\.md", r"@ref guide_\1", text))
 
 

@@ -18,6 +18,7 @@
 #elif defined(__GNUC__)
 #define KELD_PRINTF(textIndex, firstIndex) __attribute__((format(gnu_printf, textIndex, firstIndex)))
 #else
+/// Has the compiler check what a function formats as printf does.
 #define KELD_PRINTF(textIndex, firstIndex)
 #endif
 
