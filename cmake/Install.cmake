@@ -46,7 +46,8 @@ install(FILES ${PROJECT_BINARY_DIR}/package/motoolkit.pc
 # in a folder that it trusts, else beside the library, where it asks for the user's trust (docs/debugger.md).
 if(CMAKE_SYSTEM_NAME STREQUAL Linux)
     install(CODE "
-        set(gdb_folder \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}\")
+        set(gdb_folder \"\${CMAKE_INSTALL_PREFIX}\")
+        cmake_path(APPEND gdb_folder \"${CMAKE_INSTALL_LIBDIR}\")
         if(CMAKE_INSTALL_PREFIX STREQUAL /usr)
             set(gdb_folder \"/usr/share/gdb/auto-load\${gdb_folder}\")
         endif()
