@@ -21,10 +21,10 @@ namespace Qzc {
 /// One attribute.
 class MOTOOLKIT_API QzMarkup::Attribute {
 public:
-    std::string_view GetNameView() const { return m_name; }
-    std::string_view GetValueView() const; ///< references resolved
-    KeldMBString GetName() const { return KeldMBString(m_name); }
-    KeldMBString GetValue() const;
+    std::string_view GetNameView() const { return m_name; }       ///< as it stands
+    std::string_view GetValueView() const;                        ///< references resolved
+    KeldMBString GetName() const { return KeldMBString(m_name); } ///< as it stands
+    KeldMBString GetValue() const;                                ///< references resolved
 
 private:
     friend class QzMarkup;
@@ -38,16 +38,16 @@ private:
 class MOTOOLKIT_API QzMarkup::Element {
 public:
     Element() = default;
-    explicit operator bool() const { return m_iPos != 0; }
+    explicit operator bool() const { return m_iPos != 0; } ///< whether there is an element
 
-    std::string_view GetTagNameView() const;
-    std::string_view GetDataView() const;
-    KeldMBString GetTagName() const { return KeldMBString(GetTagNameView()); }
-    KeldMBString GetData() const;
-    KeldMBString GetAttrib(const char* szAttrib) const;
-    KeldMBString GetSubDoc() const;
-    ElementRange Children() const;
-    AttributeRange Attributes() const;
+    std::string_view GetTagNameView() const; ///< the name
+    std::string_view GetDataView() const;    ///< the text, as QzMarkup::GetData gives it
+    KeldMBString GetTagName() const { return KeldMBString(GetTagNameView()); } ///< the name
+    KeldMBString GetData() const;                                              ///< the text
+    KeldMBString GetAttrib(const char* szAttrib) const; ///< the value of an attribute, references resolved
+    KeldMBString GetSubDoc() const;                     ///< the markup, from start tag to end tag
+    ElementRange Children() const;                      ///< the elements in it
+    AttributeRange Attributes() const;                  ///< those of its start tag
 
 private:
     friend class QzMarkup;
@@ -60,6 +60,7 @@ private:
 /// The children of an element, in order.
 class QzMarkup::ElementRange {
 public:
+    /// An input iterator.
     class Iterator {
     public:
         using iterator_category = std::input_iterator_tag;
@@ -106,6 +107,7 @@ private:
 /// The attributes of an element, in order.
 class MOTOOLKIT_API QzMarkup::AttributeRange {
 public:
+    /// An input iterator; what it points to it holds itself.
     class MOTOOLKIT_API Iterator {
     public:
         using iterator_category = std::input_iterator_tag;

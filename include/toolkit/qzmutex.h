@@ -17,10 +17,10 @@ public:
     QzMutex(const QzMutex&) = delete;
     QzMutex& operator=(const QzMutex&) = delete;
 
-    void lock();
-    bool trylock();
-    void unlock();
-    bool locked(); ///< whether another thread owns it; false for the owner
+    void lock();    ///< waits until the calling thread owns it
+    bool trylock(); ///< false, and no wait, while another thread owns it
+    void unlock();  ///< one time of those that the calling thread has locked it
+    bool locked();  ///< whether another thread owns it; false for the owner
 
 private:
     alignas(8) unsigned char m_data[40];
@@ -33,16 +33,16 @@ private:
 /// by other means.
 class QzMutexLock {
 public:
-    explicit QzMutexLock(QzMutex& mutex) : m_mutex(mutex) {}
+    explicit QzMutexLock(QzMutex& mutex) : m_mutex(mutex) {} ///< does not lock
     ~QzMutexLock() { m_mutex.unlock(); }
     QzMutexLock(const QzMutexLock&) = delete;
     QzMutexLock& operator=(const QzMutexLock&) = delete;
 
-    QzMutex& mutex() { return m_mutex; }
-    void lock() { m_mutex.lock(); }
-    bool trylock() { return m_mutex.trylock(); }
-    bool locked() { return m_mutex.locked(); }
-    void unlock() { m_mutex.unlock(); }
+    QzMutex& mutex() { return m_mutex; }         ///< the one that is guarded
+    void lock() { m_mutex.lock(); }              ///< see QzMutex::lock
+    bool trylock() { return m_mutex.trylock(); } ///< see QzMutex::trylock
+    bool locked() { return m_mutex.locked(); }   ///< see QzMutex::locked
+    void unlock() { m_mutex.unlock(); }          ///< see QzMutex::unlock
 
 private:
     QzMutex& m_mutex;

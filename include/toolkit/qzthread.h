@@ -24,7 +24,9 @@ namespace Qzc {
 /// Any thread may call these operations, except that `start` and the destructor are the owner's.
 class MOTOOLKIT_API QzThread {
 public:
+    /// From the least to the most; each system has its own numbers for them.
     enum Priority : int { Unknown = 0, Idle = 1, BelowNormal = 2, Normal = 3, AboveNormal = 4, Highest = 5 };
+    /// How the system is to choose among threads.
     enum Policy : int { DefaultPolicy = 0 }; ///< accepted everywhere, applied nowhere
 
     QzThread();
@@ -73,7 +75,7 @@ public:
     /// QzThreadEx stays registered. A thread that this library did not start just stops.
     [[noreturn]] static void exit(int code);
 
-    static void yield();
+    static void yield(); ///< lets other threads run first
 
     /// Nanoseconds since 1970-01-01 UTC, in steps of 100.
     static std::uint64_t time();
