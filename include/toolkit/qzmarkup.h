@@ -361,6 +361,7 @@ private:
     struct Tag {
         int iPos = 0;
         bool isEnd = false;
+        bool operator==(const Tag& other) const { return iPos == other.iPos && isEnd == other.isEnd; }
     };
     /// A saved position, and the number of releases that had been made then.
     struct SavedPosAt : SavedPos {
@@ -386,15 +387,19 @@ private:
     void TellFromEnd(Tag tag, int nShift);
 
     std::string_view TagName(int iPos) const;
-    std::string_view Data(int iPos, std::string& scratch) const; ///< scratch, or a part of the text
+    std::string_view TagName(int iPos, const char*& readable) const; ///< which is where what may be read ends
+    std::string_view DataView(int iPos) const;
+    bool PlainData(int iPos, std::string_view& text) const; ///< whether a part of the text is the data as it stands
     void AppendData(std::string& data, int iPos) const;
     Attribute AttributeAt(int iPos, int n) const;
+    Attribute FindAttribute(int iPos, int n) const;
     AttributeRange AttributesOf(int iPos) const;
     int AttribCount(int iPos) const;
     unsigned char GetPosition(int nOffset, int& line, int& column) const;
     /// Finds an attribute that is about to be set, and the offset of its value; false: it is about to be added.
     bool FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue);
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
+    bool IsNameAlone(int iPos, int nBodyEnd) const;
     /// Another text under the same records: their offsets are not moved. With GetDoc the only way to the text
     /// for what does not edit elements.
     void SetText(KeldMBString text);
