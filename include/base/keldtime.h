@@ -36,9 +36,9 @@ public:
     /// The local time as strftime writes it. A result of more than 1023 bytes gives an empty text.
     KeldMBString Format(const KeldMBString& format) const;
 
-    /// Reads at the start of `text` what Format wrote with the same format; the number of bytes read. 0, and
-    /// the time left as it was, when the text is none, names a day that its month lacks, or the format does not tell a
-    /// time.
+    /// Reads at the start of `text` what Format wrote with the same format, with names in English; the number of bytes
+    /// read. 0, and the time left as it was, when the text is none, names a day that its month lacks, or the format
+    /// does not tell a time.
     int Parse(const KeldMBString& format, const KeldMBString& text);
 
     friend bool operator==(KeldTime a, KeldTime b) { return a.m_seconds == b.m_seconds; }

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "concurrency/bodythread.h"
+#include "platform/sanitizer.h"
 #include "support.h"
 #include "toolkit/qzcondition.h"
 #include "toolkit/qzmutex.h"
@@ -123,7 +124,7 @@ TEST(Thread, OwnershipRacesLeaveNothingBehind) {
     race(500);
     const long memory = StatusOfProcess("VmRSS");
     const auto files = Files();
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#if UNDER_THREAD_SANITIZER || UNDER_ADDRESS_SANITIZER
     race(2000); // the sanitizers keep a record of every thread, so only counts are looked at
     const long allowed = 1 << 30;
 #else
