@@ -7,6 +7,9 @@ namespace Qzc {
 
 /// The library's lock. The thread that owns it may lock it again and unlocks it as often. To unlock a mutex
 /// that the calling thread does not own does nothing.
+///
+/// Whoever waits is woken when it is free. In rare cases, when the system stops the owner in the midst of its unlock or
+/// it is ended by force there, that comes late, by eight milliseconds at most.
 class MOTOOLKIT_API QzMutex {
 public:
     explicit QzMutex(unsigned char ignored = 0); ///< the argument means nothing

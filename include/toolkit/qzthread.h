@@ -16,9 +16,10 @@ namespace Qzc {
 ///
 /// Ending a thread by force (`cancel`, the destructor) stops it wherever it is and returns when it is gone.
 /// It unwinds nothing, destroys no thread_local object and leaves what the thread holds as it is: a mutex
-/// stays locked, and if the thread was just inside the memory allocator the process may not be able to go on.
-/// A thread that has blocked every signal is not reached. A derived class whose `run` uses its members ends
-/// the thread in its own destructor; in ~QzThread those members are gone.
+/// stays locked. It is let out of the memory allocator and of this library's own registries first; who must
+/// not be ended so all the same, docs/threads.md tells. A thread that has blocked every signal is not reached. A
+/// derived class whose `run` uses its members ends the thread in its own destructor; in ~QzThread those members are
+/// gone.
 ///
 /// Any thread may call these operations, except that `start` and the destructor are the owner's.
 class MOTOOLKIT_API QzThread {
