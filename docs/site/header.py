@@ -3,10 +3,12 @@
 
 - `// ---- Title: text` starts a group of members.
 - A comment holds for what it stands above, and for what follows at once without a comment of its own where that is the
-  same thing again: an overload, the other comparisons, `end` after `begin`, a setter and its getter, the other end of a text.
+  same thing again: an overload, the other comparisons, `end` after `begin`, a setter and its getter, the other end of a
+  text.
+- What all classes call alike, such as GetLength, means alike and has its words below.
 - What a comment indents is a program; a guide's file is the guide.
 - QzStyle passes on what QzStyleEx does.
-- What is deleted cannot be copied, and what is defaulted needs no words.
+- What is deleted is not to be copied; other copies and moves that are defaulted need no words.
 
 Everything else without a comment stays without, and Doxygen complains.
 """
