@@ -223,7 +223,9 @@ TEST(LogPrint, PrintsAsTheCLibraryDoes) {
         const std::string rest = pick("|%d %s", "%%|%3d|%5s", "|%c|%.2s", "%x%%%s", "|%i|%s|");
         const std::uint64_t bits = random() >> random() % 64;
         check(start + pick("d", "i", "u", "x", "X", "o", "hd", "hhu", "c", ".3d") + rest, static_cast<int>(bits));
-        check(start + pick("ld", "lld", "lli", "lu", "llu", "zu", "zd", "lx", "jx", "to") + rest, bits);
+        check(start + pick("lld", "lli", "llu", "jx") + rest, bits);
+        check(start + pick("ld", "lu", "lx") + rest, static_cast<unsigned long>(bits));
+        check(start + pick("zu", "zd", "to") + rest, static_cast<std::size_t>(bits));
         // Numbers of all sizes, ties between two last digits, and what is none.
         const double wide =
             std::ldexp(static_cast<double>(random() % 1000000007), static_cast<int>(random() % 200) - 100);
