@@ -230,7 +230,9 @@ TEST(LogPrint, PrintsAsTheCLibraryDoes) {
         const double wide =
             std::ldexp(static_cast<double>(random() % 1000000007), static_cast<int>(random() % 200) - 100);
         const double tie = static_cast<double>(static_cast<std::int64_t>(random() % 200001) - 100000) / 16;
-        const double odd[] = {0.0, -0.0, 1.0 / 0.0, -1.0 / 0.0, NAN, -NAN, 999999.9999995, 0.9999999, DBL_MAX, DBL_MIN};
+        const double odd[] = {
+            0.0,     -0.0,   1.0 / 0.0, -1.0 / 0.0, NAN, -NAN, 999999.9999995, 0.9999999, std::nextafter(0.125, 1.0),
+            DBL_MAX, DBL_MIN};
         const double usual = std::ldexp(static_cast<double>(random() >> 12), -static_cast<int>(20 + random() % 33));
         const double values[] = {wide, tie, usual, odd[random() % std::size(odd)]};
         const double value = values[i % 4];
