@@ -429,7 +429,7 @@ TEST(MarkupMirror, ReadsAttributesOfEveryLength) {
                 value += pick(Pieces, 2) + std::string(random() % 4 == 0 ? Pieces[quote == "'" ? 9 : 8] : "");
             const char* const sign = random() % 8 != 0 ? "=" : " = ";
             doc += pick(Spaces) + std::string(1 + random() % 18, 'n') + std::to_string(count) + sign;
-            doc += quote + value + quote;
+            doc.append(quote).append(value).append(quote);
         }
         doc += random() % 2 != 0 ? "/>" : "\n>t<b c='d'/>&lt;</" + doc.substr(1, doc.find_first_of(" \n") - 1) + ">";
         doc.append(random() % 3 * 32, ' ');
