@@ -44,11 +44,12 @@ struct TagScan {
 /// One attribute.
 class MOTOOLKIT_API QzMarkup::Attribute {
 public:
-    std::string_view GetNameView() const { return m_found.name; }
-    std::string_view GetValueView() const {
-        return m_found.isPlain ? m_found.value : GetResolvedView();
-    } ///< references resolved
+    std::string_view GetNameView() const { return m_found.name; } ///< as it stands
+    /// References resolved.
+    std::string_view GetValueView() const { return m_found.isPlain ? m_found.value : GetResolvedView(); }
+    /// As it stands.
     KeldMBString GetName() const { return KeldMBString::FromPart(m_found.name, m_found.readable); }
+    /// References resolved.
     KeldMBString GetValue() const {
         return m_found.isPlain ? KeldMBString::FromPart(m_found.value, m_found.readable) : GetResolved();
     }
@@ -65,16 +66,16 @@ private:
 class MOTOOLKIT_API QzMarkup::Element {
 public:
     Element() = default;
-    explicit operator bool() const { return m_iPos != 0; }
+    explicit operator bool() const { return m_iPos != 0; } ///< whether there is an element
 
-    std::string_view GetTagNameView() const;
-    std::string_view GetDataView() const;
-    KeldMBString GetTagName() const;
-    KeldMBString GetData() const;
-    KeldMBString GetAttrib(const char* szAttrib) const;
-    KeldMBString GetSubDoc() const;
-    ElementRange Children() const;
-    AttributeRange Attributes() const;
+    std::string_view GetTagNameView() const;            ///< the name
+    std::string_view GetDataView() const;               ///< the text, as QzMarkup::GetData gives it
+    KeldMBString GetTagName() const;                    ///< the name
+    KeldMBString GetData() const;                       ///< the text
+    KeldMBString GetAttrib(const char* szAttrib) const; ///< the value of an attribute, references resolved
+    KeldMBString GetSubDoc() const;                     ///< the markup, from start tag to end tag
+    ElementRange Children() const;                      ///< the elements in it
+    AttributeRange Attributes() const;                  ///< those of its start tag
 
 private:
     friend class QzMarkup;
@@ -87,6 +88,7 @@ private:
 /// The children of an element, in order.
 class QzMarkup::ElementRange {
 public:
+    /// An input iterator.
     class Iterator {
     public:
         using iterator_category = std::input_iterator_tag;
@@ -133,6 +135,7 @@ private:
 /// The attributes of an element, in order.
 class MOTOOLKIT_API QzMarkup::AttributeRange {
 public:
+    /// An input iterator; what it points to it holds itself.
     class MOTOOLKIT_API Iterator {
     public:
         using iterator_category = std::input_iterator_tag;

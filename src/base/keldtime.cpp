@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
-#include <iomanip>
 #include <limits>
-#include <locale>
-#include <sstream>
 
+#include "base/timereader.h"
 #include "platform/localtime.h"
 
 namespace KELD {
@@ -21,13 +19,6 @@ std::tm Local(std::int64_t seconds) {
     local.tm_mday = 1;
     Platform::LocalTime(std::clamp(seconds, -Last, Last), local);
     return local;
-}
-
-bool IsDate(const std::tm& date) {
-    constexpr int Days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const int year = date.tm_year + 1900;
-    const bool isLeap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
-    return date.tm_mday >= 1 && date.tm_mday <= Days[date.tm_mon] + (date.tm_mon == 1 && isLeap ? 1 : 0);
 }
 
 } // namespace
@@ -93,18 +84,11 @@ KeldMBString KeldTime::Format(const KeldMBString& format) const {
 }
 
 int KeldTime::Parse(const KeldMBString& format, const KeldMBString& text) {
-    constexpr int LongestFormat = 1023;
-    int read = 0;
-    TryMemory([&] {
-        std::istringstream stream(std::string(text.View().substr(0, LongestFormat)));
-        stream.imbue(std::locale::classic());
-        std::tm local = {};
-        local.tm_mday = 0; // says whether the format told a day
-        stream >> std::get_time(&local, format.Cstr());
-        if (!stream.fail() && IsDate(local) && Platform::FromLocalTime(local, m_seconds))
-            read = stream.eof() ? std::min(text.GetLength(), LongestFormat) : static_cast<int>(stream.tellg());
-    });
-    return read;
+    TimeReader reader(text.View());
+    std::tm local = {};
+    if (!reader.Read(format.View(), local) || !Platform::FromLocalTime(local, m_seconds))
+        return 0;
+    return text.GetLength() - static_cast<int>(reader.Rest().size());
 }
 
 } // namespace KELD

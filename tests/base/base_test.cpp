@@ -202,14 +202,7 @@ TEST(Charsets, TheCurrentOneCanBeSet) {
     EXPECT_EQ(KeldSystem::GetCharsetName(static_cast<KELDCharset::Charset>(99)), "");
 }
 
-TEST(Time, TellsDatesThatThereAre) {
-    KeldTime time(5);
-    for (const char* text :
-         {"2021-02-30", "2021-02-29", "1900-02-29", "2021-04-31", "2021-00-01", "2021-01-00", "x", ""})
-        EXPECT_EQ(time.Parse("%Y-%m-%d", text), 0) << text;
-    EXPECT_EQ(time.GetTime(), 5);
-    EXPECT_EQ(time.Parse("%Y-%m-%d", "2020-02-29!"), 10);
-    EXPECT_EQ(time.GetMonth() * 100 + time.GetDay(), 229);
+TEST(Time, HoldsAnySecond) {
     EXPECT_EQ(KeldTime(2021, 3, 0, 0, 0, 0).GetDay(), 28); // counts on, as it says
     constexpr std::int64_t Last = std::numeric_limits<std::int64_t>::max();
     for (const std::int64_t seconds : {Last, -Last - 1}) {

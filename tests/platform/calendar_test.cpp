@@ -53,17 +53,32 @@ Date DateOf(std::int64_t day) {
     return date;
 }
 
-// "%F %T %e %G-%V %j %w %C", put together by hand. The week belongs to the year of its Thursday.
+constexpr const char* Numbers = "%F %T %e %G-%V %j %w%u %C|%y|%g %U %W %I %D";
+
+// What that gives, put together by hand. The week belongs to the year of its Thursday, and a new one starts on Sunday
+// (%U) or Monday (%W) of those that belong to the calendar year.
 std::string Written(std::int64_t seconds) {
     const std::int64_t day = Floor(seconds, Day);
     const int rest = static_cast<int>(seconds - day * Day);
+    const int hour = rest / 3600;
     const Date date = DateOf(day);
     const Date thursday = DateOf(day + 3 - (date.weekDay + 6) % 7);
+    const auto century = [](std::int64_t year) { return static_cast<long long>(Floor(year, 100)); };
+    const auto inCentury = [](std::int64_t year) { return static_cast<int>(year - Floor(year, 100) * 100); };
+    int sundays = 0;
+    int mondays = 0;
+    for (int back = 0; back < date.yearDay; ++back) {
+        sundays += (date.weekDay + 371 - back) % 7 == 0 ? 1 : 0;
+        mondays += (date.weekDay + 371 - back) % 7 == 1 ? 1 : 0;
+    }
     std::array<char, 200> text = {};
-    std::snprintf(text.data(), text.size(), "%lld-%02d-%02d %02d:%02d:%02d %2d %lld-%02d %03d %d",
-                  static_cast<long long>(date.year), date.month, date.day, rest / 3600, rest / 60 % 60, rest % 60,
-                  date.day, static_cast<long long>(thursday.year), (thursday.yearDay - 1) / 7 + 1, date.yearDay,
-                  date.weekDay);
+    std::snprintf(text.data(), text.size(),
+                  "%lld-%02d-%02d %02d:%02d:%02d %2d %lld-%02d %03d %d%d %lld|%02d|%02d %02d %02d %02d %02d/%02d/%02d",
+                  static_cast<long long>(date.year), date.month, date.day, hour, rest / 60 % 60, rest % 60, date.day,
+                  static_cast<long long>(thursday.year), (thursday.yearDay - 1) / 7 + 1, date.yearDay, date.weekDay,
+                  date.weekDay == 0 ? 7 : date.weekDay, century(date.year), inCentury(date.year),
+                  inCentury(thursday.year), sundays, mondays, hour % 12 == 0 ? 12 : hour % 12, date.month, date.day,
+                  inCentury(date.year));
     return text.data();
 }
 
@@ -76,7 +91,8 @@ TEST(Calendar, IsArithmetic) {
     std::mktime(std::gmtime(&reread)); // the C library looks at the variable now
     constexpr std::int64_t Last = std::int64_t{31556952} * 2147000000;
     std::mt19937_64 random(11);
-    const std::string format = "%F %T %e %G-%V %j %w";
+    // By month, day of the year and week; numbers that run together have a year of four digits.
+    const char* const formats[] = {"%F %T", "%G-W%V-%u %H:%M:%S", "%A %e %B %Y, %I:%M:%S %p", "%Y.%j%t%R:%S", "%c"};
     for (int i = 0; i < Often(20000); ++i) {
         // Of every size; and the last second of a day, and the first.
         std::int64_t seconds = static_cast<std::int64_t>(random()) % Last >> random() % 56;
@@ -85,10 +101,11 @@ TEST(Calendar, IsArithmetic) {
         std::tm utc = {};
         ASSERT_TRUE(Platform::UtcTime(seconds, utc));
         char text[100];
-        ASSERT_NE(Platform::FormatTime(text, sizeof(text), format.c_str(), utc), 0U);
-        const std::int64_t year = utc.tm_year + std::int64_t{1900};
-        // How shorter years are filled up differs from one C library to the next.
-        ASSERT_TRUE(text == Written(seconds) || (year < 1001 && year > -1001)) << text << ' ' << Written(seconds);
+        const std::string expected = Written(seconds);
+        ASSERT_EQ(Platform::FormatTime(text, sizeof(text), Numbers, utc), expected.size()) << expected;
+        ASSERT_EQ(text, expected);
+        ASSERT_EQ(Platform::FormatTime(text, expected.size() + 1, Numbers, utc), expected.size());
+        ASSERT_EQ(Platform::FormatTime(text, expected.size(), Numbers, utc), 0U);
         const KeldTime time(seconds);
         const Date date = DateOf(Floor(seconds + EastOfUtc, Day));
         ASSERT_EQ(time.GetYear(), date.year) << seconds;
@@ -99,5 +116,70 @@ TEST(Calendar, IsArithmetic) {
         const KeldTime back(time.GetYear(), time.GetMonth(), time.GetDay(), time.GetHour(), time.GetMinute(),
                             time.GetSecond());
         ASSERT_EQ(back.GetTime(), seconds);
+        const char* const format = formats[random() % std::size(formats)];
+        const KeldMBString written = time.Format(format);
+        KeldTime read;
+        ASSERT_EQ(read.Parse(format, written + "."), written.GetLength()) << written;
+        ASSERT_EQ(read, time) << written;
     }
+}
+
+// Names, zones and what else is the C library's own, between numbers that are not.
+TEST(Calendar, LeavesTheRestToTheCLibrary) {
+    std::tm time = {};
+    for (int i = 0; i < 40; ++i) {
+        ASSERT_TRUE(Platform::LocalTime(std::int64_t{1234567890} + i * 3456789, time));
+        char text[300];
+        char expected[300];
+        const char* const format = "%d%a %A%b%B %p %r %x %X %c %z%Z %Ey %Od%H%%%n%t%h";
+        const std::size_t length = std::strftime(expected, sizeof(expected), format, &time);
+        ASSERT_NE(length, 0U);
+        ASSERT_EQ(Platform::FormatTime(text, sizeof(text), format, time), length);
+        ASSERT_STREQ(text, expected);
+        ASSERT_EQ(Platform::FormatTime(text, length, format, time), 0U);
+    }
+}
+
+TEST(Calendar, ReadsNoOtherDates) {
+    const struct {
+        const char* format;
+        const char* text;
+        int read;
+    } cases[] = {{"%Y-%m-%d", "2021-02-30", 0},
+                 {"%Y-%m-%d", "2021-02-29", 0},
+                 {"%Y-%m-%d", "1900-02-29", 0},
+                 {"%Y-%m-%d", "2021-04-31", 0},
+                 {"%Y-%m-%d", "2021-00-01", 0},
+                 {"%Y-%m-%d", "2021-01-00", 0},
+                 {"%Y-%m-%d", "x", 0},
+                 {"%Y-%m-%d", "", 0},
+                 {"%Y-%m-%d", "2020-02-29!", 10},
+                 {"%Y%m%d", "20200229", 8},
+                 {"%Y-%m", "2020-02", 0},
+                 {"%Y-%j", "2021-366", 0},
+                 {"%Y-%j", "2020-366", 8},
+                 {"%G-%V-%u", "2021-53-1", 0},
+                 {"%G-%V-%u", "2020-53-1", 9},
+                 {"%G-%V-%u", "2020-52-8", 0},
+                 {"%G-%V-%u", "2014-53-1", 0},
+                 {"%Y-%m-%e", "2020-02- 9", 10},
+                 {"%F", "-2147483000-01-01", 0},
+                 {"%G-%V", "2020-52", 0},
+                 {"%d %b %y", "1 DEC 68", 8},
+                 {"%d %b %y", "1 decemb 68", 0},
+                 {"%F %T", "2020-02-29 24:00:00", 0},
+                 {"%F %T", "2020-02-29 23:59:60", 19},
+                 {"%Y-%m-%d", "99999999999-01-01", 0},
+                 {"%F%Q", "2020-02-29", 0},
+                 {"%F%", "2020-02-29", 0}};
+    for (const auto& [format, text, read] : cases) {
+        KeldTime time(5);
+        EXPECT_EQ(time.Parse(format, text), read) << format << ' ' << text;
+        EXPECT_EQ(time == KeldTime(5), read == 0) << text;
+    }
+    KeldTime time;
+    EXPECT_TRUE(time.Parse("%d %b %y", "1 dec 68") != 0 && time.GetYear() == 2068 && time.GetMonth() == 12);
+    EXPECT_TRUE(time.Parse("%G-%V-%w", "2020-53-0") != 0 && time == KeldTime(2021, 1, 3, 0, 0, 0));
+    EXPECT_TRUE(time.Parse("%H=%I %F", "15=03 2021-01-03") != 0 && time == KeldTime(2021, 1, 3, 15, 0, 0));
+    EXPECT_TRUE(time.Parse("%C%y-%m-%d %I%p", "1999-1-2 12am") != 0 && time == KeldTime(1999, 1, 2, 0, 0, 0));
 }

@@ -6,15 +6,12 @@
 #include <new>
 #include <thread>
 
+#include "platform/sanitizer.h"
+
 // Where a sanitizer has the C library's allocator, only what goes through operator new can fail.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__GLIBC__)
+#if UNDER_ADDRESS_SANITIZER || UNDER_THREAD_SANITIZER || !defined(__GLIBC__)
 #define REPLACES_MALLOC 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define REPLACES_MALLOC 0
-#endif
-#endif
-#if !defined(REPLACES_MALLOC)
+#else
 #define REPLACES_MALLOC 1
 #endif
 

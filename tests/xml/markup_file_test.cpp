@@ -45,7 +45,7 @@ int Call(bool fails, long number, Arguments... arguments) {
 #pragma GCC visibility push(default) // the libraries are to find these
 extern "C" {
 int open(const char* path, int flags, ...) {
-    return Call(Fails(), SYS_openat, AT_FDCWD, path, flags, 0666);
+    return Call(Fails(), SYS_openat, AT_FDCWD, path, flags | O_LARGEFILE, 0666);
 }
 int fsync(int file) {
     return Call(Fails(), SYS_getpid) < 0 || file < 0 ? -1 : 0; // no test cuts the power, so none waits
@@ -54,7 +54,7 @@ int fchmod(int file, mode_t mode) {
     return Call(Fails(), SYS_fchmod, file, mode);
 }
 int rename(const char* from, const char* to) noexcept {
-    return Call(Fails(), SYS_rename, from, to);
+    return Call(Fails(), SYS_renameat, AT_FDCWD, from, AT_FDCWD, to); // not every processor has SYS_rename
 }
 int close(int file) {
     const bool fails = Fails();

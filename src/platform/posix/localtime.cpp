@@ -1,5 +1,7 @@
 #include "platform/localtime.h"
 
+#include <cstring>
+
 namespace Platform {
 
 static_assert(sizeof(std::time_t) == sizeof(std::int64_t));
@@ -24,8 +26,20 @@ bool FromLocalTime(std::tm local, std::int64_t& seconds) {
     return true;
 }
 
-std::size_t FormatTime(char* buffer, std::size_t size, const char* format, const std::tm& time) {
-    return std::strftime(buffer, size, format, &time);
+bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time,
+                    std::size_t& length) {
+    constexpr std::size_t Longest = 1024;
+    char format[64] = "."; // by which an empty result is told from none
+    char text[Longest + 2];
+    if (conversion.size() > sizeof(format) - 2)
+        return false;
+    conversion.copy(format + 1, conversion.size());
+    const std::size_t written = std::strftime(text, sizeof(text), format, &time);
+    length = written - 1;
+    if (written == 0 || length > size)
+        return false;
+    std::memcpy(buffer, text + 1, length);
+    return true;
 }
 
 } // namespace Platform

@@ -19,6 +19,7 @@
 
 #include "platform/forkhook.h"
 #include "platform/posix/interruption.h"
+#include "platform/sanitizer.h"
 #include "platform/waitword.h"
 
 // Ending a thread by force
@@ -38,14 +39,6 @@
 //
 // ThreadSanitizer takes a thread that vanishes like this for running, and waits for it for ever. Built with
 // it, the victim leaps out of its body and ends as threads do.
-
-#if defined(__SANITIZE_THREAD__)
-#define VICTIM_LEAPS 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define VICTIM_LEAPS 1
-#endif
-#endif
 
 namespace Platform {
 
@@ -137,7 +130,7 @@ void ForgetStack(const Thread& self) {
     self.exitCode = self.terminationCode.load();
     AbandonWait();
     ForgetStack(self);
-#if defined(VICTIM_LEAPS)
+#if UNDER_THREAD_SANITIZER
     std::longjmp(*self.leaveBody, 1);
 #else
     VanishAsEnded(self);
@@ -148,7 +141,7 @@ void OnTerminationSignal(int, siginfo_t*, void* context) {
     Thread* self = t_current;
     if (self == nullptr || t_shields != 0 || !IsDoomed(*self))
         return;
-#if !defined(VICTIM_LEAPS) // there the signal comes where the sanitizer's own code is in order
+#if !UNDER_THREAD_SANITIZER // there the signal comes where the sanitizer's own code is in order
     if (!self->atAnyPlace.load() && MayHoldSystemLock(context))
         return;
 #else

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "platform/memory.h"
+#include "platform/sanitizer.h"
 #include "platform/threadslot.h"
 
 namespace Qzc::TaskMemory {
@@ -19,11 +20,8 @@ constexpr std::size_t ChunkSize = 4096;
 constexpr std::size_t LargestTask = 256; // those beyond it, and aligned ones, come from the allocator
 constexpr std::size_t Unit = alignof(std::max_align_t);
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool HasChunks = false; // it finds the uses of memory that was given back
-#else
-constexpr bool HasChunks = true;
-#endif
+// AddressSanitizer finds the uses of memory that was given back.
+constexpr bool HasChunks = UNDER_ADDRESS_SANITIZER == 0;
 
 struct Chunk {
     static constexpr std::uint32_t Open = 1U << 30; ///< more than there are tasks in a chunk

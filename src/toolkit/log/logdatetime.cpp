@@ -31,10 +31,6 @@ std::int64_t FloorDiv(std::int64_t a, std::int64_t b) {
     return a / b - (a % b < 0 ? 1 : 0);
 }
 
-bool IsLeap(std::int64_t year) {
-    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
-}
-
 // Days since 1970-01-01, by the calendar of today.
 std::int64_t DayOf(std::int64_t year, std::int64_t month, std::int64_t day) {
     // Years that start in March have their leap day at the end.
@@ -55,7 +51,7 @@ struct Date {
         ++day;
         ++yearDay;
         weekDay = (weekDay + 1) % 7;
-        if (++monthDay > MonthDays[month - 1] + (month == 2 && IsLeap(year) ? 1 : 0)) {
+        if (++monthDay > MonthDays[month - 1] + (month == 2 && Platform::IsLeapYear(year) ? 1 : 0)) {
             monthDay = 1;
             if (++month > 12) {
                 month = 1;
@@ -70,15 +66,15 @@ struct Date {
     // The year that has the Thursday of the week.
     std::int64_t IsoYear() const {
         const std::int64_t thursday = yearDay + 3 - (weekDay + 6) % 7;
-        return thursday < 1 ? year - 1 : thursday > (IsLeap(year) ? 366 : 365) ? year + 1 : year;
+        return thursday < 1 ? year - 1 : thursday > (Platform::IsLeapYear(year) ? 366 : 365) ? year + 1 : year;
     }
     std::int64_t IsoWeek() const {
         std::int64_t thursday = yearDay + 3 - (weekDay + 6) % 7;
         const std::int64_t isoYear = IsoYear();
         if (isoYear < year)
-            thursday += IsLeap(isoYear) ? 366 : 365;
+            thursday += Platform::IsLeapYear(isoYear) ? 366 : 365;
         else if (isoYear > year)
-            thursday -= IsLeap(year) ? 366 : 365;
+            thursday -= Platform::IsLeapYear(year) ? 366 : 365;
         return (thursday - 1) / 7 + 1;
     }
 

@@ -9,6 +9,7 @@
 
 #include "base/keldcharset.h"
 #include "base/keldmemory.h"
+#include "toolkit/text/asciiunits.h"
 #include "toolkit/text/charsettraits.h"
 #include "toolkit/text/widecharset.h"
 
@@ -38,6 +39,9 @@ public:
 
     /// Whether only a zero byte becomes a zero character.
     bool HasZeroBytesOnly() const { return m_fromTraits.asciiUnit == 1; }
+
+    /// Whether the text is of bytes that become units of that size, each with its byte's number.
+    bool CopiesAscii(const char* src, std::size_t length, std::size_t unit) const;
 
     /// Converts all of it into `room` bytes at `dst`.
     bool Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced);
@@ -98,7 +102,7 @@ private:
     CharsetTraits m_fromTraits;
     bool m_isSameCharset = false;
     bool m_copiesAscii = false;
-    std::uint64_t m_nonAscii = 0; ///< of a word of the source
+    AsciiUnits m_ascii; ///< of the source
     bool m_isStateless = false;
     bool m_dropsLetters = false; ///< a name asks for it
     bool m_mayReplace = false;   ///< likewise
@@ -183,6 +187,11 @@ Converted ConvertTo(std::basic_string<Char>& text, Converter& converter, const c
         const bool fits = TryMemory(
             [&] { text = std::basic_string<Char>(reinterpret_cast<const Char*>(piece), size / sizeof(Char)); });
         return fits ? Converted::Done : Converted::NoMemory;
+    }
+    if (length <= maxLength && converter.CopiesAscii(src, length, sizeof(Char))) {
+        const auto* const units = reinterpret_cast<const unsigned char*>(src);
+        return TryMemory([&] { text = std::basic_string<Char>(units, units + length); }) ? Converted::Done
+                                                                                         : Converted::NoMemory;
     }
     std::basic_string<Char> result;
     bool converted = false;
