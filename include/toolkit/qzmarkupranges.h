@@ -22,12 +22,12 @@ namespace MarkupScan {
 
 /// An attribute as it stands in a start tag. Where there is no value it is empty and marks its place.
 struct TagAttribute {
-    std::string_view name;
+    std::string_view name;          ///< as far as the next equals sign, blank or end of the tag
     std::string_view value;         ///< without its quotes
     const char* readable = nullptr; ///< before it all bytes may be read
-    bool isQuoted = false;
-    bool hasEqualsSign = false;
-    bool isPlain = false; ///< the value is known to hold no reference
+    bool isQuoted = false;          ///< the value stands in quotes
+    bool hasEqualsSign = false;     ///< behind the name
+    bool isPlain = false;           ///< the value is known to hold no reference
 };
 
 /// How far a scanner has come in a start tag.
