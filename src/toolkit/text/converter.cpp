@@ -49,6 +49,15 @@ CharsetTraits TraitsOf(std::string_view name) {
     return own.CompareNoCase(KeldMBString(name)) == 0 ? GetCharsetTraits(charset) : CharsetTraits();
 }
 
+bool BeginsWithMark(std::string_view text) {
+    using namespace std::string_view_literals;
+    for (const std::string_view mark : {"\xFF\xFE"sv, "\xFE\xFF"sv, "\0\0\xFE\xFF"sv}) {
+        if (text.substr(0, mark.size()) == mark)
+            return true;
+    }
+    return false;
+}
+
 bool AsksToDrop(std::string_view name) {
     const std::size_t suffix = name.find("//");
     return suffix != std::string_view::npos && KeldMBString(name.substr(suffix)).MakeUpper().Find("IGNORE") >= 0;
@@ -124,12 +133,32 @@ bool Converter::OpenHandle() {
     return isOpen;
 }
 
+void Converter::CloseHandle() {
+    const SystemHold hold;
+    iconv_close(m_handle);
+}
+
 void Converter::Close() {
-    {
-        const SystemHold hold;
-        iconv_close(m_handle);
-    }
+    if (m_handle != nullptr)
+        CloseHandle();
     delete this;
+}
+
+// The order of bytes that a byte-order mark told stays with a descriptor, whatever it is reset to: the next text, which
+// may have no mark, needs a new one.
+bool Converter::Begin(const char* src, std::size_t length) {
+    if (m_fromTraits.isStateless)
+        return true;
+    if (m_metMark) {
+        if (m_handle != nullptr)
+            CloseHandle();
+        if (!OpenHandle()) {
+            m_handle = nullptr; // and tried again with the next text
+            return false;
+        }
+    }
+    m_metMark = BeginsWithMark({src, length});
+    return true;
 }
 
 bool Converter::Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced) {
@@ -148,6 +177,9 @@ bool Converter::Convert(const char* src, std::size_t length, char* dst, std::siz
             return true;
         Reset(); // and once more, to find out why
     }
+    produced = 0;
+    if (!Begin(src, length))
+        return false;
     Output out{dst, room};
     const bool converted = Advance(src, length, true, out) == length && Finish(out);
     if (!converted)
@@ -212,6 +244,8 @@ std::size_t Converter::Advance(const char* src, std::size_t length, bool isEnd, 
 
 // Where iconv itself stops: without the short ways of Advance, which do not tell.
 std::size_t Converter::ConvertibleLength(const char* src, std::size_t length) {
+    if (!Begin(src, length))
+        return 0;
     const Cleaner cleaner{*this, false};
     alignas(8) char piece[PieceSize];
     InputPointer in(src);

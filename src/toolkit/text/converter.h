@@ -72,11 +72,14 @@ private:
     ~Converter() = default;
     static Converter* Open(std::string_view to, std::string_view from, std::uint64_t key);
     bool OpenHandle();
+    void CloseHandle();
     void Close();
     bool Is(std::string_view to, std::string_view from) const { return m_to == to && m_from == from; }
 
     static constexpr std::size_t Failed = static_cast<std::size_t>(-1);
 
+    /// Before a text's first byte. False when memory is short.
+    bool Begin(const char* src, std::size_t length);
     /// Converts from the start as far as it goes; the number of bytes consumed, `Failed` when what comes then is no
     /// text. `isEnd`: nothing follows that could make a character of what is left.
     std::size_t Advance(const char* src, std::size_t length, bool isEnd, Output& out);
@@ -104,6 +107,7 @@ private:
     bool m_copiesAscii = false;
     AsciiUnits m_ascii; ///< of the source
     bool m_isStateless = false;
+    bool m_metMark = false;      ///< in the text before this one
     bool m_dropsLetters = false; ///< a name asks for it
     bool m_mayReplace = false;   ///< likewise
     // Where it is kept.
@@ -124,6 +128,8 @@ bool Converter::ConvertPieces(const char* src, std::size_t length, Reserve reser
         append(static_cast<const char*>(piece), produced);
         return true;
     }
+    if (!Begin(src, length))
+        return false;
     Cleaner cleaner{*this, false};
     std::size_t done = 0;
     std::size_t total = 0;
