@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <cstdlib>
 #include <functional>
 #include <new>
@@ -39,8 +40,8 @@ public:
 private:
     int Wait() {
         int status = -1;
-        if (m_id > 0)
-            waitpid(m_id, &status, 0);
+        while (m_id > 0 && waitpid(m_id, &status, 0) < 0 && errno == EINTR) { // by a signal
+        }
         m_id = 0;
         return status;
     }

@@ -10,7 +10,8 @@ export CXX=${CXX:-g++}
 
 build_packages=(g++ cmake ninja-build libcli11-dev)
 test_packages=("${build_packages[@]}" libgtest-dev pkg-config iso-codes shared-mime-info locales relacy-dev libpugixml-dev
-    libxml2-utils python3)
+    libxml2-utils python3 gdb)
+package_packages=(doxygen python3 gdb lintian)
 bench_packages=("${build_packages[@]}" libbenchmark-dev libpugixml-dev librapidxml-dev libtinyxml2-dev
     libexpat1-dev libxml2-dev libboost-dev libtbb-dev libspdlog-dev libfmt-dev qtbase5-dev libboost-serialization-dev
     iso-codes shared-mime-info)
@@ -27,7 +28,7 @@ have_package() {
     case $1 in
         ninja-build) command -v ninja ;;
         clang) command -v clang++ ;;
-        g++ | cmake | pkg-config | clang-format | clang-tidy | python3) command -v "$1" ;;
+        g++ | cmake | pkg-config | clang-format | clang-tidy | python3 | doxygen | gdb | lintian) command -v "$1" ;;
         *) dpkg-query --show --showformat='${db:Status-Status}\n' "$1" 2>&1 | grep -qx installed ;;
     esac >/dev/null
 }

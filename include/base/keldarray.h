@@ -37,6 +37,7 @@ public:
         if (KELDASSERT(size >= 0))
             TryMemory([&] { m_items.resize(static_cast<std::size_t>(size)); });
     }
+    /// A hint: room that cannot be had is not made.
     void Reserve(int size) {
         if (size > 0)
             TryMemory([&] { m_items.reserve(static_cast<std::size_t>(size)); });
@@ -48,9 +49,10 @@ public:
     int Add(T&& item) {
         return Append([&] { m_items.push_back(std::move(item)); });
     }
-    const T& GetAt(int index) const { return (*this)[index]; }
-    void SetAt(int index, const T& item) { Assign(index, item); }
+    const T& GetAt(int index) const { return (*this)[index]; }    ///< out of range: assertion, then an empty element
+    void SetAt(int index, const T& item) { Assign(index, item); } ///< out of range: assertion, then nothing
     void SetAt(int index, T&& item) { Assign(index, std::move(item)); }
+    /// Out of range: assertion, then an empty element that nothing keeps.
     T& operator[](int index) {
         if (KELDASSERT(IsIndex(index)))
             return m_items[static_cast<std::size_t>(index)];
@@ -73,7 +75,7 @@ public:
     }
     void RemoveAll() { m_items.clear(); }
 
-    T* GetData() { return m_items.data(); }
+    T* GetData() { return m_items.data(); } ///< GetSize() elements in a row; valid until the next change
     const T* GetData() const { return m_items.data(); }
     auto begin() { return m_items.begin(); }
     auto end() { return m_items.end(); }

@@ -15,6 +15,7 @@ MOBASE_API KeldAssertHandler SetAssertHandler(KeldAssertHandler handler);
 /// Calls the handler. Use the macros below instead.
 MOBASE_API void ReportAssertion(const char* expression, const char* file, int line);
 
+/// What the macros below call: reports an expression that does not hold, and tells whether it does.
 inline bool CheckAssertion(bool holds, const char* expression, const char* file, int line) {
     if (!holds)
         ReportAssertion(expression, file, line);

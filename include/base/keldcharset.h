@@ -8,6 +8,7 @@ namespace KELD {
 /// page); then come code page numbers, of which only some have a name here, and from 70000 on the numbers of charsets
 /// without a code page. KeldSystem maps all of them to names and back.
 struct KELDCharset {
+    /// The numbers. Those without a remark are named after the charset.
     enum Charset : int {
         Unknown = -1, ///< no charset of this table; never a name that a codec opens
 

@@ -43,7 +43,7 @@ public:
         const auto entry = m_entries.find(key);
         return entry != m_entries.end() ? entry->second : s_none;
     }
-    void SetAt(const K& key, const V& value) { Set(key, value); }
+    void SetAt(const K& key, const V& value) { Set(key, value); } ///< adds the key, or replaces its value
     void SetAt(const K& key, V&& value) { Set(key, std::move(value)); }
     bool RemoveKey(const K& key) { return m_entries.erase(key) != 0; } ///< whether it was there
     void RemoveAll() { m_entries.clear(); }

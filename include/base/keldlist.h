@@ -38,6 +38,7 @@ public:
     int GetCount() const { return m_items != nullptr ? static_cast<int>(m_items->size()) : 0; }
     bool IsEmpty() const { return m_items == nullptr || m_items->empty(); }
 
+    /// In front of all others; AddTail behind them.
     void AddHead(const T& item) {
         if (!Add([&] { m_items->push_front(item); }))
             m_items->pop_front();
@@ -53,6 +54,7 @@ public:
         TryMemory([&] { Room().push_back(std::move(item)); });
     }
 
+    /// The first; GetTail the last. Empty list: assertion, then an empty element that nothing keeps.
     T& GetHead() { return KELDASSERT(!IsEmpty()) ? m_items->front() : None(); }
     T& GetTail() { return KELDASSERT(!IsEmpty()) ? m_items->back() : None(); }
     const T& GetHead() const { return const_cast<KeldList&>(*this).GetHead(); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -18,6 +19,7 @@
 #elif defined(__GNUC__)
 #define KELD_PRINTF(textIndex, firstIndex) __attribute__((format(gnu_printf, textIndex, firstIndex)))
 #else
+/// Has the compiler check what a function formats as printf does.
 #define KELD_PRINTF(textIndex, firstIndex)
 #endif
 
@@ -38,15 +40,15 @@ class MOBASE_API KeldMBString {
     using IfChar = std::enable_if_t<std::is_same_v<Char, char>>;
 
 public:
-    static constexpr int MaxLength = 0x7FFFFFFF;
+    static constexpr int MaxLength = 0x7FFFFFFF; ///< in bytes
 
     /// A text that is only looked at, wherever it lies.
     class Argument {
     public:
-        Argument(const char* text) : m_text(Text(text)) {}
-        Argument(const KeldMBString& text) : m_text(text.m_text) {}
-        Argument(std::string_view text) : m_text(text) {}
-        std::string_view View() const { return m_text; }
+        Argument(const char* text) : m_text(Text(text)) {}          ///< up to the terminator; null is empty
+        Argument(const KeldMBString& text) : m_text(text.m_text) {} ///< all of it
+        Argument(std::string_view text) : m_text(text) {}           ///< all of it
+        std::string_view View() const { return m_text; }            ///< the text that it looks at
 
     private:
         std::string_view m_text;
@@ -59,8 +61,8 @@ public:
     explicit KeldMBString(Char c, int count = 1) { ///< of a char alone, not of a number
         Fill(c, count);
     }
-    explicit KeldMBString(std::string text);
-    explicit KeldMBString(std::string_view text) : m_text(CopyOf(text)) {}
+    explicit KeldMBString(std::string text);                               ///< all of it
+    explicit KeldMBString(std::string_view text) : m_text(CopyOf(text)) {} ///< all of it
     KeldMBString(const KeldMBString& other) noexcept : m_text(CopyOf(other.m_text)), m_charset(other.m_charset) {}
     KeldMBString(KeldMBString&& other) noexcept = default;
     KeldMBString& operator=(const KeldMBString& other) noexcept {
@@ -71,16 +73,21 @@ public:
     KeldMBString& operator=(KeldMBString&& other) noexcept = default;
     ~KeldMBString() = default;
 
+    /// As from a view, for a part of a text whose bytes may be read up to `readable`: faster where the part is short.
+    static KeldMBString FromPart(std::string_view part, const char* readable) {
+        return KeldMBString(part, readable - part.data());
+    }
+
     const char* Cstr() const { return m_text.c_str(); }
     int GetLength() const { return static_cast<int>(m_text.size()); }
     bool IsEmpty() const { return m_text.empty(); }
-    void Empty() { m_text.clear(); }                 ///< keeps the charset
-    std::string_view View() const { return m_text; } ///< valid until the next change
-    operator std::string_view() const { return m_text; }
+    void Empty() { m_text.clear(); }                     ///< keeps the charset
+    std::string_view View() const { return m_text; }     ///< valid until the next change
+    operator std::string_view() const { return m_text; } ///< the same as View
     const char* begin() const { return m_text.data(); }
     const char* end() const { return m_text.data() + m_text.size(); }
 
-    KELDCharset::Charset GetCharset() const { return m_charset; }
+    KELDCharset::Charset GetCharset() const { return m_charset; }          ///< what the bytes mean
     void SetCharset(KELDCharset::Charset charset) { m_charset = charset; } ///< the number only
 
     char GetAt(int index) const;   ///< out of range: assertion, then 0
@@ -96,8 +103,8 @@ public:
     /// starts.
     int Find(char c, int start = 0) const;
     int Find(Argument text, int start = 0) const;
-    int ReverseFind(char c) const; ///< the last match, -1 when there is none
-    int FindOneOf(const char* set) const;
+    int ReverseFind(char c) const;        ///< the last match, -1 when there is none
+    int FindOneOf(const char* set) const; ///< the first byte that is in the set, -1 when there is none
 
     int Replace(char from, char to); ///< the number of bytes replaced
     /// Replaces every `from`, searching on behind each replacement; an empty `from` matches nothing. The
@@ -121,9 +128,10 @@ public:
 
     /// Replaces the text by what printf would print. A text that cannot be formatted gives an empty one.
     void Format(const char* format, ...) KELD_PRINTF(2, 3);
-    void FormatV(const char* format, std::va_list arguments);
+    void FormatV(const char* format, std::va_list arguments); ///< the same with the arguments as a list
 
-    KeldMBString& Append(const char* text, int length);
+    KeldMBString& Append(const char* text, int length); ///< exactly `length` bytes; a negative length is 0
+    /// Appends a text wherever it lies.
     KeldMBString& Append(std::string_view text) {
         if (text.size() <= m_text.capacity() - m_text.size() && text.size() <= MaxLength - m_text.size())
             m_text.append(text);
@@ -178,6 +186,15 @@ private:
             }
         }
         return TooLong();
+    }
+    KeldMBString(std::string_view part, std::ptrdiff_t readable)
+        : m_text(part.size() <= Short && readable >= std::ptrdiff_t{Short} ? ShortCopyOf(part) : CopyOf(part)) {}
+    // A fixed number of bytes is copied without a call; as few take no memory, whatever the C++ library.
+    static constexpr int Short = sizeof(std::string) >= 24 ? 15 : 10;
+    static std::string ShortCopyOf(std::string_view part) noexcept {
+        std::string copy(part.data(), Short);
+        copy.resize(part.size());
+        return copy;
     }
     static std::string TooLong();
     /// Both in one text; empty when there is no memory for it.

@@ -16,6 +16,7 @@ namespace Qzc {
 /// is used by one thread at a time; the static functions may be called from any thread.
 class MOSTREAM_API QzFile {
 public:
+    /// How a file is opened.
     enum class Access {
         Read,     ///< the file must exist
         Write,    ///< created when missing, emptied when there
@@ -60,7 +61,7 @@ public:
     static bool ReplaceAll(const KeldMBString& path, const std::function<bool(QzFile&)>& write, KeldMBString& error);
 
     static bool IsExist(const KeldMBString& path); ///< whether something is there that Open takes for a file
-    static void Remove(const KeldMBString& path);
+    static void Remove(const KeldMBString& path);  ///< nothing happens where there is none
 
     /// The directory of a loaded shared library, named without prefix, suffix and version ("MoBase"); it ends
     /// with a separator. Empty when no such library is loaded.

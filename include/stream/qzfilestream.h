@@ -10,8 +10,8 @@ namespace Qzc {
 /// A stream over a file, through one buffer that serves reading and writing in turn.
 class MOSTREAM_API QzFileStream : public QzStream {
 public:
-    using Direction = QzFile::Access;
-    static constexpr int DefaultBufferSize = 8192;
+    using Direction = QzFile::Access;              ///< how the file is opened
+    static constexpr int DefaultBufferSize = 8192; ///< in bytes
 
     QzFileStream() = default;
     /// Opens; IsOpen and GetError say whether it worked.
@@ -25,8 +25,8 @@ public:
     bool Flush(); ///< hands what is in the buffer to the system
 
     bool Seek(std::int64_t position) override;
-    std::int64_t GetLength() const override; ///< counts what is still in the buffer; 0 when closed
-    KeldMBString GetError() const { return m_file.GetError(); }
+    std::int64_t GetLength() const override;                    ///< counts what is still in the buffer; 0 when closed
+    KeldMBString GetError() const { return m_file.GetError(); } ///< the system's words for the last failure
 
 protected:
     std::int64_t ReadMore(unsigned char* buffer, std::int64_t count) override;

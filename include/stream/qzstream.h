@@ -47,21 +47,21 @@ public:
 
     /// Moves to a byte offset from the start. False, and no move, when it lies outside the stream.
     virtual bool Seek(std::int64_t position) = 0;
-    std::int64_t GetPosition() const { return m_windowPosition + (m_cursor - m_window); }
-    virtual std::int64_t GetLength() const = 0;
-    std::int64_t GetRemaining() const { return GetLength() - GetPosition(); }
+    std::int64_t GetPosition() const { return m_windowPosition + (m_cursor - m_window); } ///< from the start
+    virtual std::int64_t GetLength() const = 0;                               ///< of all that is in the stream
+    std::int64_t GetRemaining() const { return GetLength() - GetPosition(); } ///< behind the position
 
     bool IsGood() const { return m_good; } ///< no read or write has failed since the start or ClearFailure
     void SetFailed() { m_good = false; }   ///< for a reader that finds a record wrong
-    void ClearFailure() { m_good = true; }
+    void ClearFailure() { m_good = true; } ///< what failed before does not count any more
 
     /// Reads a signed 32-bit count of elements of `elementSize` bytes each (at least 1), that follow it. A count that
     /// is negative or larger than what the stream still holds is a failed read: 0, and nothing behind the count is
     /// consumed.
     int ReadCount(int elementSize);
 
-    // Integers of 1, 2, 4 and 8 bytes, float and double. Use the fixed-width types: `long` differs between
-    // systems.
+    /// Integers of 1, 2, 4 and 8 bytes, float and double. Use the fixed-width types: `long` differs between
+    /// systems.
     template <class T, class = std::enable_if_t<std::is_arithmetic_v<T>>>
     QzStream& operator<<(T value) {
         unsigned char bytes[sizeof(T)];
@@ -92,18 +92,18 @@ public:
 protected:
     QzStream() = default;
 
-    // What the window below cannot serve. ReadMore and WriteMore move the window and transfer what they can.
+    /// What the window below cannot serve: moves the window and transfers what it can; the number of bytes.
     virtual std::int64_t ReadMore(unsigned char* buffer, std::int64_t count) = 0;
+    /// Likewise.
     virtual std::int64_t WriteMore(const unsigned char* buffer, std::int64_t count) = 0;
 
-    // The part of the stream that is in memory, so that small transfers are a copy without a virtual call:
-    // m_window is the byte at m_windowPosition; [m_cursor, m_readEnd) can be read and [m_cursor, m_writeEnd)
-    // written.
-    unsigned char* m_window = nullptr;
-    unsigned char* m_cursor = nullptr;
-    unsigned char* m_readEnd = nullptr;
-    unsigned char* m_writeEnd = nullptr;
-    std::int64_t m_windowPosition = 0;
+    // The part of the stream that is in memory, so that small transfers are a copy without a virtual call.
+
+    unsigned char* m_window = nullptr;   ///< the byte at m_windowPosition
+    unsigned char* m_cursor = nullptr;   ///< the next byte
+    unsigned char* m_readEnd = nullptr;  ///< up to here can be read
+    unsigned char* m_writeEnd = nullptr; ///< up to here can be written
+    std::int64_t m_windowPosition = 0;   ///< the window's place in the stream
 
 private:
     std::int64_t ReadRest(unsigned char* buffer, std::int64_t count);

@@ -10,9 +10,11 @@ namespace Qzc {
 // order of colour values in memory too, so both directions change nothing; records go through them all the
 // same, so that the order in memory is free to change.
 
+/// For a record: the colour of a value in memory.
 constexpr std::uint32_t QzCurrentColortoWinColor(std::uint32_t color) {
     return color;
 }
+/// From a record.
 constexpr std::uint32_t QzWinColortoCurrentColor(std::uint32_t color) {
     return color;
 }

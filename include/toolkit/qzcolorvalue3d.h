@@ -10,6 +10,7 @@ namespace Qzc {
 class QzColorValue3D {
 public:
     constexpr QzColorValue3D() = default; ///< opaque white
+    /// From its parts.
     constexpr QzColorValue3D(double r, double g, double b, double a = 1) : red(r), green(g), blue(b), alpha(a) {}
 
     /// From a packed value: red in the low byte, then green, blue and alpha. The colours that KELDRGB makes
@@ -29,17 +30,17 @@ public:
     }
     friend constexpr bool operator!=(const QzColorValue3D& a, const QzColorValue3D& b) { return !(a == b); }
 
-    static const QzColorValue3D Black;
-    static const QzColorValue3D White;
-    static const QzColorValue3D Red;
-    static const QzColorValue3D Green;
-    static const QzColorValue3D Blue;
-    static const QzColorValue3D Yellow;
+    static const QzColorValue3D Black;  ///< opaque
+    static const QzColorValue3D White;  ///< opaque
+    static const QzColorValue3D Red;    ///< opaque
+    static const QzColorValue3D Green;  ///< opaque
+    static const QzColorValue3D Blue;   ///< opaque
+    static const QzColorValue3D Yellow; ///< opaque
 
-    double red = 1;
-    double green = 1;
-    double blue = 1;
-    double alpha = 1;
+    double red = 1;   ///< from 0 to 1
+    double green = 1; ///< from 0 to 1
+    double blue = 1;  ///< from 0 to 1
+    double alpha = 1; ///< 1 is opaque, 0 is not seen
 
 private:
     static constexpr bool IsSame(double a, double b) { return a == b || (a != a && b != b); }

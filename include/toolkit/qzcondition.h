@@ -22,7 +22,7 @@ public:
     void signal();    ///< wakes one waiter
     void broadcast(); ///< wakes all waiters
 
-    void Wait(QzMutex& mutex);
+    void Wait(QzMutex& mutex); ///< for as long as it takes
 
     /// The same until QzThread::time(), cut to 32 bits, reaches the deadline. False only when the time was
     /// up. Whole milliseconds count, and a deadline that has passed wraps around to a wait of up to 4.3

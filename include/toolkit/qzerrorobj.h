@@ -15,22 +15,24 @@ namespace Qzc {
 /// first. The log adds every item of level error or above that it records. Any thread.
 class MOTOOLKIT_API QzErrorObj {
 public:
-    static constexpr int MaxCount = 1000;
+    static constexpr int MaxCount = 1000;    ///< of entries
     static constexpr int MaxBytes = 1 << 24; ///< the newest entry stays, whatever it takes
 
+    /// One error: what QzLogFile::RecordLog was told.
     struct Entry {
-        int m_nCode = 0;
-        KeldMBString m_strMessage;
-        KeldMBString m_strCodeFile;
-        int m_nCodeLine = 0;
+        int m_nCode = 0;            ///< the message code
+        KeldMBString m_strMessage;  ///< the message
+        KeldMBString m_strCodeFile; ///< the source file
+        int m_nCodeLine = 0;        ///< the line in it
     };
 
-    static QzErrorObj& GetInstance();
+    static QzErrorObj& GetInstance(); ///< the process's own
 
     QzErrorObj(const QzErrorObj&) = delete;
     QzErrorObj& operator=(const QzErrorObj&) = delete;
 
-    void Add(int code, const KeldMBString& message, const KeldMBString& codeFile, int codeLine);
+    void Add(int code, const KeldMBString& message, const KeldMBString& codeFile,
+             int codeLine); ///< on top of the others
     int GetCount() const;
     bool GetAt(int index, Entry& entry) const; ///< 0 is the newest; false when there is none
     KeldArray<Entry> GetAll() const;           ///< newest first

@@ -21,6 +21,7 @@ namespace Qzc {
 template <class V>
 class QzHash {
 public:
+    /// What the iterators give.
     struct Entry {
         const KeldMBString first; ///< the key
         V second;                 ///< the value

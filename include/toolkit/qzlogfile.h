@@ -37,8 +37,10 @@ class QzLogQueryDef;
 /// done) unless stated.
 class MOTOOLKIT_API QzLogFile {
 public:
+    /// How grave an item is.
     enum LogLevelType : int { debug = 100, info = 200, warning = 300, error = 400, fatal = 500 };
 
+    /// Where the items go.
     enum Mode : int {
         Text = 0,     ///< a line per item
         XML = 1,      ///< an element per item; the file is a well-formed document between any two writes
@@ -142,8 +144,8 @@ public:
 
     void SetFileSizeLimit(int bytes, SizeLimitMode mode = Rolling); ///< 0 or less (default -1): none
     int GetFileSizeLimit() const;
-    SizeLimitMode GetSizeLimitMode() const;
-    void SetTimeInterval(TimeInterval interval);
+    SizeLimitMode GetSizeLimitMode() const;      ///< what happens at the limit
+    void SetTimeInterval(TimeInterval interval); ///< when the log goes on in a new file; default `None`
     TimeInterval GetTimeInterval() const;
     /// When a file is opened or gone on in, the oldest of the log's other files are removed until no more of them
     /// and of their bytes are left; 0 (default): no limit. They are told by their names, whoever made them, but one
@@ -162,7 +164,7 @@ public:
     void SetFilterRepeat(unsigned char filter);
     void SetReportRepeats(unsigned char report); ///< an item tells how many were dropped before it; default off
 
-    Mode GetMode() const;
+    Mode GetMode() const;             ///< where the items go
     KeldMBString GetPrefix() const;   ///< the base name that a file was opened under, "Log" for the default
     KeldMBString GetFileName() const; ///< the absolute path of the file that is written; empty without one
 
@@ -176,6 +178,7 @@ public:
     static void SetWriteCallBack(unsigned char (*callBack)(void* dataSource, const QzLogItem& item));
     /// The same for a batch, which is taken or left as a whole. Goes before the one for single items.
     static void SetWriteCallBacks(unsigned char (*callBack)(void* dataSource, const KeldArray<QzLogItem>& items));
+    /// The log that the open call-back was told of is being closed.
     static void SetCloseCallBack(void (*callBack)(void* dataSource));
 
     // ---- Reading back

@@ -25,6 +25,7 @@ namespace Qzc {
 /// ended; lines that are added to it later are lost. One thread at a time; nothing throws.
 class MOTOOLKIT_API QzLogFollower {
 public:
+    /// The log of this file, which need not be there yet.
     explicit QzLogFollower(const KeldMBString& path);
     ~QzLogFollower();
     QzLogFollower(const QzLogFollower&) = delete;

@@ -13,8 +13,13 @@
             ::Qzc::QzLogFile::GetInstance(false).RecordFormat((level), qzLogCode, __FILE__, __LINE__, __VA_ARGS__);    \
     } while (false)
 
+/// Level `debug`.
 #define QZ_LOG_DEBUG(code, ...) QZ_LOG(::Qzc::QzLogFile::debug, code, __VA_ARGS__)
+/// Level `info`.
 #define QZ_LOG_INFO(code, ...) QZ_LOG(::Qzc::QzLogFile::info, code, __VA_ARGS__)
+/// Level `warning`.
 #define QZ_LOG_WARNING(code, ...) QZ_LOG(::Qzc::QzLogFile::warning, code, __VA_ARGS__)
+/// Level `error`.
 #define QZ_LOG_ERROR(code, ...) QZ_LOG(::Qzc::QzLogFile::error, code, __VA_ARGS__)
+/// Level `fatal`.
 #define QZ_LOG_FATAL(code, ...) QZ_LOG(::Qzc::QzLogFile::fatal, code, __VA_ARGS__)

@@ -45,9 +45,9 @@ class MarkupText;
 /// a document that is edited or navigated is used by one thread at a time.
 class MOTOOLKIT_API QzMarkup {
 public:
-    QzMarkup(); ///< an empty document, not well formed, in the current charset
-    explicit QzMarkup(const char* szDoc);
-    QzMarkup(const QzMarkup& other); ///< copies text, records, positions and saved positions
+    QzMarkup();                           ///< an empty document, not well formed, in the current charset
+    explicit QzMarkup(const char* szDoc); ///< parses the text, as SetDoc
+    QzMarkup(const QzMarkup& other);      ///< copies text, records, positions and saved positions
     QzMarkup(QzMarkup&& other) noexcept;
     QzMarkup& operator=(QzMarkup other) noexcept;
     ~QzMarkup();
@@ -136,7 +136,7 @@ public:
 
     /// Keeps the position under a name until the text is replaced or one of its elements is removed.
     unsigned char SavePos(const char* szName);
-    unsigned char RestorePos(const char* szName);
+    unsigned char RestorePos(const char* szName); ///< false, and no move, when there is no such position
 
     // ---- Reading: empty text where there is no such element or attribute
     //
@@ -144,7 +144,7 @@ public:
     // references are resolved or pieces put together: it is valid until the next change of the document or the
     // thread's next read from any.
 
-    KeldMBString GetTagName() const;
+    KeldMBString GetTagName() const; ///< the name of the element
     KeldMBString GetChildTagName() const;
     std::string_view GetTagNameView() const;
     std::string_view GetChildTagNameView() const;
@@ -157,17 +157,18 @@ public:
     std::string_view GetDataView() const;
     std::string_view GetChildDataView() const;
 
+    /// The value of an attribute, references resolved.
     KeldMBString GetAttrib(const char* szAttrib) const;
     KeldMBString GetChildAttrib(const char* szAttrib) const;
     KeldMBString GetAttribName(int n) const; ///< counted from 0
     KeldMBString GetChildAttribName(int n) const;
     KeldMBString GetAttribValue(int n) const; ///< of the same one, also where a name stands twice
     KeldMBString GetChildAttribValue(int n) const;
-    std::string_view GetAttribNameView(int n) const;
+    std::string_view GetAttribNameView(int n) const; ///< counted from 0
     std::string_view GetChildAttribNameView(int n) const;
-    std::string_view GetAttribValueView(int n) const;
+    std::string_view GetAttribValueView(int n) const; ///< of the same one
     std::string_view GetChildAttribValueView(int n) const;
-    int GetAttribCount() const;
+    int GetAttribCount() const; ///< how many attributes there are
     int GetChildAttribCount() const;
 
     KeldMBString GetSubDoc() const; ///< the element's markup, from start tag to end tag
@@ -242,11 +243,12 @@ public:
     unsigned char RemoveChildElem();
 
 protected:
+    /// @cond
     // The layer that the operations above rest on. Elements are record indices; 0 is the document (as a
     // parent) or none (as anything else). Offsets are bytes in the text; ranges name their first and last
     // byte.
 
-    /// Where an element lies. For an empty element (<a/>) the end tag is the start tag. A tag behind the place
+    /// Where an element lies. For an empty element (`<a/>`) the end tag is the start tag. A tag behind the place
     /// of the last edit has offsets counted from the end of the text, which are below 0, so that an edit need
     /// not move what is far behind it: GetElementPos gives all from the start.
     struct ElementPos {
@@ -338,6 +340,7 @@ protected:
     int GetFreePos();                 ///< 0 when memory has run out
     void ReleasePos(int iFirst);      ///< a record, its next siblings and all that is below them
     void SetPos(int iPosParent, int iPos, int iPosChild);
+    /// @endcond
 
 private:
     // Records live in segments of 65,536, so that growing the table moves at most the last of them.
@@ -358,6 +361,7 @@ private:
     struct Tag {
         int iPos = 0;
         bool isEnd = false;
+        bool operator==(const Tag& other) const { return iPos == other.iPos && isEnd == other.isEnd; }
     };
     /// A saved position, and the number of releases that had been made then.
     struct SavedPosAt : SavedPos {
@@ -383,15 +387,19 @@ private:
     void TellFromEnd(Tag tag, int nShift);
 
     std::string_view TagName(int iPos) const;
-    std::string_view Data(int iPos, std::string& scratch) const; ///< scratch, or a part of the text
+    std::string_view TagName(int iPos, const char*& readable) const; ///< which is where what may be read ends
+    std::string_view DataView(int iPos) const;
+    bool PlainData(int iPos, std::string_view& text) const; ///< whether a part of the text is the data as it stands
     void AppendData(std::string& data, int iPos) const;
     Attribute AttributeAt(int iPos, int n) const;
+    Attribute FindAttribute(int iPos, int n) const;
     AttributeRange AttributesOf(int iPos) const;
     int AttribCount(int iPos) const;
     unsigned char GetPosition(int nOffset, int& line, int& column) const;
     /// Finds an attribute that is about to be set, and the offset of its value; false: it is about to be added.
     bool FindOrNote(int iPos, std::string_view name, Attribute& attribute, int& nValue);
     int TagBodyEnd(int iPos) const; ///< behind the last attribute (or the name) in the start tag
+    bool IsNameAlone(int iPos, int nBodyEnd) const;
     /// Another text under the same records: their offsets are not moved. With GetDoc the only way to the text
     /// for what does not edit elements.
     void SetText(KeldMBString text);

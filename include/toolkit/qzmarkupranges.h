@@ -18,36 +18,64 @@ namespace Qzc {
 // They belong to the document and are valid until it changes; like its own const operations they may be used in
 // many threads meanwhile. Views are as those of QzMarkup.
 
+namespace MarkupScan {
+
+/// An attribute as it stands in a start tag. Where there is no value it is empty and marks its place.
+struct TagAttribute {
+    std::string_view name;          ///< as far as the next equals sign, blank or end of the tag
+    std::string_view value;         ///< without its quotes
+    const char* readable = nullptr; ///< before it all bytes may be read
+    bool isQuoted = false;          ///< the value stands in quotes
+    bool hasEqualsSign = false;     ///< behind the name
+    bool isPlain = false;           ///< the value is known to hold no reference
+};
+
+/// How far a scanner has come in a start tag.
+struct TagScan {
+    const char* next = nullptr;     ///< where the next attribute is looked for
+    const char* readable = nullptr; ///< before it all bytes may be read
+    const char* block = nullptr;    ///< the bytes looked at last; null for none yet
+    unsigned stops = 0;             ///< those of them where values may begin and end, which are still ahead
+    unsigned references = 0;        ///< those that start references
+};
+
+} // namespace MarkupScan
+
 /// One attribute.
 class MOTOOLKIT_API QzMarkup::Attribute {
 public:
-    std::string_view GetNameView() const { return m_name; }
-    std::string_view GetValueView() const; ///< references resolved
-    KeldMBString GetName() const { return KeldMBString(m_name); }
-    KeldMBString GetValue() const;
+    std::string_view GetNameView() const { return m_found.name; } ///< as it stands
+    /// References resolved.
+    std::string_view GetValueView() const { return m_found.isPlain ? m_found.value : GetResolvedView(); }
+    /// As it stands.
+    KeldMBString GetName() const { return KeldMBString::FromPart(m_found.name, m_found.readable); }
+    /// References resolved.
+    KeldMBString GetValue() const {
+        return m_found.isPlain ? KeldMBString::FromPart(m_found.value, m_found.readable) : GetResolved();
+    }
 
 private:
     friend class QzMarkup;
-    std::string_view m_name;
-    std::string_view m_value; ///< as it stands
-    bool m_isQuoted = false;
-    bool m_hasEqualsSign = false;
+    std::string_view GetResolvedView() const;
+    KeldMBString GetResolved() const;
+
+    MarkupScan::TagAttribute m_found;
 };
 
 /// One element, or none: then all that is read from it is empty.
 class MOTOOLKIT_API QzMarkup::Element {
 public:
     Element() = default;
-    explicit operator bool() const { return m_iPos != 0; }
+    explicit operator bool() const { return m_iPos != 0; } ///< whether there is an element
 
-    std::string_view GetTagNameView() const;
-    std::string_view GetDataView() const;
-    KeldMBString GetTagName() const { return KeldMBString(GetTagNameView()); }
-    KeldMBString GetData() const;
-    KeldMBString GetAttrib(const char* szAttrib) const;
-    KeldMBString GetSubDoc() const;
-    ElementRange Children() const;
-    AttributeRange Attributes() const;
+    std::string_view GetTagNameView() const;            ///< the name
+    std::string_view GetDataView() const;               ///< the text, as QzMarkup::GetData gives it
+    KeldMBString GetTagName() const;                    ///< the name
+    KeldMBString GetData() const;                       ///< the text
+    KeldMBString GetAttrib(const char* szAttrib) const; ///< the value of an attribute, references resolved
+    KeldMBString GetSubDoc() const;                     ///< the markup, from start tag to end tag
+    ElementRange Children() const;                      ///< the elements in it
+    AttributeRange Attributes() const;                  ///< those of its start tag
 
 private:
     friend class QzMarkup;
@@ -60,6 +88,7 @@ private:
 /// The children of an element, in order.
 class QzMarkup::ElementRange {
 public:
+    /// An input iterator.
     class Iterator {
     public:
         using iterator_category = std::input_iterator_tag;
@@ -106,6 +135,7 @@ private:
 /// The attributes of an element, in order.
 class MOTOOLKIT_API QzMarkup::AttributeRange {
 public:
+    /// An input iterator; what it points to it holds itself.
     class MOTOOLKIT_API Iterator {
     public:
         using iterator_category = std::input_iterator_tag;
@@ -123,15 +153,14 @@ public:
             ++*this;
             return before;
         }
-        friend bool operator==(const Iterator& a, const Iterator& b) { return a.m_next == b.m_next; }
-        friend bool operator!=(const Iterator& a, const Iterator& b) { return a.m_next != b.m_next; }
+        friend bool operator==(const Iterator& a, const Iterator& b) { return a.m_scan.next == b.m_scan.next; }
+        friend bool operator!=(const Iterator& a, const Iterator& b) { return a.m_scan.next != b.m_scan.next; }
 
     private:
         friend class AttributeRange;
         friend class QzMarkup;
 
-        const char* m_next = nullptr; ///< where the next attribute is looked for; null behind the last
-        const char* m_readable = nullptr;
+        MarkupScan::TagScan m_scan; ///< that looks for nothing behind the last
         Attribute m_attribute;
     };
 

@@ -12,10 +12,11 @@ namespace Qzc {
 
 /// What a lock is in, at a moment that is over when it is told.
 struct QzProcessState {
+    /// One object that has the lock open.
     struct Opener {
         unsigned int m_nProcessID = 0; ///< 0 where the system does not tell
-        bool m_bReading = false;
-        bool m_bWriting = false;
+        bool m_bReading = false;       ///< whether its process has locked for reading
+        bool m_bWriting = false;       ///< likewise for writing
     };
     KeldArray<Opener> m_openers;   ///< the objects that have it open
     std::uint64_t m_nStamp = 0;    ///< how often it was taken for writing
@@ -90,14 +91,14 @@ public:
     /// `notify` the callback is called before. False when nothing was changed, when the process had the lock
     /// already, and when the lock could not be taken: isLocked tells these apart.
     bool ReaderLock(bool notify);
-    void ReaderUnlock();
+    void ReaderUnlock();          ///< gives the lock back, when this object counts as having it
     bool WriterLock(bool notify); ///< likewise; this object's own writing is no change to it
-    void WriterUnlock();
+    void WriterUnlock();          ///< likewise
 
     /// These wait no longer than so many milliseconds, 0 meaning not at all, and tell whether the process has
     /// the lock. Only then is there anything to unlock. Of changes the callback hears, when `notify` is set.
     bool TimedReaderLock(unsigned int milliseconds, bool notify = true);
-    bool TimedWriterLock(unsigned int milliseconds, bool notify = true);
+    bool TimedWriterLock(unsigned int milliseconds, bool notify = true); ///< likewise
 
     bool isLocked() const; ///< whether this object has the lock, for reading or for writing
 

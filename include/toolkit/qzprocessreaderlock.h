@@ -8,6 +8,7 @@ namespace Qzc {
 /// Locks for reading while it lives. Whether there was a change, only the callback hears.
 class QzProcessReaderLock {
 public:
+    /// Waits as QzProcess::ReaderLock does; `notify`: the callback hears of a change.
     QzProcessReaderLock(QzProcess& process, bool notify) : m_process(process) { Lock(notify); }
     ~QzProcessReaderLock() { m_process.ReaderUnlock(); }
     QzProcessReaderLock(const QzProcessReaderLock&) = delete;

@@ -8,6 +8,7 @@ namespace Qzc {
 /// Locks for writing while it lives. Whether there was a change, only the callback hears.
 class QzProcessWriterLock {
 public:
+    /// Waits as QzProcess::WriterLock does; `notify`: the callback hears of a change.
     QzProcessWriterLock(QzProcess& process, bool notify) : m_process(process) { Lock(notify); }
     ~QzProcessWriterLock() { m_process.WriterUnlock(); }
     QzProcessWriterLock(const QzProcessWriterLock&) = delete;

@@ -18,13 +18,13 @@ public:
     QzReadWriteLock(const QzReadWriteLock&) = delete;
     QzReadWriteLock& operator=(const QzReadWriteLock&) = delete;
 
-    void readLock();
+    void readLock();    ///< waits while somebody writes
     bool tryReadLock(); ///< false while somebody writes
-    void readUnlock();
+    void readUnlock();  ///< one of those who read
 
-    void writeLock();
+    void writeLock();    ///< waits while somebody reads or writes
     bool tryWriteLock(); ///< false while somebody reads or writes
-    void writeUnlock();
+    void writeUnlock();  ///< the one who writes
 
 private:
     alignas(8) unsigned char m_data[88];

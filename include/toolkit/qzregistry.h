@@ -31,9 +31,9 @@ class RegistryWriter;
 /// guarded.
 class MOTOOLKIT_API QzRegistry : public QzHash<KeldMBString> {
 public:
-    using Object = QzHash<KeldMBString>;
-    using Sequence = KeldArray<KeldMBString>;
-    using ObjectSequence = KeldArray<Object>;
+    using Object = QzHash<KeldMBString>;      ///< texts by name
+    using Sequence = KeldArray<KeldMBString>; ///< texts in order
+    using ObjectSequence = KeldArray<Object>; ///< objects in order
 
     /// The kinds of entries, as the `type` attribute names them (without regard to case).
     enum ElemType {
@@ -67,10 +67,10 @@ public:
     KeldMBString Name() const { return m_strName; }    ///< the top element's tag
     KeldMBString Encoding() const { return "GB2312"; } ///< what configuration files are in by convention
 
-    Object& Obj(const KeldMBString& strName) const;
-    Sequence& Seq(const KeldMBString& strName) const;
-    ObjectSequence& ObjSeq(const KeldMBString& strName) const;
-    QzRegistry& SubReg(const KeldMBString& strName) const;
+    Object& Obj(const KeldMBString& strName) const;            ///< the object of that name
+    Sequence& Seq(const KeldMBString& strName) const;          ///< the sequence of that name
+    ObjectSequence& ObjSeq(const KeldMBString& strName) const; ///< the sequence of objects of that name
+    QzRegistry& SubReg(const KeldMBString& strName) const;     ///< the nested registry of that name
 
     /// The registry of an external file, loaded when it is first asked for. "resource" gives a
     /// QzRegistryResource, "EPSFont" a QzRegistryEpsFont (without regard to case), any other name a plain

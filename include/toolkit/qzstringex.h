@@ -13,9 +13,9 @@ namespace Qzc {
 class MOTOOLKIT_API QzStringEx : public KeldMBString {
 public:
     QzStringEx() = default;
-    QzStringEx(const KeldMBString& text) : KeldMBString(text) {}
-    QzStringEx(KeldMBString&& text) noexcept : KeldMBString(std::move(text)) {}
-    using KeldMBString::operator=; // gives the base
+    QzStringEx(const KeldMBString& text) : KeldMBString(text) {} ///< the same text with its charset number
+    QzStringEx(KeldMBString&& text) noexcept : KeldMBString(std::move(text)) {} ///< likewise
+    using KeldMBString::operator=;                                              // gives the base
 
     /// h = (h * 33) ^ byte over the bytes, each sign-extended, from h = 0 and in 32 bits.
     unsigned int HashVal() const;

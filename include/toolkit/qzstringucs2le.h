@@ -41,6 +41,7 @@ private:
     KeldArray<unsigned short> m_units; // empty, or with the terminator
 };
 
+/// The same on an array of bytes.
 MOTOOLKIT_API QzByteArray& operator<<(QzByteArray& bytes, const QzStringUCS2LE& text);
 MOTOOLKIT_API QzByteArray& operator>>(QzByteArray& bytes, QzStringUCS2LE& text);
 

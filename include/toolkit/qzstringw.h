@@ -35,10 +35,10 @@ public:
     static constexpr int MaxLength = KeldMBString::MaxLength / static_cast<int>(sizeof(wchar_t));
 
     QzStringW() = default;
-    QzStringW(const KeldMBString& text); ///< FromString with the text's own charset
-    QzStringW(std::wstring text);
-    QzStringW(std::wstring_view text) : m_text(CopyOf(text)) {}
-    QzStringW(const wchar_t* text) : m_text(CopyOf(Text(text))) {}
+    QzStringW(const KeldMBString& text);                           ///< FromString with the text's own charset
+    QzStringW(std::wstring text);                                  ///< all of it
+    QzStringW(std::wstring_view text) : m_text(CopyOf(text)) {}    ///< all of it
+    QzStringW(const wchar_t* text) : m_text(CopyOf(Text(text))) {} ///< up to the terminator
     QzStringW(const wchar_t* text, int length); ///< exactly `length` units; a negative length counts as 0
     QzStringW(const QzStringW& other) noexcept : m_text(CopyOf(other.m_text)) {}
     QzStringW(QzStringW&& other) noexcept = default;
@@ -47,9 +47,9 @@ public:
     ~QzStringW() = default;
 
     const wchar_t* Cstr() const { return m_text.c_str(); }
-    const wchar_t* GetData() const { return m_text.c_str(); }
-    operator const wchar_t*() const { return m_text.c_str(); }
-    std::wstring_view View() const { return m_text; } ///< valid until the next change
+    const wchar_t* GetData() const { return m_text.c_str(); }  ///< the same as Cstr
+    operator const wchar_t*() const { return m_text.c_str(); } ///< the same as Cstr
+    std::wstring_view View() const { return m_text; }          ///< valid until the next change
     const wchar_t* begin() const { return m_text.data(); }
     const wchar_t* end() const { return m_text.data() + m_text.size(); }
 
@@ -206,6 +206,7 @@ private:
 
 } // namespace Qzc
 
+/// Equal texts have equal hashes.
 template <>
 struct std::hash<Qzc::QzStringW> {
     std::size_t operator()(const Qzc::QzStringW& text) const noexcept {

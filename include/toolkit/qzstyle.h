@@ -44,6 +44,7 @@ public:
     bool operator!=(const QzStyle& other) const { return !(*this == other); }
 
     // The fields of one kind, without symbol bytes.
+    /// Whether the fields of the fill are equal, without symbol bytes.
     static unsigned char IsSameFillStyle(const QzStyle& a, const QzStyle& b) {
         return a.m_nFillBackColor == b.m_nFillBackColor && a.m_nFillForeColor == b.m_nFillForeColor &&
                a.m_nFillStyle == b.m_nFillStyle && a.m_bFillBackOpaque == b.m_bFillBackOpaque &&
@@ -51,6 +52,7 @@ public:
                a.m_nFillAngle == b.m_nFillAngle && a.m_nFillCenterOffsetX == b.m_nFillCenterOffsetX &&
                a.m_nFillCenterOffsetY == b.m_nFillCenterOffsetY;
     }
+    /// Whether those of the line are.
     static unsigned char IsSameLineStyle(const QzStyle& a, const QzStyle& b) {
         return a.m_nLineColor == b.m_nLineColor && a.m_nLineStyle == b.m_nLineStyle && a.m_nLineWidth == b.m_nLineWidth;
     }
@@ -69,9 +71,11 @@ public:
     static unsigned char IsSameMarkerSymbolStyle(const QzStyle& a, const QzStyle& b) {
         return Symbol::AreSame(a.m_markerSymbol, b.m_markerSymbol);
     }
+    /// The same for the symbols of the line.
     static unsigned char IsSameLineSymbolStyle(const QzStyle& a, const QzStyle& b) {
         return Symbol::AreSame(a.m_lineSymbol, b.m_lineSymbol);
     }
+    /// The same for the symbols of the fill.
     static unsigned char IsSameFillSymbolStyle(const QzStyle& a, const QzStyle& b) {
         return Symbol::AreSame(a.m_fillSymbol, b.m_fillSymbol);
     }
@@ -89,44 +93,46 @@ public:
 
     // ---- Drawing with one colour
 
-    unsigned char IsFixedColor() const { return m_bFixedColor; }
+    unsigned char IsFixedColor() const { return m_bFixedColor; } ///< whether all is drawn in the fixed colour
     void SetIsFixedColor(unsigned char isFixed) { m_bFixedColor = Flag(isFixed); }
-    unsigned int GetFixedColor() const { return m_nFixedColor; }
+    unsigned int GetFixedColor() const { return m_nFixedColor; } ///< instead of the style's own colours
     void SetFixedColor(unsigned int color) { m_nFixedColor = color; }
 
     // ---- Marker
 
     int GetMarkerStyle() const { return m_nMarkerStyle; } ///< symbol identifier, as all styles
     void SetMarkerStyle(int style) { m_nMarkerStyle = style; }
-    double GetMarkerAngle() const { return m_nMarkerAngle / 10.0; }
+    double GetMarkerAngle() const { return m_nMarkerAngle / 10.0; } ///< degrees
     void SetMarkerAngle(double angle) { m_nMarkerAngle = Tenths(angle); }
-    double GetMarkerSize() const { return m_nMarkerSize / 10.0; }
+    double GetMarkerSize() const { return m_nMarkerSize / 10.0; } ///< of the marker as a whole
     void SetMarkerSize(double size) { m_nMarkerSize = Tenths(size); }
-    double GetMarkerWidth() const { return m_nMarkerWidth / 10.0; }
+    double GetMarkerWidth() const { return m_nMarkerWidth / 10.0; } ///< of the marker alone
     void SetMarkerWidth(double width) { m_nMarkerWidth = Tenths(width); }
-    double GetMarkerHeight() const { return m_nMarkerHeight / 10.0; }
+    double GetMarkerHeight() const { return m_nMarkerHeight / 10.0; } ///< likewise
     void SetMarkerHeight(double height) { m_nMarkerHeight = Tenths(height); }
+    /// A mark for who draws; nothing in this library asks for it.
     unsigned char IsScaleBySymbol() const { return m_bScaleBySymbol; }
     void SetScaleBySymbol(unsigned char scale) { m_bScaleBySymbol = Flag(scale); }
 
     // ---- Line
 
-    int GetLineStyle() const { return m_nLineStyle; }
+    int GetLineStyle() const { return m_nLineStyle; } ///< symbol identifier
     void SetLineStyle(int style) { m_nLineStyle = style; }
+    /// The same with a 3D line style.
     void SetLineStyle(const QzLineStyle3D& style) { SetLineStyle(static_cast<int>(style)); }
     unsigned int GetLineColor() const { return m_nLineColor; } ///< also the marker's colour
     /// The line colour of the 3D attributes, if there are any, follows and keeps its alpha.
     void SetLineColor(unsigned int color);
-    double GetLineWidth() const { return m_nLineWidth / 10.0; }
+    double GetLineWidth() const { return m_nLineWidth / 10.0; } ///< of the stroke
     void SetLineWidth(double width) { m_nLineWidth = Tenths(width); }
 
     // ---- Fill
 
-    int GetFillStyle() const { return m_nFillStyle; }
+    int GetFillStyle() const { return m_nFillStyle; } ///< symbol identifier
     void SetFillStyle(int style) { m_nFillStyle = style; }
     unsigned int GetFillBackColor() const { return m_nFillBackColor; } ///< behind a pattern
     void SetFillBackColor(unsigned int color) { m_nFillBackColor = color; }
-    unsigned int GetFillForeColor() const { return m_nFillForeColor; }
+    unsigned int GetFillForeColor() const { return m_nFillForeColor; } ///< of the pattern, or of the whole
     /// The fill colour of the 3D attributes, if there are any, follows and keeps its alpha.
     void SetFillForeColor(unsigned int color);
     /// Whether the back is painted. The record of a region keeps this in the top byte of the back colour, and
@@ -153,29 +159,32 @@ public:
     // buffer, which `new unsigned char[]` made, when the result is true. A stream gives all of its bytes, wherever its
     // position is, and stays as it is. What the getters point to is valid until the symbol changes.
 
+    /// The symbol of a marker.
     unsigned char SetMarkSymbolStyle(unsigned char* pMarkerSymbolBuffer, unsigned int length, unsigned int version,
                                      unsigned char copy);
     unsigned char SetMarkSymbolStyle(const QzMemoryStream* pMarkerSymbolStream, unsigned int version);
     const unsigned char* GetMarkSymbolStyle() const { return m_markerSymbol.pBytes.get(); } ///< null: none
-    unsigned int GetMarkerSymbolLength() const { return m_markerSymbol.nLength; }
-    unsigned int GetMarkerSymbolVersion() const { return m_markerSymbol.nVersion; }
-    void ClearMarkSymbolStyle() { m_markerSymbol.Clear(); }
+    unsigned int GetMarkerSymbolLength() const { return m_markerSymbol.nLength; }           ///< in bytes
+    unsigned int GetMarkerSymbolVersion() const { return m_markerSymbol.nVersion; }         ///< as it was set
+    void ClearMarkSymbolStyle() { m_markerSymbol.Clear(); }                                 ///< drops the symbol
 
+    /// The symbol of a line.
     unsigned char SetLineSymbolStyle(unsigned char* pLineSymbolBuffer, unsigned int length, unsigned int version,
                                      unsigned char copy);
     unsigned char SetLineSymbolStyle(const QzMemoryStream* pLineSymbolStream, unsigned int version);
-    const unsigned char* GetLineSymbolStyle() const { return m_lineSymbol.pBytes.get(); }
-    unsigned int GetLineSymbolLength() const { return m_lineSymbol.nLength; }
-    unsigned int GetLineSymbolVersion() const { return m_lineSymbol.nVersion; }
-    void ClearLineSymbolStyle() { m_lineSymbol.Clear(); }
+    const unsigned char* GetLineSymbolStyle() const { return m_lineSymbol.pBytes.get(); } ///< null: none
+    unsigned int GetLineSymbolLength() const { return m_lineSymbol.nLength; }             ///< in bytes
+    unsigned int GetLineSymbolVersion() const { return m_lineSymbol.nVersion; }           ///< as it was set
+    void ClearLineSymbolStyle() { m_lineSymbol.Clear(); }                                 ///< drops the symbol
 
+    /// The symbol of a fill.
     unsigned char SetFillSymbolStyle(unsigned char* pFillSymbolBuffer, unsigned int length, unsigned int version,
                                      unsigned char copy);
     unsigned char SetFillSymbolStyle(const QzMemoryStream* pFillSymbolStream, unsigned int version);
-    const unsigned char* GetFillSymbolStyle() const { return m_fillSymbol.pBytes.get(); }
-    unsigned int GetFillSymbolLength() const { return m_fillSymbol.nLength; }
-    unsigned int GetFillSymbolVersion() const { return m_fillSymbol.nVersion; }
-    void ClearFillSymbolStyle() { m_fillSymbol.Clear(); }
+    const unsigned char* GetFillSymbolStyle() const { return m_fillSymbol.pBytes.get(); } ///< null: none
+    unsigned int GetFillSymbolLength() const { return m_fillSymbol.nLength; }             ///< in bytes
+    unsigned int GetFillSymbolVersion() const { return m_fillSymbol.nVersion; }           ///< as it was set
+    void ClearFillSymbolStyle() { m_fillSymbol.Clear(); }                                 ///< drops the symbol
 
     void ClearSymbolStyle3D() { m_pStyleEx.reset(); } ///< drops the 3D attributes
     void ClearSymbolStyle();                          ///< drops the symbols and the 3D attributes
@@ -260,7 +269,7 @@ public:
 
     // ---- The base library's record: all fields but the symbols and the 3D attributes
 
-    void ToKeldStyle(KeldStyle& style) const;
+    void ToKeldStyle(KeldStyle& style) const;   ///< all its fields
     void FromKeldStyle(const KeldStyle& style); ///< symbols stay; 3D colours follow as with the setters
 
     // ---- Streams. Failed transfers are remembered by the stream (IsGood); a style that is not wholly there, in

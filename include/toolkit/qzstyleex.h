@@ -13,10 +13,15 @@ namespace Qzc {
 
 // What a record holds beyond these values is kept and written back as it is.
 
+/// What of a face is drawn: the face, its outline, or both.
 enum QzFill3DMode : std::int32_t { FILL_FACE = 1, FILL_LINE = 2, FILL_FACEANDLINE = 3 };
+/// What heights are measured from.
 enum AltitudeMode : std::int32_t { ClampToGround = 0, RelativeToGround = 1, Absolute = 2, RelativeToUnderground = 3 };
+/// What the tiling of a texture counts.
 enum QzTextureRepeatMode : std::int32_t { RepeatTimes = 0, RealSize = 1 };
+/// How an icon turns to the one who looks.
 enum QzBillBoardMode : std::int32_t { SCREEN_ALIGNED = 0, AUTO_Z_AXIAL = 1, FIXED_ANGLE = 2 };
+/// A line, or a pipe around it.
 enum QzLineStyle3D : std::int32_t { LINE_SIMPLE = 0, LINE_PIPELINE = 1 };
 
 /// The three-dimensional attributes of a drawing style: a value, copied and compared by value. A QzStyle owns
@@ -40,76 +45,80 @@ public:
     bool operator==(const QzStyleEx& other) const;
     bool operator!=(const QzStyleEx& other) const { return !(*this == other); }
 
-    QzFill3DMode GetFill3DMode() const { return m_eFill3DMode; }
+    QzFill3DMode GetFill3DMode() const { return m_eFill3DMode; } ///< what of a face is drawn
     void SetFill3DMode(QzFill3DMode mode) { Change(m_eFill3DMode, mode); }
-    AltitudeMode GetAltitudeMode() const { return m_eAltitudeMode; }
+    AltitudeMode GetAltitudeMode() const { return m_eAltitudeMode; } ///< what heights are measured from
     void SetAltitudeMode(AltitudeMode mode) { Change(m_eAltitudeMode, mode); }
-    const KeldMBString& GetIconName() const { return m_strIconName; }
+    const KeldMBString& GetIconName() const { return m_strIconName; } ///< of the picture that stands for a point
     void SetIconName(const KeldMBString& name) { Change(m_strIconName, name); }
-    float GetIconScale() const { return m_fIconScale; }
+    float GetIconScale() const { return m_fIconScale; } ///< its size, 1 as it is
     void SetIconScale(float scale) { Change(m_fIconScale, scale); }
-    float GetPointSize() const { return m_fPointSize; }
+    float GetPointSize() const { return m_fPointSize; } ///< of a point without an icon
     void SetPointSize(float size) { Change(m_fPointSize, size); }
-    const QzColorValue3D& GetPointColor() const { return m_colorPoint; }
+    const QzColorValue3D& GetPointColor() const { return m_colorPoint; } ///< of a point without an icon
     void SetPointColor(const QzColorValue3D& color) { Change(m_colorPoint, color); }
-    float GetLineWidth() const { return static_cast<float>(m_dLineWidth); }
+    float GetLineWidth() const { return static_cast<float>(m_dLineWidth); } ///< of the line
     void SetLineWidth(float width) { Change<double>(m_dLineWidth, width); }
-    const QzColorValue3D& GetLineColor() const { return m_colorLine; }
+    const QzColorValue3D& GetLineColor() const { return m_colorLine; } ///< of the line
     void SetLineColor(const QzColorValue3D& color) { Change(m_colorLine, color); }
-    const QzColorValue3D& GetFillColor() const { return m_colorFill; }
+    const QzColorValue3D& GetFillColor() const { return m_colorFill; } ///< of the face
     void SetFillColor(const QzColorValue3D& color) { Change(m_colorFill, color); }
-    float GetBottomAltitude() const { return static_cast<float>(m_dBottomAltitude); }
+    float GetBottomAltitude() const { return static_cast<float>(m_dBottomAltitude); } ///< where the body starts
     void SetBottomAltitude(float altitude) { Change<double>(m_dBottomAltitude, altitude); }
-    float GetExtendHeight() const { return static_cast<float>(m_dExtendHeight); }
+    float GetExtendHeight() const { return static_cast<float>(m_dExtendHeight); } ///< how high the body is
     void SetExtendHeight(float height) { Change<double>(m_dExtendHeight, height); }
-    const KeldMBString& GetSideTexture() const { return m_strSideTexture; }
+    const KeldMBString& GetSideTexture() const { return m_strSideTexture; } ///< the file of the picture on its sides
     void SetSideTexture(const KeldMBString& name) { Change(m_strSideTexture, name); }
-    const KeldMBString& GetTopTexture() const { return m_strTopTexture; }
+    const KeldMBString& GetTopTexture() const { return m_strTopTexture; } ///< the same for its top
     void SetTopTexture(const KeldMBString& name) { Change(m_strTopTexture, name); }
-    float GetTilingU() const { return m_fTilingU; }
+    float GetTilingU() const { return m_fTilingU; } ///< of the sides, across
     void SetTilingU(float tiling) { Change(m_fTilingU, tiling); }
-    float GetTilingV() const { return m_fTilingV; }
+    float GetTilingV() const { return m_fTilingV; } ///< of the sides, upward
     void SetTilingV(float tiling) { Change(m_fTilingV, tiling); }
-    QzTextureRepeatMode GetTextureRepeatMode() const { return m_eTextureRepeatMode; }
+    QzTextureRepeatMode GetTextureRepeatMode() const { return m_eTextureRepeatMode; } ///< of the sides
     void SetTextureRepeatMode(QzTextureRepeatMode mode) { Change(m_eTextureRepeatMode, mode); }
-    float GetTopTilingU() const { return m_fTopTilingU; }
+    float GetTopTilingU() const { return m_fTopTilingU; } ///< of the top, in the one direction
     void SetTopTilingU(float tiling) { Change(m_fTopTilingU, tiling); }
-    float GetTopTilingV() const { return m_fTopTilingV; }
+    float GetTopTilingV() const { return m_fTopTilingV; } ///< of the top, in the other
     void SetTopTilingV(float tiling) { Change(m_fTopTilingV, tiling); }
-    QzTextureRepeatMode GetTopTextureRepeatMode() const { return m_eTopTextureRepeatMode; }
+    QzTextureRepeatMode GetTopTextureRepeatMode() const { return m_eTopTextureRepeatMode; } ///< of the top
     void SetTopTextureRepeatMode(QzTextureRepeatMode mode) { Change(m_eTopTextureRepeatMode, mode); }
+    /// The point of the icon that stands on the place.
     const KeldPoint2D& GetIconAnchorPoint() const { return m_pntIconAnchor; }
     void SetIconAnchorPoint(const KeldPoint2D& anchor) { Change(m_pntIconAnchor, anchor); }
+    /// Whether the icon keeps its size whatever its distance.
     unsigned char GetFixedPixelSize() const { return m_bFixedPixelSize; }
     void SetFixedPixelSize(unsigned char fixed) { Change(m_bFixedPixelSize, Flag(fixed)); }
-    QzBillBoardMode GetBillBoardMode() const { return m_eBillBoardMode; }
+    QzBillBoardMode GetBillBoardMode() const { return m_eBillBoardMode; } ///< how the icon turns
     void SetBillBoardMode(QzBillBoardMode mode) { Change(m_eBillBoardMode, mode); }
-    QzLineStyle3D GetLineStyle() const { return m_eLineStyle; }
+    QzLineStyle3D GetLineStyle() const { return m_eLineStyle; } ///< a line or a pipe
     void SetLineStyle(QzLineStyle3D style) { Change(m_eLineStyle, style); }
     unsigned int GetPipeSides() const { return m_nPipeSides; } ///< of a pipeline's cross-section
     void SetPipeSides(unsigned int sides) { Change(m_nPipeSides, sides); }
     int GetMarkerStyle() const { return m_nMarkerStyle; } ///< symbol identifier
     void SetMarkerStyle(int style) { Change(m_nMarkerStyle, style); }
 
-    unsigned char IsMarker3D() const { return m_bMarker3D; }
+    unsigned char IsMarker3D() const { return m_bMarker3D; } ///< whether the marker is a body
     void SetMarker3D(unsigned char is3D) { m_bMarker3D = Flag(is3D); }
-    double GetMarker3DScaleX() const { return m_dScale[0]; }
+    double GetMarker3DScaleX() const { return m_dScale[0]; } ///< along each axis, 1 as it is
     void SetMarker3DScaleX(double scale) { m_dScale[0] = scale; }
-    double GetMarker3DScaleY() const { return m_dScale[1]; }
+    double GetMarker3DScaleY() const { return m_dScale[1]; } ///< as X
     void SetMarker3DScaleY(double scale) { m_dScale[1] = scale; }
-    double GetMarker3DScaleZ() const { return m_dScale[2]; }
+    double GetMarker3DScaleZ() const { return m_dScale[2]; } ///< as X
     void SetMarker3DScaleZ(double scale) { m_dScale[2] = scale; }
-    double GetMarker3DRotateX() const { return m_dRotate[0]; }
+    double GetMarker3DRotateX() const { return m_dRotate[0]; } ///< about each axis
     void SetMarker3DRotateX(double angle) { m_dRotate[0] = angle; }
-    double GetMarker3DRotateY() const { return m_dRotate[1]; }
+    double GetMarker3DRotateY() const { return m_dRotate[1]; } ///< as X
     void SetMarker3DRotateY(double angle) { m_dRotate[1] = angle; }
-    double GetMarker3DRotateZ() const { return m_dRotate[2]; }
+    double GetMarker3DRotateZ() const { return m_dRotate[2]; } ///< as X
     void SetMarker3DRotateZ(double angle) { m_dRotate[2] = angle; }
     unsigned char IsFiletEnable() const { return m_bFiletEnable; } ///< pipelines have rounded corners
     void SetFiletEnable(unsigned char enable) { m_bFiletEnable = Flag(enable); }
+    /// A mark for who draws; nothing in this library asks for it.
     unsigned char IsTessellate() const { return m_bTessellate; }
     void SetTessellate(unsigned char tessellate) { m_bTessellate = Flag(tessellate); }
-    unsigned char IsModified() const { return m_bModified; }
+    unsigned char IsModified() const { return m_bModified; } ///< whether a setter has changed anything
+    /// An owner that has stored the style sets it to 0.
     void SetModifiedFlag(unsigned char modified = 1) { m_bModified = Flag(modified); }
 
     /// Appends the block of a geometry kind: 0 point, 1 line, 2 region, 3 or 4 model; any other kind has only

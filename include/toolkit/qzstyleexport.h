@@ -32,6 +32,7 @@ MOTOOLKIT_API KeldMBString ToFeatureStyle(const QzStyle& style, int kind, KeldAr
 MOTOOLKIT_API unsigned char FromFeatureStyle(const KeldMBString& text, int kind, QzStyle& style,
                                              KeldArray<KeldMBString>* pLeftOut = nullptr);
 
+/// The versions of Styled Layer Descriptor.
 enum class QzSldVersion {
     Sld10, ///< SLD 1.0.0
     Se11   ///< SLD 1.1.0 with the symbolizers of Symbology Encoding 1.1.0

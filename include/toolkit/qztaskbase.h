@@ -31,9 +31,9 @@ public:
     /// Gives the task's memory back, whatever its type. Null is allowed.
     static void Release(QzTaskBase* task);
 
-    // The memory is given back without the size or the alignment of the derived class, so it must come from
-    // where neither is needed. Small tasks are cut from chunks of 4 KiB, which any of their tasks keeps; a thread keeps
-    // two of them at most, and the process 16 that are empty.
+    /// The memory is given back without the size or the alignment of the derived class, so it must come from
+    /// where neither is needed. Small tasks are cut from chunks of 4 KiB, which any of their tasks keeps; a thread
+    /// keeps two of them at most, and the process 16 that are empty.
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t size, std::align_val_t alignment);
     static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept;

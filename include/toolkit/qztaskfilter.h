@@ -9,6 +9,7 @@ namespace Qzc {
 /// Vetoes tasks. It belongs to the caller and outlives its use by the loop.
 class MOTOOLKIT_API QzTaskFilter {
 public:
+    /// When a filter is asked.
     enum Event : int {
         EventAdd = 1, ///< the task is being added to the queue
         EventGet = 2  ///< the task has just been taken from the queue

@@ -36,7 +36,7 @@ public:
     /// whether the task is still yours.
     bool PostTask(QzTaskBase* task, bool toTail);
 
-    QzTaskMessageLoop& GetMessageLoop();
+    QzTaskMessageLoop& GetMessageLoop(); ///< the queue, for processors and filters
 
 private:
     QzTaskMessageLoop m_loop;

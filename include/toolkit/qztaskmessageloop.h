@@ -39,8 +39,8 @@ public:
 
     /// The queue itself, unguarded: for looking, and while nobody else uses the loop.
     KeldList<QzTaskBase*>& GetTaskQueue();
-    bool IsTaskEmpty();
-    int GetTaskCount();
+    bool IsTaskEmpty(); ///< whether no task is queued
+    int GetTaskCount(); ///< how many tasks are queued
 
     /// Queues the task, at the tail (first in, first out) or at the head (run next). A full queue makes room
     /// by deleting the task at the other end. When a filter vetoes, the result is the filter's and the task

@@ -20,9 +20,9 @@ class Converter;
 /// next to nothing. They are freed with the thread; one that is ended by force leaves them allocated.
 class MOTOOLKIT_API QzTextCodec {
 public:
-    QzTextCodec() = default; ///< closed
-    QzTextCodec(KELDCharset::Charset to, KELDCharset::Charset from);
-    QzTextCodec(const KeldMBString& to, const KeldMBString& from);
+    QzTextCodec() = default;                                         ///< closed
+    QzTextCodec(KELDCharset::Charset to, KELDCharset::Charset from); ///< opens; IsOpen tells whether that worked
+    QzTextCodec(const KeldMBString& to, const KeldMBString& from);   ///< likewise
     ~QzTextCodec();
     QzTextCodec(const QzTextCodec&) = delete;
     QzTextCodec& operator=(const QzTextCodec&) = delete;
@@ -54,8 +54,8 @@ public:
     /// a text that is one as a whole. A codec that copies takes anything.
     int GetConvertibleLength(const char* src, int len);
 
-    unsigned char IsOpen() const;
-    void Close();
+    unsigned char IsOpen() const; ///< whether Convert can do anything
+    void Close();                 ///< gives back the descriptor; nothing happens when it is closed
 
     static KeldMBString GetCharsetName(KELDCharset::Charset charset); ///< see KeldSystem::GetCharsetName
     static KELDCharset::Charset GetCharset(const KeldMBString& name); ///< see KeldSystem::GetCharset
@@ -65,12 +65,13 @@ public:
     /// sv-, es-es 137; ar-sa 178; any other 1.
     static KELDCharset::Charset GetStrGlobalCharset(const KeldMBString& locale);
 
-    // The global charset: held for callers, consulted by nothing in this library. No lock guards it.
+    /// The global charset and whether to use it: held for callers, consulted by nothing in this library. No lock guards
+    /// them.
     static void SetGlobalCharset(KELDCharset::Charset charset, unsigned char use);
     static void SetGlobalCharset(const KeldMBString& locale, unsigned char use);
-    static KELDCharset::Charset GetGlobalCharset();
-    static unsigned char IsUseGlobalCharset();
-    static void SetUseGlobalCharset(unsigned char use);
+    static KELDCharset::Charset GetGlobalCharset();     ///< 0 at first
+    static unsigned char IsUseGlobalCharset();          ///< 0 at first
+    static void SetUseGlobalCharset(unsigned char use); ///< 1 or 0
 
 private:
     void* m_handle = Closed();

@@ -16,14 +16,17 @@ namespace Qzc {
 ///
 /// Ending a thread by force (`cancel`, the destructor) stops it wherever it is and returns when it is gone.
 /// It unwinds nothing, destroys no thread_local object and leaves what the thread holds as it is: a mutex
-/// stays locked, and if the thread was just inside the memory allocator the process may not be able to go on.
-/// A thread that has blocked every signal is not reached. A derived class whose `run` uses its members ends
-/// the thread in its own destructor; in ~QzThread those members are gone.
+/// stays locked. It is let out of the memory allocator and of this library's own registries first; who must
+/// not be ended so all the same, docs/threads.md tells. A thread that has blocked every signal is not reached. A
+/// derived class whose `run` uses its members ends the thread in its own destructor; in ~QzThread those members are
+/// gone.
 ///
 /// Any thread may call these operations, except that `start` and the destructor are the owner's.
 class MOTOOLKIT_API QzThread {
 public:
+    /// From the least to the most; each system has its own numbers for them.
     enum Priority : int { Unknown = 0, Idle = 1, BelowNormal = 2, Normal = 3, AboveNormal = 4, Highest = 5 };
+    /// How the system is to choose among threads.
     enum Policy : int { DefaultPolicy = 0 }; ///< accepted everywhere, applied nowhere
 
     QzThread();
@@ -72,7 +75,7 @@ public:
     /// QzThreadEx stays registered. A thread that this library did not start just stops.
     [[noreturn]] static void exit(int code);
 
-    static void yield();
+    static void yield(); ///< lets other threads run first
 
     /// Nanoseconds since 1970-01-01 UTC, in steps of 100.
     static std::uint64_t time();

@@ -17,9 +17,12 @@ namespace Qzc {
 /// return value as it was.
 class MOTOOLKIT_API QzThreadEx {
 public:
+    /// From the least to the most; each system has its own numbers for them.
     enum Priority : int { Unknown = 0, Idle = 1, BelowNormal = 2, Normal = 3, AboveNormal = 4, Highest = 5 };
+    /// How the system is to choose among threads.
     enum Policy : int { DefaultPolicy = 0 }; ///< stored, applied nowhere
 
+    /// What a thread is doing.
     enum Thread_Status : int {
         StatusUnknown = -1, ///< could not be found out
         StatusNone = 0,     ///< never started
@@ -30,19 +33,19 @@ public:
     QzThreadEx(const QzThreadEx&) = delete;
     QzThreadEx& operator=(const QzThreadEx&) = delete;
 
-    unsigned int GetID(); ///< the system's id of the thread's latest run, 0 before any
-    KeldMBString GetName();
+    unsigned int GetID();   ///< the system's id of the thread's latest run, 0 before any
+    KeldMBString GetName(); ///< as CreateThread was given it
 
     void SetStackSize(unsigned int size); ///< in bytes, for the next Start; 0 for the system's default
-    void SetPolicy(Policy policy);
+    void SetPolicy(Policy policy);        ///< kept, applied nowhere
 
     /// Before the first Start it is kept for that and the result is true; afterwards it is applied at once,
     /// and the result says whether the system did. Any value but those listed means normal.
     bool SetPriority(Priority priority);
     Priority GetPriority() const; ///< the system's while the thread runs, else the one that was set
 
-    Thread_Status GetStatus() const;
-    bool IsAlive() const;
+    Thread_Status GetStatus() const; ///< asks the system
+    bool IsAlive() const;            ///< whether the body is running
 
     /// Runs the body in a new thread; false while it runs already and when the system refuses. With a managed
     /// thread the object may be gone when this returns.
@@ -55,9 +58,9 @@ public:
     /// The result of the body, or the exit code of a thread that ended otherwise. 0 if it was never started.
     int GetReturnValue();
 
-    static void Sleep(std::uint64_t ms); ///< the low 32 bits count
-    static bool SwitchToThread();        ///< gives other threads the processor; true
-    static unsigned int GetCurrentThreadId();
+    static void Sleep(std::uint64_t ms);      ///< the low 32 bits count
+    static bool SwitchToThread();             ///< gives other threads the processor; true
+    static unsigned int GetCurrentThreadId(); ///< the system's id of the calling thread
 
 private:
     friend class QzThreadManager;

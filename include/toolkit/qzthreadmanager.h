@@ -21,7 +21,7 @@ namespace Qzc {
 /// and threads that still run are left alone.
 class MOTOOLKIT_API QzThreadManager {
 public:
-    static QzThreadManager& GetInstance();
+    static QzThreadManager& GetInstance(); ///< the process's own, made on first use
 
     /// Registers a thread, which is started with Start. Null when the name is empty or taken or `func` is
     /// null. The running thread bears the name's first 15 bytes in the system's tools (gdb, top). A managed thread

@@ -15,9 +15,13 @@ namespace Platform {
 /// Nobody waits: it is taken by one atomic step and given back by a plain load and store, at half the price of two
 /// atomic steps. While it is held others do nothing to the word but mark it as slept on, so the store can overwrite no
 /// more than such a mark, made between the load and the store. The sleeper then misses its wake, unless the store comes
-/// before it sleeps, which the system looks at. That is why it naps: it marks the word anew after a while, which grows
-/// from nap to nap, so that a wake is late by no more than the time for which the releasing thread was stopped between
-/// two instructions. The same goes for a thread that is ended by force between its release and its wake.
+/// before it sleeps, which the system looks at: so it takes a releasing thread that is stopped just there, for longer
+/// than it takes to fall asleep. The same goes for a thread that is ended by force between its release and its wake.
+///
+/// That is why a sleeper naps: it looks at the word and marks it anew after a while. The first nap, and the first one
+/// after a wake, takes a millisecond; those behind it take longer, eight at most, for who waits that long is rarely the
+/// one that missed a wake. So a wake is late by eight milliseconds at most, and by one where the releasing thread was
+/// not stopped for longer. Who gets the lock after a nap wakes the next one: the others wait for no nap of theirs.
 class BinaryLock {
 public:
     void Lock() {
@@ -45,15 +49,16 @@ public:
 
     class Naps {
         friend BinaryLock;
-        std::int64_t m_next = 1000; ///< microseconds
+        static constexpr std::int64_t First = 1000; ///< microseconds
+        static constexpr std::int64_t Longest = 8000;
+        std::int64_t m_next = First;
     };
     /// Locks; where somebody else has the lock it is marked as one that is slept on, and this must follow: Sleep and
     /// another attempt, or nothing, which costs a wake in vain.
     bool TryLockOrMark() { return m_state.exchange(Contended, std::memory_order_acquire) == Free; }
     void Sleep(Naps& naps) const {
-        constexpr std::int64_t Longest = 1000000;
-        WaitOnWord(&m_state, Contended, naps.m_next);
-        naps.m_next = std::min(2 * naps.m_next, Longest);
+        const bool woken = WaitOnWord(&m_state, Contended, naps.m_next);
+        naps.m_next = woken ? Naps::First : std::min(2 * naps.m_next, Naps::Longest);
     }
 
 private:

@@ -17,7 +17,7 @@ public:
     struct Scene {
         std::vector<std::function<void()>> threads;
         std::function<void()> check;   ///< throws where the outcome is wrong
-        std::size_t victim = SIZE_MAX; ///< this thread may be ended whenever it sleeps
+        std::size_t victim = SIZE_MAX; ///< this thread may be ended when it sleeps or lowers its shield
     };
 
     /// The number of orders. Throws a runtime_error, with the order, when one fails or leaves threads asleep for ever.
@@ -36,6 +36,17 @@ public:
         if (s_current != nullptr && !s_current->m_isEnding)
             s_current->GoOn(s_current->Running().context);
     }
+    /// A place where the victim may be ended, too.
+    static void EndingStep() {
+        if (s_current == nullptr || s_current->m_isEnding)
+            return;
+        Thread& self = s_current->Running();
+        self.mayEnd = true;
+        s_current->GoOn(self.context);
+        self.mayEnd = false;
+    }
+    /// How many times only the end of a timed sleep let the last scene go on.
+    static int Rescues() { return s_rescues; }
     static std::size_t Self() { return s_current != nullptr ? s_current->m_running : SIZE_MAX; }
 
     /// False when the time was up, which may be at any moment where the wait is timed.
@@ -48,9 +59,7 @@ public:
         Thread& self = s_current->Running();
         self.word = self.lastWord = word;
         self.timed = timed;
-        self.inSleep = true;
-        s_current->GoOn(self.context);
-        self.inSleep = false;
+        EndingStep();
         const bool inTime = self.word == nullptr;
         self.word = nullptr;
         return inTime;
@@ -71,7 +80,7 @@ private:
         std::function<void()> body;
         bool done = false;
         bool timed = false;
-        bool inSleep = false;       ///< and has not come back from it yet
+        bool mayEnd = false;
         const void* word = nullptr; ///< asleep on it
         const void* lastWord = nullptr;
         std::function<void()> lastAct;
@@ -87,6 +96,7 @@ private:
     void Play(int preemptions, Scene scene) {
         m_depth = 0;
         m_left = preemptions;
+        s_rescues = 0;
         m_error.clear();
         m_victim = scene.victim;
         m_threads = std::vector<Thread>(scene.threads.size());
@@ -149,12 +159,14 @@ private:
                 if (!m_threads[i].done && m_threads[i].word != nullptr && m_threads[i].timed)
                     m_next.push_back(i);
             }
-            const bool mayEnd = m_victim < m_threads.size() && !m_threads[m_victim].done && m_threads[m_victim].inSleep;
+            const bool mayEnd = m_victim < m_threads.size() && !m_threads[m_victim].done && m_threads[m_victim].mayEnd;
             const std::size_t count = m_next.size() + (mayEnd ? 1 : 0);
             if (count == 0)
                 break;
             const std::size_t choice = Choose(m_left == 0 && unforced != 0 ? unforced : count);
-            if (unforced != 0 && choice >= unforced)
+            if (unforced == 0)
+                ++s_rescues;
+            else if (choice >= unforced)
                 --m_left;
             if (choice == m_next.size()) {
                 End(m_threads[m_victim]);
@@ -207,6 +219,7 @@ private:
     }
 
     inline static Interleaving* s_current = nullptr;
+    inline static int s_rescues = 0;
     std::vector<Thread> m_threads;
     std::vector<std::unique_ptr<char[]>> m_stacks;
     std::vector<Choice> m_path;

@@ -86,10 +86,16 @@ namespace Platform {
 static const volatile char s_several = 0;
 const volatile char& s_isOnlyThread = s_several;
 
+static std::int64_t s_longestWait = 0; ///< the last one
+static bool s_isWoken = false;         ///< how a wait ends that nobody plays
+
 void RaiseShield() {}
-void LowerShield() {}
+void LowerShield() {
+    Interleaving::EndingStep();
+}
 bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds) {
-    return Interleaving::Sleep(word, expected, microseconds >= 0);
+    s_longestWait = microseconds;
+    return Interleaving::Sleep(word, expected, microseconds >= 0) || s_isWoken;
 }
 void WakeOneWaiter(const void* word) {
     Interleaving::Wake(word, false);
@@ -139,11 +145,23 @@ struct Room {
             lock.UnlockRead();
         };
     }
+    /// Readers come first: where one reads another one comes in, whoever waits.
+    auto ReadTwice() {
+        return [this] {
+            lock.LockRead();
+            ++readers;
+            Want(lock.TryLockRead() && writers == 0, "a reader is kept out by a writer that waits");
+            lock.UnlockRead();
+            --readers;
+            lock.UnlockRead();
+        };
+    }
     auto Write() {
         return [this] {
             lock.LockWrite();
             ++writers;
             Want(writers == 1 && readers == 0, "a writer beside others");
+            lock.UnlockRead(); // nobody reads; it takes none away that waits
             Interleaving::Step();
             --writers;
             lock.UnlockWrite();
@@ -178,6 +196,11 @@ struct Units {
         return [this] { units.Post(1); };
     }
 };
+
+/// Waits already, and goes to sleep.
+auto Waiter(Condition& condition) {
+    return [&condition, ticket = condition.Enter()] { condition.Wait(ticket, NoTimeout); };
+}
 
 /// A scene of these threads around one new object, which lives as long as the scene.
 template <class Object>
@@ -235,8 +258,57 @@ TEST(Interleaving, RecursiveLock) {
         [](Twice& twice) { return twice.lock.TryLock(); }));
 }
 
+// It is given back without an atomic step, which may overwrite a mark that a sleeper makes in the midst of that. No
+// other wake is lost, and who missed one looks again soon.
+TEST(Interleaving, BinaryLockLosesNoOtherWake) {
+    struct Given {
+        BinaryLock lock;
+        int givingBack = 0;
+        bool mayMissOne = false;
+        auto Use() {
+            return [this] {
+                for (BinaryLock::Naps naps; !lock.TryLockOrMark(); lock.Sleep(naps))
+                    mayMissOne = mayMissOne || givingBack != 0;
+                GiveBack();
+            };
+        }
+        void GiveBack() {
+            Interleaving::Step();
+            ++givingBack;
+            lock.Unlock();
+            --givingBack;
+        }
+    };
+    ExpectAllOrdersGood(Around<Given>(
+        [](Given& given) {
+            return Threads{given.Use(), given.Use(), [&given] {
+                               if (given.lock.TryLock())
+                                   given.GiveBack();
+                           }};
+        },
+        [](Given& given) { return Interleaving::Rescues() == 0 || given.mayMissOne; }));
+    BinaryLock::Naps naps;
+    for (int i = 0; i < 20; ++i) {
+        BinaryLock().Sleep(naps);
+        EXPECT_TRUE(s_longestWait > 0 && s_longestWait <= 8000);
+    }
+    s_isWoken = true;
+    BinaryLock().Sleep(naps);
+    BinaryLock().Sleep(naps); // the first one after a wake
+    EXPECT_EQ(s_longestWait, 1000);
+    s_isWoken = false;
+}
+
 TEST(Interleaving, ReadWriteLock) {
-    const auto isFree = [](Room& room) { return room.lock.TryLockWrite(); };
+    const auto isFree = [](Room& room) {
+        room.lock.UnlockRead(); // nobody reads: it does nothing
+        return room.lock.TryLockWrite();
+    };
+    ExpectAllOrdersGood(Around<Room>(
+        [](Room& room) {
+            return Threads{room.ReadTwice(), room.Write(), room.Write()};
+        },
+        isFree));
     ExpectAllOrdersGood(Around<Room>(
         [](Room& room) {
             return Threads{room.Read(), room.Write(), room.Read(), room.Write()};
@@ -251,19 +323,47 @@ TEST(Interleaving, ReadWriteLock) {
             isFree, victim));
 }
 
-// Two that waited before the signals are both woken, though a third one comes behind the signals, and gives up.
+// Each signal lets one go that waited before it, each broadcast all of them.
 TEST(Interleaving, Condition) {
-    ExpectAllOrdersGood(Around<Condition>([](Condition& condition) {
+    // Nobody is counted any more, and nobody may go.
+    const auto isAsNew = [](Condition& condition) {
+        condition.Broadcast();
+        condition.Signal();
         const auto first = condition.Enter();
         const auto second = condition.Enter();
-        return Threads{[=, &condition] { condition.Wait(first, NoTimeout); },
-                       [=, &condition] { condition.Wait(second, NoTimeout); },
-                       [&condition] {
-                           condition.Signal();
-                           condition.Signal();
-                           Want(!condition.Wait(condition.Enter(), 1000), "a signal before the wait");
-                       }};
-    }));
+        condition.Signal();
+        return condition.Wait(second, 0) && !condition.Wait(first, 0);
+    };
+    // Two that waited before the signals are both woken, though a third one comes behind the signals, and gives up.
+    ExpectAllOrdersGood(Around<Condition>(
+        [](Condition& condition) {
+            return Threads{Waiter(condition), Waiter(condition), [&condition] {
+                               condition.Signal();
+                               condition.Signal();
+                               Want(!condition.Wait(condition.Enter(), 1000), "a signal before the wait");
+                           }};
+        },
+        isAsNew));
+    // One gives up, at the moment of the signal or not.
+    ExpectAllOrdersGood(Around<Condition>(
+        [](Condition& condition) {
+            const auto hasty = condition.Enter();
+            return Threads{Waiter(condition),
+                           [=, &condition] {
+                               if (condition.Wait(hasty, 1000))
+                                   condition.Signal(); // it was for the other one
+                           },
+                           [&condition] { condition.Signal(); }};
+        },
+        isAsNew));
+    ExpectAllOrdersGood(Around<Condition>(
+        [](Condition& condition) {
+            return Threads{Waiter(condition), Waiter(condition), [&condition] {
+                               condition.Broadcast();
+                               condition.Signal();
+                           }};
+        },
+        isAsNew));
 }
 
 // One unit for two, of whom one may give up or be ended.

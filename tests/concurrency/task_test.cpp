@@ -301,6 +301,7 @@ TEST(TaskWorkThread, StopsAndDetaches) {
     std::atomic<int> executed{0};
     EXPECT_TRUE(worker.StartThread()); // without the loop
     loop.AddTask(new Task(1, &executed), true);
+    AWhile();
     worker.StopThread();
     EXPECT_EQ(executed, 0);
 }

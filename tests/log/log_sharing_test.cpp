@@ -1,6 +1,5 @@
 // The log's file among several processes, and under what others do to it.
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -9,11 +8,6 @@
 #include "log_writers.h"
 
 namespace {
-
-std::string Variable(const char* name) {
-    const char* const value = std::getenv(name);
-    return value != nullptr ? value : "";
-}
 
 std::int64_t Milliseconds() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -24,39 +18,45 @@ using LogSharing = LogTest;
 
 // ---- Roles
 
-// Writes as the variables say.
-const ChildRole Writer("writer", [](const Arguments&) {
+/// What a program writes: as an hour passes in 0.3 seconds from `start` on, if that is given.
+struct Writing {
+    std::string file;
+    Log::Mode mode = Log::Text;
+    int batch = 1, limit = -1;
+    std::int64_t start = 0;
+    bool leaves = false; ///< ends without closing the log
+};
+
+std::int64_t s_start;
+
+const ChildRole Writer("writer", [](const Arguments& arguments) {
+    const auto number = [&](std::size_t i) { return std::stoll(arguments[i]); };
     Log& log = Log::GetInstance(false);
     log.SetRecordOnlyLog();
     log.SetFilterRepeat(0);
-    if (!Variable("LOG_BATCH").empty())
-        log.SetLogCountToDisk(std::stoi(Variable("LOG_BATCH")));
-    if (!Variable("LOG_LIMIT").empty())
-        log.SetFileSizeLimit(std::stoi(Variable("LOG_LIMIT")), Log::NewFile);
-    const bool isFast = !Variable("LOG_START").empty();
-    if (isFast) // an hour passes in a tenth of a second
-        SetLogClock([] { return KeldTime(Saturday + (Milliseconds() - std::stoll(Variable("LOG_START"))) * 36); });
-    else
-        SetLogClock([] { return KeldTime(Saturday); });
-    const auto mode = Variable("LOG_MODE").empty() ? Log::Text : Log::GetModeAsEnum(K(Variable("LOG_MODE")));
-    EXPECT_EQ(log.Open(K("."), K(Variable("LOG_FILE")), isFast ? Log::Hour : Log::None, mode), 1);
-    std::ofstream acknowledged("acknowledged." + Variable("LOG_WRITER"));
-    const int count = std::stoi(Variable("LOG_COUNT"));
-    for (int i = 0; i < count; ++i) {
-        EXPECT_EQ(Record(Line(Variable("LOG_WRITER"), i)), 1);
+    log.SetLogCountToDisk(static_cast<int>(number(4)));
+    log.SetFileSizeLimit(static_cast<int>(number(5)), Log::NewFile);
+    s_start = number(6);
+    SetLogClock([] { return KeldTime(Saturday + (s_start != 0 ? (Milliseconds() - s_start) * 12 : 0)); });
+    const auto interval = s_start != 0 ? Log::Hour : Log::None;
+    EXPECT_EQ(log.Open(".", K(arguments[2]), interval, static_cast<Log::Mode>(number(3))), 1);
+    std::ofstream acknowledged("acknowledged." + arguments[0]);
+    for (int i = 0; i < number(1); ++i) {
+        EXPECT_EQ(Record(Line(arguments[0], i)), 1);
         acknowledged.seekp(0) << i + 1 << std::flush;
-        if (isFast)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (s_start != 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-    return !Variable("LOG_LEAVE").empty() || log.Close() == 1;
+    return number(7) != 0 || log.Close() == 1;
 });
 
-// A program that writes in `directory`, which it does until it has written `count` items.
 ChildProcess StartWriter(const ScratchDirectory& directory, const std::string& name, int count,
-                         std::map<std::string, std::string> variables) {
-    variables["LOG_WRITER"] = name;
-    variables["LOG_COUNT"] = std::to_string(count);
-    return ChildProcess(Writer, {}, {directory.Path(), variables});
+                         const Writing& writing) {
+    return ChildProcess(Writer,
+                        {name, std::to_string(count), writing.file, std::to_string(writing.mode),
+                         std::to_string(writing.batch), std::to_string(writing.limit), std::to_string(writing.start),
+                         writing.leaves ? "1" : "0"},
+                        {directory.Path(), {}});
 }
 
 const ChildRole Defaults("defaults", [](const Arguments&) {
@@ -90,9 +90,8 @@ const ChildRole Defaults("defaults", [](const Arguments&) {
     EXPECT_EQ(log.Open("default.log"), 1);
     log.SetRecordOnlyLog();
     Record("at once");
-    Record("two\nlines");
     const std::string text = ReadBytes("default.log");
-    EXPECT_EQ(text.substr(text.size() - 18), "at once\ntwo\nlines\n"); // saved, item by item
+    EXPECT_EQ(text.substr(text.size() - 8), "at once\n");
     EXPECT_NE(text.find("2 items were lost"), std::string::npos);
     EXPECT_EQ(log.RecordLog(Log::debug, 0, "seen", "a", 1), 1);
     Record("between");
@@ -126,29 +125,24 @@ TEST_F(LogSharing, ProgramsShareAFile) {
     constexpr int Count = 2000;
     constexpr int Limit = 20000;
     const struct {
-        const char *mode, *batch, *limit;
+        Log::Mode mode;
+        int batch, limit;
         bool isFast;
         std::size_t files; // at least
-    } cases[] = {{"Text", "1", "", false, 1}, {"Text", "7", "", false, 1},      {"XML", "1", "", false, 1},
-                 {"XML", "7", "", false, 1},  {"Text", "1", "20000", false, 8}, {"XML", "1", "20000", false, 30},
-                 {"Text", "1", "", true, 3}};
+    } cases[] = {{Log::Text, 1, -1, false, 1}, {Log::Text, 7, -1, false, 1},    {Log::XML, 1, -1, false, 1},
+                 {Log::XML, 7, -1, false, 1},  {Log::Text, 1, Limit, false, 8}, {Log::XML, 1, Limit, false, 30},
+                 {Log::Text, 1, -1, true, 3}};
     for (const auto& c : cases) {
         const ScratchDirectory directory;
         const int count = c.isFast ? Count / 4 : Count;
         std::map<std::string, int> expected;
-        // Whoever comes late still finds the first hour: it lasts 0.7 seconds, for it starts at 09:34:56.
-        const std::string start = c.isFast ? std::to_string(Milliseconds() + 60) : "";
+        const std::int64_t start = c.isFast ? Milliseconds() : 0;
         std::vector<ChildProcess> programs;
         for (const char* const writer : {"a", "b", "c"}) {
             expected[writer] = count;
-            programs.push_back(StartWriter(directory, writer, count,
-                                           {{"LOG_FILE", "a.log"},
-                                            {"LOG_MODE", c.mode},
-                                            {"LOG_BATCH", c.batch},
-                                            {"LOG_LIMIT", c.limit},
-                                            {"LOG_START", start}}));
+            programs.push_back(StartWriter(directory, writer, count, {"a.log", c.mode, c.batch, c.limit, start}));
         }
-        for (int i = 0; c.mode == "Text"s && i < Count; ++i) {
+        for (int i = 0; c.mode == Log::Text && i < Count; ++i) {
             expected["s"] = Count;
             std::ofstream(directory / "a.log", std::ios::app) << Line("s", i) + "\n";
         }
@@ -160,14 +154,14 @@ TEST_F(LogSharing, ProgramsShareAFile) {
         for (const auto& [name, bytes] : FilesOf(directory.Path())) {
             if (name[0] != 'a' || name[1] == 'c')
                 continue;
-            texts.push_back(LinesOf(directory / name, Log::GetModeAsEnum(c.mode)));
+            texts.push_back(LinesOf(directory / name, c.mode));
             shortFiles += bytes.size() <= Limit ? 1 : 0;
             EXPECT_EQ(++hours[name.substr(0, name.find('-', 13))] > 1 && c.isFast, false) << name;
         }
         EXPECT_EQ(CountLines(texts), expected) << c.mode << c.batch << c.limit;
         EXPECT_TRUE(texts.size() >= c.files && (c.files > 1 || texts.size() == 1)) << texts.size();
         // One file is not full yet. A program that still follows when others have ended may make another.
-        EXPECT_TRUE(c.limit == ""s || shortFiles <= 3) << shortFiles;
+        EXPECT_TRUE(c.limit < 0 || shortFiles <= 3) << shortFiles;
     }
 }
 
@@ -186,10 +180,8 @@ TEST_F(LogSharing, KilledProgramsLoseNothing) {
         const ScratchDirectory directory;
         const std::string file = directory / "a.log";
         ASSERT_EQ(log.Open(K(file), 1, mode), 1);
-        const std::map<std::string, std::string> variables = {{"LOG_FILE", "a.log"},
-                                                              {"LOG_MODE", mode == Log::XML ? "XML" : "Text"}};
-        ChildProcess a = StartWriter(directory, "a", 1000000000, variables);
-        ChildProcess b = StartWriter(directory, "b", 1000000000, variables);
+        ChildProcess a = StartWriter(directory, "a", 1000000000, {"a.log", mode});
+        ChildProcess b = StartWriter(directory, "b", 1000000000, {"a.log", mode});
         const auto acknowledged = [&](const std::string& writer) {
             return std::atoi(ReadBytes(directory / ("acknowledged." + writer)).c_str());
         };
@@ -208,8 +200,7 @@ TEST_F(LogSharing, KilledProgramsLoseNothing) {
 }
 
 TEST_F(LogSharing, WhatWaitsIsWrittenAtExit) {
-    EXPECT_TRUE(StartWriter(m_scratch, "x", 3, {{"LOG_FILE", "exit.log"}, {"LOG_BATCH", "100"}, {"LOG_LEAVE", "1"}})
-                    .Succeeds());
+    EXPECT_TRUE(StartWriter(m_scratch, "x", 3, {"exit.log", Log::Text, 100, -1, 0, true}).Succeeds());
     EXPECT_EQ(CountLines({ReadBytes(m_scratch / "exit.log")})["x"], 3);
 }
 
@@ -239,18 +230,7 @@ TEST_F(LogSharing, RenamedFileIsLetGo) {
     }
 }
 
-TEST_F(LogSharing, FileThatIsCutOffGoesOn) {
-    for (const Log::Mode mode : FileModes) {
-        ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
-        RecordAll({"1", "2"});
-        std::filesystem::resize_file(m_file, 0);
-        RecordAll({"3", "4"});
-        ExpectFile(mode, "3;4;");
-        EXPECT_EQ(ReadBytes(m_file).find('\0'), std::string::npos);
-        EXPECT_EQ(log.Open(K(m_file), 1, mode), 1);
-        ExpectFile(mode, "3;4;");
-    }
-    // The same while the file is overwritten.
+TEST_F(LogSharing, FileThatIsOverwrittenMayBeCutOff) {
     log.Open(K(m_file), 0);
     log.SetFileSizeLimit(10, Log::Rolling);
     RecordAll({"12345", "67890", "abc"});

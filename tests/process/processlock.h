@@ -3,16 +3,20 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <csignal>
 #include <gtest/gtest.h>
+#include <sys/ptrace.h>
+#include <unistd.h>
 
-#include "childprocess.h"
 #include "platform/sharedlock.h"
+#include "system/system.h"
 #include "toolkit/qzprocess.h"
+#include "toolkit/qzprocessreaderlock.h"
+#include "toolkit/qzprocesswriterlock.h"
 
 using Words = std::vector<std::uint64_t>;
 
@@ -21,11 +25,15 @@ inline const std::filesystem::path& Directory() {
     return s_path;
 }
 
+inline void AWhile(int milliseconds = 30) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
 /// A name of each test's own. What it leaves is a fault: everything is gone with the last that has it open.
 class ProcessLock : public testing::Test {
 protected:
     // With the process's number: another run of the same user must not meet this one.
-    const std::string ours = "lock test " + std::to_string(getpid()) + ' ';
+    const std::string ours = "lock test " + std::to_string(ProcessId()) + ' ';
     const std::string base = ours + testing::UnitTest::GetInstance()->current_test_info()->name();
     const Qzc::KeldMBString name{base};
     Qzc::QzProcess lock;
@@ -34,10 +42,8 @@ protected:
         lock.ProcessLockRelease();
         if (!std::filesystem::exists(Directory()))
             return;
-        for (const auto& entry : std::filesystem::directory_iterator(Directory()))
-            EXPECT_EQ(entry.path().string().find("lock%20test%20" + std::to_string(getpid()) + "%20"),
-                      std::string::npos)
-                << entry.path();
+        for (const std::string& file : FilesIn(Directory()))
+            EXPECT_EQ(file.find("lock%20test%20" + std::to_string(ProcessId()) + "%20"), std::string::npos) << file;
     }
 
     /// What all see of the lock: the stamp, the reading processes and the attach count.
@@ -52,25 +58,54 @@ protected:
         return {words[0], readers, words[2]};
     }
 
-    /// A process of its own opens the lock, does this with it, and is killed.
-    void KillAfter(const std::function<void(Qzc::QzProcess&)>& use) const {
-        Child child([&] {
-            Qzc::QzProcess own;
-            own.ProcessLockInit(name);
-            use(own);
-            return raise(SIGKILL) == 0;
-        });
-        EXPECT_FALSE(child.Succeeds());
+    bool TakesToWrite() {
+        lock.WriterLock(true);
+        const bool has = lock.isLocked();
+        lock.WriterUnlock();
+        return has;
     }
 };
 
-template <class Condition>
-bool Eventually(Condition condition) {
-    for (int i = 0; i < 20000 && !condition(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return condition();
-}
-
-inline void AWhile() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-}
+/// A process with an object of its own. Its arguments: the lock's name, and what it does with it, step by step.
+inline const ChildRole Holder("holder", [](const Arguments& arguments) {
+    const Qzc::KeldMBString name(arguments[0]);
+    Qzc::QzProcess lock;
+    lock.ProcessLockInit(name);
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        if (arguments[i] == "again")
+            i = 1;
+        const std::string& step = arguments[i];
+        if (step == "stop" && ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) <= 0) {
+            raise(SIGSTOP);
+        } else if (step == "use") {
+            { const Qzc::QzProcessReaderLock reading(lock, true); }
+            { const Qzc::QzProcessWriterLock writing(lock, true); }
+        } else if (step == "open anew") {
+            lock.ProcessLockRelease();
+            lock.ProcessLockInit(name);
+        } else if (step == "read")
+            lock.ReaderLock(true);
+        else if (step == "write")
+            lock.WriterLock(true);
+        else if (step == "try to read")
+            lock.TimedReaderLock(0);
+        else if (step == "try to write")
+            lock.TimedWriterLock(0);
+        else if (step == "end reading")
+            lock.ReaderUnlock();
+        else if (step == "end writing")
+            lock.WriterUnlock();
+        else if (step == "die when called back")
+            lock.SetCallBack([](void*) { KillThisProcess(); }, nullptr);
+        else if (step == "nap")
+            AWhile(3);
+        else if (step == "die")
+            KillThisProcess();
+        else if (step == "change it by another object") {
+            Qzc::QzProcess other;
+            other.ProcessLockInit(name);
+            other.WriterLock(false);
+        }
+    }
+    return true;
+});

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <tuple>
 #include <unordered_set>
 
 #include "base/keldcolor.h"
@@ -249,7 +250,8 @@ TEST(Style, ColoursFollowBetween2DAnd3D) {
 }
 
 // A setter through QzStyle and its getter, and those of QzStyleEx that they stand for.
-#define ATTRIBUTE(set, get, setEx, getEx) &QzStyle::set, &QzStyle::get, &QzStyleEx::setEx, &QzStyleEx::getEx
+#define ATTRIBUTE(set, get, setEx, getEx)                                                                              \
+    std::make_tuple(&QzStyle::set, &QzStyle::get, &QzStyleEx::setEx, &QzStyleEx::getEx)
 #define VALUE(name) ATTRIBUTE(Set##name, Get##name, Set##name, Get##name)
 #define FLAG(name) ATTRIBUTE(Set##name, Is##name, Set##name, Is##name)
 
@@ -280,41 +282,30 @@ TEST(Style, ItsThreeDimensionalAccessorsAreThoseOfTheExtendedStyle) {
         (style.*set)(value);
         EXPECT_EQ(style.IsModified(), isFlagItself);
     };
-    const auto same = [&](auto value, auto... accessors) { check(value, value, accessors...); };
+    const auto same = [&](auto value, auto... attributes) {
+        (std::apply([&](auto... accessors) { check(value, value, accessors...); }, attributes), ...);
+    };
     same(FILL_LINE, VALUE(Fill3DMode));
     same(Absolute, VALUE(AltitudeMode));
-    same(KeldMBString("a"), VALUE(IconName));
-    same(KeldMBString("b"), VALUE(SideTexture));
-    same(KeldMBString("c"), VALUE(TopTexture));
-    same(0.1F, VALUE(IconScale));
-    same(0.2F, VALUE(PointSize));
-    same(0.3F, VALUE(BottomAltitude));
-    same(0.4F, VALUE(ExtendHeight));
-    same(0.5F, VALUE(TilingU));
-    same(0.6F, VALUE(TilingV));
-    same(0.7F, VALUE(TopTilingU));
-    same(0.8F, VALUE(TopTilingV));
-    same(QzColorValue3D(1, 0, 0, 0.5), VALUE(PointColor));
-    same(QzColorValue3D(0, 1, 0, 0.5), ATTRIBUTE(SetLineColor3D, GetLineColor3D, SetLineColor, GetLineColor));
-    same(QzColorValue3D(0, 0, 1, 0.5), VALUE(FillColor));
-    same(RealSize, VALUE(TextureRepeatMode));
-    same(RealSize, VALUE(TopTextureRepeatMode));
+    same(KeldMBString("a"), VALUE(IconName), VALUE(SideTexture), VALUE(TopTexture));
+    same(0.3F, VALUE(IconScale), VALUE(PointSize), VALUE(BottomAltitude), VALUE(ExtendHeight), VALUE(TilingU),
+         VALUE(TilingV), VALUE(TopTilingU), VALUE(TopTilingV));
+    same(QzColorValue3D(1, 0, 0, 0.5), VALUE(PointColor), VALUE(FillColor),
+         ATTRIBUTE(SetLineColor3D, GetLineColor3D, SetLineColor, GetLineColor));
+    same(RealSize, VALUE(TextureRepeatMode), VALUE(TopTextureRepeatMode));
     same(KeldPoint2D{0, 2}, VALUE(IconAnchorPoint));
     same(AUTO_Z_AXIAL, VALUE(BillBoardMode));
     same(5U, VALUE(PipeSides));
     same(static_cast<unsigned char>(0), VALUE(FixedPixelSize));
     constexpr unsigned char Set = 2; // flags are 1 or 0
-    check(Set, 1, ATTRIBUTE(SetModifiedFlag, IsModified, SetModifiedFlag, IsModified));
+    const auto flags = [&](auto... attributes) {
+        (std::apply([&](auto... accessors) { check(Set, 1, accessors...); }, attributes), ...);
+    };
+    flags(ATTRIBUTE(SetModifiedFlag, IsModified, SetModifiedFlag, IsModified));
     raises = false;
-    same(1.5, VALUE(Marker3DScaleX));
-    same(2.5, VALUE(Marker3DScaleY));
-    same(3.5, VALUE(Marker3DScaleZ));
-    same(4.5, VALUE(Marker3DRotateX));
-    same(5.5, VALUE(Marker3DRotateY));
-    same(6.5, VALUE(Marker3DRotateZ));
-    check(Set, 1, FLAG(Marker3D));
-    check(Set, 1, FLAG(FiletEnable));
-    check(Set, 1, FLAG(Tessellate));
+    same(1.5, VALUE(Marker3DScaleX), VALUE(Marker3DScaleY), VALUE(Marker3DScaleZ), VALUE(Marker3DRotateX),
+         VALUE(Marker3DRotateY), VALUE(Marker3DRotateZ));
+    flags(FLAG(Marker3D), FLAG(FiletEnable), FLAG(Tessellate));
 
     QzStyle style;
     style.SetModifiedFlag(0);

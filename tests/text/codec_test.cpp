@@ -154,8 +154,8 @@ TEST(Codec, ConvertsAsIconvDoes) {
     for (int round = 0; round < 3; ++round) {
         for (const Charset charset : Table()) {
             // In UTF-8 first, of letters that many charsets have, and all 128 of ASCII.
-            std::string utf8;
             const std::size_t wanted = round < 2 ? upTo(60) : 2000 + upTo(9000);
+            std::string utf8(upTo(2) == 0 && wanted != 0 ? wanted - 1 : 0, 'a'); // then a letter at the very end
             while (utf8.size() < wanted) {
                 if (upTo(2) == 0) {
                     const std::size_t run = upTo(3) == 0 ? upTo(300) : upTo(9);
@@ -234,6 +234,24 @@ TEST(Codec, KeepsConvertersApart) {
     EXPECT_FALSE(QzTextCodec(KELDCharset::UTF8, KELDCharset::ISO2022JP).Convert(result, "\x1B$B\x46"));
     EXPECT_TRUE(QzTextCodec(KELDCharset::UTF8, KELDCharset::ISO2022JP).Convert(result, "F|"));
     EXPECT_EQ(result, "F|");
+    // Nor does the order that a byte-order mark told, in short texts and in long ones.
+    for (const std::size_t count : {std::size_t{0}, std::size_t{4000}}) {
+        const std::string daggers(2 * count, '\x20'); // the same in both orders
+        const KeldMBString marked(std::string("\xFE\xFF\0A", 4) + daggers);
+        const KeldMBString plain(std::string("A\0", 2) + daggers);
+        std::string expected = "A";
+        for (std::size_t i = 0; i < count; ++i)
+            expected += "\xE2\x80\xA0";
+        for (const bool isReopened : {false, true}) {
+            QzTextCodec codec("UTF-8", "UTF-16");
+            EXPECT_TRUE(codec.Convert(result, marked) && result == KeldMBString(expected));
+            if (isReopened)
+                codec.Open("UTF-8", "UTF-16");
+            EXPECT_TRUE(codec.Convert(result, plain) && result == KeldMBString(expected)) << isReopened;
+            EXPECT_EQ(QzStringUTF8(marked, KELDCharset::UTF16).Cstr(), expected);
+            EXPECT_EQ(QzStringUTF8(plain, KELDCharset::UTF16).Cstr(), expected);
+        }
+    }
     // Real files carry characters of GBK under the label GB2312: U+9555 is E9 46 there.
     EXPECT_STREQ(QzStringUTF8("\xD6\xEC\xE9\x46\xBB\xF9", QzTextCodec::GetCharset("gb2312")).Cstr(),
                  "\xE6\x9C\xB1\xE9\x95\x95\xE5\x9F\xBA");

@@ -266,11 +266,18 @@ constexpr unsigned char (QzMarkup::*AddSubDocs[2][2])(const char*) = {
     {&QzMarkup::AddSubDoc, &QzMarkup::InsertSubDoc}, {&QzMarkup::AddChildSubDoc, &QzMarkup::InsertChildSubDoc}};
 
 TEST(MarkupMirror, EditsAsATreeDoes) {
-    static const char* const Names[] = {"a", "b", "item", "x:y", "n-1.", "\xC3\xA9"};
+    static const char* const Names[] = {"a", "b", "item", "x:y", "n-1.", "\xC3\xA9", "of-seventeen-byte"};
     static const char* const Texts[] = {
-        "",       "t",          "two\r\nlines",
-        "<&>'\"", "&amp;&#65;", "]]",
-        "x]]>y",  " \t",        "a longer text, which moves what stands behind it by more than a few bytes"};
+        "",
+        "t",
+        "two\r\nlines",
+        "<&>'\"",
+        "&amp;&#65;",
+        "]]",
+        "x]]>y",
+        " \t",
+        "of fifteen byte",
+        "a longer text with <&>'\", which moves what stands behind it by more than a few bytes"};
     static const char* const Fragments[] = {"<a/>",
                                             "<b x='1'>t</b>",
                                             "<!--c--><a/>t<b><a/>\r\n  <b/></b>\n",
@@ -408,6 +415,36 @@ TEST(MarkupMirror, EditsAsATreeDoes) {
         ASSERT_EQ(Content(markup.TopElement()), ContentOf(mirror.Doc().document_element())) << "step " << step;
         ASSERT_TRUE(markup.RecordsMatchText()) << "step " << step;
         elements = static_cast<int>(markup.Rows().size());
+    }
+}
+
+// Tags, values and references lie in every way across the blocks that tags are read by, and at the text's end.
+TEST(MarkupMirror, ReadsAttributesOfEveryLength) {
+    static const char* const Pieces[] = {"&amp;", "&#65;", ">", "=", "/", " ", "t", "some longer text", "'", "\""};
+    static const char* const Spaces[] = {" ", "\n\t\t", "  ", "                    "};
+    CurrentCharset current(KELDCharset::UTF8);
+    std::mt19937 random(5);
+    const auto pick = [&](const auto& table, unsigned leave = 0) {
+        return table[random() % (std::size(table) - leave)];
+    };
+    for (int step = 0; step < 20000; ++step) {
+        std::string doc = "<" + std::string(1 + random() % 20, 'e');
+        for (auto count = random() % 8; count != 0; --count) {
+            const std::string quote = random() % 2 != 0 ? "\"" : "'";
+            std::string value;
+            for (auto pieces = random() % 7; pieces != 0; --pieces)
+                value += pick(Pieces, 2) + std::string(random() % 4 == 0 ? Pieces[quote == "'" ? 9 : 8] : "");
+            const char* const sign = random() % 8 != 0 ? "=" : " = ";
+            doc += pick(Spaces) + std::string(1 + random() % 18, 'n') + std::to_string(count) + sign;
+            doc.append(quote).append(value).append(quote);
+        }
+        doc += random() % 2 != 0 ? "/>" : "\n>t<b c='d'/>&lt;</" + doc.substr(1, doc.find_first_of(" \n") - 1) + ">";
+        doc.append(random() % 3 * 32, ' ');
+        pugi::xml_document image;
+        ASSERT_TRUE(image.load_string(doc.c_str(), ParseAll)) << doc;
+        QzMarkup markup(doc.c_str());
+        ASSERT_TRUE(markup.FindElem());
+        ASSERT_EQ(Difference(markup, false, image.document_element()), "") << doc;
     }
 }
 

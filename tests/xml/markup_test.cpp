@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "support.h"
@@ -135,11 +136,17 @@ TEST(Markup, ReadsAttributes) {
         {"<a b c=1 d=/>", {{"b", ""}, {"c", "1"}, {"d", ""}}},
         {"<a b=\"1\"'>'c='2'>", {{"b", "1"}, {"c", "2"}}},
         {"<a x:b-1.='' bb='2' b='3'>", {{"x:b-1.", ""}, {"bb", "2"}, {"b", "3"}}},
+        {"<a a-name-without-value b='2'>", {{"a-name-without-value", ""}, {"b", "2"}}},
+        {"<a b c='2'/>", {{"b", ""}, {"c", "2"}}},
+        {"<a / b='1'>", {{"b", "1"}}},
+        {"<a bb\"1\" c='2'/>", {{"bb\"1\"", ""}, {"c", "2"}}},
     };
-    for (const auto& [tag, expected] : cases) {
+    for (std::size_t i = 0; i < 2 * std::size(cases); ++i) { // what stands far from the text's end is read by blocks
+        const auto& [tag, expected] = cases[i / 2];
         SCOPED_TRACE(tag);
         const bool isEmpty = tag[std::strlen(tag) - 2] == '/';
-        QzMarkup markup(("<top>" + std::string(tag) + (isEmpty ? "" : "</a>") + "</top>").c_str());
+        const std::string element = tag + std::string(isEmpty ? "" : "</a>");
+        QzMarkup markup(("<top>" + element + "</top>" + std::string(i % 2 * 64, ' ')).c_str());
         ASSERT_TRUE(markup.FindElem() && markup.FindChildElem());
         EXPECT_EQ(Attributes(markup, true), expected);
         EXPECT_TRUE(markup.GetChildAttribName(static_cast<int>(expected.size())).IsEmpty());

@@ -64,7 +64,7 @@ void RegistryWriter::StartTag(const KeldMBString& tag, const Attribute& attribut
     m_text.Append("<").Append(tag.View());
     if (attribute.name != nullptr) {
         m_text.Append(" ").Append(std::string_view(attribute.name)).Append("=\"");
-        AppendEscaped(m_text, attribute.value.View(), "<&>'\"");
+        AppendEscaped(m_text, attribute.value.View(), TextIn::Attribute);
         m_text.Append("\"");
     }
     m_text.Append(">");
@@ -75,7 +75,7 @@ void RegistryWriter::EndTag(const KeldMBString& tag) {
 }
 
 void RegistryWriter::Data(const KeldMBString& text) {
-    AppendEscaped(m_text, text.View(), "<&>");
+    AppendEscaped(m_text, text.View(), TextIn::Element);
 }
 
 } // namespace Qzc

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <string>
@@ -103,17 +105,61 @@ private:
     }
 
     bool AppendFixed(int precision) {
+        const double value = va_arg(m_arguments, double);
+        if (AppendUsual(value, precision))
+            return true;
 #ifdef __cpp_lib_to_chars
         constexpr std::size_t Longest = 330; // 309 digits, a sign, a point, 9 digits
         char* const out = Reserve(Longest);
-        const double value = va_arg(m_arguments, double);
         const auto result = std::to_chars(out, out + Longest, value, std::chars_format::fixed, precision);
         m_size = static_cast<std::size_t>(result.ptr - m_buffer);
         return true;
 #else
-        static_cast<void>(precision);
         return false;
 #endif
+    }
+
+    // The numbers that are mostly logged, in whole numbers and exactly; the way that fits any number takes several
+    // times as long. Ties go to the even digit, as the C library has them.
+    bool AppendUsual(double value, int precision) {
+        constexpr double Limit = 1e9;
+        constexpr int Bits = 52; // of the part behind the point, from 1 on never more
+        constexpr std::uint64_t One = std::uint64_t{1} << Bits;
+        constexpr int Step = 3; // digits that may be taken at once: One * 1000 has 62 bits
+        constexpr std::uint64_t Powers[Step + 1] = {1, 10, 100, 1000};
+        const double size = std::fabs(value);
+        if (!(size < Limit))
+            return false;
+        auto number = static_cast<std::uint64_t>(size);
+        const double scaled = (size - static_cast<double>(number)) * static_cast<double>(One);
+        auto rest = static_cast<std::uint64_t>(scaled);
+        if (static_cast<double>(rest) != scaled)
+            return false;
+        for (int left = precision; left > 0; left -= Step) {
+            const std::uint64_t power = Powers[std::min(left, Step)];
+            rest *= power;
+            number = number * power + (rest >> Bits);
+            rest &= One - 1;
+        }
+        if (rest > One / 2 || (rest == One / 2 && number % 2 != 0))
+            ++number;
+
+        char digits[24];
+        const auto places = static_cast<std::size_t>(precision);
+        const auto length = static_cast<std::size_t>(std::to_chars(std::begin(digits), std::end(digits), number).ptr -
+                                                     std::begin(digits));
+        const std::size_t whole = length > places ? length - places : 0;
+        char* out = Reserve(32);
+        if (std::signbit(value))
+            *out++ = '-';
+        out = whole > 0 ? std::copy_n(digits, whole, out) : std::fill_n(out, 1, '0');
+        if (places > 0) {
+            *out++ = '.';
+            out = std::fill_n(out, places - (length - whole), '0');
+            out = std::copy_n(digits + whole, length - whole, out);
+        }
+        m_size = static_cast<std::size_t>(out - m_buffer);
+        return true;
     }
 
     void Append(std::string_view text) {

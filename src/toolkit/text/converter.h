@@ -9,6 +9,7 @@
 
 #include "base/keldcharset.h"
 #include "base/keldmemory.h"
+#include "toolkit/text/asciiunits.h"
 #include "toolkit/text/charsettraits.h"
 #include "toolkit/text/widecharset.h"
 
@@ -39,6 +40,9 @@ public:
     /// Whether only a zero byte becomes a zero character.
     bool HasZeroBytesOnly() const { return m_fromTraits.asciiUnit == 1; }
 
+    /// Whether the text is of bytes that become units of that size, each with its byte's number.
+    bool CopiesAscii(const char* src, std::size_t length, std::size_t unit) const;
+
     /// Converts all of it into `room` bytes at `dst`.
     bool Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced);
 
@@ -68,11 +72,14 @@ private:
     ~Converter() = default;
     static Converter* Open(std::string_view to, std::string_view from, std::uint64_t key);
     bool OpenHandle();
+    void CloseHandle();
     void Close();
     bool Is(std::string_view to, std::string_view from) const { return m_to == to && m_from == from; }
 
     static constexpr std::size_t Failed = static_cast<std::size_t>(-1);
 
+    /// Before a text's first byte. False when memory is short.
+    bool Begin(const char* src, std::size_t length);
     /// Converts from the start as far as it goes; the number of bytes consumed, `Failed` when what comes then is no
     /// text. `isEnd`: nothing follows that could make a character of what is left.
     std::size_t Advance(const char* src, std::size_t length, bool isEnd, Output& out);
@@ -98,8 +105,9 @@ private:
     CharsetTraits m_fromTraits;
     bool m_isSameCharset = false;
     bool m_copiesAscii = false;
-    std::uint64_t m_nonAscii = 0; ///< of a word of the source
+    AsciiUnits m_ascii; ///< of the source
     bool m_isStateless = false;
+    bool m_metMark = false;      ///< in the text before this one
     bool m_dropsLetters = false; ///< a name asks for it
     bool m_mayReplace = false;   ///< likewise
     // Where it is kept.
@@ -120,6 +128,8 @@ bool Converter::ConvertPieces(const char* src, std::size_t length, Reserve reser
         append(static_cast<const char*>(piece), produced);
         return true;
     }
+    if (!Begin(src, length))
+        return false;
     Cleaner cleaner{*this, false};
     std::size_t done = 0;
     std::size_t total = 0;
@@ -183,6 +193,11 @@ Converted ConvertTo(std::basic_string<Char>& text, Converter& converter, const c
         const bool fits = TryMemory(
             [&] { text = std::basic_string<Char>(reinterpret_cast<const Char*>(piece), size / sizeof(Char)); });
         return fits ? Converted::Done : Converted::NoMemory;
+    }
+    if (length <= maxLength && converter.CopiesAscii(src, length, sizeof(Char))) {
+        const auto* const units = reinterpret_cast<const unsigned char*>(src);
+        return TryMemory([&] { text = std::basic_string<Char>(units, units + length); }) ? Converted::Done
+                                                                                         : Converted::NoMemory;
     }
     std::basic_string<Char> result;
     bool converted = false;

@@ -314,7 +314,7 @@ void QzStringW::FromString(const KeldMBString& text, KELDCharset::Charset charse
         return;
     if (result == Converted::NoText)
         m_text.clear();
-    else if (!converter->HasZeroBytesOnly() || text.Find('\0') >= 0)
+    else if (!converter->HasZeroBytesOnly() || std::memchr(text.Cstr(), '\0', size) != nullptr)
         m_text.resize(std::min(m_text.find(L'\0'), m_text.size()));
 }
 

@@ -19,6 +19,7 @@ public:
         int nameLength;
         int value;
         int valueLength;
+        bool isPlain; ///< the value is known to hold no reference
     };
     /// Of a start tag: the offsets of its first and last byte.
     struct Tag {
@@ -47,13 +48,14 @@ public:
         const std::uint64_t note = m_places[static_cast<std::size_t>(n)].load(std::memory_order_relaxed);
         place.name = Bits(note, 0, 31);
         place.nameLength = Bits(note, 31, 8);
-        place.value = place.name + Bits(note, 39, 10);
+        place.value = place.name + Bits(note, 39, 9);
+        place.isPlain = Bits(note, 48, 1) != 0;
         place.valueLength = Bits(note, 49, 15);
         return tag.Has(place.name);
     }
     /// The number of attributes.
     bool LookupTotal(Tag tag, int& total) const { return Unpack(m_total, total) == tag.left + 1; }
-    /// The offset of an attribute at or before the n-th, and its number.
+    /// The offset of an attribute at or before the n-th that has no place of its own, and its number.
     bool LookupLast(Tag tag, int n, int& number, int& offset) const {
         offset = Unpack(m_last, number);
         return tag.Has(offset) && number <= n;
@@ -61,12 +63,13 @@ public:
 
     void SetPlace(int n, const Place& place) {
         m_isUsed.store(true, std::memory_order_relaxed);
-        Pack(m_last, place.name, n);
-        if (n < Count && place.nameLength < 1 << 8 && place.value - place.name < 1 << 10 && place.valueLength < 1 << 15)
-            m_places[static_cast<std::size_t>(n)].store(Part(place.name, 0) | Part(place.nameLength, 31) |
-                                                            Part(place.value - place.name, 39) |
-                                                            Part(place.valueLength, 49),
-                                                        std::memory_order_relaxed);
+        if (n < Count && place.nameLength < 1 << 8 && place.value - place.name < 1 << 9 && place.valueLength < 1 << 15)
+            m_places[static_cast<std::size_t>(n)].store(
+                Part(place.name, 0) | Part(place.nameLength, 31) | Part(place.value - place.name, 39) |
+                    Part(place.isPlain ? 1 : 0, 48) | Part(place.valueLength, 49),
+                std::memory_order_relaxed);
+        else
+            Pack(m_last, place.name, n);
     }
     void SetTotal(Tag tag, int total) {
         m_isUsed.store(true, std::memory_order_relaxed);

@@ -23,7 +23,7 @@ struct QzMarkup::AttributeNames {
     bool Add(std::string_view name) {
         if (2 * m_count >= m_codes.size())
             Grow();
-        const bool isNew = Insert(m_codes, std::hash<std::string_view>()(name) | 1U);
+        const bool isNew = Insert(m_codes, static_cast<std::uint32_t>(std::hash<std::string_view>()(name)) | 1U);
         m_count += isNew ? 1U : 0U;
         return isNew;
     }
@@ -32,9 +32,9 @@ struct QzMarkup::AttributeNames {
     bool HasTwins() const { return m_hasTwins; }
 
 private:
-    using Codes = std::vector<std::size_t>; // a power of two of them, 0 for a free place
+    using Codes = std::vector<std::uint32_t>; // a power of two of them, 0 for a free place
 
-    static bool Insert(Codes& codes, std::size_t code) {
+    static bool Insert(Codes& codes, std::uint32_t code) {
         std::size_t at = (code >> 1) & (codes.size() - 1);
         for (; codes[at] != 0; at = (at + 1) & (codes.size() - 1)) {
             if (codes[at] == code)
@@ -45,7 +45,7 @@ private:
     }
     void Grow() {
         Codes larger(m_codes.empty() ? 256 : 2 * m_codes.size());
-        for (const std::size_t code : m_codes) {
+        for (const std::uint32_t code : m_codes) {
             if (code != 0)
                 Insert(larger, code);
         }

@@ -200,7 +200,9 @@ bool MarkupText::MakeRoomInText(int length) {
     if (length <= m_room)
         return true;
     const unsigned int failures = GetMemoryFailures();
-    const int room = Grown(length);
+    // Room that is not used is not touched, so that much of it costs less than moving the text often.
+    const int factor = length <= 1 << 22 ? 4 : 2;
+    const int room = length <= KeldMBString::MaxLength / factor ? factor * length : KeldMBString::MaxLength;
     m_text.Reserve(room);
     if (GetMemoryFailures() != failures)
         return false;

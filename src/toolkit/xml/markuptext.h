@@ -53,6 +53,16 @@ public:
             return std::string_view(m_text.Cstr() + left, static_cast<std::size_t>(right - left));
         return RangeBesideGap(left, right);
     }
+    /// The same with the end of what may be read from there on.
+    struct Piece {
+        const char* start;
+        const char* readable;
+    };
+    Piece From(int left, int right) const {
+        if (m_tailLength == 0 && 0 <= left && left <= m_length)
+            return {m_text.Cstr() + left, m_text.Cstr() + m_length};
+        return {RangeBesideGap(left, right).data(), PieceEnd(left)};
+    }
     const char* At(int offset) const {
         offset = Cut(offset);
         return offset < m_front || m_tailLength == 0 ? m_text.Cstr() + offset : m_tail + (offset - m_front);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -19,11 +20,38 @@ using namespace MarkupScan;
 namespace {
 
 constexpr std::string_view LineEnd = "\r\n";
-constexpr std::string_view ElementSpecial = "<&>";
-constexpr std::string_view AttributeSpecial = "<&>'\"";
 
 std::string_view View(const char* text) {
     return text != nullptr ? text : std::string_view();
+}
+
+// The name, empty where it is none.
+std::string_view NameText(const char* szName) {
+    const char* p = szName != nullptr ? szName : "";
+    const char* const name = p;
+    for (unsigned char allowed = NameStart; *p != '\0'; ++p) {
+        if (!Is(*p, allowed) && !IsSecondByte(name, p))
+            return std::string_view();
+        allowed = NameStart | NamePart;
+    }
+    return std::string_view(name, static_cast<std::size_t>(p - name));
+}
+
+/// Copies without a call what is short.
+void CopyBytes(char* to, const char* from, std::size_t count) {
+    const auto copyEnds = [&](auto part) {
+        auto last = part;
+        std::memcpy(&part, from, sizeof(part));
+        std::memcpy(&last, from + count - sizeof(last), sizeof(last));
+        std::memcpy(to, &part, sizeof(part));
+        std::memcpy(to + count - sizeof(last), &last, sizeof(last));
+    };
+    if (count - 8 <= 8)
+        copyEnds(std::uint64_t{});
+    else if (count - 4 <= 4)
+        copyEnds(std::uint32_t{});
+    else
+        std::memcpy(to, from, count);
 }
 
 } // namespace
@@ -31,14 +59,7 @@ std::string_view View(const char* text) {
 // ---- Editing
 
 unsigned char QzMarkup::IsName(const char* szName) {
-    const std::string_view name = View(szName);
-    unsigned char allowed = NameStart;
-    for (const char& c : name) {
-        if (!Is(c, allowed) && !IsSecondByte(name.data(), &c))
-            return 0;
-        allowed = NameStart | NamePart;
-    }
-    return name.empty() ? 0 : 1;
+    return NameText(szName).empty() ? 0 : 1;
 }
 
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData) {
@@ -128,15 +149,14 @@ unsigned char QzMarkup::RemoveChildElem() {
 class QzMarkup::Writer {
 public:
     /// `text` is to be escaped, `others` the number of bytes beside it.
-    Writer(std::string& memory, std::string_view text, std::string_view special, std::size_t others)
-        : m_memory(memory), m_text(text), m_special(special) {
+    Writer(std::string& memory, std::string_view text, TextIn place, std::size_t others)
+        : m_memory(memory), m_text(text), m_place(place) {
         constexpr std::size_t Small = 4096; // for a large text only what it needs is taken, and given back
-        const std::size_t size =
-            others + (text.size() <= Small ? MaxEscape * text.size() : EscapedLength(text, special));
+        const std::size_t size = others + (text.size() <= Small ? MaxEscape * text.size() : EscapedLength(text, place));
         m_isWhole = size <= KeldMBString::MaxLength;
         if (!m_isWhole)
             return;
-        if (m_memory.size() < size && !TryMemory([&] { m_memory.resize(size); })) {
+        if (m_memory.size() < size + EscapeSlack && !TryMemory([&] { m_memory.resize(size + EscapeSlack); })) {
             m_isWhole = false;
             return;
         }
@@ -153,12 +173,12 @@ public:
     /// Otherwise it is longer than a document, or than the memory has room for: nothing may be put.
     bool IsWhole() const { return m_isWhole; }
     Writer& Put(std::string_view text) {
-        std::memcpy(m_end, text.data(), text.size());
+        CopyBytes(m_end, text.data(), text.size());
         m_end += text.size();
         return *this;
     }
     Writer& PutEscaped() {
-        m_end = WriteEscaped(m_end, m_text, m_special);
+        m_end = WriteEscaped(m_end, m_text, m_place);
         return *this;
     }
     int GetLength() const { return static_cast<int>(m_end - m_memory.data()); }
@@ -167,7 +187,7 @@ public:
 private:
     std::string& m_memory;
     std::string_view m_text;
-    std::string_view m_special;
+    TextIn m_place;
     char* m_end = nullptr;
     bool m_isWhole = false;
     bool m_isLarge = false;
@@ -175,11 +195,11 @@ private:
 
 unsigned char QzMarkup::AddElem(const char* szName, const char* szData, unsigned char bInsert,
                                 unsigned char bAddChild) {
-    const std::string_view name = View(szName);
+    const std::string_view name = NameText(szName);
     const std::string_view data = View(szData);
-    if (!IsName(szName) || name.size() > MaxValueLength || data.size() > MaxValueLength)
+    if (name.empty() || name.size() > MaxValueLength || data.size() > MaxValueLength)
         return 0;
-    Writer markup(m_scratch, data, ElementSpecial, 2 * name.size() + 8);
+    Writer markup(m_scratch, data, TextIn::Element, 2 * name.size() + 8);
     if (!markup.IsWhole())
         return 0;
     markup.Put("<").Put(name).Put(data.empty() ? "/>" : ">");
@@ -288,24 +308,25 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, int nValue) {
 }
 
 unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* szValue) {
-    const std::string_view name = View(szAttrib);
+    const std::string_view name = NameText(szAttrib);
     const std::string_view value = View(szValue);
-    if (iPos == 0 || !IsName(szAttrib) || name.size() > MaxValueLength || value.size() > MaxValueLength)
+    if (iPos == 0 || name.empty() || name.size() > MaxValueLength || value.size() > MaxValueLength)
         return 0;
-    Writer text(m_scratch, value, AttributeSpecial, name.size() + 8);
+    Writer text(m_scratch, value, TextIn::Attribute, name.size() + 8);
     if (!text.IsWhole())
         return 0;
     int nLeft = 0;
     int nReplace = 0;
     Attribute attribute;
-    const bool found = FindOrNote(iPos, name, attribute, nLeft);
+    const int nBody = TagBodyEnd(iPos);
+    const bool found = !IsNameAlone(iPos, nBody) && FindOrNote(iPos, name, attribute, nLeft);
     if (found) {
-        const int quote = attribute.m_isQuoted ? 1 : 0;
+        const int quote = attribute.m_found.isQuoted ? 1 : 0;
         nLeft -= quote;
-        nReplace = static_cast<int>(attribute.m_value.size()) + 2 * quote;
-        text.Put(attribute.m_hasEqualsSign ? "" : "=");
+        nReplace = static_cast<int>(attribute.m_found.value.size()) + 2 * quote;
+        text.Put(attribute.m_found.hasEqualsSign ? "" : "=");
     } else {
-        nLeft = TagBodyEnd(iPos);
+        nLeft = nBody;
         // An attribute that was left without its value must not take this one's name for it.
         const bool openValue = nLeft > 0 && *m_text->At(nLeft - 1) == '=';
         text.Put(openValue ? "\"\" " : " ").Put(name).Put("=");
@@ -324,13 +345,13 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
 // The blanks in front of it go with the attribute, unless it alone keeps its neighbours apart.
 unsigned char QzMarkup::RemoveAttrib(const char* szAttrib) {
     for (const Attribute& one : AttributesOf(m_iPos)) {
-        if (one.m_name != View(szAttrib))
+        if (one.m_found.name != View(szAttrib))
             continue;
         const std::string_view tag = m_text->Range(StartL(m_iPos), StartR(m_iPos) + 1);
-        const char* const last = one.m_hasEqualsSign
-                                     ? one.m_value.data() + one.m_value.size() + (one.m_isQuoted ? 1 : 0)
-                                     : one.m_name.data() + one.m_name.size();
-        auto from = static_cast<std::size_t>(one.m_name.data() - tag.data());
+        const char* const last = one.m_found.hasEqualsSign ? one.m_found.value.data() + one.m_found.value.size() +
+                                                                 (one.m_found.isQuoted ? 1 : 0)
+                                                           : one.m_found.name.data() + one.m_found.name.size();
+        auto from = static_cast<std::size_t>(one.m_found.name.data() - tag.data());
         const auto to = static_cast<std::size_t>(last - tag.data());
         constexpr std::string_view Blanks = " \t\r\n";
         if (tag.substr(to, 1).find_first_of(" \t\r\n/>") == 0)
@@ -351,7 +372,13 @@ bool QzMarkup::SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_vie
     pos.nStartR += nShift;
     if (IsEmptyElement(iPos))
         pos.nEndR += nShift;
-    TellFromEnd(TagBehind({iPos, false}), nShift);
+    const Tag behind = TagBehind({iPos, false});
+    if (behind.isEnd && behind.iPos == iPos && TagBehindElement(iPos) == m_fromEnd) { // it alone is told from the start
+        pos.nEndL += nShift;
+        pos.nEndR += nShift;
+    } else {
+        TellFromEnd(behind, nShift);
+    }
     const int nBehind = nLeft + static_cast<int>(insert.size());
     // In a tag that is very long the gap stays where it is: going through its attributes would move it to and fro.
     constexpr int Far = 1 << 15;
@@ -366,33 +393,41 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute,
                        m_attributeNames->nChanges == m_text->Changes();
     if (!noted)
         m_attributeNames.reset();
+    const int nTag = StartL(iPos);
+    const int nEnd = StartR(iPos) + 1;
+    // Whoever sets one attribute after the other finds it behind the last one, which is also where the gap is.
+    AttributeRange rest;
+    const int nNext =
+        noted && m_attributeNames->nNext != 0 && !m_attributeNames->HasTwins() ? nTag + m_attributeNames->nNext : 0;
+    const auto isFound = [&](const Attribute& one, const AttributeRange& range, int nInside) {
+        if (one.m_found.name != name)
+            return false;
+        attribute = one;
+        nValue = nInside + static_cast<int>(one.m_found.value.data() - range.m_inside);
+        return true;
+    };
+    if (nNext != 0) {
+        rest.m_inside = m_text->Range(nNext, nEnd).data();
+        rest.m_readable = m_text->PieceEnd(nNext);
+        const AttributeRange::Iterator next = rest.begin();
+        if (next != rest.end() && isFound(*next, rest, nNext))
+            return true;
+    }
     bool isNew = false;
     if (noted && TryMemory([&] { isNew = m_attributeNames->Add(name); }) && isNew)
         return false;
 
-    const int nTag = StartL(iPos);
-    const int nEnd = StartR(iPos) + 1;
     int count = 0;
     const auto findIn = [&](const AttributeRange& range, int nInside) {
         for (const Attribute& one : range) {
             ++count;
-            if (one.m_name == name) {
-                attribute = one;
-                nValue = nInside + static_cast<int>(one.m_value.data() - range.m_inside);
+            if (isFound(one, range, nInside))
                 return true;
-            }
         }
         return false;
     };
-    // Whoever sets one attribute after the other finds it behind the last one, which is also where the gap is.
-    if (noted && m_attributeNames->nNext != 0 && !m_attributeNames->HasTwins()) {
-        const int nNext = nTag + m_attributeNames->nNext;
-        AttributeRange rest;
-        rest.m_inside = m_text->Range(nNext, nEnd).data();
-        rest.m_readable = m_text->PieceEnd(nNext);
-        if (findIn(rest, nNext))
-            return true;
-    }
+    if (nNext != 0 && findIn(rest, nNext))
+        return true;
     m_text->KeepWhole(nTag, nEnd);
     const AttributeRange all = AttributesOf(iPos);
     count = 0;
@@ -404,7 +439,7 @@ bool QzMarkup::FindOrNote(int iPos, std::string_view name, Attribute& attribute,
         m_attributeNames->iPos = iPos;
         m_attributeNames->nChanges = m_text->Changes();
         for (const Attribute& one : all)
-            m_attributeNames->AddKnown(one.m_name);
+            m_attributeNames->AddKnown(one.m_found.name);
         if (!found)
             m_attributeNames->Add(name);
     });
@@ -418,7 +453,7 @@ unsigned char QzMarkup::SetData(int iPos, const char* szData, int nCDATA) {
         return 0;
     KeldMBString content;
     if (nCDATA == 0 || !CreateNode(content, NodeCData, szData))
-        AppendEscaped(content, View(szData), ElementSpecial);
+        AppendEscaped(content, View(szData), TextIn::Element);
     return ReplaceContent(iPos, content);
 }
 
@@ -531,6 +566,16 @@ int QzMarkup::TagBodyEnd(int iPos) const {
     return nEnd;
 }
 
+// Tells at a glance that a start tag has no attributes, as that of an element that was added last.
+bool QzMarkup::IsNameAlone(int iPos, int nBodyEnd) const {
+    constexpr int Short = 32;
+    const int nName = StartL(iPos) + 1;
+    if (nBodyEnd - nName > Short)
+        return false;
+    const std::string_view body = m_text->Range(nName, nBodyEnd);
+    return std::none_of(body.begin(), body.end(), [](char c) { return Is(c, Delimiter | Quote); });
+}
+
 void QzMarkup::ReleaseChildren(int iPos) {
     if (Pos(iPos).iElemChild == 0)
         return;
@@ -545,7 +590,7 @@ KeldMBString QzMarkup::TextToDoc(const char* szText, unsigned char bAttrib) cons
     const std::string_view text = View(szText);
     KeldMBString escaped;
     escaped.Reserve(static_cast<int>(std::min<std::size_t>(text.size() + text.size() / 10, KeldMBString::MaxLength)));
-    AppendEscaped(escaped, text, bAttrib ? AttributeSpecial : ElementSpecial);
+    AppendEscaped(escaped, text, bAttrib ? TextIn::Attribute : TextIn::Element);
     return escaped;
 }
 

@@ -308,7 +308,7 @@ bool QzMarkup::FindAttrib(TokenPos& token, const char* szAttrib) const {
     const char* next = token.szDoc + token.nNext;
     TagAttribute attribute;
     bool found = false;
-    while (!found && NextAttribute(next, next, attribute))
+    while (!found && NextAnyAttribute(next, next, attribute))
         found = attribute.name == wanted;
     if (!found)
         return false;

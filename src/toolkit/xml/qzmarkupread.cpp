@@ -64,11 +64,11 @@ KeldMBString QzMarkup::GetChildData() const {
 }
 
 std::string_view QzMarkup::GetDataView() const {
-    return Data(m_iPos, ThreadScratch());
+    return DataView(m_iPos);
 }
 
 std::string_view QzMarkup::GetChildDataView() const {
-    return Data(m_iPosChild, ThreadScratch());
+    return DataView(m_iPosChild);
 }
 
 KeldMBString QzMarkup::GetAttrib(const char* szAttrib) const {
@@ -169,7 +169,11 @@ std::string_view QzMarkup::Element::GetTagNameView() const {
 }
 
 std::string_view QzMarkup::Element::GetDataView() const {
-    return m_iPos != 0 ? m_markup->Data(m_iPos, ThreadScratch()) : std::string_view();
+    return m_iPos != 0 ? m_markup->DataView(m_iPos) : std::string_view();
+}
+
+KeldMBString QzMarkup::Element::GetTagName() const {
+    return m_iPos != 0 ? m_markup->GetTagName(m_iPos) : KeldMBString();
 }
 
 KeldMBString QzMarkup::Element::GetData() const {
@@ -188,69 +192,78 @@ QzMarkup::AttributeRange QzMarkup::Element::Attributes() const {
     return m_iPos != 0 ? m_markup->AttributesOf(m_iPos) : AttributeRange();
 }
 
-std::string_view QzMarkup::Attribute::GetValueView() const {
-    return ResolvedView(m_value);
+std::string_view QzMarkup::Attribute::GetResolvedView() const {
+    return ResolvedView(m_found.value);
 }
 
-KeldMBString QzMarkup::Attribute::GetValue() const {
-    return Resolved(m_value);
+KeldMBString QzMarkup::Attribute::GetResolved() const {
+    return Resolved(m_found.value);
 }
 
 QzMarkup::AttributeRange::Iterator QzMarkup::AttributeRange::begin() const {
     Iterator first;
     if (m_inside != nullptr) {
-        first.m_next = m_inside;
-        first.m_readable = m_readable;
+        first.m_scan.next = m_inside;
+        first.m_scan.readable = first.m_attribute.m_found.readable = m_readable;
         ++first;
     }
     return first;
 }
 
 QzMarkup::AttributeRange::Iterator& QzMarkup::AttributeRange::Iterator::operator++() {
-    TagAttribute found;
-    if (!NextAttribute(m_next, m_readable, found)) {
-        m_next = nullptr;
-        return *this;
-    }
-    m_attribute.m_name = found.name;
-    m_attribute.m_value = found.value;
-    m_attribute.m_isQuoted = found.isQuoted;
-    m_attribute.m_hasEqualsSign = found.hasEqualsSign;
+    if (!NextAttribute(m_scan, m_attribute.m_found))
+        m_scan.next = nullptr;
     return *this;
 }
 
 // ---- By record
 
-std::string_view QzMarkup::TagName(int iPos) const {
+std::string_view QzMarkup::TagName(int iPos, const char*& readable) const {
     if (iPos == 0)
         return std::string_view();
-    const int nLeft = StartL(iPos) + 1;
-    const char* const start = SkipBlanks(m_text->Range(nLeft, StartR(iPos)).data());
-    const char* const end = SkipName(start, m_text->PieceEnd(nLeft));
+    const MarkupText::Piece tag = m_text->From(StartL(iPos) + 1, StartR(iPos));
+    readable = tag.readable;
+    const char* const start = SkipBlanks(tag.start);
+    const char* const end = SkipName(start, readable);
     return std::string_view(start, static_cast<std::size_t>(end - start));
 }
 
+std::string_view QzMarkup::TagName(int iPos) const {
+    const char* readable = nullptr;
+    return TagName(iPos, readable);
+}
+
 KeldMBString QzMarkup::GetTagName(int iPos) const {
-    return KeldMBString(TagName(iPos));
+    const char* readable = nullptr;
+    const std::string_view name = TagName(iPos, readable);
+    return KeldMBString::FromPart(name, readable);
 }
 
 KeldMBString QzMarkup::GetData(int iPos) const {
+    std::string_view text;
+    if (PlainData(iPos, text))
+        return KeldMBString::FromPart(text, text.empty() ? text.data() : m_text->PieceEnd(StartR(iPos) + 1));
     std::string data;
-    const std::string_view view = Data(iPos, data);
-    return view.data() == data.data() ? KeldMBString(std::move(data)) : KeldMBString(view);
+    return TryMemory([&] { AppendData(data, iPos); }) ? KeldMBString(std::move(data)) : KeldMBString();
+}
+
+std::string_view QzMarkup::DataView(int iPos) const {
+    std::string_view text;
+    if (PlainData(iPos, text))
+        return text;
+    std::string& scratch = ThreadScratch();
+    scratch.clear();
+    return TryMemory([&] { AppendData(scratch, iPos); }) ? std::string_view(scratch) : std::string_view();
 }
 
 // Most elements have one piece of text without a reference.
-std::string_view QzMarkup::Data(int iPos, std::string& scratch) const {
+bool QzMarkup::PlainData(int iPos, std::string_view& text) const {
     if (iPos == 0 || IsEmptyElement(iPos))
-        return std::string_view();
-    if (Pos(iPos).iElemChild == 0) {
-        const std::string_view text = m_text->Range(StartR(iPos) + 1, EndL(iPos));
-        if (FindMarkup(text) == text.size())
-            return text;
-    }
-    scratch.clear();
-    return TryMemory([&] { AppendData(scratch, iPos); }) ? std::string_view(scratch) : std::string_view();
+        return true;
+    if (Pos(iPos).iElemChild != 0)
+        return false;
+    text = m_text->Range(StartR(iPos) + 1, EndL(iPos));
+    return FindMarkup(text) == text.size();
 }
 
 void QzMarkup::AppendData(std::string& data, int iPos) const {
@@ -278,27 +291,32 @@ KeldMBString QzMarkup::GetAttrib(int iPos, const char* szAttrib) const {
 QzMarkup::AttributeRange QzMarkup::AttributesOf(int iPos) const {
     AttributeRange range;
     if (iPos != 0) {
-        const std::string_view name = TagName(iPos);
+        const std::string_view name = TagName(iPos, range.m_readable);
         range.m_inside = name.data() + name.size();
-        range.m_readable = m_text->PieceEnd(StartL(iPos));
     }
     return range;
 }
 
-QzMarkup::Attribute QzMarkup::AttributeAt(int iPos, int n) const {
+// Whoever asks for one by its number has nearly always asked for the number of all, so that its place is noted.
+[[gnu::always_inline]] inline QzMarkup::Attribute QzMarkup::AttributeAt(int iPos, int n) const {
     Attribute attribute;
     if (iPos == 0 || n < 0)
         return attribute;
+    AttributeMemo::Place place; // NOLINT(cppcoreguidelines-pro-type-member-init): of no use unless it is found
+    if (!m_text->Memo().Lookup({StartL(iPos), StartR(iPos)}, n, place))
+        return FindAttribute(iPos, n);
+    const MarkupText::Piece piece = m_text->From(place.name, place.value + place.valueLength);
+    attribute.m_found.name = std::string_view(piece.start, static_cast<std::size_t>(place.nameLength));
+    attribute.m_found.value =
+        std::string_view(piece.start + (place.value - place.name), static_cast<std::size_t>(place.valueLength));
+    attribute.m_found.readable = piece.readable;
+    attribute.m_found.isPlain = place.isPlain;
+    return attribute;
+}
+
+QzMarkup::Attribute QzMarkup::FindAttribute(int iPos, int n) const {
     AttributeMemo& memo = m_text->Memo();
     const AttributeMemo::Tag tag{StartL(iPos), StartR(iPos)};
-    AttributeMemo::Place place; // NOLINT(cppcoreguidelines-pro-type-member-init): of no use unless it is found
-    if (memo.Lookup(tag, n, place)) {
-        const std::string_view text = m_text->Range(place.name, place.value + place.valueLength);
-        attribute.m_name = std::string_view(text.data(), static_cast<std::size_t>(place.nameLength));
-        attribute.m_value =
-            std::string_view(text.data() + (place.value - place.name), static_cast<std::size_t>(place.valueLength));
-        return attribute;
-    }
     const char* const start = m_text->Range(tag.left, tag.right + 1).data();
     AttributeRange range = AttributesOf(iPos);
     int number = 0;
@@ -311,11 +329,12 @@ QzMarkup::Attribute QzMarkup::AttributeAt(int iPos, int n) const {
         if (number++ < n)
             continue;
         const auto offsetOf = [&](std::string_view text) { return tag.left + static_cast<int>(text.data() - start); };
-        memo.SetPlace(n, {offsetOf(found.m_name), static_cast<int>(found.m_name.size()), offsetOf(found.m_value),
-                          static_cast<int>(found.m_value.size())});
+        memo.SetPlace(n, {offsetOf(found.m_found.name), static_cast<int>(found.m_found.name.size()),
+                          offsetOf(found.m_found.value), static_cast<int>(found.m_found.value.size()),
+                          found.m_found.isPlain});
         return found;
     }
-    return attribute;
+    return Attribute();
 }
 
 int QzMarkup::AttribCount(int iPos) const {
@@ -327,13 +346,16 @@ int QzMarkup::AttribCount(int iPos) const {
     if (memo.LookupTotal(tag, count))
         return count;
     const char* const start = m_text->Range(tag.left, tag.right + 1).data();
-    count = 0;
-    for (const Attribute& found : AttributesOf(iPos)) {
-        const auto offsetOf = [&](std::string_view text) { return tag.left + static_cast<int>(text.data() - start); };
+    const auto offsetOf = [&](std::string_view text) { return tag.left + static_cast<int>(text.data() - start); };
+    const AttributeRange range = AttributesOf(iPos);
+    TagScan scan;
+    scan.next = range.m_inside;
+    scan.readable = range.m_readable;
+    TagAttribute found;
+    for (count = 0; NextAttribute(scan, found); ++count) {
         if (count < AttributeMemo::Count)
-            memo.SetPlace(count, {offsetOf(found.m_name), static_cast<int>(found.m_name.size()),
-                                  offsetOf(found.m_value), static_cast<int>(found.m_value.size())});
-        ++count;
+            memo.SetPlace(count, {offsetOf(found.name), static_cast<int>(found.name.size()), offsetOf(found.value),
+                                  static_cast<int>(found.value.size()), found.isPlain});
     }
     memo.SetTotal(tag, count);
     return count;

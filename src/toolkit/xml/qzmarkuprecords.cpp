@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <utility>
 
 #include "base/keldmemory.h"
@@ -118,14 +119,20 @@ bool QzMarkup::AllocPosArray(int nNewSize) {
     const int used = m_nPosCapacity & (SegmentSize - 1);
     const int first = m_nPosCapacity - used;
     const int size = std::min(nNewSize - first, SegmentSize);
-    Segment segment(static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
-    if (segment == nullptr)
-        return false;
-    if (used != 0) {
-        std::copy_n(m_segments.back().get(), used, segment.get());
-        m_segments.back() = std::move(segment);
-    } else {
+    const auto bytes = [](int records) { return static_cast<std::size_t>(records) * sizeof(ElementPos); };
+    if (used == 0) {
+        Segment segment(static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
+        if (segment == nullptr)
+            return false;
         m_segments.push_back(std::move(segment));
+    } else {
+        Segment& last = m_segments.back();
+        auto* const grown = static_cast<ElementPos*>(std::realloc(last.get(), bytes(size))); // moves pages, not records
+        if (grown == nullptr)
+            return false;
+        static_cast<void>(last.release());
+        last.reset(grown);
+        std::memset(static_cast<void*>(grown + used), 0, bytes(size - used));
     }
     m_nPosCapacity = first + size;
     return true;

@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+
+#include "toolkit/qzmarkupranges.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -221,71 +224,87 @@ inline const char* SkipName(const char* p, [[maybe_unused]] const char* readable
     return SkipName(p);
 }
 
-/// The first `c` at or behind `p`, or the terminator; before `readable` sixteen bytes are looked at in one go.
-inline const char* SkipTo(const char* p, const char* readable, char c) {
+/// Takes the next attribute from inside a start tag, whatever it looks like, and moves `p` behind it.
+bool NextAnyAttribute(const char*& p, const char* readable, TagAttribute& attribute);
+
 #if defined(__SSE2__)
-    for (; readable - p >= 16; p += 16) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i found =
-            _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)), _mm_cmpeq_epi8(bytes, _mm_setzero_si128()));
-        const int stops = _mm_movemask_epi8(found);
-        if (stops != 0)
-            return p + __builtin_ctz(static_cast<unsigned>(stops));
-    }
-#else
-    (void)readable;
-#endif
-    return SkipTo(p, c);
-}
-
-/// An attribute as it stands in a start tag. Where there is no value it is empty and marks its place.
-struct TagAttribute {
-    std::string_view name;
-    std::string_view value; ///< without its quotes
-    bool isQuoted = false;
-    bool hasEqualsSign = false;
-};
-
-/// Takes the next attribute from inside a start tag and moves `p` behind it; false at the tag's end. Bytes before
-/// `readable` may be read beyond the tag.
-[[gnu::always_inline]] inline bool NextAttribute(const char*& p, const char* readable, TagAttribute& attribute) {
-    const auto between = [](const char* start, const char* end) {
-        return std::string_view(start, static_cast<std::size_t>(end - start));
-    };
-    const char* start = SkipBlanks(p);
-    for (; Is(*start, Delimiter | Quote); start = SkipBlanks(start)) {
-        if (*start == '>' || *start == '\0')
-            return false;
-        if (Is(*start, Quote)) {
-            start = SkipTo(start + 1, readable, *start);
-            start += *start != '\0' ? 1 : 0;
-        } else {
-            ++start;
-        }
-    }
-    p = SkipName(start, readable);
-    attribute.name = between(start, p);
-    attribute.value = between(p, p);
-    attribute.isQuoted = false;
-    const char* const sign = SkipBlanks(p);
-    attribute.hasEqualsSign = *sign == '=';
-    if (!attribute.hasEqualsSign)
-        return true;
-    p = sign + 1;
-    const char* value = SkipBlanks(p);
-    attribute.isQuoted = Is(*value, Quote);
-    if (attribute.isQuoted) {
-        const char* const end = SkipTo(value + 1, readable, *value);
-        attribute.value = between(value + 1, end);
-        p = end + (*end != '\0' ? 1 : 0);
-    } else if (!Is(*value, Delimiter)) {
-        const char* const end = SkipName(value);
-        attribute.value = between(value, end);
-        p = end;
-    } else {
-        attribute.value = between(p, p);
+/// Looks at the next block of the tag. False where that cannot be read.
+[[gnu::always_inline]] inline bool NextTagBlock(TagScan& scan) {
+    constexpr std::ptrdiff_t BlockSize = 32;
+    scan.block = scan.block != nullptr ? scan.block + BlockSize : scan.next;
+    if (scan.readable - scan.block < BlockSize)
+        return false;
+    scan.stops = 0;
+    scan.references = 0;
+    for (int i = 0; i < BlockSize; i += 16) {
+        const __m128i bytes = Load16(scan.block + i);
+        const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+        const auto bits = [i](__m128i found) { return static_cast<unsigned>(_mm_movemask_epi8(found)) << i; };
+        scan.stops |=
+            bits(_mm_or_si128(_mm_or_si128(equals('>'), equals('\0')), _mm_or_si128(equals('"'), equals('\''))));
+        scan.references |= bits(equals('&'));
     }
     return true;
+}
+
+/// NextAttribute for what nearly all attributes are, blanks and name="value" with a short name, and for the end of the
+/// tag behind them: finds the quotes of a block at one look, so that one attribute need not wait for the one before.
+/// 1 for an attribute, 0 for the end, and -1 where it cannot tell.
+[[gnu::always_inline]] inline int NextCommonAttribute(TagScan& scan, TagAttribute& attribute) {
+    const auto takeStop = [&] {
+        const char* const stop = scan.block + __builtin_ctz(scan.stops);
+        scan.stops &= scan.stops - 1;
+        return stop;
+    };
+    const char* const start = SkipBlanks(scan.next);
+    if (*start == '>' || (*start == '/' && start[1] == '>'))
+        return 0;
+    while (scan.stops == 0) {
+        if (!NextTagBlock(scan))
+            return -1;
+    }
+    const char* const open = takeStop();
+    const std::ptrdiff_t length = open - 1 - start;
+    if (!Is(*open, Quote) || open[-1] != '=' || length <= 0 || length > 16 || scan.readable - start < 16 ||
+        (NameStops(Load16(start)) & ((1U << length) - 1)) != 0)
+        return -1;
+
+    bool hasReference = false;
+    unsigned references = scan.references & ~0U << (open - scan.block);
+    const char* close = nullptr;
+    do {
+        while (scan.stops == 0) {
+            hasReference = hasReference || references != 0;
+            if (!NextTagBlock(scan))
+                return -1;
+            references = scan.references;
+        }
+        close = takeStop();
+        if (*close == '\0')
+            return -1;
+    } while (*close != *open);
+    references &= (1U << (close - scan.block)) - 1;
+
+    attribute.name = std::string_view(start, static_cast<std::size_t>(length));
+    attribute.value = std::string_view(open + 1, static_cast<std::size_t>(close - open - 1));
+    attribute.isQuoted = true;
+    attribute.hasEqualsSign = true;
+    attribute.isPlain = !hasReference && references == 0;
+    scan.next = close + 1;
+    return 1;
+}
+#endif
+
+/// Takes the next attribute from inside a start tag; false at the tag's end.
+[[gnu::always_inline]] inline bool NextAttribute(TagScan& scan, TagAttribute& attribute) {
+#if defined(__SSE2__)
+    const int found = NextCommonAttribute(scan, attribute);
+    if (found >= 0)
+        return found != 0;
+    scan.block = nullptr;
+    scan.stops = 0;
+#endif
+    return NextAnyAttribute(scan.next, scan.readable, attribute);
 }
 
 /// At "<!" or "<?": behind the node that starts there, null when it does not end.

@@ -33,11 +33,16 @@ constexpr std::array<unsigned char, 256> MakeEscapeBits() {
 }
 constexpr std::array<unsigned char, 256> EscapeBits = MakeEscapeBits();
 
-unsigned EscapeBitsOf(std::string_view special) {
+constexpr unsigned EscapeBitsOf(std::string_view special) {
     unsigned bits = EscapeBits[0];
     for (const char c : special)
         bits |= EscapeBits[static_cast<unsigned char>(c)];
     return bits;
+}
+constexpr std::array<unsigned, 2> EscapeBitsIn = {EscapeBitsOf("<&>"), EscapeBitsOf("<&>'\"")};
+
+unsigned EscapedIn(TextIn place) {
+    return EscapeBitsIn[static_cast<std::size_t>(place)];
 }
 
 std::string_view EntityOf(unsigned bit) {
@@ -46,8 +51,8 @@ std::string_view EntityOf(unsigned bit) {
 
 } // namespace
 
-void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view special) {
-    const unsigned escaped = EscapeBitsOf(special);
+void AppendEscaped(KeldMBString& markup, std::string_view text, TextIn place) {
+    const unsigned escaped = EscapedIn(place);
     std::size_t copied = 0;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const unsigned bit = EscapeBits[static_cast<unsigned char>(text[at])] & escaped;
@@ -60,29 +65,45 @@ void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view
     markup.Append(text.substr(copied));
 }
 
-char* WriteEscaped(char* to, std::string_view text, std::string_view special) {
-    const unsigned escaped = EscapeBitsOf(special);
-    const auto bitOf = [&](char c) { return EscapeBits[static_cast<unsigned char>(c)] & escaped; };
+char* WriteEscaped(char* to, std::string_view text, TextIn place) {
+    const unsigned escaped = EscapedIn(place);
     const char* p = text.data();
     const char* const end = p + text.size();
-    while (p != end) {
-        const char* const start = p;
-        while (p != end && bitOf(*p) == 0)
-            ++p;
-        const auto length = static_cast<std::size_t>(p - start);
-        std::memcpy(to, start, length);
-        to += length;
-        for (; p != end && bitOf(*p) != 0; ++p) {
-            const std::string_view entity = EntityOf(bitOf(*p));
-            std::memcpy(to, entity.data(), entity.size());
-            to += entity.size();
-        }
+    const auto putEntity = [&](unsigned bit) {
+        const std::string_view entity = EntityOf(bit);
+        std::memcpy(to, entity.data(), entity.size());
+        to += entity.size();
+    };
+    const auto bitOf = [&](char c) { return EscapeBits[static_cast<unsigned char>(c)] & escaped; };
+#if defined(__SSE2__)
+    while (end - p >= 16) {
+        const __m128i bytes = MarkupScan::Load16(p);
+        const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
+        __m128i found = _mm_or_si128(_mm_or_si128(equals('<'), equals('>')), _mm_or_si128(equals('&'), equals('\0')));
+        if (place == TextIn::Attribute)
+            found = _mm_or_si128(found, _mm_or_si128(equals('"'), equals('\'')));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
+        const int stops = _mm_movemask_epi8(found);
+        const int count = stops != 0 ? __builtin_ctz(static_cast<unsigned>(stops)) : 16;
+        p += count;
+        to += count;
+        if (stops != 0)
+            putEntity(bitOf(*p++));
+    }
+#endif
+    for (; p != end; ++p) {
+        *to = *p;
+        const unsigned bit = bitOf(*p);
+        if (bit == 0)
+            ++to;
+        else
+            putEntity(bit);
     }
     return to;
 }
 
-std::size_t EscapedLength(std::string_view text, std::string_view special) {
-    const unsigned escaped = EscapeBitsOf(special);
+std::size_t EscapedLength(std::string_view text, TextIn place) {
+    const unsigned escaped = EscapedIn(place);
     std::size_t length = text.size();
     for (const char c : text) {
         const unsigned bit = EscapeBits[static_cast<unsigned char>(c)] & escaped;

@@ -9,15 +9,19 @@
 
 namespace Qzc {
 
-/// Appends a text with the bytes of `special`, each one of <>&'", as entities. A zero byte, which would end
-/// the document, becomes a numeric reference.
-void AppendEscaped(KeldMBString& markup, std::string_view text, std::string_view special);
+/// Where a text is put, which tells the bytes that become entities: <&> in an element, <&>'" in an attribute. A zero
+/// byte, which would end the document, becomes a numeric reference in both.
+enum class TextIn : unsigned char { Element, Attribute };
 
-/// The same to memory that has room for it; where it then ends. A text's length becomes MaxEscape times as long
-/// at most, which EscapedLength tells exactly.
-char* WriteEscaped(char* to, std::string_view text, std::string_view special);
+/// Appends a text escaped.
+void AppendEscaped(KeldMBString& markup, std::string_view text, TextIn place);
+
+/// The same to memory that has room for it and EscapeSlack more; where it then ends. A text's length becomes MaxEscape
+/// times as long at most, which EscapedLength tells exactly.
+char* WriteEscaped(char* to, std::string_view text, TextIn place);
 constexpr std::size_t MaxEscape = 6;
-std::size_t EscapedLength(std::string_view text, std::string_view special);
+constexpr std::size_t EscapeSlack = 16;
+std::size_t EscapedLength(std::string_view text, TextIn place);
 
 /// A text with its references resolved: the five entities, and numeric references of at most seven digits,
 /// whose characters become UTF-8 bytes whatever the charset. An ampersand that starts neither stands for

@@ -49,6 +49,33 @@ TEST(ForcedEnd, ForkFindsAllWholeBehindIt) {
     QzThreadManager::GetInstance().DestoryThread("x");
 }
 
+TEST(ForcedEnd, AChildIsAnotherThread) {
+    const unsigned int own = QzThread::GetCurrentThreadId();
+    EXPECT_TRUE(Child([=] {
+                    return QzThread::GetCurrentThreadId() != own && QzThread::GetCurrentThreadId() == ProcessId();
+                }).Succeeds());
+    // That of a thread which is to be ended goes on.
+    static std::atomic<bool> s_runs{false};
+    static auto& s_goesOn = SharedWithChildren<std::atomic<bool>>();
+    const auto body = [](void*) {
+        const Platform::TerminationShield shield;
+        s_runs = true;
+        AWhile(50); // the end is asked for
+        Child([] {
+            Platform::LowerShield();
+            return s_goesOn = true;
+        }).Succeeds();
+        return 0;
+    };
+    Platform::Thread* doomed = Platform::NewThread(body, nullptr, 0, Platform::ThreadPriority::Other);
+    ASSERT_TRUE(Platform::StartThread(*doomed));
+    while (!s_runs)
+        QzThread::yield();
+    EXPECT_TRUE(Platform::TerminateThread(*doomed, 0));
+    Platform::CloseThread(doomed);
+    EXPECT_TRUE(s_goesOn);
+}
+
 // A fork while other threads hold the library's locks leaves none of them shut in the child.
 TEST(ForcedEnd, ForkFindsAllWhole) {
     for (const auto work : {UseTheRegistry, Convert}) {

@@ -1,0 +1,53 @@
+# Compiles the programs that README.md and the guides show against the prefix that install_test.cmake left, runs each,
+# and compares what it prints with the block that follows it.
+#
+# cmake -D SOURCE_DIR=... -D SCRATCH_DIR=... -D CXX=... -P guides_test.cmake
+
+include(${CMAKE_CURRENT_LIST_DIR}/../run.cmake)
+
+# take_fenced(<variable> <language> <text variable>): the next fenced block in that language; the text behind it stays.
+function(take_fenced variable language text_variable)
+    set(text "${${text_variable}}")
+    string(FIND "${text}" "```${language}\n" start)
+    if(start EQUAL -1)
+        set(${variable} "" PARENT_SCOPE)
+        return()
+    endif()
+    string(LENGTH "```${language}\n" fence)
+    math(EXPR start "${start} + ${fence}")
+    string(SUBSTRING "${text}" ${start} -1 text)
+    string(FIND "${text}" "```" end)
+    string(SUBSTRING "${text}" 0 ${end} block)
+    string(SUBSTRING "${text}" ${end} -1 text)
+    set(${variable} "${block}" PARENT_SCOPE)
+    set(${text_variable} "${text}" PARENT_SCOPE)
+endfunction()
+
+pkg_config_flags(flags ${SCRATCH_DIR}/prefix)
+separate_arguments(cxx_flags UNIX_COMMAND "${CXX_FLAGS}")
+file(REMOVE_RECURSE ${SCRATCH_DIR}/guides)
+file(MAKE_DIRECTORY ${SCRATCH_DIR}/guides)
+file(GLOB guides ${SOURCE_DIR}/README.md ${SOURCE_DIR}/docs/*.md)
+foreach(guide IN LISTS guides)
+    cmake_path(GET guide STEM name)
+    file(READ ${guide} text)
+    take_fenced(program cpp text)
+    set(at 0)
+    while(NOT program STREQUAL "")
+        take_fenced(output text text)
+        math(EXPR at "${at} + 1")
+        set(binary ${SCRATCH_DIR}/guides/${name}${at})
+        file(WRITE ${binary}.cpp "${program}")
+        run(${CXX} ${cxx_flags} -std=c++17 -Wall -Wextra -Werror ${binary}.cpp -o ${binary} ${flags})
+        execute_process(COMMAND ${emulator} ${binary} WORKING_DIRECTORY ${SCRATCH_DIR}/guides
+            RESULT_VARIABLE result OUTPUT_VARIABLE printed ERROR_QUIET)
+        if(NOT result EQUAL 0 OR NOT printed STREQUAL output)
+            message(FATAL_ERROR "The program in ${guide} (${result}) printed\n${printed}instead of\n${output}")
+        endif()
+        math(EXPR programs "${programs} + 1")
+        take_fenced(program cpp text)
+    endwhile()
+endforeach()
+if(programs LESS 9)
+    message(FATAL_ERROR "Only ${programs} programs were found")
+endif()
