@@ -84,7 +84,7 @@ need_clang() {
 unpack_foreign() {
     local architecture=$1 folder=$root/build/foreign/$1 state log
     shift
-    [[ ! -e $folder/unpacked || $(cat "$folder/unpacked") != "$*" ]] || return 0
+    ! grep -qsxF "$*" "$folder/unpacked" || return 0
     say "Unpacking $* for $architecture"
     state=$(mktemp -d)
     log=$state/log
@@ -103,8 +103,53 @@ unpack_foreign() {
     for package in "$state"/*.deb; do
         dpkg-deb --extract "$package" "$folder" || die "cannot unpack $package"
     done
-    printf '%s' "$*" >"$folder/unpacked"
+    printf '%s\n' "$*" >>"$folder/unpacked"
     rm -rf "$state"
+}
+
+# unpack_source PACKAGE: unpacks a package's source as its authors made it into build/foreign/source/PACKAGE, from where
+# the system has its packages.
+unpack_source() {
+    local package=$1 folder=$root/build/foreign/source/$1 state list
+    [[ ! -d $folder ]] || return 0
+    say "Unpacking the source of $package"
+    state=$(mktemp -d)
+    mkdir -p "$state/lists/partial" "$state/parts" "$state/unpacked"
+    for list in /etc/apt/sources.list.d/*.sources; do
+        [[ ! -e $list ]] || sed -E 's/^Types:.*/Types: deb-src/' "$list" >"$state/parts/${list##*/}"
+    done
+    for list in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+        [[ ! -e $list ]] || sed -E 's/^deb /deb-src /' "$list" >"$state/parts/$(basename "$list" .list).list"
+    done
+    local -a apt=(apt-get -o "Dir::Etc::sourceparts=$state/parts" -o Dir::Etc::sourcelist=/dev/null
+        -o "Dir::State::lists=$state/lists" -o "Dir::Cache=$state" -o "APT::Sandbox::User=")
+    if ! { "${apt[@]}" update || true; (cd "$state" && "${apt[@]}" source --download-only "$package"); } \
+        >"$state/log" 2>&1; then
+        tail -n 20 "$state/log" >&2
+        rm -rf "$state"
+        die "cannot get the source of $package"
+    fi
+    tar --extract --file "$state"/*.orig.tar.* --directory "$state/unpacked" --strip-components 1
+    mkdir -p "$(dirname "$folder")"
+    mv "$state/unpacked" "$folder"
+    rm -rf "$state"
+}
+
+# need_wine BITS: what runs programs of that many bits for Windows (tools/wine.sh), with its settings made. The package
+# of 32-bit Wine wants a system with a second architecture; where it cannot be had, its files alone do.
+need_wine() {
+    if [[ $1 -eq 64 ]]; then
+        need wine64
+    elif ! have_package wine32:i386; then
+        need libc6-i386 libz-mingw-w64
+        unpack_foreign i386 wine32 libwine libunwind8 liblzma5
+        cp --remove-destination /usr/i686-w64-mingw32/lib/zlib1.dll \
+            "$root/build/foreign/i386/usr/lib/i386-linux-gnu/wine/i386-windows/"
+    fi
+    [[ ! -d $root/build/wine/$1/dosdevices ]] || return 0
+    say "Setting up Wine for $1 bits"
+    # It complains of what no test needs, fonts for instance.
+    timeout 120 "$root/tools/wine.sh" "$1" wineboot --init >/dev/null 2>&1 || true
 }
 
 # need_target PRESET: what the presets of other systems and C++ libraries want besides the tests' packages.
@@ -117,6 +162,13 @@ need_target() {
         aarch64)
             need g++-aarch64-linux-gnu qemu-user googletest
             unpack_foreign arm64 libc6 libpugixml-dev libpugixml1v5 libcli11-dev
+            ;;
+        win32 | win64)
+            local processor=x86-64
+            [[ $1 == win64 ]] || processor=i686
+            need "g++-mingw-w64-$processor-posix" googletest
+            need_wine "${1#win}"
+            unpack_source pugixml
             ;;
         libcxx)
             need_clang

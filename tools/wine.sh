@@ -1,12 +1,31 @@
 #!/usr/bin/env bash
-# wine.sh PROGRAM ARGUMENTS...: runs a program for Windows. Its libraries are those beside it and the compiler's.
+# wine.sh BITS PROGRAM ARGUMENT...: runs a program for Windows of 32 or 64 bits. Its libraries are those beside it and
+# the compiler's. What need_wine of tools/setup.sh sets up is used.
 set -euo pipefail
-export WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES=mscoree,mshtml= WINEARCH=win64
-compiler=/usr/lib/gcc/x86_64-w64-mingw32
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+bits=$1
+shift
+export WINEPREFIX=$root/build/wine/$bits WINEARCH=win$bits WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES=mscoree,mshtml=
+mkdir -p "$root/build/wine"
+
+processor=x86_64
+[[ $bits -eq 64 ]] || processor=i686
 paths=
-for folder in "$compiler"/*-posix /usr/x86_64-w64-mingw32/lib /usr/x86_64-w64-mingw32/bin; do
+for folder in /usr/lib/gcc/$processor-w64-mingw32/*-posix /usr/$processor-w64-mingw32/{lib,bin}; do
     [[ ! -d $folder ]] || paths+="Z:${folder//\//\\};"
 done
-export WINEPATH=${paths%;}
-wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
+export WINEPATH=$paths${WINEPATH:-}
+
+unpacked=$root/build/foreign/i386/usr/lib
+if [[ $bits -eq 64 ]]; then
+    wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
+elif [[ -e $unpacked/wine/wine ]]; then
+    libraries=$unpacked/i386-linux-gnu
+    export LD_LIBRARY_PATH=$libraries:$libraries/wine WINEDLLPATH=$libraries/wine
+    export WINESERVER=$unpacked/wine/wineserver32 WINELOADER=$unpacked/wine/wine
+    wine=$WINELOADER
+else
+    wine=$(command -v wine || echo /usr/lib/wine/wine)
+fi
 exec "$wine" "$@"

@@ -98,8 +98,13 @@ Charset ProcessCharset() {
                                                                                                     : charset;
 }
 
+Charset ForPathsToo(Charset charset) {
+    Platform::SetPathCharset(KeldSystem::GetCharsetNameView(charset));
+    return charset;
+}
+
 std::atomic<Charset>& CurrentCharset() {
-    static std::atomic<Charset> s_charset{ProcessCharset()};
+    static std::atomic<Charset> s_charset{ForPathsToo(ProcessCharset())};
     return s_charset;
 }
 
@@ -112,7 +117,7 @@ Charset KeldSystem::GetCurCharset() {
 bool KeldSystem::SetCurCharset(Charset charset) {
     if (charset == KELDCharset::Current || !HoldsAscii(charset) || Index().Find(charset) == nullptr)
         return false;
-    CurrentCharset().store(charset, std::memory_order_relaxed);
+    CurrentCharset().store(ForPathsToo(charset), std::memory_order_relaxed);
     return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/export.h"
 #include "platform/file.h"
 
 /// Files that take the place of others. Functions that can fail give an errno value through `error` (0 when they
@@ -19,16 +20,16 @@ struct Replacement {
 /// Opens a file that is to take the place of `path`, with the owner and the permissions of the one that is there.
 /// That one must allow to be written, as if it were opened for that (EACCES, EISDIR). Opening never waits: a pipe
 /// must have its reader (ENXIO).
-bool OpenReplacement(const char* path, Replacement& replacement, int& error);
+MOPLATFORM_API bool OpenReplacement(const char* path, Replacement& replacement, int& error);
 
 /// Puts the file in place and closes it in every case. A regular file is replaced in one step: whoever opens it
 /// finds the old one or the new one, whole, even after a power cut. Where no file can be made beside it, or the new
 /// one cannot have its owner or its name, it is overwritten in place, with its room on the disk secured first.
 /// What is no regular file (a device, a pipe) is written to. On failure a regular file is as it was, unless the
 /// device itself failed while it was being overwritten.
-bool CommitReplacement(Replacement& replacement, int& error);
+MOPLATFORM_API bool CommitReplacement(Replacement& replacement, int& error);
 
 /// Gives it up.
-void AbandonReplacement(Replacement& replacement);
+MOPLATFORM_API void AbandonReplacement(Replacement& replacement);
 
 } // namespace Platform

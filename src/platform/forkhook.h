@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/export.h"
+
 /// fork() copies a process's memory and shares its open files, but only the calling thread goes on in the
 /// child. What relies on its process's identity, or may be locked by another thread at that moment, is put
 /// right here, before fork() returns in the child. Systems that do not fork have nothing to do.
@@ -23,7 +25,7 @@ struct ForkHook {
 
 /// While one lives, another thread's fork() waits: for changes that the child must find done or not begun.
 /// The thread that has it must not fork, nor make a second one.
-class ForkHold {
+class MOPLATFORM_API ForkHold {
 public:
     ForkHold();
     ~ForkHold();
@@ -31,12 +33,12 @@ public:
     ForkHold& operator=(const ForkHold&) = delete;
 };
 
-void AddForkHook(ForkHook& hook, const ForkHold&);
-void RemoveForkHook(ForkHook& hook, const ForkHold&);
+MOPLATFORM_API void AddForkHook(ForkHook& hook, const ForkHold&);
+MOPLATFORM_API void RemoveForkHook(ForkHook& hook, const ForkHold&);
 
 /// Removes the hooks that lie in this memory or are for an object there: a stack that is given back while nobody
 /// destroys what is on it.
-void ForgetForkHooks(const void* begin, const void* end);
+MOPLATFORM_API void ForgetForkHooks(const void* begin, const void* end);
 
 /// The places of the process's locks. A thread that holds one may take those before it.
 enum class ForkRank { ThreadHandles, ThreadRegistry, Log, Count };
@@ -52,6 +54,6 @@ struct ForkLock {
 
 /// From now on every fork takes the lock. One for each rank; any thread, whatever it holds; best when the library is
 /// loaded.
-void AddForkLock(ForkRank rank, const ForkLock& lock);
+MOPLATFORM_API void AddForkLock(ForkRank rank, const ForkLock& lock);
 
 } // namespace Platform

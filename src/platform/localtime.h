@@ -5,19 +5,21 @@
 #include <ctime>
 #include <string_view>
 
+#include "platform/export.h"
+
 /// The calendar, for every year that a tm can tell, before 1970 and beyond 2038 too. Any thread.
 namespace Platform {
 
 /// The local calendar time of a second since 1970-01-01 UTC, in the time zone that the process started with.
 /// False when it has none (the year does not fit).
-bool LocalTime(std::int64_t seconds, std::tm& local);
+MOPLATFORM_API bool LocalTime(std::int64_t seconds, std::tm& local);
 
 /// The same in UTC.
-bool UtcTime(std::int64_t seconds, std::tm& calendar);
+MOPLATFORM_API bool UtcTime(std::int64_t seconds, std::tm& calendar);
 
 /// The other way round: fields beyond their range count on. Whether daylight-saving time holds is found by the time
 /// zone's rules, whatever the field says. False, and `seconds` left as it was, for what the calendar cannot hold.
-bool FromLocalTime(std::tm local, std::int64_t& seconds);
+MOPLATFORM_API bool FromLocalTime(std::tm local, std::int64_t& seconds);
 
 constexpr bool IsLeapYear(std::int64_t year) {
     return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
@@ -26,11 +28,11 @@ constexpr bool IsLeapYear(std::int64_t year) {
 /// Writes a time of the first two as strftime does by the standard of C++17, with all its conversions (%F %T %e %G %V
 /// ...), years as they are ("-5", "12345"); the number of bytes before the terminator. 0 when they do not fit. Numbers
 /// are the same on every system; the rest is FormatBySystem's.
-std::size_t FormatTime(char* buffer, std::size_t size, const char* format, const std::tm& time);
+MOPLATFORM_API std::size_t FormatTime(char* buffer, std::size_t size, const char* format, const std::tm& time);
 
 /// One conversion, from the percent sign to the letter, as the C library writes it: names and what else the locale
 /// decides, time zones, flags and widths where it has such. Without a terminator. False when there is no room.
-bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time,
-                    std::size_t& length);
+MOPLATFORM_API bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time,
+                                   std::size_t& length);
 
 } // namespace Platform

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/export.h"
+
 namespace Platform {
 
 /// How the system writes paths.
@@ -8,6 +10,6 @@ struct PathSyntax {
     bool hasVolumes; ///< a path may begin with a drive (C:) or a server and its share (\\server\share)
 };
 
-extern const PathSyntax NativePaths;
+MOPLATFORM_API extern const PathSyntax NativePaths;
 
 } // namespace Platform

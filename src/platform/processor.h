@@ -1,8 +1,10 @@
 #pragma once
 
+#include "platform/export.h"
+
 namespace Platform {
 
 /// The number of processors that this process may run on, at least 1.
-int ProcessorCount();
+MOPLATFORM_API int ProcessorCount();
 
 } // namespace Platform

@@ -3,12 +3,14 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/export.h"
+
 /// Files that several processes add to at once. Paths are zero-terminated in the system's own form; functions that can
 /// fail give an errno value through `error` (0 when they succeed). Any thread; one file is used by one thread at a
 /// time.
 namespace Platform {
 
-unsigned int CurrentProcessId();
+MOPLATFORM_API unsigned int CurrentProcessId();
 
 /// What a file is, under whatever name.
 struct FileIdentity {
@@ -19,7 +21,7 @@ struct FileIdentity {
 /// An open file, closed with the object. Locks are the file's own, so they tell apart two that this process has opened
 /// too; they hold off those who ask for them and nobody else, and go when the file is closed or its process ends, by
 /// whatever means. On a file system without locks all of them are granted.
-class SharedFile {
+class MOPLATFORM_API SharedFile {
 public:
     enum class Creation {
         Keep, ///< created when missing, kept when there

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/export.h"
 #include "platform/forkhook.h"
 #include "platform/sharedregion.h"
 
@@ -32,7 +33,7 @@ namespace Platform {
 ///
 /// What lies in the memory and in the slots has the same form for every process of a machine, of 32 or 64 bits:
 /// words of fixed size.
-class SharedMemory {
+class MOPLATFORM_API SharedMemory {
 public:
     using Opener = std::uint32_t; ///< below 2^31
     static constexpr Opener Nobody = 0;

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/export.h"
+
 namespace Platform {
 
 /// What SharedMemory asks of the system: memory under a name, a gate that one opener at a time goes through, and
@@ -14,7 +16,7 @@ namespace Platform {
 /// ends in whatever way. Whom the memory belongs to, and what names there are, is told there.
 ///
 /// One thread at a time opens or closes an object; asking for marks, sleeping and waking is for any thread in between.
-class SharedRegion {
+class MOPLATFORM_API SharedRegion {
 public:
     static constexpr std::uint32_t LastMark = 0x7FFFFFFE; ///< they begin with 1
 

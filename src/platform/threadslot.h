@@ -2,11 +2,13 @@
 
 #include <cstdint>
 
+#include "platform/export.h"
+
 namespace Platform {
 
 /// A pointer of each thread's own, null at first. Unlike a thread_local object with a destructor it takes no memory to
 /// set up, so it cannot fail half-way in a thread. Any thread.
-class ThreadSlot {
+class MOPLATFORM_API ThreadSlot {
 public:
     /// `atEnd` is given the pointer of each thread that ends of itself, unless it is null; the slot is null by then. It
     /// comes after the destructors of the thread's thread_local objects. It does not come in a thread that is ended by

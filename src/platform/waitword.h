@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdint>
 
+#include "platform/export.h"
+
 /// Sleeping on a 32-bit word of memory, the one thing that the locks of this library ask of the system. A
 /// lock is an atomic word that is changed without the system's help for as long as nobody has to wait.
 ///
@@ -23,7 +25,7 @@ constexpr bool IsBigEndian = false;
 /// Sleeps for as long as the word holds `expected`, until a wake or the timeout in microseconds (NoTimeout:
 /// none). It may return without any reason, so callers look at the word again. False only when the time is
 /// up.
-bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds = NoTimeout);
+MOPLATFORM_API bool WaitOnWord(const void* word, std::uint32_t expected, std::int64_t microseconds = NoTimeout);
 
 /// The end of a wait that may take several sleeps.
 class WaitLimit {
@@ -51,12 +53,12 @@ private:
     Clock::time_point m_limit;
 };
 
-void WakeOneWaiter(const void* word);
-void WakeAllWaiters(const void* word);
+MOPLATFORM_API void WakeOneWaiter(const void* word);
+MOPLATFORM_API void WakeAllWaiters(const void* word);
 
 /// What is done in place of a thread that is ended by force while this lives, at the spot where it was stopped: `act`
 /// may change atomic words and wake, no more. For a waiter that others would go on reckoning with. One at a time.
-class LastAct {
+class MOPLATFORM_API LastAct {
 public:
     LastAct(void (*act)(void* object), void* object);
     ~LastAct();
@@ -72,7 +74,7 @@ private:
 
 /// For a thread that is being ended by force, in that moment: does its last act, and sends on a wake that it got and
 /// will not act upon.
-void AbandonWait();
+MOPLATFORM_API void AbandonWait();
 
 /// The upper half of a word of 64 bits, as a word to sleep on.
 inline const void* UpperHalf(const std::atomic<std::uint64_t>& word) {

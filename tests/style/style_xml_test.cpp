@@ -257,7 +257,7 @@ TEST(StyleXml, NumbersDoNotDependOnTheLocale) {
     style.SetPointSize(1234.5F);
     style.GetStyleEx()->SetLineWidth(0.25F);
     const KeldMBString text = style.ToXML(0, "");
-    setenv("LOCPATH", scratch.Path().c_str(), 1);
+    const EnvironmentVariable place("LOCPATH", scratch.Path().c_str());
     ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
     KeldMBString comma;
     comma.Format("%.1f", 0.5);
@@ -267,5 +267,4 @@ TEST(StyleXml, NumbersDoNotDependOnTheLocale) {
     EXPECT_TRUE(read.FromXML(text, 0));
     EXPECT_TRUE(read == style);
     std::setlocale(LC_ALL, "C");
-    unsetenv("LOCPATH");
 }
