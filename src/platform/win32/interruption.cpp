@@ -13,9 +13,9 @@ struct Code {
 };
 
 // The system's libraries and the compilers'.
-constexpr std::array<const wchar_t*, 8> Modules = {L"ntdll.dll",           L"kernel32.dll", L"kernelbase.dll",
-                                                   L"msvcrt.dll",          L"ucrtbase.dll", L"libstdc++-6.dll",
-                                                   L"libwinpthread-1.dll", L"win32u.dll"};
+constexpr std::array<const wchar_t*, 10> Modules = {
+    L"ntdll.dll",       L"kernel32.dll",        L"kernelbase.dll",     L"msvcrt.dll",         L"ucrtbase.dll",
+    L"libstdc++-6.dll", L"libwinpthread-1.dll", L"libgcc_s_seh-1.dll", L"libgcc_s_dw2-1.dll", L"win32u.dll"};
 
 std::array<Code, Modules.size()> s_code;
 
@@ -47,7 +47,10 @@ bool MayHoldSystemLock(const CONTEXT& context) {
         if (address >= code.begin && address < code.end)
             return true;
     }
-    return false;
+    // Code of no module at all is the system's too, on its way in or out.
+    MEMORY_BASIC_INFORMATION memory = {};
+    return VirtualQuery(reinterpret_cast<const void*>(address), &memory, sizeof(memory)) == 0 ||
+           memory.Type != MEM_IMAGE;
 }
 
 } // namespace Platform

@@ -21,8 +21,10 @@
 // The system ends a thread wherever it is. One in the middle of malloc would leave the heap locked, and soon the
 // process would stand still; one with a shield would leave locked what this library shares. So the victim is stopped
 // first and looked at. In its own code, or in a sleep of this library, it is ended. Elsewhere it goes on, and is
-// stopped again a moment later; one that never leaves the system's code is ended all the same after a while. While it
-// is stopped, nothing may be called that takes a lock which it may hold: no allocation, above all.
+// stopped again a moment later. One that stands at the same place of the system's code all the while sleeps there, and
+// is ended too, with the heap locked by who ends it: so it neither has the heap nor waits for it. One that moves about
+// in the system's code for long is let go. While it is stopped, nothing may be called that takes a lock which it may
+// hold: no allocation, above all.
 
 namespace Platform {
 
@@ -126,15 +128,66 @@ int SystemPriority(ThreadPriority priority) {
     }
 }
 
-/// Whether it was ended: it stands at a place where that does no harm, or `anywhere`.
-bool EndStopped(Thread& thread, bool anywhere) {
+using Clock = std::chrono::steady_clock;
+constexpr auto SleepsAfter = std::chrono::seconds(2);
+constexpr auto LetGoAfter = std::chrono::seconds(30);
+
+/// Where a thread was seen, each time that it was stopped.
+class Whereabouts {
+public:
+    /// The same place since when.
+    Clock::time_point See(const CONTEXT& context) {
+#if defined(_WIN64)
+        const std::uintptr_t code = context.Rip;
+        const std::uintptr_t stack = context.Rsp;
+#else
+        const std::uintptr_t code = context.Eip;
+        const std::uintptr_t stack = context.Esp;
+#endif
+        if (code != m_code || stack != m_stack)
+            m_since = Clock::now();
+        m_code = code;
+        m_stack = stack;
+        return m_since;
+    }
+    bool IsAsleep() const {
+        return m_code != 0 && Clock::now() - m_since >= SleepsAfter;
+    }
+
+private:
+    std::uintptr_t m_code = 0;
+    std::uintptr_t m_stack = 0;
+    Clock::time_point m_since;
+};
+
+/// The process's heap, so that nobody else is in it.
+class HeapHold {
+public:
+    explicit HeapHold(bool wanted) : m_heap(wanted ? GetProcessHeap() : nullptr) {
+        if (m_heap != nullptr && HeapLock(m_heap) == 0)
+            m_heap = nullptr;
+    }
+    ~HeapHold() {
+        if (m_heap != nullptr)
+            HeapUnlock(m_heap);
+    }
+    HeapHold(const HeapHold&) = delete;
+    HeapHold& operator=(const HeapHold&) = delete;
+
+private:
+    HANDLE m_heap;
+};
+
+/// Whether it was ended: it stands at a place where that does no harm.
+bool EndStopped(Thread& thread, Whereabouts& whereabouts, bool isAsleep) {
     CONTEXT context = {};
     context.ContextFlags = CONTEXT_CONTROL;
     // Stopping is done when the context can be had.
     if (GetThreadContext(thread.handle, &context) == 0 || thread.record.shields.load() != 0 ||
         thread.phase.load() != Thread::Phase::Body)
         return false;
-    if (!anywhere && !thread.record.sleeps.load() && MayHoldSystemLock(context))
+    const bool isStill = Clock::now() - whereabouts.See(context) >= SleepsAfter;
+    if (!thread.record.sleeps.load() && !(isAsleep && isStill) && MayHoldSystemLock(context))
         return false;
     AbandonWaitOf(thread.record);
     thread.exitCode.store(thread.terminationCode.load());
@@ -142,6 +195,18 @@ bool EndStopped(Thread& thread, bool anywhere) {
         return false;
     thread.references.fetch_sub(1); // the thread's own
     return true;
+}
+
+bool TryToEnd(Thread& thread, Whereabouts& whereabouts) {
+    const TerminationShield shield; // else the victim could stay stopped
+    const bool isAsleep = whereabouts.IsAsleep();
+    const HeapHold heap(isAsleep);
+    if (SuspendThread(thread.handle) == static_cast<DWORD>(-1))
+        return false;
+    const bool isEnded = EndStopped(thread, whereabouts, isAsleep);
+    if (!isEnded)
+        ResumeThread(thread.handle);
+    return isEnded;
 }
 
 } // namespace
@@ -297,19 +362,15 @@ bool TerminateThread(Thread& thread, int exitCode) {
         return WaitForThread(thread);
     thread.terminationCode.store(exitCode);
     thread.toTerminate.store(true);
-    using Clock = std::chrono::steady_clock;
-    const auto regardless = Clock::now() + std::chrono::seconds(2);
-    for (DWORD pause = 0; !thread.HasEnded(); pause = pause < 2 ? pause + 1 : pause) {
-        bool isEnded = false;
-        {
-            const TerminationShield shield; // else the victim could stay stopped
-            if (SuspendThread(thread.handle) != static_cast<DWORD>(-1)) {
-                isEnded = EndStopped(thread, Clock::now() >= regardless);
-                if (!isEnded)
-                    ResumeThread(thread.handle);
-            }
+    const auto limit = Clock::now() + LetGoAfter;
+    Whereabouts whereabouts;
+    for (int tries = 1; !thread.HasEnded() && !TryToEnd(thread, whereabouts); ++tries) {
+        if (Clock::now() >= limit) {
+            thread.toTerminate.store(false);
+            return false;
         }
-        if (!isEnded && WaitForSingleObject(thread.handle, pause) == WAIT_TIMEOUT)
+        // It has to get on in between, and to be met in another place.
+        if (WaitForSingleObject(thread.handle, tries % 4 == 0 ? 1 : 0) == WAIT_TIMEOUT)
             SwitchToThread();
     }
     return WaitForThread(thread);
