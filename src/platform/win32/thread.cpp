@@ -129,7 +129,7 @@ int SystemPriority(ThreadPriority priority) {
 }
 
 using Clock = std::chrono::steady_clock;
-constexpr auto SleepsAfter = std::chrono::seconds(2);
+constexpr auto SleepsAfter = std::chrono::milliseconds(500);
 constexpr auto LetGoAfter = std::chrono::seconds(30);
 
 /// Where a thread was seen, each time that it was stopped.
