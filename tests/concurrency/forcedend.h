@@ -4,10 +4,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "concurrency/bodythread.h"
+#include "platform/sanitizer.h"
 #include "support.h"
 #include "toolkit/qzprocess.h"
 #include "toolkit/qzstringw.h"
@@ -45,6 +47,23 @@ inline void UseForkHooks() {
     Qzc::QzProcess lock; // tells the library to look after it in a fork
 }
 
+inline void UseTheHeap() {
+    static std::atomic<void*> s_memory;
+    for (std::size_t size = 1; size < 200000; size = size * 3 + 11) {
+        std::free(s_memory.exchange(std::malloc(size)));
+        for (volatile int work = 0; work < 300; work = work + 1) { // the place to be stopped at
+        }
+    }
+}
+
+/// What all threads share, in the library and below it.
+inline std::vector<Body> SharedWorks() {
+    std::vector<Body> works = {UseForkHooks, UseTheRegistry, Convert};
+    if (!UNDER_ADDRESS_SANITIZER && !UNDER_THREAD_SANITIZER) // whose own heap stands in the place of the system's
+        works.emplace_back(UseTheHeap);
+    return works;
+}
+
 /// Ends threads that do it again and again, at places that nobody chose. Neither unwinding nor the process notices: the
 /// next thread does it too. A hang is the fault.
 inline void EndAmid(const Body& work, const Body& after) {
@@ -73,18 +92,4 @@ inline void EndAmid(const Body& work, const Body& after) {
         ASSERT_EQ(steps, before);
     }
     EXPECT_EQ(unwound, 0);
-}
-
-/// Ends a thread that has done this.
-inline void EndBehind(const Body& first) {
-    std::atomic<bool> runs{false};
-    BodyThread victim([&]() -> int {
-        first();
-        for (;; Qzc::QzThread::yield())
-            runs = true; // an atomic step, at which a sanitizer looks for signals
-    });
-    ASSERT_TRUE(victim.start(0));
-    while (!runs)
-        Qzc::QzThread::yield();
-    EXPECT_TRUE(victim.cancel());
 }

@@ -3,11 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <vector>
-
 #include "concurrency/forcedend.h"
-#include "platform/sanitizer.h"
 #include "platform/waitword.h"
 #include "support.h"
 #include "toolkit/qzcondition.h"
@@ -26,32 +22,9 @@ const char* __asan_default_options() { // NOLINT(bugprone-reserved-identifier)
 }
 #endif
 
-namespace {
-
-[[maybe_unused]] void UseTheHeap() {
-    static std::atomic<void*> s_memory;
-    for (std::size_t size = 1; size < 200000; size = size * 3 + 11) {
-        std::free(s_memory.exchange(std::malloc(size)));
-        for (volatile int work = 0; work < 300; work = work + 1) { // the place to be stopped at
-        }
-    }
-}
-
-} // namespace
-
 TEST(ForcedEnd, AmidWhatAllShare) {
-    const std::vector<Body> works = {
-        UseForkHooks,
-        UseTheRegistry,
-        Convert,
-#if !UNDER_ADDRESS_SANITIZER && !UNDER_THREAD_SANITIZER // whose own stands in the place of the system's
-        UseTheHeap,
-#endif
-    };
-    for (const Body& work : works) {
-        SCOPED_TRACE(&work - works.data());
+    for (const Body& work : SharedWorks())
         EndAmid(work, work);
-    }
     QzThreadManager::GetInstance().DestoryThread("x");
     EXPECT_EQ(QzThreadManager::GetInstance().GetActiveCount(), 0);
 }
@@ -60,10 +33,7 @@ TEST(ForcedEnd, AmidOtherThings) {
     QzMutex mutex;
     QzCondition condition;
     QzSemaphore end(0);
-    BodyThread sleeper([&] {
-        end.Wait();
-        return 0;
-    });
+    BodyThread sleeper([&] { return end.Wait(), 0; });
     ASSERT_TRUE(sleeper.start(0));
     EndAmid([] {}, [] {});
     EndAmid([] { std::this_thread::sleep_for(std::chrono::hours(1)); }, [] {});

@@ -3,14 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <filesystem>
 #include <fstream>
 #include <list>
 #include <memory>
 #include <random>
 #include <string>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include "concurrency/bodythread.h"
 #include "platform/sanitizer.h"
@@ -34,16 +31,6 @@ long StatusOfProcess(const std::string& name) {
             return value;
     }
     return -1;
-}
-
-auto Files() {
-    const std::filesystem::directory_iterator files("/proc/self/fd");
-    return std::distance(begin(files), end(files));
-}
-
-int WaitFor(void* semaphore) {
-    static_cast<QzSemaphore*>(semaphore)->Wait();
-    return 3;
 }
 
 } // namespace
@@ -77,12 +64,12 @@ TEST(Thread, EndsInManyWays) {
                 return -2;
             }
         });
-        EXPECT_FALSE(thread.running() || thread.detach() || thread.join() || thread.cancel());
-        EXPECT_FALSE(thread.start(~0ul)); // no such stack
-        EXPECT_EQ(thread.id(), nullptr);
+        EXPECT_FALSE(thread.running() || thread.join() || thread.cancel() || thread.start(~0ul)); // no such stack
         current = &thread;
-        ASSERT_TRUE(thread.start(100000));
+        ASSERT_TRUE(thread.start(1));
         EXPECT_TRUE(thread.running() && thread.detach());
+        for (const auto priority : {QzThread::BelowNormal, QzThread::Idle})
+            EXPECT_TRUE(thread.priority(priority) && thread.priority() == priority);
         std::array<int, 2> codes = {};
         Together([&] { EXPECT_TRUE(thread.join(codes[0])); }, [&] { EXPECT_TRUE(thread.join(codes[1])); },
                  [&] {
@@ -93,8 +80,6 @@ TEST(Thread, EndsInManyWays) {
         EXPECT_EQ(unwound, test.unwound);
         EXPECT_EQ(locals, 1);
         EXPECT_FALSE(thread.running() || thread.join());
-        EXPECT_NE(thread.getcallingthreadid(), 0u);
-        EXPECT_NE(thread.getcallingthreadid(), QzThread::GetCurrentThreadId());
     }
 }
 
@@ -116,57 +101,16 @@ TEST(Thread, OwnershipRacesLeaveNothingBehind) {
                 while (thread.running())
                     QzThread::yield();
                 EXPECT_FALSE(thread.join()); // nobody came in time
-                break;
-            default: break;
             }
         }
     };
     race(500);
     const long memory = StatusOfProcess("VmRSS");
-    const auto files = Files();
-#if UNDER_THREAD_SANITIZER || UNDER_ADDRESS_SANITIZER
-    race(2000); // the sanitizers keep a record of every thread, so only counts are looked at
-    const long allowed = 1 << 30;
-#else
-    race(Often(5000));
-    const long allowed = Slowness > 1 ? 1 << 30 : 1024; // an emulator's own memory is counted, too
-#endif
+    // Sanitizers keep a record of every thread, and an emulator's own memory is counted, too.
+    constexpr bool IsPlain = !UNDER_THREAD_SANITIZER && !UNDER_ADDRESS_SANITIZER && Slowness == 1;
+    race(Often(IsPlain ? 5000 : 2000));
     EXPECT_TRUE(Eventually([] { return StatusOfProcess("Threads") <= 2; })) << StatusOfProcess("Threads");
-    EXPECT_EQ(Files(), files);
-    EXPECT_LT(StatusOfProcess("VmRSS"), memory + allowed);
-}
-
-// In a process of its own: a priority that was given up does not come back.
-static const ChildRole PriorityUser("priority user", [](const Arguments&) {
-    const int own = nice(5); // from 0 to 15 at most, where the surroundings are not nicer still
-    QzSemaphore end(0);
-    BodyThread thread([&] { return WaitFor(&end); });
-    bool right = !thread.priority(QzThread::Normal) && thread.priority() == -1;
-    QzThreadEx* named = QzThreadManager::GetInstance().CreateThread("named", WaitFor, &end, 0);
-    right = named->SetPriority(QzThreadEx::Idle) && named->Start() && thread.start(0) && right; // for later
-    right = right && named->GetPriority() == QzThreadEx::Idle && thread.priority() == QzThread::Normal;
-    const auto niceOf = [&] { return getpriority(PRIO_PROCESS, thread.getcallingthreadid()); };
-    right = right && Eventually([&] { return thread.getcallingthreadid() != 0; }) && niceOf() == own;
-    for (const auto value : {QzThread::BelowNormal, QzThread::Idle, QzThread::Normal, QzThread::AboveNormal,
-                             QzThread::Highest, QzThread::Unknown}) {
-        const auto before = thread.priority();
-        const bool changed = thread.priority(value);
-        right = right && thread.priority() == (!changed                     ? before
-                                               : value == QzThread::Unknown ? QzThread::Normal
-                                                                            : value);
-        if (value == QzThread::BelowNormal)
-            right = right && changed && (own == 19 || niceOf() > own) && (own != 5 || niceOf() == 12);
-        else if (value == QzThread::Idle)
-            right = right && changed && niceOf() == 19;
-    }
-    end.Post();
-    end.Post();
-    return named->Join() && right;
-});
-
-// What a program that runs under nice sees: priorities are relative to it.
-TEST(Thread, Priorities) {
-    EXPECT_TRUE(ChildProcess(PriorityUser).Succeeds());
+    EXPECT_LT(StatusOfProcess("VmRSS"), memory + (IsPlain ? 1024 : 1 << 30));
 }
 
 TEST(Thread, Clock) {
@@ -174,7 +118,6 @@ TEST(Thread, Clock) {
     const std::uint64_t time = QzThread::time();
     const auto age = system_clock::now().time_since_epoch() - nanoseconds(time);
     EXPECT_TRUE(age >= age.zero() && age < minutes(1));
-    EXPECT_EQ(time % 100, 0u);
     QzThread::wakeat(static_cast<unsigned int>(time) + 30000000);
     EXPECT_GE(QzThread::time(), time + 29000000);
     QzThread::sleep(30000000);
@@ -185,10 +128,8 @@ TEST(Thread, Clock) {
 // every way. The argument of each tells how.
 TEST(ThreadManager, BehavesAsAListOfThreads) {
     enum { Returns = 7, Throws = 8, Exits = 9, ReturnsStillActive = 259 };
-    static void* s_self = nullptr;
     static const int s_ways[] = {Returns, Throws, Exits, ReturnsStillActive};
     const auto body = [](void* way) -> int {
-        s_self = QzThread::self();
         const int code = *static_cast<int*>(way);
         if (code == Exits)
             QzThread::exit(code);
@@ -201,10 +142,8 @@ TEST(ThreadManager, BehavesAsAListOfThreads) {
         QzThreadEx* thread;
     };
     QzThreadManager& manager = QzThreadManager::GetInstance();
-    EXPECT_EQ(manager.GetThread("any"), nullptr);
     EXPECT_EQ(manager.CreateThread("", body, nullptr, 0), nullptr);
     EXPECT_EQ(manager.CreateThread("a", nullptr, nullptr, 0), nullptr);
-    EXPECT_EQ(manager.GetOptimalCount(), 2 * std::thread::hardware_concurrency()); // the C++ library heeds affinity
     std::list<Entry> model;
     std::mt19937 random(5);
     for (int step = 0; step < 20000; ++step) {
@@ -245,7 +184,6 @@ TEST(ThreadManager, BehavesAsAListOfThreads) {
         } else if (exists && step % 4 == 0) {
             QzThreadEx& thread = *found->thread;
             const bool isAlive = thread.IsAlive(); // so says the code of one that has ended
-            thread.SetStackSize(step % 8 == 0 ? 300000 : 0);
             ASSERT_EQ(thread.Start(), !isAlive);
             ASSERT_NE(thread.GetID(), 0u);
             ASSERT_TRUE(found->way == Exits || (thread.Join() && thread.Join()));
@@ -254,7 +192,6 @@ TEST(ThreadManager, BehavesAsAListOfThreads) {
                                                                    : QzThreadEx::StatusFinished;
             ASSERT_TRUE(Eventually([&] { return thread.GetStatus() == status; }));
             ASSERT_EQ(thread.GetReturnValue(), found->way == Throws || found->way == Exits ? 0 : found->way);
-            ASSERT_TRUE(s_self == &thread || isAlive);
         }
         ASSERT_EQ(manager.GetActiveCount(), static_cast<int>(model.size()));
     }
@@ -269,15 +206,15 @@ TEST(ThreadManager, ManagedThreadsFreeThemselves) {
     std::atomic<int> ran{0};
     const auto meddle = [&] {
         while (!done) {
-            manager.GetThread("m3");
+            manager.GetThread("a name too long for the system 3");
             manager.CancleManaged("not there");
-            manager.DestoryThread("m5");
+            manager.DestoryThread("a name too long for the system 5");
             QzThread::yield();
         }
     };
     Together(meddle, meddle, [&] {
         for (int i = 0; i < 1000; ++i) {
-            const KeldMBString name(("m" + std::to_string(i % 10)).c_str());
+            const KeldMBString name("a name too long for the system " + std::to_string(i % 10));
             QzThreadEx* thread = manager.CreateThread(
                 name, [](void* count) { return ++*static_cast<std::atomic<int>*>(count); }, &ran, 1);
             if (thread != nullptr && i % 10 != 5)
@@ -286,39 +223,31 @@ TEST(ThreadManager, ManagedThreadsFreeThemselves) {
         EXPECT_TRUE(Eventually([&] { return manager.GetActiveCount() <= 1; }));
         done = true;
     });
-    manager.DestoryThread("m5");
+    manager.DestoryThread("a name too long for the system 5");
     EXPECT_GT(ran, 0);
     const auto itself = [](void*) { return QzThreadManager::GetInstance().DestoryThread("itself"), 0; };
     EXPECT_TRUE(manager.CreateThread("itself", itself, nullptr, 0)->Start());
     EXPECT_TRUE(Eventually([&] { return manager.GetActiveCount() == 0; })); // the last one may be about to leave
 }
 
-TEST(ThreadManager, NamesAreTheSystemsToo) {
-    QzThreadManager& manager = QzThreadManager::GetInstance();
-    QzSemaphore end(0);
-    QzThreadEx* named = manager.CreateThread("fourteen bytes\xC3\xA4", WaitFor, &end, 0);
-    ASSERT_TRUE(named->Start());
-    EXPECT_FALSE(named->Start());
-    EXPECT_TRUE(Eventually([&] {
-        std::ifstream file("/proc/self/task/" + std::to_string(named->GetID()) + "/comm");
-        std::string comm;
-        return std::getline(file, comm) && comm == "fourteen bytes"; // no half of a character behind it
-    }));
-    manager.DestoryThread("fourteen bytes\xC3\xA4"); // while it waits
-}
-
 // The registry goes while threads run, end and come back to it.
 static const ChildRole LeavingProcess("leaving process", [](const Arguments&) {
-    for (int i = 0; i < 20; ++i) {
-        const KeldMBString name(("t" + std::to_string(i)).c_str());
-        const auto body = [](void*) {
-            std::this_thread::sleep_for(std::chrono::microseconds(QzThread::GetCurrentThreadId() % 20 * 50));
-            return 0;
-        };
-        QzThreadManager::GetInstance().CreateThread(name, body, nullptr, i % 2 == 0)->Start();
-    }
+    const auto body = [](void*) {
+        std::this_thread::sleep_for(std::chrono::microseconds(QzThread::GetCurrentThreadId() % 20 * 50));
+        return 0;
+    };
+    for (int i = 0; i < 20; ++i)
+        QzThreadManager::GetInstance()
+            .CreateThread(KeldMBString("t" + std::to_string(i)), body, nullptr, i % 2 == 0)
+            ->Start();
     return true;
 });
+
+TEST(ThreadManager, ProcessEndsBesideRunningThreads) {
+    EXPECT_TRUE(ChildProcess(LeavingProcess).Succeeds());
+}
+
+// ---- Locks. What they do in every order of their steps is another test's matter.
 
 // What the only thread has locked is locked for those that come.
 static const ChildRole OnlyThread("only thread", [](const Arguments&) {
@@ -334,12 +263,6 @@ TEST(Locks, AreTheOnlyThreadsToo) {
     EXPECT_TRUE(ChildProcess(OnlyThread).Succeeds());
 }
 
-TEST(ThreadManager, ProcessEndsBesideRunningThreads) {
-    EXPECT_TRUE(ChildProcess(LeavingProcess).Succeeds());
-}
-
-// ---- Locks. What they do in every order of their steps is another test's matter.
-
 TEST(Locks, CountWhatTheyAreGiven) {
     const auto doAtRandom = [](const std::vector<std::function<bool()>>& steps) {
         std::mt19937 random(3);
@@ -354,18 +277,18 @@ TEST(Locks, CountWhatTheyAreGiven) {
     };
     QzMutex mutex(1);
     int depth = 0;
+    const auto another = [&] { // does nothing to it when it does not own it
+        bool right = !mutex.locked();
+        Together([&] {
+            mutex.unlock();
+            QzMutexLock lock(mutex);
+            right = right && lock.locked() == (depth != 0) && lock.trylock() == (depth == 0);
+        });
+        return right;
+    };
     doAtRandom({[&] { return mutex.lock(), ++depth > 0; }, [&] { return mutex.trylock() && ++depth > 0; },
-                [&] { return mutex.unlock(), takeOne(depth); },                       // when nobody owns it: nothing
-                [&] { return QzMutexLock(mutex).locked() ? false : takeOne(depth); }, // it was taken without the guard
-                [&] {
-                    bool right = !mutex.locked(); // by others
-                    Together([&] {
-                        mutex.unlock();
-                        QzMutexLock lock(mutex);
-                        right = right && lock.locked() == (depth != 0) && lock.trylock() == (depth == 0);
-                    });
-                    return right;
-                }});
+                [&] { return mutex.unlock(), takeOne(depth); }, // when nobody owns it: nothing
+                another});
 
     QzReadWriteLock lock;
     int readers = 0, writers = 0;
@@ -377,26 +300,11 @@ TEST(Locks, CountWhatTheyAreGiven) {
                 [&] { return lock.writeUnlock(), takeOne(writers); }, readUnlock, readUnlock,
                 readUnlock}); // nobody holds it more often than not
 
-    AssertionLog assertions;
-    QzSemaphore one, negative(-3);
-    EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>{"initialCount >= 0"});
-    EXPECT_FALSE(negative.TryWait());
+    QzSemaphore one;
     int units = 1;
     doAtRandom({[&] { return one.Post(), ++units > 0; }, [&] { return units == 0 || (one.Wait(), units-- > 0); },
                 [&] { return one.TryWait() ? units-- > 0 : units == 0; },
                 [&] { return one.TimedWait(0) ? units-- > 0 : units == 0; }});
-}
-
-TEST(Locks, SemaphoreWaitsForATime) {
-    QzSemaphore semaphore(0);
-    const std::uint64_t start = QzThread::time();
-    EXPECT_FALSE(semaphore.TimedWait(20));
-    EXPECT_GE(QzThread::time(), start + 19000000);
-    Together([&] { EXPECT_TRUE(semaphore.TimedWait(60000)); },
-             [&] {
-                 AWhile();
-                 semaphore.Post();
-             });
 }
 
 // Each keeps four threads apart, whether they sleep or not, and passes on what they have written.
@@ -406,26 +314,24 @@ TEST(Locks, KeepApart) {
     QzSemaphore semaphore(1);
     QzCondition condition;
     bool isIn = false;
+    const auto waitForTurn = [&](int) {
+        QzMutexLock guard(mutex);
+        guard.lock();
+        while (isIn)
+            condition.Wait(mutex);
+        isIn = true;
+    };
+    const auto giveTurn = [&] {
+        QzMutexLock guard(mutex);
+        guard.lock();
+        isIn = false;
+        condition.signal();
+    };
     const std::pair<std::function<void(int)>, std::function<void()>> ways[] = {
-        {[&](int) { mutex.lock(); }, [&] { mutex.unlock(); }},
         {[&](int i) { i % 2 == 0 && mutex.trylock() ? void() : mutex.lock(); }, [&] { mutex.unlock(); }},
-        {[&](int) { lock.writeLock(); }, [&] { lock.writeUnlock(); }},
         {[&](int i) { i % 2 == 0 && lock.tryWriteLock() ? void() : lock.writeLock(); }, [&] { lock.writeUnlock(); }},
-        {[&](int) { semaphore.Wait(); }, [&] { semaphore.Post(); }},
         {[&](int i) { i % 2 == 0 && semaphore.TimedWait(1) ? void() : semaphore.Wait(); }, [&] { semaphore.Post(); }},
-        {[&](int) {
-             mutex.lock();
-             while (isIn)
-                 condition.Wait(mutex);
-             isIn = true;
-             mutex.unlock();
-         },
-         [&] {
-             mutex.lock();
-             isIn = false;
-             condition.signal();
-             mutex.unlock();
-         }},
+        {waitForTurn, giveTurn},
     };
     for (const auto& [enter, leave] : ways) {
         SCOPED_TRACE(&enter - &ways[0].first);
@@ -453,58 +359,41 @@ TEST(Locks, KeepApart) {
 // Who gets a lock may take it away while the one that gave it up still returns.
 TEST(Locks, GoWithTheirLastUser) {
     for (int i = 0; i < 500; ++i) {
-        auto semaphore = std::make_unique<QzSemaphore>(0);
         auto mutex = std::make_unique<QzMutex>();
         std::atomic<bool> locked{false};
-        std::thread giver([&, gives = mutex.get(), posts = semaphore.get()] {
+        std::thread giver([&, gives = mutex.get()] {
             gives->lock();
             locked = true;
             gives->unlock();
-            posts->Post();
         });
         while (!locked)
             QzThread::yield();
         mutex->lock();
         mutex->unlock();
         mutex.reset();
-        semaphore->Wait();
-        semaphore.reset();
         giver.join();
     }
 }
 
-TEST(Locks, ConditionWaits) {
+TEST(Locks, WaitForATime) {
     QzMutex mutex;
     QzCondition condition;
     const auto in = [](int milliseconds) {
         return static_cast<unsigned int>(QzThread::time()) + static_cast<unsigned int>(milliseconds * 1000000);
     };
+    const std::uint64_t start = QzThread::time();
+    EXPECT_FALSE(QzSemaphore(0).TimedWait(20));
     mutex.lock();
     condition.signal(); // nobody waits: lost
-    condition.broadcast();
     EXPECT_FALSE(condition.Wait(mutex, in(20)));
+    EXPECT_GE(QzThread::time(), start + 38000000);
     Together([&] { EXPECT_TRUE(mutex.locked()); }); // taken back after the wait
-    int waiting = 0;
-    const auto wait = [&] {
-        QzMutexLock lock(mutex);
-        lock.lock();
-        ++waiting;
-        EXPECT_TRUE(condition.Wait(mutex, in(-1))); // a deadline that has passed is a far one
-        --waiting;
-    };
-    const auto become = [&](int expected) {
-        return Eventually([&] {
-            QzMutexLock lock(mutex);
-            lock.lock();
-            return waiting == expected;
-        });
-    };
-    mutex.unlock();
-    Together(wait, wait, wait, wait, [&] {
-        EXPECT_TRUE(become(4));
-        condition.signal();
-        EXPECT_TRUE(become(3));
+    std::thread waker([&] {
+        mutex.lock();
         condition.broadcast();
+        mutex.unlock();
     });
-    EXPECT_EQ(waiting, 0);
+    EXPECT_TRUE(condition.Wait(mutex, in(-1))); // a deadline that has passed is a far one
+    mutex.unlock();
+    waker.join();
 }

@@ -6,6 +6,7 @@
 
 #include "platform/sharedlock.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <relacy/relacy.hpp>
@@ -155,10 +156,8 @@ bool Holds(unsigned rounds) {
     parameters.output_stream = &words;
     parameters.progress_stream = &words;
     const bool holds = rl::simulate<Test>(parameters);
-    std::printf("%s: %llu runs%s\n", parameters.test_name.c_str(),
-                static_cast<unsigned long long>(parameters.stop_iteration), holds ? "" : ", FAILED");
     if (!holds)
-        std::printf("%s\n", words.str().substr(0, 20000).c_str());
+        std::printf("%s: %s\n", parameters.test_name.c_str(), words.str().substr(0, 20000).c_str());
     return holds;
 }
 
@@ -168,13 +167,10 @@ bool Holds(unsigned rounds) {
 int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, 0); // the checker may end the process when it finds a fault
     const unsigned rounds = argc > 1 ? unsigned(std::strtoul(argv[1], nullptr, 10)) : 20000;
-    bool holds = Holds<LockTest<Orders::AsWritten, 1, false>>(rounds);
-    holds = Holds<LockTest<Orders::AsWritten, 1, true>>(rounds) && holds;
-    holds = Holds<LockTest<Orders::AsWritten, 2, false>>(rounds) && holds;
-    holds = Holds<LockTest<Orders::AsWritten, 3, false>>(rounds) && holds;
-    holds = Holds<LockTest<Orders::AsWritten, 3, true>>(rounds) && holds;
-    holds = Holds<LockTest<Orders::One, 1, false>>(rounds) && holds;
-    holds = Holds<LockTest<Orders::One, 2, false>>(rounds) && holds;
-    holds = Holds<LockTest<Orders::One, 3, false>>(rounds) && holds;
-    return holds ? 0 : 1;
+    const bool holds[] = {
+        Holds<LockTest<Orders::AsWritten, 1, false>>(rounds), Holds<LockTest<Orders::AsWritten, 1, true>>(rounds),
+        Holds<LockTest<Orders::AsWritten, 2, false>>(rounds), Holds<LockTest<Orders::AsWritten, 3, true>>(rounds),
+        Holds<LockTest<Orders::One, 1, false>>(rounds),       Holds<LockTest<Orders::One, 2, false>>(rounds),
+        Holds<LockTest<Orders::One, 3, false>>(rounds)};
+    return std::all_of(std::begin(holds), std::end(holds), [](bool one) { return one; }) ? 0 : 1;
 }

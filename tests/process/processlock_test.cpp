@@ -1,12 +1,10 @@
+// The lock between processes beside models of it, with its users killed at moments that are chosen and at others.
+
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <list>
 #include <random>
 #include <set>
-
-#include <grp.h>
-#include <sys/stat.h>
 
 #include "log/log_lines.h"
 #include "process/processlock.h"
@@ -16,43 +14,6 @@ using namespace Qzc;
 using Platform::SharedMemory;
 using Opening = SharedMemory::Opening;
 
-// ---- The named objects
-
-using NamedObject = ProcessLock;
-
-TEST_F(NamedObject, LivesFromTheFirstOpenerToTheLast) {
-    SharedMemory first;
-    SharedMemory second;
-    const SharedMemory::Options options = {8};
-    const auto text = [&] { return std::string(static_cast<char*>(second.View()), 8); };
-    const std::string life = "life-" + std::to_string(ProcessId());
-    ASSERT_EQ(first.Open(life, options), Opening::Created);
-    std::memcpy(first.View(), "abcdefgh", 8);
-    ASSERT_EQ(second.Open(life, options), Opening::Opened);
-    first.Close();
-    EXPECT_EQ(text(), "abcdefgh");
-    second.Close();
-    ASSERT_EQ(second.Open(life, options), Opening::Created);
-    EXPECT_EQ(text(), std::string(8, '\0'));
-
-    SharedMemory other;
-    EXPECT_EQ(other.Open(life, {16}), Opening::Unfit);
-    EXPECT_EQ(other.Open("", {8}), Opening::Failed);
-    using std::filesystem::perms;
-    const auto file = Directory() / life;
-    EXPECT_EQ(std::filesystem::status(Directory()).permissions(), perms::owner_all);
-    EXPECT_EQ(std::filesystem::status(file).permissions(), perms::owner_read | perms::owner_write);
-    second.Close();
-    EXPECT_FALSE(std::filesystem::exists(file));
-    // Somebody's link must not lead elsewhere.
-    std::filesystem::create_directory(Directory());
-    const ScratchDirectory scratch;
-    WriteBytes(scratch / "elsewhere", "");
-    std::filesystem::create_symlink(scratch / "elsewhere", file);
-    EXPECT_EQ(other.Open(life, {8}), Opening::Failed);
-    std::filesystem::remove(file);
-}
-
 static const ChildRole KilledOpener("killed opener", [](const Arguments& arguments) {
     SharedMemory own;
     if (own.Open(arguments[0], {8}) == Opening::Opened)
@@ -60,20 +21,19 @@ static const ChildRole KilledOpener("killed opener", [](const Arguments& argumen
     return true;
 });
 
-TEST_F(NamedObject, GivesSlotsToTheLivingAlone) {
+TEST_F(ProcessLock, GivesSlotsToTheLivingAlone) {
     SharedMemory first;
     ASSERT_EQ(first.Open(base, {8}), Opening::Created);
+    EXPECT_EQ(SharedMemory().Open(base, {16}), Opening::Unfit);
     constexpr std::uint32_t Openers = 40;
-    std::set<const void*> places = {&first.OwnSlot()};
+    std::set<std::ptrdiff_t> places;
     std::list<SharedMemory> openers;
-    while (places.size() < Openers) {
+    while (places.size() < Openers - 1) {
         SharedMemory& opener = openers.emplace_back();
         ASSERT_EQ(opener.Open(base, {8}), Opening::Opened);
-        const auto offset = reinterpret_cast<char*>(&opener.OwnSlot()) - static_cast<char*>(opener.View());
-        ASSERT_TRUE(places.insert(static_cast<const char*>(first.View()) + offset).second);
+        const auto* const slot = reinterpret_cast<const char*>(&opener.OwnSlot());
+        ASSERT_TRUE(places.insert(slot - static_cast<const char*>(opener.View())).second);
     }
-    for (std::uint32_t i = 0; i < Openers; ++i)
-        EXPECT_EQ(places.count(&first.Slot(i)), 1U);
     EXPECT_EQ(first.SlotsUsed(), Openers);
     openers.clear();
     EXPECT_EQ(first.Slot(1), 0U);
@@ -83,7 +43,6 @@ TEST_F(NamedObject, GivesSlotsToTheLivingAlone) {
     EXPECT_LE(first.SlotsUsed(), 64U);
 }
 
-// ---- Openers
 namespace {
 
 /// What one opener of a lock knows.
@@ -92,10 +51,16 @@ struct Opener {
     bool open = false, valid = true;
     int reads = 0, writes = 0;
     std::uint64_t lastStamp = 0;
+    bool locksToWrite = false;
     int calls = 0, expectedCalls = 0;
 
     Opener() {
-        lock.SetCallBack([](void* count) { ++*static_cast<int*>(count); }, &calls);
+        lock.SetCallBack([](void* self) { static_cast<Opener*>(self)->BeCalled(); }, this);
+    }
+    void BeCalled() { // it may lock once more
+        locksToWrite ? lock.WriterLock(true) : lock.ReaderLock(true);
+        calls += lock.isLocked() ? 1 : 0;
+        locksToWrite ? lock.WriterUnlock() : lock.ReaderUnlock();
     }
     bool IsUsable() const { return open && valid; }
 };
@@ -122,8 +87,6 @@ TEST_F(ProcessLock, BehavesAsItsModel) {
         goneWriters = 0;
         goneReaders = toWrite ? 0 : goneReaders;
     };
-    EXPECT_EQ(lock.ProcessLockInit(KeldMBString()), 0U);
-    EXPECT_EQ(lock.WaitForValidSignal(nullptr), 0xFFFFFFFFUL);
     std::mt19937 random(11);
     for (int step = 0; step < 10000; ++step) {
         SCOPED_TRACE(step);
@@ -142,6 +105,7 @@ TEST_F(ProcessLock, BehavesAsItsModel) {
             if (one.IsUsable() && nested == 0)
                 missThoseThatAreGone(writes);
             const bool changed = gets && nested == 0 && one.lastStamp != stamp;
+            one.locksToWrite = writes;
             const bool result = !timed   ? (writes ? one.lock.WriterLock(notify) : one.lock.ReaderLock(notify))
                                 : writes ? one.lock.TimedWriterLock(0, notify)
                                          : one.lock.TimedReaderLock(0, notify);
@@ -171,8 +135,8 @@ TEST_F(ProcessLock, BehavesAsItsModel) {
                 stamp = attached = goneReaders = goneWriters = 0;
         } else if (random() % 8 == 0) {
             const bool dies = random() % 2 == 0;
-            const Arguments does = {base, writes ? "try to write" : "try to read", dies ? "die" : "end"};
-            ASSERT_EQ(ChildProcess(Holder, does).Succeeds(), !dies);
+            const Arguments does = {base, writes ? "write" : "read", dies ? "dies" : "ends"};
+            ASSERT_EQ(ChildProcess(User, does).Succeeds(), !dies);
             if (count(isOpen) != 0) { // else nothing is left of it
                 ++attached;
                 missThoseThatAreGone(writes);
@@ -190,23 +154,19 @@ TEST_F(ProcessLock, BehavesAsItsModel) {
 }
 
 TEST_F(ProcessLock, TakesAnyNameOfBoundedLength) {
-    const std::string names[] = {
-        base + "/a\\b",
-        "../" + base,
-        base + "%2F%s%n",
-        base + std::string("\0\n\x7f\xff", 4),
-        base + " \xe5\x9b\xbe\xe5\xb1\x82",
-        base + std::string(193 - base.size() - 2 * 5, 'x'), // five blanks take two bytes more each
-    };
-    std::list<QzProcess> locks;
-    for (const std::string& one : names)
-        EXPECT_EQ(locks.emplace_back().ProcessLockInit(KeldMBString(one)), 1U) << one;
-    EXPECT_EQ(QzProcess().ProcessLockInit(KeldMBString(base + "\\a/b")), 2U);
-
     const LogLines log;
-    const std::string longName(194, 'x');
-    EXPECT_EQ(QzProcess().ProcessLockInit(KeldMBString(longName)), 0U);
-    EXPECT_TRUE(log.Has("error  -100: create file Semaphore " + longName + " Faile"));
+    std::list<QzProcess> locks;
+    const std::pair<std::string, std::uint64_t> names[] = {{base + "/a\\b", 1},
+                                                           {base + "\\a/b", 2},
+                                                           {"../" + base, 1},
+                                                           {base + "%2F%s%n", 1},
+                                                           {base + std::string("\0\n\x7f\xff", 4), 1},
+                                                           {base + std::string(193 - base.size(), 'x'), 1},
+                                                           {std::string(194, 'x'), 0},
+                                                           {std::string(), 0}};
+    for (const auto& [one, attached] : names)
+        EXPECT_EQ(locks.emplace_back().ProcessLockInit(KeldMBString(one)), attached) << one;
+    EXPECT_TRUE(log.Has("error  -100: create file Semaphore " + std::string(194, 'x') + " Faile"));
     // The mapping's name is held by something else.
     SharedMemory occupant;
     ASSERT_EQ(occupant.Open(base + ".lock", {8}), Opening::Created);
@@ -237,70 +197,157 @@ TEST_F(ProcessLock, ServesTheThreadsOfAProcess) {
     EXPECT_EQ(Block(), (Words{2000, 0, 2}));
 }
 
-// ---- Users and groups
+// ---- How long one waits for the others
 
-// Opens a lock as another user. Arguments: its name and its group; the user; whether that is a member of group 100;
-// what it does, or the lines that it must find in the log when it is denied.
-static const ChildRole Somebody("somebody", [](const Arguments& arguments) {
-    const auto user = static_cast<uid_t>(std::stoul(arguments[2]));
-    const gid_t groups[] = {100};
-    if (setgroups(arguments[3] == "member" ? 1 : 0, groups) != 0 || setgid(user) != 0 || setuid(user) != 0)
-        return false;
-    const LogLines log;
-    QzProcess own;
-    const std::uint64_t opened = own.ProcessLockInit(KeldMBString(arguments[0]), KeldMBString(arguments[1]));
-    const std::string& what = arguments[4];
-    if (what == "writes")
-        return opened == 1 && own.TimedWriterLock(0);
-    if (what == "is killed" && opened == 1 && own.TimedWriterLock(0))
-        KillThisProcess();
-    if (what == "shares, and has its own")
-        return opened == 2 && !own.TimedReaderLock(20) && QzProcess().ProcessLockInit(KeldMBString(arguments[0])) == 1;
-    return opened == 0 &&
-           std::all_of(arguments.begin() + 4, arguments.end(), [&](const auto& line) { return log.Has(line); });
-});
-
-TEST_F(ProcessLock, SaysWhoStandsInTheWay) {
-    if (geteuid() != 0)
-        GTEST_SKIP() << "wants to be several users";
-    const std::string user = std::to_string(70000 + ProcessId());
-    const std::filesystem::path taken = "/dev/shm/motoolkit-" + user;
-    const Arguments isDenied = {base,
-                                "",
-                                user,
-                                "",
-                                "error  -100: create file Semaphore " + base + " Faile",
-                                "error  -100: " + taken.string() + " is not a directory of this user's"};
-    EXPECT_TRUE(ChildProcess(Somebody, {base, "", user, "", "writes"}).Succeeds());
-    std::filesystem::create_directory(taken); // root's
-    EXPECT_TRUE(ChildProcess(Somebody, isDenied).Succeeds());
-    std::filesystem::remove_all(taken);
-    std::filesystem::create_directory_symlink("/tmp", taken);
-    EXPECT_TRUE(ChildProcess(Somebody, isDenied).Succeeds());
-    std::filesystem::remove(taken);
+TEST_F(ProcessLock, WaitsAsLongAsItIsTold) {
+    QzProcess other;
+    lock.ProcessLockInit(name);
+    other.ProcessLockInit(name);
+    other.WriterLock(false);
+    using Clock = std::chrono::steady_clock;
+    const auto begin = Clock::now();
+    EXPECT_FALSE(lock.TimedWriterLock(1) || lock.TimedReaderLock(40));
+    EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(41));
+    // A thread of the same process has the lock under way.
+    Together([&] { lock.WriterLock(false); },
+             [&] {
+                 AWhile();
+                 EXPECT_FALSE(lock.TimedWriterLock(5));
+                 other.WriterUnlock();
+             });
+    EXPECT_TRUE(lock.TimedWriterLock(0));
+    lock.WriterUnlock();
+    EXPECT_TRUE(lock.isLocked());
 }
 
-TEST_F(ProcessLock, MembersOfAGroupShareItsNames) {
-    const LogLines log;
-    EXPECT_EQ(lock.ProcessLockInit(name, "no such group"), 0U);
-    EXPECT_TRUE(log.Has("error  -100: there is no group no such group"));
-    const group* const shared = getgrgid(100); // NOLINT(concurrency-mt-unsafe): one thread
-    if (geteuid() != 0 || shared == nullptr)
-        GTEST_SKIP() << "wants to be several users, and a group with the number 100";
-    const std::string group = shared->gr_name;
-    const auto succeeds = [&](std::uint32_t user, const char* member, const char* what) {
-        return ChildProcess(Somebody, {base, group, std::to_string(70000 + user), member, what}).Succeeds();
-    };
-    const std::uint32_t user = ProcessId();
-    const mode_t before = umask(077);
-    EXPECT_EQ(lock.ProcessLockInit(name, KeldMBString(group)), 1U);
-    lock.WriterLock(false);
-    EXPECT_TRUE(succeeds(user, "member", "shares, and has its own"));
-    EXPECT_TRUE(succeeds(user, "stranger", "is not one of the group's"));
-    lock.ProcessLockRelease();
-    // A member makes it, is killed, and another one finds it as new.
-    EXPECT_FALSE(succeeds(user, "member", "is killed"));
-    EXPECT_TRUE(succeeds(user + 1, "member", "writes"));
-    umask(before);
-    std::filesystem::remove_all("/dev/shm/motoolkit-group-100"); // its maker is gone
+static const ChildRole Reader("reader", [](const Arguments& arguments) {
+    QzProcess lock;
+    for (lock.ProcessLockInit(KeldMBString(arguments[0]));; lock.ReaderUnlock()) {
+        lock.ReaderLock(true);
+        AWhile(3);
+    }
+    return false;
+});
+
+TEST_F(ProcessLock, IsKeptFromNobodyForEver) {
+    QzProcess writer;
+    QzProcess reader;
+    for (QzProcess* one : {&lock, &writer, &reader})
+        one->ProcessLockInit(name);
+    lock.ReaderLock(false);
+    Together([&] { EXPECT_TRUE(writer.TimedWriterLock(60000)); },
+             [&] {
+                 AWhile();
+                 EXPECT_TRUE(reader.TimedReaderLock(20000)); // beside a writer that waits
+                 reader.ReaderUnlock();
+                 lock.ReaderUnlock();
+             });
+    writer.WriterUnlock();
+    ChildProcess readers[] = {ChildProcess(Reader, {base}), ChildProcess(Reader, {base}), ChildProcess(Reader, {base})};
+    for (int i = 0; i < 5; ++i) {
+        AWhile();
+        ASSERT_TRUE(lock.TimedWriterLock(60000)); // which comes soon or, if it is broken, never
+        lock.WriterUnlock();
+    }
+}
+
+// ---- Processes that are killed
+
+namespace {
+
+/// What the lock protects in the storms. A writer makes the two values differ for a moment.
+struct Protected {
+    std::atomic<std::uint32_t> writer;
+    std::atomic<std::uint32_t> victim; ///< the process that may have been killed as the writer
+    std::atomic<std::uint64_t> first;
+    std::atomic<std::uint64_t> second;
+    std::atomic<std::uint64_t> faults;
+    std::atomic<std::uint64_t> rounds;
+    std::atomic<bool> stop;
+
+    void Write() {
+        const std::uint32_t before = writer.exchange(ProcessId());
+        faults += before != 0 && before != victim;
+        const std::uint64_t value = first + 1;
+        first = value;
+        std::this_thread::yield();
+        faults += writer != ProcessId();
+        second = value;
+        writer = 0;
+    }
+    void Read() {
+        const std::uint64_t values[] = {first, second};
+        std::this_thread::yield();
+        faults += values[0] != first || values[1] != second || values[0] - values[1] > 1;
+    }
+};
+
+// Locks at random, and opens the lock anew one time in so many, until told to stop. Arguments: the lock's name, the
+// protected thing's, this number, and what it is.
+const ChildRole Locker("locker", [](const Arguments& arguments) {
+    auto& shared = SharedObject<Protected>(arguments[1]);
+    const auto openOneIn = static_cast<unsigned>(std::stoul(arguments[2]));
+    std::mt19937 random(ProcessId());
+    QzProcess lock;
+    for (; !shared.stop; ++shared.rounds) {
+        if (random() % openOneIn == 0)
+            lock.ProcessLockRelease();
+        lock.ProcessLockInit(KeldMBString(arguments[0]));
+        const bool writing = random() % 2 == 0;
+        writing ? lock.WriterLock(true) : lock.ReaderLock(true);
+        if (!lock.isLocked())
+            return false;
+        writing ? shared.Write() : shared.Read();
+        writing ? lock.WriterUnlock() : lock.ReaderUnlock();
+        if (arguments[3] == "victim")
+            shared.victim = ProcessId(); // ready to be killed
+    }
+    return true;
+});
+
+} // namespace
+
+TEST_F(ProcessLock, OutlivesThoseThatAreKilledAtAnyMoment) {
+    const ScratchDirectory scratch;
+    auto& shared = SharedObject<Protected>(scratch / "shared");
+    const LogLines log; // full of warnings
+    lock.ProcessLockInit(name);
+    ChildProcess survivor(Locker, {base, scratch / "shared", "8", "survivor"});
+    std::mt19937 random(7);
+    const unsigned kills = Often(200U);
+    for (unsigned kill = 0; kill < kills; ++kill) {
+        ChildProcess victim(Locker, {base, scratch / "shared", "8", "victim"});
+        while (shared.victim != victim.Id())
+            std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 3000));
+        victim.Kill();
+        lock.WriterLock(true);
+        ASSERT_TRUE(lock.isLocked()) << kill;
+        ASSERT_EQ(shared.faults, 0U) << kill;
+        ASSERT_LE(shared.first - shared.second, shared.writer == shared.victim ? 1U : 0U) << kill;
+        shared.second = shared.first.load();
+        shared.writer = 0;
+        lock.WriterUnlock();
+    }
+    shared.stop = true;
+    EXPECT_TRUE(survivor.Succeeds());
+    EXPECT_GT(shared.rounds, kills);
+    lock.WriterLock(false); // waits for the last readers that are gone
+    EXPECT_EQ(Block()[1], 0U);
+}
+
+// Nobody is killed, and nobody is lost: all that they open is one object.
+TEST_F(ProcessLock, IsOneInAStormOfOpeners) {
+    const ScratchDirectory scratch;
+    auto& shared = SharedObject<Protected>(scratch / "shared");
+    const Arguments opensEachTime = {base, scratch / "shared", "1", "survivor"};
+    ChildProcess children[] = {ChildProcess(Locker, opensEachTime), ChildProcess(Locker, opensEachTime),
+                               ChildProcess(Locker, opensEachTime)};
+    while (shared.rounds < 6000 && shared.faults == 0)
+        AWhile(1);
+    shared.stop = true;
+    for (ChildProcess& child : children)
+        EXPECT_TRUE(child.Succeeds());
+    EXPECT_EQ(shared.faults, 0U);
+    EXPECT_EQ(shared.first, shared.second);
 }
