@@ -4,6 +4,7 @@
 #include <random>
 #include <thread>
 #include <tuple>
+#include <utility>
 
 #include "stream/qztrace.h"
 #include "toolkit/log/logdatetime.h"
@@ -57,28 +58,12 @@ TEST_F(LogTest, DateTimesAreReadBack) {
             }
         }
     }
-    const struct {
-        const char *format, *text, *time; // null: none
-    } partial[] = {
-        {"%d.%m.", "21.11.", "1970-11-21 00:00:00"},
-        {"%d.%m.", "29.02.", "1972-02-29 00:00:00"},
-        {"%a %d", "Fri 31", "1970-07-31 00:00:00"},
-        {"", "", "1970-01-01 00:00:00"},
-        {"%y", "68", "2068-01-01 00:00:00"},
-        {"%I %p", "12 AM", "1970-01-01 00:00:00"},
-        {"%d.%m.", "31.02.", nullptr},
-        {"%H", "24", nullptr},
-        {"%Y-%m-%d", "2026-13-01", nullptr},
-        {"%F", "2026-11", nullptr},
-        {"%a", "Fry", nullptr},
-    };
-    for (const auto& c : partial) {
-        std::string_view text = c.text;
+    const std::pair<const char*, const char*> none[] = {
+        {"%d.%m.", "31.02."}, {"%H", "24"}, {"%Y-%m-%d", "2026-13-01"}, {"%F", "2026-11"}, {"%a", "Fry"}};
+    for (const auto& [format, text] : none) {
+        std::string_view rest = text;
         LogMoment moment;
-        EXPECT_EQ(LogDateTimeReader(c.format, false).Read(text, moment), c.time != nullptr) << c.format << c.text;
-        if (c.time != nullptr) {
-            EXPECT_EQ(KeldTime(moment.last).Format("%Y-%m-%d %H:%M:%S"), c.time) << c.format << c.text;
-        }
+        EXPECT_FALSE(LogDateTimeReader(format, false).Read(rest, moment)) << format << text;
     }
 }
 
@@ -234,17 +219,13 @@ TEST_F(LogTest, QueryHoldsNobodyUp) {
     ASSERT_EQ(log.Open(K(m_file)), 1);
     for (int i = 0; i < 5000; ++i)
         Record(std::to_string(i));
-    struct Seen {
-        int stopAt = 0, calls = 0;
-        long long done = 0;
-    } seen;
+    long long seen = 0;
     Log::SetQueryCallBack(
         [](void* context, long long done, long long total) -> unsigned char {
-            auto& s = *static_cast<Seen*>(context);
-            EXPECT_TRUE(s.done < done && done <= total);
-            s.done = done;
+            auto& last = *static_cast<long long*>(context);
+            EXPECT_TRUE(last < done && done <= total);
             std::thread([] { EXPECT_EQ(Record("meanwhile"), 1); }).join();
-            return ++s.calls != s.stopAt;
+            return std::exchange(last, done) >= 0; // 0 stops it
         },
         &seen);
     log.SetQueryMaxNum(10000);
@@ -252,11 +233,9 @@ TEST_F(LogTest, QueryHoldsNobodyUp) {
     KeldArray<QzLogItem> items;
     EXPECT_EQ(log.Query(QzLogQueryDef(), items), 1);
     EXPECT_EQ(items.GetSize(), 5000); // and nothing of what came meanwhile
-    EXPECT_EQ(seen.done, length);
-    seen = Seen();
-    seen.stopAt = 1;
+    EXPECT_EQ(seen, length);
+    seen = -1;
     EXPECT_EQ(log.Query(QzLogQueryDef(), items), 0);
-    EXPECT_EQ(seen.calls, 1);
     EXPECT_TRUE(items.GetSize() > 500 && items.GetSize() < 5000);
     Log::SetQueryCallBack(nullptr, nullptr);
 }

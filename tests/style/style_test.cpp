@@ -271,10 +271,6 @@ TEST(StyleRecord, The3DBlockWithoutAStampIsReadAsFarAsItGoes) {
     EXPECT_TRUE(load(Hex(Beginning + "00FF00FF 0000FF00 01000000 73 00002040 0000"), 1, style));
     EXPECT_EQ(style.GetSideTexture(), "s");
     EXPECT_EQ(style.GetTilingU(), 2.5F);
-    EXPECT_EQ(style.GetTilingV(), 1);
-    for (const std::string length : {"FFFFFFFF", "00000080", "02000000"})
-        EXPECT_FALSE(load(Hex(Beginning + "00FF00FF 0000FF00" + length + "78"), 1, style));
-    EXPECT_EQ(style.GetSideTexture(), "s");
 }
 
 TEST(StyleRecord, RandomOnesLoadInARow) {
