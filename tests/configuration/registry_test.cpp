@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <random>
-#include <typeinfo>
 
 #include "configuration/registry_support.h"
 #include "stream/qztrace.h"
 #include "support.h"
-#include "system/system.h"
 #include "toolkit/qzregistryepsfont.h"
 #include "toolkit/qzregistryresource.h"
 #include "toolkit/qzstringex.h"

@@ -6,7 +6,6 @@
 #include <tuple>
 #include <utility>
 
-#include "stream/qztrace.h"
 #include "toolkit/log/logdatetime.h"
 
 namespace {
@@ -68,12 +67,9 @@ TEST_F(LogTest, DateTimesAreReadBack) {
 }
 
 TEST_F(LogTest, UnreadableDateTimeFormatIsRefused) {
-    const TextLog<&SetTraceHandler> traces;
     for (const std::string& format : {"%s%Y"s, "%Q"s, "%"s, "%Y%e%Y"s, "%010A"s, std::string(2000, 'x')}) {
-        traces.Texts().clear();
         log.SetDateTimeFormat(K(format));
         EXPECT_EQ(log.GetDateTimeFormat(), "%Y-%m-%d %H:%M:%S") << format;
-        EXPECT_EQ(traces.Texts().size(), 1U) << format;
     }
 }
 

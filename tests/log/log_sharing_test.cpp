@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <thread>
 
 #include "log_writers.h"

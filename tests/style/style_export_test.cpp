@@ -5,7 +5,6 @@
 
 #include "style/randomstyle.h"
 #include "support.h"
-#include "toolkit/qzmarkup.h"
 #include "toolkit/qzstyleexport.h"
 
 using namespace Qzc;
@@ -87,7 +86,6 @@ TEST(StyleExport, FeatureStylesOfOthersAreRead) {
         {2, "PEN(c:#FF0000)", "BRUSH(fc:#bdebff00,bc:#ffffff00);PEN(c:#ff0000,w:0.1mm)", ""},
         {2, "BRUSH(fc:#00FF0080,bc:#00000080,id:\"ogr-brush-3\",s:4px,a:45.3);PEN(c:#FF0000,w:1)",
          "BRUSH(fc:#00ff0080,bc:#00000080,a:45.3);PEN(c:#ff0000,w:1mm)", "BRUSH id, BRUSH s"},
-        {2, "BRUSH(id:\"ogr-brush-1\",bc:#000000)", "BRUSH(fc:#bdebff00,bc:#00000000);PEN(c:#000000,w:0mm)", ""},
         {0, "SYMBOL(c:#00FF00,id:\"points.sym-45,ogr-sym-7\")",
          "SYMBOL(id:\"motoolkit-sym-0,ogr-sym-3\",c:#00ff00,s:2.4mm)", "SYMBOL id"},
         {0, "SYMBOL(id:\"ogr-sym-3\",a:30,s:10px,dx:2)",
@@ -210,9 +208,8 @@ TEST(StyleExport, WhatIsNotNamedComesBack) {
         style.SetMarkerSize(random.UpTo(500) / 10.0);
         const bool isSld = random.Chance();
         KeldArray<KeldMBString> leftOut;
-        const auto version = random.Chance() ? QzSldVersion::Sld10 : QzSldVersion::Se11;
         const KeldMBString text =
-            isSld ? ToSld(style, kind, "n", version, &leftOut) : ToFeatureStyle(style, kind, &leftOut);
+            isSld ? ToSld(style, kind, "n", QzSldVersion::Se11, &leftOut) : ToFeatureStyle(style, kind, &leftOut);
         QzStyle read;
         EXPECT_TRUE(isSld ? FromSld(text, kind, read) : FromFeatureStyle(text, kind, read));
         const std::string names = ", " + Joined(leftOut) + ",";

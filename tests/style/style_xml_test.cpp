@@ -6,7 +6,6 @@
 #include "style/randomstyle.h"
 #include "support.h"
 #include "toolkit/qzstyle.h"
-#include "toolkit/qztextcodec.h"
 
 using namespace Qzc;
 
@@ -150,7 +149,6 @@ TEST(StyleXml, A3DElementIsReadAsAWhole) {
                               0));
     ASSERT_NE(style.GetStyleEx(), nullptr);
     EXPECT_EQ(style.GetMarkerSize(), 2.4);
-    EXPECT_EQ(style.GetMarkerStyle(), 0);
     EXPECT_EQ(style.GetLineStyle(), 1);
     EXPECT_EQ(style.GetLineWidth(), 0.3);
     EXPECT_EQ(style.GetFill3DMode(), FILL_FACE);

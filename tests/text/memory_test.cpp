@@ -12,7 +12,6 @@
 #include "stream/qzbytearray.h"
 #include "support.h"
 #include "toolkit/qzhash.h"
-#include "toolkit/qzstringex.h"
 #include "toolkit/qzstringucs2le.h"
 #include "toolkit/qzstringutf8.h"
 #include "toolkit/qzstringw.h"
@@ -131,14 +130,6 @@ TEST_F(Memory, OfConversions) {
         for (const KeldMBString& text : {Long, huge})
             Exhaust<Text>("old", Left::OldOrNew, {[&](Text& t) { QzTextCodec(UTF8, charset).Convert(t, text); }});
     }
-    QzStringEx utf8(Long);
-    utf8.SetCharset(UTF8);
-    Exhaust<QzStringEx>(utf8, Left::OldNewOrEmpty, {[](QzStringEx& t) {
-                            t += "\xE4\xB8\xAD";
-                            t.ChangeCharset(GBK);
-                            if (t.GetCharset() != GBK) // neither step or both
-                                t = Long;
-                        }});
 }
 
 TEST_F(Memory, OfContainers) {
