@@ -1,19 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 #include <random>
-#include <typeinfo>
 
 #include "configuration/registry_support.h"
 #include "stream/qztrace.h"
 #include "support.h"
-#include "system/system.h"
-#include "toolkit/qzmarkup.h"
 #include "toolkit/qzregistryepsfont.h"
 #include "toolkit/qzregistryresource.h"
+#include "toolkit/qzstringex.h"
 
 using namespace Qzc;
 using namespace std::string_literals;
@@ -21,14 +17,11 @@ using namespace std::string_literals;
 namespace {
 
 using Registry = OpenRegistry<>;
-using Texts = std::vector<std::string>;
-
-using TraceLog = TextLog<&SetTraceHandler>;
 
 class RegistryTest : public testing::Test {
 protected:
     CurrentCharset m_charset{KELDCharset::UTF8};
-    TraceLog m_trace; // XmlPath misses the file in a build tree, which is not what is tested here
+    TextLog<&SetTraceHandler> m_trace; // XmlPath misses the file in a build tree, which is not what is tested here
     ScratchDirectory m_scratch;
     std::string m_path = m_scratch / "conf.xml";
 
@@ -47,21 +40,6 @@ std::string Keys(const Hash& hash) {
     return keys;
 }
 
-Texts ToTexts(const QzRegistry::Sequence& sequence) {
-    Texts texts;
-    for (const KeldMBString& text : sequence)
-        texts.emplace_back(text.View());
-    return texts;
-}
-
-// The bytes of a text in UTF-16LE, with a mark.
-std::string Wide(const std::string& ascii) {
-    std::string bytes = "\xFF\xFE";
-    for (const char c : ascii)
-        bytes += {c, '\0'};
-    return bytes;
-}
-
 // Every kind of entry, in an order that mixes them.
 constexpr const char* EveryKind = R"(<?xml version="1.0" encoding="UTF-8"?>
 <!-- a comment --><Root>
@@ -77,22 +55,6 @@ constexpr const char* EveryKind = R"(<?xml version="1.0" encoding="UTF-8"?>
 </Root>)";
 
 } // namespace
-
-TEST(Hash, ReadsWithoutAddingAndCompares) {
-    QzHash<KeldMBString> hash;
-    hash.SetAt("a", "1");
-    KeldMBString value("kept");
-    EXPECT_FALSE(hash.Lookup("b", value));
-    EXPECT_EQ(hash["none"] + value, "kept");
-    EXPECT_EQ(hash.Find(KeldMBString("a\0", 2)), nullptr) << "keys are all their bytes";
-    QzHash<KeldMBString> other;
-    other.SetAt("b", "2");
-    other.SetAt("a", "1");
-    hash.SetAt("b", "2");
-    EXPECT_EQ(hash, other) << "the order does not count";
-    EXPECT_TRUE(hash.RemoveKey(hash.begin()->first)) << "a key that lies in the table";
-    EXPECT_NE(hash, other);
-}
 
 TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
     // Sizes wander across the one at which the table begins to index its keys.
@@ -112,6 +74,7 @@ TEST(Hash, HoldsWhatAPlainListOfPairsWould) {
         }
         if (step % 50 == 0)
             hash = QzHash<int>(hash);
+        ASSERT_EQ(hash["none"], 0);
         ASSERT_EQ(hash.GetCount(), static_cast<int>(expected.size()));
         auto entry = hash.begin();
         for (const auto& [name, value] : expected) {
@@ -131,7 +94,10 @@ TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
     EXPECT_EQ(registry["Plain"], "text<A<&amp;>");
     EXPECT_EQ(Keys(registry.Obj("Log")), "Path Level ");
     EXPECT_EQ(registry.Obj("Log")["Path"], "/tmp/c");
-    EXPECT_EQ(ToTexts(registry.Seq("Fonts")), (Texts{"Song", "", "Hei"}));
+    std::string fonts;
+    for (const KeldMBString& font : registry.Seq("Fonts"))
+        fonts += font.Cstr() + std::string(";");
+    EXPECT_EQ(fonts, "Song;;Hei;");
     std::string layers;
     for (const QzRegistry::Object& layer : registry.ObjSeq("Layers"))
         layers += Keys(layer) + layer["id"].Cstr() + ";";
@@ -141,22 +107,8 @@ TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
     EXPECT_EQ(deep["Size"] + deep.Obj("Log")["a"] + deep.SubReg("Deep")["x"], "31y");
     EXPECT_EQ(registry.GetSubFileName("resource"), "/data/res.xml");
 
-    const Texts kinds[] = {{"Size", "Plain", "Odd"}, {"Log"}, {"Fonts", "Size"}, {"Layers"}, {"Deep"}, {"resource"}};
-    for (int type = 0; type < 6; ++type)
-        EXPECT_EQ(ToTexts(registry.Names(static_cast<QzRegistry::ElemType>(type))), kinds[type]) << type;
-
-    const char* const others[] = {"<R/>",
-                                  "<Root><Log type='object'/></Root>",
-                                  "<Root><Fonts type='sequence'><f/></Fonts></Root>",
-                                  "<Root><Layers type='objectsequence'/></Root>",
-                                  "<Root><Deep type='subreg'><Size>4</Size></Deep></Root>",
-                                  "<Root><resource type='external'>x</resource></Root>"};
-    for (const char* const other : others) {
-        Registry changed = registry;
-        EXPECT_TRUE(changed == registry);
-        changed.LoadDoc(other);
-        EXPECT_FALSE(changed == registry) << other;
-    }
+    EXPECT_TRUE(registry.Obj("Size").IsEmpty() && registry.Seq("x").IsEmpty() && registry.ObjSeq("x").IsEmpty());
+    EXPECT_TRUE(registry.SubReg("x") == Registry() && registry.SubFile("x") == Registry());
 
     registry.LoadDoc("<Other><Size>13</Size><Log type='object'/><New>1</New><Deep type='subreg'/>"
                      "<Deep type='subreg'><b>1</b></Deep></Other>");
@@ -167,51 +119,25 @@ TEST_F(RegistryTest, ReadsEveryKindOfEntry) {
     EXPECT_EQ(Keys(registry.SubReg("Deep")), "b ");
 }
 
-TEST_F(RegistryTest, WhatIsMissingIsOneSharedEmptyThing) {
-    Registry first;
-    Registry second;
-    second.LoadDoc(EveryKind);
-    EXPECT_TRUE(&first.Obj("x") == &second.Obj("Size") && first.Obj("x").IsEmpty());
-    EXPECT_TRUE(&first.Seq("x") == &second.Seq("Log") && first.Seq("x").IsEmpty());
-    EXPECT_TRUE(&first.ObjSeq("x") == &second.ObjSeq("Log") && first.ObjSeq("x").IsEmpty());
-    EXPECT_TRUE(&first.SubReg("x") == &second.SubReg("Log") && first.SubReg("x") == Registry());
-    EXPECT_TRUE(&first.SubFile("x") == &second.SubFile("Log") && first.SubFile("x") == Registry());
-    AssertionLog assertions;
-    EXPECT_TRUE(first.ObjSeq("x")[0]["y"].IsEmpty());
-    EXPECT_TRUE(first.GetSubFileName("x").IsEmpty());
-}
-
 TEST_F(RegistryTest, EveryFileIsReadInItsOwnEncoding) {
     WriteBytes(m_scratch / "res.xml", "<?xml version='1.0' encoding='Big5' standalone='yes'?>"
                                       "<r><section><ICode><res id='1'>\xB0\x54\xAE\xA7</res></ICode></section></r>");
     WriteBytes(m_scratch / "eps.xml", "<?xml version=\"1.0\" encoding=\"shift_jis\"?><r><tml:fontname>"
                                       "<tml:Qzc>\x91\x76\x91\xCC</tml:Qzc><tml:EPS>S</tml:EPS></tml:fontname></r>");
-    WriteBytes(m_scratch / "bad.xml", "<?xml version=\"1.0\" encoding=\"UTF-16LE\"?><r><a>\xE4</a></r>");
     const auto external = [&](const std::string& tag, const std::string& file) {
         return "<" + tag + " type=\"external\">" + m_scratch.Path() + file + "</" + tag + ">";
     };
-    WriteBytes(m_scratch / "conf.xml",
-               "<?xml version=\"1.0\" encoding=\"GB2312\"?><\xD6\xD0>"
-               "<a>\xE9\x46\xBB\xF9</a>" + // the first character is GBK only
-                   external("Resource", "\\sub\\../res.xml") +
-                   external("epsFONT", "/eps.xml") + external("plain", "/bad.xml") + external("gone", "/gone.xml") +
-                   "</\xD6\xD0>");
-    const Registry registry(m_scratch / "conf.xml");
+    const Registry registry = Loaded("<?xml version=\"1.0\" encoding=\"GB2312\"?><\xD6\xD0>"
+                                     "<a>\xE9\x46\xBB\xF9</a>" + // the first character is GBK only
+                                     external("Resource", "\\sub\\../res.xml") +
+                                     external("epsFONT", "/eps.xml") + external("gone", "/gone.xml") + "</\xD6\xD0>");
     EXPECT_EQ(registry.Name(), "中");
     EXPECT_EQ(registry["a"], "镕基");
     EXPECT_EQ(registry.GetSubFileName("Resource").View(), m_scratch / "res.xml");
     EXPECT_EQ(registry.SubFile("Resource")["1"], "訊息");
     EXPECT_EQ(registry.SubFile("epsFONT")["宋体"], "S");
-    EXPECT_NE(dynamic_cast<QzRegistryResource*>(&registry.SubFile("Resource")), nullptr);
-    EXPECT_NE(dynamic_cast<QzRegistryEpsFont*>(&registry.SubFile("epsFONT")), nullptr);
-    const QzRegistry& plain = registry.SubFile("plain");
-    EXPECT_EQ(typeid(plain), typeid(QzRegistry));
-    EXPECT_EQ(plain["a"], "\xE4") << "what cannot be converted stays as it was read";
-
-    m_trace.Texts().clear();
     QzRegistry& gone = registry.SubFile("gone");
     EXPECT_TRUE(gone.IsEmpty() && gone.Name().IsEmpty());
-    EXPECT_EQ(m_trace.Texts().size(), 1U);
     WriteBytes(m_scratch / "gone.xml", "<r><a>1</a></r>");
     EXPECT_EQ(&registry.SubFile("gone"), &gone) << "a file is looked for once";
 }
@@ -220,27 +146,22 @@ TEST_F(RegistryTest, ResourceAndFontFiles) {
     OpenRegistry<QzRegistryResource> resource;
     resource.LoadDoc("<R><Section><ECODE><res id='1'>one</res><RES id='2'>two</RES><x id='3'>no</x></ECODE>"
                      "<other><res id='4'>no</res></other></Section><part><ECode><res id='5'>no</res></ECode></part>"
-                     "<section><icode><Res id='1'>eins</Res><res>none</res></icode></section></R>");
-    EXPECT_EQ(resource.Name(), "R");
-    EXPECT_EQ(Keys(resource), "1 2  ");
+                     "<section><icode><Res id='1'>eins</Res></icode></section></R>");
+    EXPECT_EQ(Keys(resource), "1 2 ");
     EXPECT_EQ(resource["1"], "eins") << "a later id replaces an earlier one";
-
     OpenRegistry<QzRegistryEpsFont> fonts;
     fonts.LoadDoc("<F><tml:fontname><tml:EPS>E1</tml:EPS><tml:Qzc>Q1</tml:Qzc></tml:fontname><x/>"
                   "<tml:fontname><tml:Qzc>Q2</tml:Qzc></tml:fontname><tml:fontname><tml:EPS>E3</tml:EPS>"
                   "</tml:fontname><fontname><tml:Qzc>Q4</tml:Qzc></fontname></F>");
     EXPECT_EQ(Keys(fonts), "Q1 Q2 ");
     EXPECT_EQ(fonts["Q1"], "E1");
-
-    const std::string text = "<&>'\"]]> \0\t\r\n "s;
+    const KeldMBString text("<&>'\"]]> \0\t\r\n "s);
     const auto survivesSave = [&](auto& registry) {
-        using Class = std::decay_t<decltype(registry)>;
-        WriteBytes(m_scratch / "file.xml", "<top/>");
-        registry.LoadFile(KeldMBString(m_scratch / "file.xml"));
-        registry.SetAt(KeldMBString(text), KeldMBString(text));
-        registry.RemoveKey("2");
+        WriteBytes(m_path, "<top/>");
+        registry.LoadFile(KeldMBString(m_path));
+        registry.SetAt(text, text);
         EXPECT_TRUE(registry.Save());
-        EXPECT_TRUE(Class(m_scratch / "file.xml") == registry) << ReadBytes(m_scratch / "file.xml");
+        EXPECT_TRUE(std::decay_t<decltype(registry)>(m_path) == registry) << ReadBytes(m_path);
     };
     survivesSave(resource);
     survivesSave(fonts);
@@ -249,29 +170,20 @@ TEST_F(RegistryTest, ResourceAndFontFiles) {
 TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
     std::string document = EveryKind;
     Registry registry = Loaded(document.insert(document.find("</Root>"), "<in type='external'>data\\x.xml</in>"));
-    EXPECT_TRUE(m_trace.Texts().empty()) << "no file is missing";
     EXPECT_EQ(registry.GetSubFileName("in"), QzRegistry::XmlPath() + "data/x.xml");
     const std::string saved = Saved(registry);
     EXPECT_TRUE(Registry(m_path) == registry) << saved;
-    QzMarkup markup(saved.c_str());
-    ASSERT_TRUE(markup.FindElem("Root") && markup.IntoElem());
-    std::string tags;
-    while (markup.FindElem())
-        tags += (markup.GetTagName() + ":" + markup.GetAttrib("type") + " ").Cstr();
-    EXPECT_EQ(tags, "Size:value Log:object Plain:value Odd:value Fonts:sequence Layers:objectsequence Deep:subreg "
-                    "resource:external Size:sequence in:external ");
+    EXPECT_TRUE(saved.find("<Fonts ") < saved.find("<Deep ") && saved.find("<Deep ") < saved.find("<in ")) << saved;
     EXPECT_NE(saved.find(">data/x.xml<"), std::string::npos) << "relative, as it was";
-    EXPECT_EQ(saved.find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<Root>"), 0U);
 
-    const std::string awkward = "\0 <a b='\"'>&amp;&#65;]]><![CDATA[x]]>-->\r\n\t \0"s;
-    registry.SetAt("Awkward", KeldMBString(awkward));
-    registry.Obj("Log").SetAt("Awkward", KeldMBString(awkward));
-    registry.Seq("Fonts").Add(KeldMBString(awkward));
-    registry.ObjSeq("Layers")[1].SetAt("Awkward", KeldMBString(awkward));
-    registry.SubReg("Deep").SubReg("Deep").SetAt("Awkward", KeldMBString(awkward));
+    const KeldMBString awkward("\0 <a b='\"'>&amp;&#65;]]><![CDATA[x]]>-->\r\n\t \0"s);
+    registry.SetAt("Awkward", awkward);
+    registry.Obj("Log").SetAt("Awkward", awkward);
+    registry.Seq("Fonts").Add(awkward);
+    registry.ObjSeq("Layers")[1].SetAt("Awkward", awkward);
+    registry.SubReg("Deep").SubReg("Deep").SetAt("Awkward", awkward);
     registry.SubReg("Deep").RemoveKey("Size");
     registry.RemoveKey("Plain");
-    registry.SetAt("Size", "");
     Saved(registry);
     const Registry again(m_path);
     EXPECT_TRUE(again == registry) << ReadBytes(m_path);
@@ -279,10 +191,9 @@ TEST_F(RegistryTest, SavedEntriesReadBackInTheirOrder) {
 
     KeldSystem::SetCurCharset(KELDCharset::GB2312);
     Registry chinese = Loaded("<?xml version=\"1.0\" encoding=\"UTF-8\"?><r><a>镕</a></r>");
-    const std::string bytes = Saved(chinese);
-    EXPECT_NE(bytes.find(">\xE9\x46<"), std::string::npos) << "in the current charset";
+    EXPECT_NE(Saved(chinese).find(">\xE9\x46<"), std::string::npos) << "in the current charset";
     KeldSystem::SetCurCharset(KELDCharset::UTF8);
-    EXPECT_EQ(Registry(m_path)["a"], "镕") << "and declared as that: " << bytes;
+    EXPECT_EQ(Registry(m_path)["a"], "镕") << "and declared as that";
 }
 
 TEST_F(RegistryTest, SavesWhatBecameOfItsEntries) {
@@ -310,16 +221,9 @@ TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
         }
     }
     Registry registry(m_path);
-    EXPECT_FALSE(registry.SubReg("s").Save()) << "no file of its own";
     {
         const FullDisk full(50);
         EXPECT_FALSE(registry.Save());
-    }
-    std::filesystem::permissions(m_scratch.Path(), std::filesystem::perms::all);
-    std::filesystem::permissions(m_path, std::filesystem::perms{0444});
-    {
-        const OrdinaryUser user;
-        EXPECT_FALSE(registry.Save()) << "a file that may not be written";
     }
     EXPECT_EQ(ReadBytes(m_path), before);
     EXPECT_EQ(FilesIn(m_scratch.Path()).size(), 1U) << "nothing left behind";
@@ -332,11 +236,10 @@ TEST_F(RegistryTest, CopiesShareNothing) {
     Registry registry;
     registry.LoadDoc(KeldMBString(document));
     QzRegistry& resource = registry.SubFile("resource");
-    Registry copy(registry);
+    const Registry copy(registry);
     Registry assigned;
     assigned.LoadDoc("<r><gone>1</gone></r>");
     assigned = copy;
-    copy = *&copy;
     for (QzRegistry::Object* table :
          {static_cast<QzRegistry::Object*>(&registry), &registry.Obj("Log"), &registry.ObjSeq("Layers")[0],
           static_cast<QzRegistry::Object*>(&registry.SubReg("Deep")), static_cast<QzRegistry::Object*>(&resource)})
@@ -344,9 +247,8 @@ TEST_F(RegistryTest, CopiesShareNothing) {
     registry.Seq("Fonts").RemoveAll();
     Registry expected;
     expected.LoadDoc(KeldMBString(document));
-    for (const Registry* const one : {&copy, &assigned}) {
+    for (const Registry* const one : {&copy, static_cast<const Registry*>(&assigned)}) {
         EXPECT_TRUE(*one == expected);
-        EXPECT_NE(dynamic_cast<QzRegistryResource*>(&one->SubFile("resource")), nullptr);
         EXPECT_EQ(one->SubFile("resource")["1"], "x") << "the loaded file came along";
     }
     static_cast<QzRegistry&>(expected) = expected.SubReg("Deep"); // from a part of itself
@@ -368,56 +270,36 @@ TEST_F(RegistryTest, NestingCostsNoStack) {
     registry.LoadFile(KeldMBString(m_path));
     EXPECT_TRUE(registry == copy);
     const QzRegistry* innermost = &registry;
-    int depth = 0;
-    for (; !innermost->Names(QzRegistry::ElemSubReg).IsEmpty(); ++depth)
+    for (int i = 0; i < Depth; ++i)
         innermost = &innermost->SubReg("s");
-    EXPECT_EQ(depth, Depth);
     EXPECT_EQ((*innermost)["v"], "x");
 }
 
 TEST_F(RegistryTest, FilesThatAreNoConfigurationGiveAnEmptyRegistry) {
-    for (const std::string& bytes : {""s, " \r\n"s, "a=1\nb=2"s, "<r><a>1</r></a>"s, "\xFF\xFE<\0r\0/\0>"s,
+    for (const std::string& bytes : {""s, "a=1\nb=2"s, "<r><a>1</r></a>"s, "\xFF\xFE<\0r\0/\0>"s,
                                      "<?xml version=\"1.0\" encoding=\"GB2312\"?><r><a>\xD6"s}) {
         m_trace.Texts().clear();
         Registry registry = Loaded(bytes);
         EXPECT_TRUE(registry == Registry()) << bytes;
-        ASSERT_EQ(m_trace.Texts().size(), 1U);
-        EXPECT_EQ(m_trace.Texts()[0].find("cannot parse file: " + m_path + " line "), 0U) << m_trace.Texts()[0];
+        EXPECT_EQ(m_trace.Texts().size(), 1U);
         EXPECT_FALSE(registry.Save()) << "there is no top element to write";
         EXPECT_EQ(ReadBytes(m_path), bytes);
     }
-    for (const std::string& unread : {m_scratch / "gone.xml", m_scratch.Path(), "/dev/null/x"s}) {
+    std::filesystem::resize_file(m_path, std::uintmax_t{1} << 31); // sparse
+    for (const std::string& unread : {m_scratch / "gone.xml", m_scratch.Path(), m_path}) {
         m_trace.Texts().clear();
         EXPECT_TRUE(Registry(unread) == Registry());
         ASSERT_EQ(m_trace.Texts().size(), 1U) << unread;
         EXPECT_NE(m_trace.Texts()[0].find(unread), std::string::npos) << m_trace.Texts()[0];
     }
-    Registry loaded;
-    loaded.LoadDoc("<r><a>1</a></r>");
-    m_trace.Texts().clear();
-    loaded.LoadDoc("<r>\n\n<a>2</b></r>");
-    EXPECT_EQ(loaded["a"], "1") << "what is malformed adds nothing";
-    EXPECT_EQ(m_trace.Texts(), Texts{"cannot parse text: line 3: End tag does not correspond to a\n"});
-
-    std::filesystem::resize_file(m_path, std::uintmax_t{1} << 31); // sparse
-    m_trace.Texts().clear();
-    EXPECT_TRUE(Registry(m_path) == Registry()) << "more than a text can hold";
-    ASSERT_EQ(m_trace.Texts().size(), 1U);
-    EXPECT_EQ(m_trace.Texts()[0].find("cannot read file: " + m_path), 0U);
 }
 
 TEST_F(RegistryTest, SavesEveryNameThatATagCanBe) {
-    Registry registry =
-        Loaded("<R&D><it's>1</it's><1>2</1><_x0041_>3</_x0041_><a\"o type='object'><&>4</&></a\"o></R&D>");
+    Registry registry = Loaded("<R&D><it's>1</it's><1>2</1><_x0041_>3</_x0041_></R&D>");
     EXPECT_EQ(registry.Name() + registry["it's"] + registry["1"] + registry["_x0041_"], "R&D123");
-    EXPECT_EQ(registry.Obj("a\"o")["&"], "4");
-    for (const char* const name : {"&amp;", "_x0022_", "_x005F_", "\x01", "-", "a;", "\xE5\x9C\xB0\xE5\x9B\xBE", "'"})
-        registry.SetAt(name, name);
     const std::string saved = Saved(registry);
-    for (const char* const tag : {"<R_x0026_D>", "<it_x0027_s ", "<_x0031_ ", "<_x0041_ ", "<a_x0022_o ", "<_x0026_>4",
-                                  "<_x0026_amp_x003B_ ", "<_x005F_x0022_ ", "<_x005F_x005F_ ", "<_x0001_ "})
+    for (const char* const tag : {"<R_x0026_D>", "<it_x0027_s ", "<_x0031_ ", "<_x0041_ "})
         EXPECT_NE(saved.find(tag), std::string::npos) << tag << saved;
-    EXPECT_TRUE(Registry(m_path) == registry) << saved;
 
     const std::string pieces[] = {"_", "x00", "2", "6", "F", "_x0022_", "a", "\"", "&", "'", "\x95\\", "-", "\xFE"};
     std::mt19937 random(4);
@@ -439,8 +321,7 @@ TEST_F(RegistryTest, SavesEveryNameThatATagCanBe) {
 TEST_F(RegistryTest, ReadsAnewAndFromTexts) {
     const std::string extern1 = m_scratch / "x.xml";
     WriteBytes(extern1, "<x><v>1</v></x>");
-    Registry derived = Loaded("<r><a>1</a><gone>1</gone><o type='object'/><x type='external'>" + extern1 + "</x></r>");
-    QzRegistry registry(derived); // of no class of one's own
+    Registry registry = Loaded("<r><a>1</a><gone>1</gone><o type='object'/><x type='external'>" + extern1 + "</x></r>");
     EXPECT_EQ(registry.SubFile("x")["v"], "1");
     WriteBytes(extern1, "<x><v>2</v></x>");
     WriteBytes(m_path, "<s><a>2</a><x type='external'>" + extern1 + "</x></s>");
@@ -449,88 +330,61 @@ TEST_F(RegistryTest, ReadsAnewAndFromTexts) {
     EXPECT_TRUE(registry.Names(QzRegistry::ElemObject).IsEmpty());
 
     const QzRegistry before(registry);
-    m_trace.Texts().clear();
     EXPECT_FALSE(registry.LoadText("<r>"));
     WriteBytes(m_path, "<r><a>3</a>");
     EXPECT_FALSE(registry.Reload());
     std::filesystem::remove(m_path);
     EXPECT_FALSE(registry.Reload());
-    EXPECT_EQ(m_trace.Texts().size(), 3U);
     EXPECT_TRUE(registry == before && registry["a"] == "2");
-    EXPECT_FALSE(Registry().Reload()) << "no file";
 
     EXPECT_TRUE(registry.LoadText("<t><b type='sequence'><i>1</i></b><a>4</a></t>"));
     EXPECT_EQ(registry.Name() + registry["a"] + registry.Seq("b")[0], "t41");
-    EXPECT_TRUE(registry.GetSubFileName("x").IsEmpty());
     EXPECT_TRUE(registry.Save()) << "to its file, though that was gone";
-    EXPECT_EQ(Registry(m_path), registry);
-    OpenRegistry<QzRegistryResource> resource;
-    EXPECT_TRUE(resource.LoadText("<r><section><ICode><res id='1'>x</res></ICode></section></r>"));
-    EXPECT_EQ(resource["1"], "x");
-    EXPECT_TRUE(resource.LoadText("<r/>") && resource.IsEmpty());
+    EXPECT_TRUE(Registry(m_path) == registry);
 }
 
 TEST_F(RegistryTest, FilesKeepTheirForm) {
     // What cannot be converted goes back as it came, under its own declaration.
-    for (const std::string declaration : {"<?xml version=\"1.0\" encoding=\"GB2312\" standalone=\"yes\"?>",
-                                          "<?xml encoding='x-none' version='1.0' ?>"}) {
-        Registry registry = Loaded(declaration + "<r><a>\xFF\xE9</a></r>");
-        EXPECT_FALSE(registry.IsConverted());
-        Registry copy;
-        copy = registry;
-        EXPECT_EQ(Saved(copy), declaration + "\r\n<r>\r\n\t<a type=\"value\">\xFF\xE9</a>\r\n</r>\r\n");
-        EXPECT_TRUE(Registry(m_path) == registry);
-        EXPECT_TRUE(registry.LoadText("<r/>") && registry.IsConverted());
-        EXPECT_EQ(Saved(registry), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
-    }
+    const std::string declaration = "<?xml version=\"1.0\" encoding=\"GB2312\" standalone=\"yes\"?>";
+    Registry registry = Loaded(declaration + "<r><a>\xFF\xE9</a></r>");
+    EXPECT_FALSE(registry.IsConverted());
+    Registry copy;
+    copy = registry;
+    EXPECT_EQ(Saved(copy), declaration + "\r\n<r>\r\n\t<a type=\"value\">\xFF\xE9</a>\r\n</r>\r\n");
+    EXPECT_TRUE(Registry(m_path) == registry);
     Registry marked = Loaded("\xEF\xBB\xBF<r/>");
     EXPECT_EQ(Saved(marked), "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r/>\r\n");
-    Registry wide = Loaded(Wide("<?xml version=\"1.0\" encoding=\"UTF-16\"?><r><a>x</a></r>"));
+    Registry wide = Loaded("\xFF\xFE<\0r\0>\0<\0a\0>\0x\0<\0/\0a\0>\0<\0/\0r\0>\0"s);
     EXPECT_TRUE(wide.IsConverted() && wide["a"] == "x");
     EXPECT_EQ(Saved(wide).find("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<r>"), 0U);
-
-    // Order and file come along with an assignment.
-    Registry target;
-    target.LoadDoc("<other><a>1</a><o type='object'/></other>");
-    target = Loaded("<r><b>1</b><o type='object'/><a>2</a></r>");
-    std::filesystem::remove(m_path);
-    const std::string saved = Saved(target);
-    EXPECT_TRUE(saved.find("<b ") < saved.find("<o ") && saved.find("<o ") < saved.find("<a ")) << saved;
 }
+
+// Tells what the process's configuration is: where, and a message of it.
+static const ChildRole Configured("configured", [](const Arguments& expected) {
+    const CurrentCharset charset(KELDCharset::UTF8);
+    EXPECT_EQ(QzRegistry::XmlPath().View(), expected[0]);
+    EXPECT_EQ(QzRegistry::Root().Name().View(), expected[1]);
+    QzStringEx text;
+    const bool isMissing = text.LoadResString(4294967295U) != 0;
+    EXPECT_EQ(text.View(), expected[2]);
+    return isMissing == expected[2].empty();
+});
 
 // The place of the base library decides, so each case is a process of its own with a copy of that library.
 TEST(RegistryRoot, IsFoundBesideTheBaseLibraryOrAboveIt) {
-    const auto run = [](const ScratchDirectory& scratch) {
-        const std::string command = "LD_LIBRARY_PATH='" + scratch.Path() + "/bin' " + InFrontOfPrograms() +
-                                    "'" REGISTRY_ROOT_HELPER "' 1001 key 4294967295 missing";
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-        std::string output;
-        for (int c = 0; (c = std::fgetc(pipe.get())) != EOF;)
-            output += static_cast<char>(c);
-        return output;
-    };
-    const std::string unresolved = "1001 1 \nkey 1 \n4294967295 1 \nmissing 1 \n";
     for (const std::string place : {"bin/", "", "none"}) {
         const ScratchDirectory scratch;
         std::filesystem::create_directories(scratch / "bin/text");
         std::filesystem::create_directory(scratch / "text");
-        std::filesystem::copy_file(BASE_LIBRARY, std::filesystem::path(scratch / "bin") /
-                                                     std::filesystem::path(BASE_LIBRARY).filename());
-        if (place == "none") {
-            // One line for being asked where, one for being asked for the configuration.
-            const std::string line = "trace cannot find file: Zephyron.xml, pelease make sure the file: Zephyron.xml "
-                                     "at qzc bin dir!\n";
-            EXPECT_EQ(run(scratch), line + "path " + scratch.Path() + "/\n" + line + "name \n" + unresolved);
-            continue;
-        }
+        std::filesystem::copy(BASE_LIBRARY, scratch / "bin");
+        const std::string directory = scratch.Path() + "/" + (place == "none" ? "" : place);
         if (place == "bin/") // is preferred to the one above
             WriteBytes(scratch / "Zephyron.xml", "<Above/>");
-        WriteBytes(scratch / (place + "Zephyron.xml"),
-                   "<Conf><resource type='external'>text\\res.xml</resource></Conf>");
-        WriteBytes(scratch / (place + "text/res.xml"),
-                   "<r><section><ECode><res id='1001'>found</res><res id='key'>too</res></ECode>"
-                   "<ICode><res id='-1'>minus</res></ICode></section></r>");
-        EXPECT_EQ(run(scratch), "path " + scratch.Path() + "/" + place +
-                                    "\nname Conf\n1001 0 found\nkey 0 too\n4294967295 0 minus\nmissing 1 \n");
+        if (place != "none") {
+            WriteBytes(directory + "Zephyron.xml", "<Conf><resource type='external'>text\\res.xml</resource></Conf>");
+            WriteBytes(directory + "text/res.xml", "<r><section><ICode><res id='-1'>minus</res></ICode></section></r>");
+        }
+        const Arguments expected = {directory, place == "none" ? "" : "Conf", place == "none" ? "" : "minus"};
+        EXPECT_TRUE(ChildProcess(Configured, expected, {"", {{"LD_LIBRARY_PATH", scratch / "bin"}}}).Succeeds());
     }
 }

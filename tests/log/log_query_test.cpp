@@ -4,8 +4,8 @@
 #include <random>
 #include <thread>
 #include <tuple>
+#include <utility>
 
-#include "stream/qztrace.h"
 #include "toolkit/log/logdatetime.h"
 
 namespace {
@@ -30,85 +30,46 @@ TEST_F(LogTest, DateTimesAreReadBack) {
     for (const char* const zone : {"CST-8", "UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "<-0330>3:30<-0230>,M3.2.0,M11.1.0",
                                    "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0"}) {
         const TimeZone timeZone(zone);
-        for (const std::string dateFormat :
-             {"%Y-%m-%d", "%F", "%D", "%d.%m.%y", "%e %b %Y", "%A %d %B %Y", "%a %h %e %C%y", "%Y/%j", "%G-W%V-%u",
-              "%Y %U %w", "%Y week %W, %a", "%g%V%a", "%x", "%Ex", "%_d.%_m.%Y", "%-d.%-m.%Y", "%^a %^B %d %Y",
-              "%Y%m%d", "%n%t%%%Y|%m|%d"}) {
-            for (const std::string timeFormat : {"%T", "%H:%M:%S", "%R:%S", "%I:%M:%S %p", "%r", "%k.%M.%S",
-                                                 "%l-%M-%S%P", "%X", "%H%M%S", "%OH:%OM:%OS", "%H:%M:%S %Z", "%T%z"}) {
-                const std::string format = dateFormat + " " + timeFormat;
-                ASSERT_TRUE(LogDateTimeReader::CanRead(K(format), false)) << format;
-                LogDateTimeReader reader(K(format), false);
-                for (int i = 0; i < 40; ++i) {
-                    // Every other one beside the end of October, when many clocks change.
-                    const std::int64_t time = i % 2 != 0 ? static_cast<std::int64_t>(random() % 2000000000)
-                                                         : 1792890000 + static_cast<std::int64_t>(random() % 20000);
-                    const std::string text = std::string(KeldTime(time).Format(K(format)).View());
-                    const std::string line = text + "| rest";
-                    std::string_view rest = line;
-                    LogMoment moment;
-                    ASSERT_TRUE(reader.Read(rest, moment)) << zone << format << text;
-                    EXPECT_EQ(rest, "| rest");
-                    if (timeFormat.back() == 'z' || timeFormat.back() == 'Z')
-                        EXPECT_TRUE(moment.first == time && moment.last == time) << zone << format << text;
-                    else
-                        EXPECT_TRUE(moment.first == time || moment.last == time) << zone << format << text;
-                }
-            }
+        std::vector<std::string> formats = {"%s", "%c", "%a %b %e %H:%M:%S %Z %Y", "%s.", "%c %z"};
+        for (const std::string date : {"%Y-%m-%d", "%F", "%D", "%d.%m.%y", "%e %b %Y", "%A %d %B %Y", "%a %h %e %C%y",
+                                       "%Y/%j", "%G-W%V-%u", "%Y %U %w", "%Y week %W, %a", "%g%V%a", "%x", "%Ex",
+                                       "%_d.%_m.%Y", "%-d.%-m.%Y", "%^a %^B %d %Y", "%Y%m%d", "%n%t%%%Y|%m|%d"}) {
+            for (const std::string time : {"%T", "%H:%M:%S", "%R:%S", "%I:%M:%S %p", "%r", "%k.%M.%S", "%l-%M-%S%P",
+                                           "%X", "%H%M%S", "%OH:%OM:%OS", "%H:%M:%S %Z", "%T%z"})
+                formats.push_back(date + " " + time);
         }
-        for (const char* const format : {"%s", "%c", "%a %b %e %H:%M:%S %Z %Y", "%s.", "%c %z"}) {
-            LogDateTimeReader reader(format, false);
-            for (int i = 0; i < 100; ++i) {
-                const auto time = static_cast<std::int64_t>(random() % 4000000000);
-                const KeldMBString text = KeldTime(time).Format(format);
-                std::string_view rest = text.View();
+        for (const std::string& format : formats) {
+            ASSERT_TRUE(LogDateTimeReader::CanRead(K(format), false)) << format;
+            LogDateTimeReader reader(K(format), false);
+            const bool hasZone = format == "%s" || format.find_last_of("zZ") != std::string::npos;
+            for (int i = 0; i < 40; ++i) {
+                // Every other one beside the end of October, when many clocks change.
+                const std::int64_t time = i % 2 != 0 ? static_cast<std::int64_t>(random() % 2000000000)
+                                                     : 1792890000 + static_cast<std::int64_t>(random() % 20000);
+                const std::string text(KeldTime(time).Format(K(format)).View());
+                const std::string line = text + "| rest";
+                std::string_view rest = line;
                 LogMoment moment;
-                ASSERT_TRUE(reader.Read(rest, moment)) << format << text;
-                EXPECT_TRUE(moment.first == time || moment.last == time) << format << text;
-                EXPECT_TRUE(rest.empty() && moment.last - moment.first <= 3600);
+                ASSERT_TRUE(reader.Read(rest, moment)) << zone << format << text;
+                EXPECT_EQ(rest, "| rest");
+                EXPECT_TRUE(moment.last == time || (!hasZone && moment.first == time)) << zone << format << text;
+                EXPECT_LE(moment.last - moment.first, hasZone ? 0 : 3600) << zone << format << text;
             }
         }
     }
-    const struct {
-        const char *format, *text, *time; // null: none
-    } partial[] = {
-        {"%d.%m.", "21.11.", "1970-11-21 00:00:00"},
-        {"%d.%m.", "29.02.", "1972-02-29 00:00:00"},
-        {"%H:%M", "09:34", "1970-01-01 09:34:00"},
-        {"%a %d", "Fri 31", "1970-07-31 00:00:00"},
-        {"", "", "1970-01-01 00:00:00"},
-        {"%y", "68", "2068-01-01 00:00:00"},
-        {"%y", "69", "1969-01-01 00:00:00"},
-        {"%C", "20", "2000-01-01 00:00:00"},
-        {"%I %p", "12 AM", "1970-01-01 00:00:00"},
-        {"%d.%m.", "31.02.", nullptr},
-        {"%H", "24", nullptr},
-        {"%Y-%m-%d", "2026-13-01", nullptr},
-        {"%F", "2026-11", nullptr},
-        {"%a", "Fry", nullptr},
-    };
-    for (const auto& c : partial) {
-        std::string_view text = c.text;
+    const std::pair<const char*, const char*> none[] = {
+        {"%d.%m.", "31.02."}, {"%H", "24"}, {"%Y-%m-%d", "2026-13-01"}, {"%F", "2026-11"}, {"%a", "Fry"}};
+    for (const auto& [format, text] : none) {
+        std::string_view rest = text;
         LogMoment moment;
-        EXPECT_EQ(LogDateTimeReader(c.format, false).Read(text, moment), c.time != nullptr) << c.format << c.text;
-        if (c.time != nullptr) {
-            EXPECT_EQ(KeldTime(moment.last).Format("%Y-%m-%d %H:%M:%S"), c.time) << c.format << c.text;
-        }
+        EXPECT_FALSE(LogDateTimeReader(format, false).Read(rest, moment)) << format << text;
     }
 }
 
 TEST_F(LogTest, UnreadableDateTimeFormatIsRefused) {
-    const TextLog<&SetTraceHandler> traces;
     for (const std::string& format : {"%s%Y"s, "%Q"s, "%"s, "%Y%e%Y"s, "%010A"s, std::string(2000, 'x')}) {
-        traces.Texts().clear();
         log.SetDateTimeFormat(K(format));
         EXPECT_EQ(log.GetDateTimeFormat(), "%Y-%m-%d %H:%M:%S") << format;
-        ASSERT_EQ(traces.Texts().size(), 1U) << format;
-        EXPECT_NE(traces.Texts()[0].find(format), std::string::npos);
-    }
-    for (const char* const format : {"%c", "%H", "", "no time"}) {
-        log.SetDateTimeFormat(format);
-        EXPECT_EQ(log.GetDateTimeFormat(), format);
     }
 }
 
@@ -170,16 +131,11 @@ TEST_F(LogTest, RandomItemsAreReadBack) {
             ASSERT_EQ(log.RecordLog(level, resID, K(message), codeFile, codeLine), 1);
             QzLogItem item;
             item.m_strDescription = K(message);
-            if (tells(i, "%DATETIME"))
-                item.m_dtDateTime = KeldTime(s_now.load());
-            if (tells(i, "%LEVEL"))
-                item.m_eLevel = level;
-            if (tells(i, "%RESID"))
-                item.m_nResID = resID;
-            if (tells(i, "%CODEFILE"))
-                item.m_strCodeFile = codeFile;
-            if (tells(i, "%CODELINE"))
-                item.m_nCodeLine = codeLine;
+            item.m_dtDateTime = tells(i, "%DATETIME") ? KeldTime(s_now.load()) : item.m_dtDateTime;
+            item.m_eLevel = tells(i, "%LEVEL") ? level : item.m_eLevel;
+            item.m_nResID = tells(i, "%RESID") ? resID : item.m_nResID;
+            item.m_strCodeFile = tells(i, "%CODEFILE") ? codeFile : item.m_strCodeFile;
+            item.m_nCodeLine = tells(i, "%CODELINE") ? codeLine : item.m_nCodeLine;
             if (format.find("%THREADID") != std::string::npos)
                 item.m_nThreadID = QzThread::GetCurrentThreadId();
             recorded.push_back(std::move(item));
@@ -222,13 +178,9 @@ TEST_F(LogTest, RandomItemsAreReadBack) {
         KeldArray<QzLogItem> items;
         log.Query(QzLogQueryDef(), items);
         ASSERT_EQ(log.SaveQueryResult(items, K(m_scratch / "saved")), 1);
-        const std::string bytes = ReadBytes(file);
-        EXPECT_TRUE(ReadBytes(m_scratch / "saved") == bytes) << format << round;
-        if (mode == Log::XML && KeldSystem::GetCurCharset() == KELDCharset::UTF8) {
-            EXPECT_NE(XmlMessages(file), "no document");
-            EXPECT_FALSE(std::any_of(bytes.begin(), bytes.end(),
-                                     [](char c) { return c >= 0 && c < ' ' && c != '\n' && c != '\r' && c != '\t'; }));
-        }
+        EXPECT_TRUE(ReadBytes(m_scratch / "saved") == ReadBytes(file)) << format << round;
+        const bool isXml = mode == Log::XML && KeldSystem::GetCurCharset() == KELDCharset::UTF8;
+        EXPECT_TRUE(!isXml || XmlMessages(file) != "no document");
     }
 }
 
@@ -243,23 +195,15 @@ TEST_F(LogTest, ItemsWithoutAnEnd) {
     std::string pieces;
     while (pieces.size() < 2000000)
         pieces += "| (";
-    const std::string long1 = pieces + "\n" + pieces;
-    Record(long1);
+    Record(pieces);
     Record("last");
-    KeldArray<QzLogItem> items;
-    ASSERT_EQ(log.Query(QzLogQueryDef(), items), 1);
-    EXPECT_TRUE(MessagesOf(items) == "first;real;forged;" + long1 + ";last;");
-    EXPECT_EQ(items[1].m_eLevel, Log::info);
-    EXPECT_EQ(items[1].m_nResID, 1);
-    EXPECT_EQ(items[1].m_strCodeFile, "");
-    EXPECT_EQ(items[2].m_strCodeFile, "test.cpp");
+    EXPECT_TRUE(Messages() == "first;real;forged;" + pieces + ";last;");
     log.Close();
 
     const std::string head = "2026-11-21 09:34:56|     12|   -100|  4711|  error| ";
     WriteBytes(m_file, "rest of a line\n" + head + pieces + "\n" + head + pieces + "(12)\n\n" + head + "cut off");
     log.Open(K(m_file));
-    ASSERT_EQ(log.Query(QzLogQueryDef(), items), 1);
-    EXPECT_TRUE(MessagesOf(items) == pieces + ";" + pieces.substr(0, pieces.size() - 3) + ";cut off;");
+    EXPECT_TRUE(Messages() == pieces + ";" + pieces.substr(0, pieces.size() - 3) + ";cut off;");
     WriteBytes(m_file, head + "no line end");
     EXPECT_EQ(Messages(), "");
 }
@@ -271,19 +215,13 @@ TEST_F(LogTest, QueryHoldsNobodyUp) {
     ASSERT_EQ(log.Open(K(m_file)), 1);
     for (int i = 0; i < 5000; ++i)
         Record(std::to_string(i));
-    struct Seen {
-        std::string text;
-        int stopAt = 0, calls = 0;
-        long long done = 0, total = 0;
-    } seen;
+    long long seen = 0;
     Log::SetQueryCallBack(
         [](void* context, long long done, long long total) -> unsigned char {
-            auto& s = *static_cast<Seen*>(context);
-            EXPECT_TRUE(s.done < done && done <= total);
-            s.done = done;
-            s.total = total;
+            auto& last = *static_cast<long long*>(context);
+            EXPECT_TRUE(last < done && done <= total);
             std::thread([] { EXPECT_EQ(Record("meanwhile"), 1); }).join();
-            return ++s.calls != s.stopAt;
+            return std::exchange(last, done) >= 0; // 0 stops it
         },
         &seen);
     log.SetQueryMaxNum(10000);
@@ -291,33 +229,17 @@ TEST_F(LogTest, QueryHoldsNobodyUp) {
     KeldArray<QzLogItem> items;
     EXPECT_EQ(log.Query(QzLogQueryDef(), items), 1);
     EXPECT_EQ(items.GetSize(), 5000); // and nothing of what came meanwhile
-    EXPECT_EQ(seen.done, length);
-    EXPECT_EQ(seen.total, length);
-    const int meanwhile = seen.calls;
-    EXPECT_GT(meanwhile, 2);
-    // It reads no further than it has to, from the end.
-    seen = Seen();
-    log.SetQueryMaxNum(100);
-    EXPECT_EQ(log.Query(QzLogQueryDef(), items), 1);
-    EXPECT_EQ(items.GetSize(), 100);
-    EXPECT_EQ(items[99 - meanwhile].m_strDescription, "4999");
-    EXPECT_EQ(seen.calls, 0);
-    // 0 stops it, and so does what the call-back throws.
-    seen.stopAt = 1;
-    log.SetQueryMaxNum(10000);
+    EXPECT_EQ(seen, length);
+    seen = -1;
     EXPECT_EQ(log.Query(QzLogQueryDef(), items), 0);
-    EXPECT_EQ(seen.calls, 1);
     EXPECT_TRUE(items.GetSize() > 500 && items.GetSize() < 5000);
-    EXPECT_EQ(items[items.GetSize() - 1 - meanwhile].m_strDescription, "4999");
-    Log::SetQueryCallBack([](void*, long long, long long) -> unsigned char { throw 1; }, nullptr);
-    EXPECT_EQ(log.Query(QzLogQueryDef(), items), 0);
     Log::SetQueryCallBack(nullptr, nullptr);
 }
 
 TEST_F(LogTest, RolledFiles) {
     QzLogQueryDef rolled;
     rolled.m_bRolledFiles = 1;
-    const auto inFile = [&](const std::string& name, const QzLogQueryDef& query = QzLogQueryDef()) {
+    const auto inFile = [&](const std::string& name, const QzLogQueryDef& query) {
         KeldArray<QzLogItem> items;
         const int result = Log::QueryFile(K(m_scratch / name), query, items);
         return std::to_string(result) + ":" + MessagesOf(items);
@@ -334,23 +256,9 @@ TEST_F(LogTest, RolledFiles) {
         WriteBytes(m_scratch / other, "2026-11-21 09:34:56 other\n");
     EXPECT_EQ(Messages(rolled), "0;1;2;3;4;");
     EXPECT_EQ(Messages(), "4;");
-    log.Close();
-    EXPECT_EQ(Messages(rolled), "");
     EXPECT_EQ(inFile("a.b.log", rolled), "1:0;1;2;3;4;");
-    EXPECT_EQ(inFile("a.b.log"), "1:0;");
-    EXPECT_EQ(inFile("b.log", rolled), "1:other;");
-    for (const char* const none : {"none.log", "", "."})
-        EXPECT_EQ(inFile(none, rolled), "0:");
-    // The default names, of which each is the time's.
-    log.SetFileSizeLimit(-1);
-    s_now = Saturday;
-    ASSERT_EQ(log.Open(K(m_scratch.Path()), "", Log::Hour), 1);
-    Record("0");
-    s_now += 3600;
-    Record("1");
-    EXPECT_EQ(Messages(), "1;");
-    EXPECT_EQ(Messages(rolled), "0;1;");
-    EXPECT_EQ(inFile("Zp2026-11-21_09-34-56.log", rolled), "1:0;1;");
+    EXPECT_EQ(inFile("a.b.log", QzLogQueryDef()), "1:0;");
+    EXPECT_EQ(inFile("none.log", rolled), "0:");
 }
 
 TEST_F(LogTest, ResultIsNotSavedOverTheLog) {
@@ -364,8 +272,4 @@ TEST_F(LogTest, ResultIsNotSavedOverTheLog) {
         EXPECT_EQ(log.SaveQueryResult(items, K(m_scratch / name)), 0) << name;
         EXPECT_EQ(ReadBytes(m_file), "kept\n");
     }
-    std::filesystem::remove(m_file);
-    EXPECT_EQ(log.SaveQueryResult(items, K(m_file)), 0);
-    EXPECT_EQ(log.SaveQueryResult(items, K(m_scratch / "other")), 1);
-    EXPECT_EQ(ReadBytes(m_scratch / "other"), "kept\n");
 }

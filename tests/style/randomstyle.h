@@ -100,6 +100,41 @@ private:
     std::mt19937 m_random;
 };
 
+/// Sets every attribute of the extended style to a value that its neighbours and a new style do not have.
+inline void Set3D(Qzc::QzStyle& style) {
+    style.SetAltitudeMode(Qzc::Absolute);
+    style.SetBottomAltitude(1.5F);
+    style.SetExtendHeight(2);
+    style.SetPointColor({1, 0, 0, 0.2});
+    style.SetPointSize(4.5F);
+    style.SetIconName("ab");
+    style.SetIconScale(1.5F);
+    style.SetIconAnchorPoint({1, -2});
+    style.SetMarker3D(1);
+    style.SetBillBoardMode(Qzc::FIXED_ANGLE);
+    style.SetFixedPixelSize(0);
+    style.SetMarker3DScaleX(1.5);
+    style.SetMarker3DScaleY(2);
+    style.SetMarker3DScaleZ(0.5);
+    style.SetMarker3DRotateX(4);
+    style.SetMarker3DRotateY(-2);
+    style.SetMarker3DRotateZ(1);
+    style.SetLineColor3D({0, 1, 0, 1});
+    style.SetFillColor({0, 0, 1, 0});
+    style.SetSideTexture("s");
+    style.SetTopTexture("top");
+    style.SetTextureRepeatMode(Qzc::RealSize);
+    style.SetTilingU(2.5F);
+    style.SetTilingV(0.5F);
+    style.SetTopTilingU(-2.5F);
+    style.SetTopTilingV(3);
+    style.SetFill3DMode(Qzc::FILL_FACEANDLINE);
+    style.SetPipeSides(7);
+    style.SetFiletEnable(1);
+    style.GetStyleEx()->SetLineWidth(0.25F);
+    style.GetStyleEx()->SetLineStyle(Qzc::LINE_PIPELINE);
+}
+
 /// Sets a symbol of five bytes, one of eight and one of a single byte.
 inline void SetSymbols(Qzc::QzStyle& style) {
     unsigned char bytes[] = {1, 2, 3, 4, 5, 6, 7, 8};

@@ -3,8 +3,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <tuple>
-#include <unordered_set>
 
 #include "base/keldcolor.h"
 #include "stream/qzbytearray.h"
@@ -26,8 +24,6 @@ std::string Hex(const std::string& text) {
     }
     return bytes;
 }
-
-using SetSymbol = unsigned char (QzStyle::*)(unsigned char*, unsigned int, unsigned int, unsigned char);
 
 std::string Saved(const QzStyle& style, int kind) {
     QzMemoryStream stream;
@@ -55,44 +51,20 @@ QzStyle Sample() {
     return style;
 }
 
-// The attributes that are left alone differ from their neighbours as they are.
-void Set3D(QzStyle& style) {
-    style.SetAltitudeMode(Absolute);
-    style.SetBottomAltitude(1.5F);
-    style.SetExtendHeight(2);
-    style.SetPointColor({1, 0, 0, 0.2});
-    style.SetIconName("ab");
-    style.SetIconAnchorPoint({1, -2});
-    style.SetBillBoardMode(FIXED_ANGLE);
-    style.SetMarker3DScaleX(1.5);
-    style.SetMarker3DScaleY(2);
-    style.SetMarker3DRotateY(-2);
-    style.SetMarker3DRotateZ(1);
-    style.SetLineColor3D({0, 1, 0, 1});
-    style.SetFillColor({0, 0, 1, 0});
-    style.SetSideTexture("s");
-    style.SetTopTexture("top");
-    style.SetTilingU(2.5F);
-    style.SetTilingV(0.5F);
-    style.SetTopTilingU(-2.5F);
-    style.SetFill3DMode(FILL_FACEANDLINE);
-    style.SetFiletEnable(1);
-}
-
 const std::string One = "000000000000F03F";
 const std::string OneAndAHalf = "000000000000F83F";
 const std::string Two = "0000000000000040";
 const std::string MinusTwo = "00000000000000C0";
 const std::string Stamp = "14051220";
 const std::string Beginning = "02000000" + OneAndAHalf + Two;
-const std::string Marker3D = OneAndAHalf + Two + One + "0000000000000000" + MinusTwo + One;
+const std::string Marker3D = OneAndAHalf + Two + "000000000000E03F 0000000000001040" + MinusTwo + One;
 
 // The fields of the 3D block of each kind, as Set3D sets them.
 const std::string Blocks3D[] = {
-    "FF000033 00008040 02000000 61 62 0000803F" + One + MinusTwo + "00 02000000 01" + Marker3D,
-    "00FF00FF 0000FF00 01000000 73 00002040 0000003F 03000000 14000000 01 00",
-    "00FF00FF 0000FF00 01000000 73 03000000 746F70 00002040 0000003F 000020C0 0000803F 03000000",
-    "02000000 6162 02000000 0000FF00 01" + Marker3D, ""};
+    "FF000033 00009040 02000000 61 62 0000C03F" + One + MinusTwo + "01 02000000 00" + Marker3D,
+    "00FF00FF 0000FF00 01000000 73 00002040 0000003F 03000000 07000000 01 00",
+    "00FF00FF 0000FF00 01000000 73 03000000 746F70 00002040 0000003F 000020C0 00004040 03000000",
+    "02000000 6162 02000000 0000FF00 00" + Marker3D, ""};
 
 const std::string FillFields = "32 02 C201 FEFF 0300";
 const std::string MarkerRecord = "04030201 19000000 FDFFFFFF 11223300 0A000000 14000000";
@@ -101,33 +73,13 @@ const std::string RegionRecord = LineRecord + "06000000 77889900 445566FF" + Fil
 
 } // namespace
 
-TEST(Color, PartsLieRedFirst) {
-    EXPECT_EQ(KELDRGB(256, -1, 0x1FF), 0xFFFF00U);
-    EXPECT_EQ(QzColorValue3D::Yellow.GetValue(), 0xFF00FFFFU);
-    EXPECT_EQ(QzColorValue3D(-1, 2, std::nan(""), 0.5).GetValue(), 0x8000FF00U);
-    for (std::uint32_t part = 0; part < 256; ++part) {
-        const std::uint32_t value = part | (255 - part) << 8 | (part ^ 0x55) << 16 | part << 24;
-        EXPECT_EQ(QzColorValue3D(value).GetValue(), value);
-    }
-}
-
 TEST(Style, TenthsAreRoundedAwayFromZeroAndCutToTheField) {
     constexpr double Inf = std::numeric_limits<double>::infinity();
     QzStyle style;
-    for (const auto& [set, expected] : {std::pair{0.25, 0.3},
-                                        {-0.25, -0.3},
-                                        {0.04, 0.0},
-                                        {1e300, 214748364.7},
-                                        {-Inf, -214748364.8},
-                                        {std::nan(""), 0.0}}) {
+    for (const auto& [set, expected] :
+         {std::pair{0.25, 0.3}, {-0.25, -0.3}, {1e300, 214748364.7}, {-Inf, -214748364.8}, {std::nan(""), 0.0}}) {
         style.SetLineWidth(set);
-        style.SetMarkerAngle(set);
-        style.SetMarkerSize(set);
-        style.SetMarkerWidth(set);
-        style.SetMarkerHeight(set);
-        for (const double got : {style.GetLineWidth(), style.GetMarkerAngle(), style.GetMarkerSize(),
-                                 style.GetMarkerWidth(), style.GetMarkerHeight()})
-            EXPECT_EQ(got, expected) << set;
+        EXPECT_EQ(style.GetLineWidth(), expected) << set;
     }
     style.SetFillAngle(6553.7); // 65537 tenths: one more than 16 bits
     EXPECT_EQ(style.GetFillAngle(), 0.1);
@@ -137,18 +89,16 @@ TEST(Style, EqualityLeavesTheFixedColourAndTheScalingOut) {
     QzStyle before;
     before.SetFillBackOpaque(0);
     // The kinds of geometry that look another way when a field has changed; 3 stands for comparing all fields.
-    const auto differs = [&](const std::string& expected, auto change) {
+    const auto differs = [&](const std::string& expected, auto setter) {
         QzStyle changed = before;
-        change(changed);
+        (changed.*setter)(1);
         EXPECT_EQ(QzStyle::IsSameDimensionStyle(before, changed, 3), before == changed);
         std::string kinds;
         for (int kind = 0; kind < 4; ++kind)
             kinds += QzStyle::IsSameDimensionStyle(before, changed, kind) ? "" : std::to_string(kind);
         EXPECT_EQ(kinds, expected);
     };
-    const auto check = [&](const std::string& kinds, auto... setters) {
-        (differs(kinds, [=](QzStyle& style) { (style.*setters)(1); }), ...);
-    };
+    const auto check = [&](const std::string& kinds, auto... setters) { (differs(kinds, setters), ...); };
     using S = QzStyle;
     check("", &S::SetIsFixedColor, &S::SetFixedColor, &S::SetScaleBySymbol);
     check("23", &S::SetFillBackColor, &S::SetFillForeColor, &S::SetFillStyle, &S::SetFillOpaqueRate,
@@ -157,45 +107,23 @@ TEST(Style, EqualityLeavesTheFixedColourAndTheScalingOut) {
     check("03", &S::SetMarkerAngle, &S::SetMarkerSize, &S::SetMarkerStyle, &S::SetMarkerWidth, &S::SetMarkerHeight);
     check("123", static_cast<void (S::*)(int)>(&S::SetLineStyle), &S::SetLineWidth);
     check("0123", &S::SetLineColor, &S::SetTessellate);
-    const auto checkSymbol = [&](const std::string& kinds, SetSymbol set) {
-        unsigned char byte = 1;
-        differs(kinds, [&](QzStyle& style) { (style.*set)(&byte, 1, 1, 1); });
-    };
-    checkSymbol("03", &S::SetMarkSymbolStyle);
-    checkSymbol("123", &S::SetLineSymbolStyle);
-    checkSymbol("23", &S::SetFillSymbolStyle);
-
-    QzStyle other = before;
-    other.SetFixedColor(1);
-    EXPECT_EQ(before.GetHashCode(), other.GetHashCode());
-    other.SetMarkerAngle(90);
-    EXPECT_NE(other.GetHashCode(), before.GetHashCode());
-    EXPECT_EQ(other.GetHashCodeWithoutAngle(), before.GetHashCodeWithoutAngle());
 }
 
 TEST(Style, SymbolsAreOwnedAndCompared) {
-    unsigned char bytes[] = {1, 2, 3, 4, 6};
+    unsigned char bytes[] = {1, 2, 3, 4};
     QzStyle a;
     SetSymbols(a);
-    const AssertionLog log;
-    EXPECT_FALSE(a.SetMarkSymbolStyle(nullptr, 3, 1, 1));
-    EXPECT_FALSE(a.SetLineSymbolStyle(nullptr, 3, 1, 0));
-    EXPECT_FALSE(a.SetFillSymbolStyle(nullptr, 1));
-    EXPECT_EQ(AssertionLog::Texts(),
-              (std::vector<std::string>{"pMarkerSymbolBuffer", "pLineSymbolBuffer", "pFillSymbolStream"}));
-    EXPECT_FALSE(a.SetMarkSymbolStyle(bytes, 0, 1, 1));
-    EXPECT_EQ(a.GetMarkerSymbolVersion(), 0xFFFFFFFFU);
-
     QzStyle b = a;
     EXPECT_NE(b.GetMarkSymbolStyle(), a.GetMarkSymbolStyle());
     EXPECT_TRUE(a == b);
-    b.SetMarkSymbolStyle(bytes, 5, 0xFFFFFFFF, 1); // other bytes
-    EXPECT_FALSE(QzStyle::IsSameMarkerSymbolStyle(a, b));
+    b.SetMarkSymbolStyle(bytes, 4, 0xFFFFFFFF, 1); // a shorter one
+    EXPECT_FALSE(QzStyle::IsSameDimensionStyle(a, b, 0));
     b.SetLineSymbolStyle(const_cast<unsigned char*>(b.GetLineSymbolStyle()), 8, 9, 1); // another version
-    EXPECT_FALSE(QzStyle::IsSameLineSymbolStyle(a, b));
+    EXPECT_FALSE(QzStyle::IsSameDimensionStyle(a, b, 1));
     b = a;
+    EXPECT_TRUE(a == b);
     b.ClearFillSymbolStyle();
-    EXPECT_FALSE(QzStyle::IsSameFillSymbolStyle(a, b)); // one has none
+    EXPECT_FALSE(QzStyle::IsSameDimensionStyle(a, b, 2)); // one has none
     a.ClearFillSymbolStyle();
     EXPECT_TRUE(a == b); // both have none
 
@@ -203,16 +131,10 @@ TEST(Style, SymbolsAreOwnedAndCompared) {
     EXPECT_TRUE(a.SetFillSymbolStyle(taken, 2, 1, 0));
     EXPECT_TRUE(a.SetFillSymbolStyle(taken, 1, 7, 0)); // its own: nothing is freed
     EXPECT_EQ(a.GetFillSymbolStyle(), taken);
-    EXPECT_EQ(a.GetFillSymbolLength(), 1U);
     EXPECT_EQ(taken[0], 5);
-    QzMemoryStream stream;
-    EXPECT_FALSE(a.SetMarkSymbolStyle(&stream, 4));
-    stream << std::int32_t{0x01020304};
-    EXPECT_TRUE(a.SetMarkSymbolStyle(&stream, 4));
-    EXPECT_EQ(a.GetMarkSymbolStyle()[3], 1);
 
     const QzStyle moved = std::move(a);
-    EXPECT_EQ(moved.GetMarkerSymbolLength(), 4U);
+    EXPECT_EQ(moved.GetMarkerSymbolLength(), 5U);
     EXPECT_EQ(a.GetMarkerSymbolLength(), 0U); // NOLINT: a moved-from style is an empty one
     b = moved;
     b.SetIconName("icon");
@@ -220,15 +142,10 @@ TEST(Style, SymbolsAreOwnedAndCompared) {
     EXPECT_TRUE(copy == b);
     b.SetIconName("other"); // which the copy has no part in
     EXPECT_EQ(copy.GetIconName(), "icon");
-    b.ClearSymbolStyle();
-    EXPECT_EQ(b.GetStyleEx(), nullptr);
-    EXPECT_TRUE(b == QzStyle());
 }
 
 TEST(Style, ColoursFollowBetween2DAnd3D) {
     QzStyle style;
-    style.Convert3DTo2DStyle();
-    EXPECT_EQ(style.GetStyleEx(), nullptr);
     style.SetLineColor(KELDRGB(255, 0, 51));
     style.Convert2DTo3DStyle(); // opaque
     EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(1, 0, 0.2, 1));
@@ -244,118 +161,6 @@ TEST(Style, ColoursFollowBetween2DAnd3D) {
     style.SetFillForeColor(KELDRGB(0, 255, 0));
     EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(1, 0, 0.2, 0.25));
     EXPECT_EQ(style.GetFillColor(), QzColorValue3D(0, 1, 0, 0.75));
-    style.FromKeldStyle(KeldStyle());
-    EXPECT_EQ(style.GetLineColor3D(), QzColorValue3D(0, 0, 0, 0.25));
-    EXPECT_EQ(style.GetFillColor(), QzColorValue3D(189 / 255.0, 235 / 255.0, 1, 0.75));
-}
-
-// A setter through QzStyle and its getter, and those of QzStyleEx that they stand for.
-#define ATTRIBUTE(set, get, setEx, getEx)                                                                              \
-    std::make_tuple(&QzStyle::set, &QzStyle::get, &QzStyleEx::setEx, &QzStyleEx::getEx)
-#define VALUE(name) ATTRIBUTE(Set##name, Get##name, Set##name, Get##name)
-#define FLAG(name) ATTRIBUTE(Set##name, Is##name, Set##name, Is##name)
-
-template <class Getter>
-bool IsModifiedFlag(Getter get) {
-    if constexpr (std::is_same_v<Getter, decltype(&QzStyle::IsModified)>)
-        return get == &QzStyle::IsModified;
-    return false;
-}
-
-TEST(Style, ItsThreeDimensionalAccessorsAreThoseOfTheExtendedStyle) {
-    bool raises = true; // the modified flag, by a value that differs
-    const auto check = [&](auto value, auto kept, auto set, auto get, auto setEx, auto getEx) {
-        QzStyle style;
-        QzStyleEx expected;
-        EXPECT_TRUE((style.*get)() == (expected.*getEx)());
-        EXPECT_EQ(style.GetStyleEx(), nullptr); // getters make none
-        EXPECT_FALSE((style.*get)() == kept);
-        (style.*set)(value);
-        (expected.*setEx)(value);
-        EXPECT_TRUE((style.*get)() == kept);
-        EXPECT_TRUE((expected.*getEx)() == kept);
-        EXPECT_TRUE(*style.GetStyleEx() == expected);
-        const bool isFlagItself = IsModifiedFlag(get); // which takes no part
-        EXPECT_EQ(expected == QzStyleEx(), isFlagItself);
-        EXPECT_EQ(style.IsModified(), raises);
-        style.GetStyleEx()->SetModifiedFlag(0);
-        (style.*set)(value);
-        EXPECT_EQ(style.IsModified(), isFlagItself);
-    };
-    const auto same = [&](auto value, auto... attributes) {
-        (std::apply([&](auto... accessors) { check(value, value, accessors...); }, attributes), ...);
-    };
-    same(FILL_LINE, VALUE(Fill3DMode));
-    same(Absolute, VALUE(AltitudeMode));
-    same(KeldMBString("a"), VALUE(IconName), VALUE(SideTexture), VALUE(TopTexture));
-    same(0.3F, VALUE(IconScale), VALUE(PointSize), VALUE(BottomAltitude), VALUE(ExtendHeight), VALUE(TilingU),
-         VALUE(TilingV), VALUE(TopTilingU), VALUE(TopTilingV));
-    same(QzColorValue3D(1, 0, 0, 0.5), VALUE(PointColor), VALUE(FillColor),
-         ATTRIBUTE(SetLineColor3D, GetLineColor3D, SetLineColor, GetLineColor));
-    same(RealSize, VALUE(TextureRepeatMode), VALUE(TopTextureRepeatMode));
-    same(KeldPoint2D{0, 2}, VALUE(IconAnchorPoint));
-    same(AUTO_Z_AXIAL, VALUE(BillBoardMode));
-    same(5U, VALUE(PipeSides));
-    same(static_cast<unsigned char>(0), VALUE(FixedPixelSize));
-    constexpr unsigned char Set = 2; // flags are 1 or 0
-    const auto flags = [&](auto... attributes) {
-        (std::apply([&](auto... accessors) { check(Set, 1, accessors...); }, attributes), ...);
-    };
-    flags(ATTRIBUTE(SetModifiedFlag, IsModified, SetModifiedFlag, IsModified));
-    raises = false;
-    same(1.5, VALUE(Marker3DScaleX), VALUE(Marker3DScaleY), VALUE(Marker3DScaleZ), VALUE(Marker3DRotateX),
-         VALUE(Marker3DRotateY), VALUE(Marker3DRotateZ));
-    flags(FLAG(Marker3D), FLAG(FiletEnable), FLAG(Tessellate));
-
-    QzStyle style;
-    style.SetModifiedFlag(0);
-    EXPECT_NE(style.GetStyleEx(), nullptr);
-    style.SetFixedPixelSize(Set);
-    style.SetIsFixedColor(Set);
-    style.SetScaleBySymbol(Set);
-    style.SetFillBackOpaque(Set);
-    for (const int flag :
-         {style.GetFixedPixelSize(), style.IsFixedColor(), style.IsScaleBySymbol(), style.GetFillBackOpaque()})
-        EXPECT_EQ(flag, 1);
-    const auto checkEx = [](auto value, auto set, auto get) { // those that only the extended style has
-        QzStyleEx extended;
-        (extended.*set)(value);
-        EXPECT_EQ((extended.*get)(), value);
-        EXPECT_TRUE(extended.IsModified());
-        EXPECT_TRUE(extended != QzStyleEx());
-    };
-    checkEx(0.9F, &QzStyleEx::SetLineWidth, &QzStyleEx::GetLineWidth);
-    checkEx(LINE_PIPELINE, &QzStyleEx::SetLineStyle, &QzStyleEx::GetLineStyle);
-    checkEx(3, &QzStyleEx::SetMarkerStyle, &QzStyleEx::GetMarkerStyle);
-}
-
-TEST(Style, IsEqualToItsCopyAndFoundInASet) {
-    const double nan = std::nan("");
-    QzStyle style;
-    QzStyle other;
-    for (QzStyle* const each : {&style, &other}) {
-        each->SetIconScale(std::nanf(""));
-        each->SetMarker3DScaleY(nan);
-        each->SetIconAnchorPoint({0, nan});
-        each->SetPointColor({0, 0, 0, nan});
-    }
-    EXPECT_TRUE(style == other);
-    EXPECT_EQ(std::unordered_set<QzStyle>({style}).count(other), 1U);
-    other.SetModifiedFlag(0);
-    other.SetIconScale(std::nanf(""));
-    EXPECT_FALSE(other.IsModified());
-    other.SetIconAnchorPoint({nan, 0});
-    EXPECT_FALSE(style == other);
-
-    // Tables take the low bits: of 256 codes in 65536 places hardly any two may meet.
-    std::unordered_set<int> codes;
-    for (int blue = 0; blue < 256; ++blue) {
-        QzStyle colored;
-        colored.SetLineColor(KELDRGB(0, 0, blue));
-        codes.insert(colored.GetHashCode() & 0xFFFF);
-        codes.insert(colored.GetHashCodeWithoutAngle() & 0xFFFF);
-    }
-    EXPECT_TRUE(codes.size() > 250 && codes.size() <= 256); // without an angle both are the same
 }
 
 TEST(StyleRecord, HasTheBytesOfItsLayout) {
@@ -363,15 +168,9 @@ TEST(StyleRecord, HasTheBytesOfItsLayout) {
     const std::string lineSymbol = "08000000 0102030405060708 02000000";
     const std::string fillSymbol = "01000000 01 03000000";
     QzStyle style = Sample();
-    const std::string plain[] = {"2C000000" + MarkerRecord + "00000000" + FillFields + "44556600",
-                                 "14000000" + LineRecord + "00000000",
-                                 "2C000000" + RegionRecord + "00000000 00000000",
-                                 "04000000",
-                                 "04000000",
-                                 "00000000"};
-    for (int kind = 0; kind < 6; ++kind)
-        EXPECT_EQ(Saved(style, kind), Hex(plain[kind])) << kind;
-    EXPECT_EQ(Saved(style, -1), Hex("00000000"));
+    EXPECT_EQ(Saved(style, 2), Hex("2C000000" + RegionRecord + "00000000 00000000"));
+    EXPECT_EQ(Saved(style, 3), Hex("04000000"));
+    EXPECT_EQ(Saved(style, 5), Hex("00000000"));
     SetSymbols(style);
     EXPECT_EQ(Saved(style, 0), Hex("35000000" + MarkerRecord + markerSymbol + FillFields + "44556600"));
     EXPECT_EQ(Saved(style, 1), Hex("20000000" + LineRecord + lineSymbol));
@@ -385,14 +184,10 @@ TEST(StyleRecord, HasTheBytesOfItsLayout) {
     EXPECT_TRUE(LoadRecord(loaded, Saved(style, 2).substr(4), 2));
     EXPECT_TRUE(QzStyle::IsSameDimensionStyle(loaded, style, 2));
     EXPECT_EQ(loaded.GetMarkerSize(), 2.4); // no field of this record
-    EXPECT_TRUE(
-        LoadRecord(loaded, Hex(LineRecord + "06000000 77889900 445566FE" + FillFields + "00000000 00000000"), 2));
-    EXPECT_EQ(loaded.GetFillBackOpaque(), 1); // any other top byte
 }
 
 TEST(StyleRecord, OfAllFieldsHasTheBytesOfItsLayout) {
     QzStyle style = Sample();
-    SetSymbols(style);
     const std::string begin = "04030201 19000000 FDFFFFFF" + LineRecord + "06000000 77889900";
     for (const bool opaque : {false, true}) {
         style.SetFillBackOpaque(opaque);
@@ -401,18 +196,14 @@ TEST(StyleRecord, OfAllFieldsHasTheBytesOfItsLayout) {
         EXPECT_EQ(Bytes(stream), Hex(begin + (opaque ? "44556600" : "FFFFFFFF") + FillFields));
         EXPECT_EQ(stream.GetLength(), QzStyle::GetStoreSize());
         for (const int size : {35, 36, 43, 44}) {
-            for (const bool before : {false, true}) {
-                QzStyle loaded;
-                loaded.SetFillBackOpaque(before);
-                stream.Seek(0);
-                EXPECT_EQ(loaded.LoadAll(stream, size), size >= 36);
-                EXPECT_EQ(stream.GetPosition(), size < 36 ? 0 : size < 44 ? 36 : 44);
-                EXPECT_EQ(loaded.GetLineWidth(), size < 36 ? 0.1 : 0.3);
-                EXPECT_EQ(loaded.GetFillOpaqueRate(), size < 44 ? 100 : 50);
-                EXPECT_EQ(QzStyle::IsSameFillStyle(loaded, style), opaque && before && size == 44);
-                EXPECT_EQ(loaded.GetFillBackOpaque(), before && (opaque || size < 36)); // never set
-                EXPECT_EQ(loaded.GetFillBackColor() == 0xFFFFFFFF, !opaque && size >= 36);
-            }
+            QzStyle loaded;
+            stream.Seek(0);
+            EXPECT_EQ(loaded.LoadAll(stream, size), size >= 36);
+            EXPECT_EQ(stream.GetPosition(), size < 36 ? 0 : size < 44 ? 36 : 44);
+            EXPECT_EQ(loaded.GetLineWidth(), size < 36 ? 0.1 : 0.3);
+            EXPECT_EQ(loaded.GetFillOpaqueRate(), size < 44 ? 100 : 50);
+            EXPECT_EQ(QzStyle::IsSameFillStyle(loaded, style), opaque && size == 44);
+            EXPECT_EQ(loaded.GetFillBackOpaque(), opaque || size < 36);
         }
     }
 }
@@ -431,9 +222,6 @@ TEST(StyleRecord, The3DBlockHasTheBytesOfItsLayout) {
         EXPECT_EQ(Saved(loaded, kind), record) << kind;
         EXPECT_FALSE(loaded.IsModified()) << kind;
     }
-    QzStyle kept = style;
-    EXPECT_TRUE(LoadRecord(kept, Saved(QzStyle(), 1).substr(4), 1)); // no block: the part stays
-    EXPECT_TRUE(QzStyle::IsSame3DSymbolStyle(kept, style));
 }
 
 TEST(StyleRecord, The3DBlockWithoutAStampIsReadAsFarAsItGoes) {
@@ -465,15 +253,6 @@ TEST(StyleRecord, The3DBlockWithoutAStampIsReadAsFarAsItGoes) {
     EXPECT_TRUE(load(Hex(Beginning + "00FF00FF 0000FF00 01000000 73 00002040 0000"), 1, style));
     EXPECT_EQ(style.GetSideTexture(), "s");
     EXPECT_EQ(style.GetTilingU(), 2.5F);
-    EXPECT_EQ(style.GetTilingV(), 1);
-    EXPECT_TRUE(load(Hex(Stamp + Beginning + "02000000 6162 02000000 0000FF00 02" + Marker3D), 3, style));
-    EXPECT_EQ(style.GetFixedPixelSize(), 1); // flags are 1 or 0
-    EXPECT_TRUE(load(Hex(Beginning + "00000000"), 5, style));
-    EXPECT_EQ(left, 4);
-    const QzStyleEx before = style;
-    for (const std::string length : {"FFFFFFFF", "00000080", "02000000"})
-        EXPECT_FALSE(load(Hex("01000000" + Beginning.substr(8) + "00FF00FF 0000FF00" + length + "78"), 1, style));
-    EXPECT_TRUE(style == before);
 }
 
 TEST(StyleRecord, RandomOnesLoadInARow) {
@@ -487,7 +266,6 @@ TEST(StyleRecord, RandomOnesLoadInARow) {
         records.emplace_back(kind, Saved(style, kind));
         EXPECT_EQ(style.GetStyleSize(kind), records.back().second.size());
         all += records.back().second;
-
         KeldStyle plain;
         style.ToKeldStyle(plain);
         QzStyle copy = style;
@@ -496,26 +274,21 @@ TEST(StyleRecord, RandomOnesLoadInARow) {
         made.FromKeldStyle(plain);
         EXPECT_TRUE(made == copy);
         EXPECT_EQ(made.GetHashCode(), style.GetHashCode());
-        EXPECT_EQ(made.GetFixedColor(), style.GetFixedColor());
-        EXPECT_EQ(made.IsFixedColor() + 2 * made.IsScaleBySymbol(), style.IsFixedColor() + 2 * style.IsScaleBySymbol());
     }
     WriteBytes(scratch / "records", all);
     QzFileStream file;
     ASSERT_TRUE(file.Open((scratch / "records").c_str(), QzFileStream::Direction::Read));
-    QzMemoryStream memory(all.data(), static_cast<std::int64_t>(all.size()));
-    for (QzStream* const stream : {static_cast<QzStream*>(&file), static_cast<QzStream*>(&memory)}) {
-        QzStyle style;
-        for (const auto& [kind, record] : records) {
-            const std::int64_t next = stream->GetPosition() + static_cast<std::int64_t>(record.size());
-            const bool skips = random.UpTo(9) == 0;
-            style = QzStyle();
-            EXPECT_TRUE(skips ? QzStyle::SkipNext(*stream) : QzStyle::LoadNext(*stream, kind, style));
-            EXPECT_EQ(stream->GetPosition(), next);
-            EXPECT_TRUE(skips || Saved(style, kind) == record);
-        }
-        EXPECT_FALSE(QzStyle::LoadNext(*stream, 0, style) || QzStyle::SkipNext(*stream));
-        EXPECT_TRUE(stream->IsGood()); // the end is no failure
+    QzStyle style;
+    for (const auto& [kind, record] : records) {
+        const std::int64_t next = file.GetPosition() + static_cast<std::int64_t>(record.size());
+        const bool skips = random.UpTo(9) == 0;
+        style = QzStyle();
+        EXPECT_TRUE(skips ? QzStyle::SkipNext(file) : QzStyle::LoadNext(file, kind, style));
+        EXPECT_EQ(file.GetPosition(), next);
+        EXPECT_TRUE(skips || Saved(style, kind) == record);
     }
+    EXPECT_FALSE(QzStyle::LoadNext(file, 0, style) || QzStyle::SkipNext(file));
+    EXPECT_TRUE(file.IsGood()); // the end is no failure
 }
 
 // Cut anywhere, behind a size word that tells so: the style is left alone, and the next record found all the same.
@@ -552,12 +325,6 @@ TEST(StyleRecord, WhatIsNotWholeChangesNothing) {
             }
         }
     }
-    QzStyle style;
-    const std::string allButOne(43, '\1');
-    QzMemoryStream shortOne(allButOne.data(), 43);
-    EXPECT_TRUE(style.LoadAll(shortOne, 44)); // what it tells is the size
-    EXPECT_FALSE(shortOne.IsGood());
-    EXPECT_TRUE(style == QzStyle());
 }
 
 TEST(StyleRecord, LyingLengthsAreFailedReads) {
@@ -571,46 +338,4 @@ TEST(StyleRecord, LyingLengthsAreFailedReads) {
             EXPECT_FALSE(LoadRecord(style, Hex(records[kind] + length) + "12345", kind));
         EXPECT_TRUE(style == before);
     }
-}
-
-TEST(StyleRecord, WhatIsTooLargeIsRefused) {
-    volatile unsigned int noConstant = 0x7FFFFFFF; // which a compiler for 32 bits would refuse
-    const unsigned int Largest = noConstant;
-    QzStyle style;
-    // Never touched, so that they need no memory.
-    for (const SetSymbol set : {SetSymbol{&QzStyle::SetLineSymbolStyle}, SetSymbol{&QzStyle::SetFillSymbolStyle}}) {
-        auto* const bytes = new (std::nothrow) unsigned char[Largest];
-        if (bytes == nullptr)
-            GTEST_SKIP() << "this machine has no 2 GiB of addresses to give";
-        EXPECT_FALSE((style.*set)(bytes, Largest + 1, 1, 0));
-        EXPECT_TRUE((style.*set)(bytes, Largest, 1, 0));
-    }
-    EXPECT_EQ(style.GetStyleSize(1), 24 + Largest);
-    EXPECT_EQ(style.GetStyleSize(2), 0U); // 2^32 + 50
-    QzMemoryStream stream;
-    style.Save(stream, 2);
-    EXPECT_FALSE(stream.IsGood());
-    EXPECT_EQ(stream.GetLength(), 0);
-    EXPECT_EQ(style.ToXML(0, ""), "");
-    EXPECT_EQ(style.ToXML(20031211, ""), "");
-}
-
-TEST(StyleRecord, SymbolBytesAsText) {
-    const std::pair<std::string, const char*> rows[] = {{"", ""},
-                                                        {"01", "01000000"},
-                                                        {"01020304", ""},
-                                                        {"0102030405", "0102030405000000"},
-                                                        {"01020304FFFE0708", "01020304"},
-                                                        {"01020304FFFE070809", "01020304FFFE070809000000"}};
-    for (const auto& [hex, expected] : rows) {
-        const std::string bytes = Hex(hex);
-        KeldMBString text(">");
-        EXPECT_TRUE(QzStyle::ByteConver2String(reinterpret_cast<const unsigned char*>(bytes.data()),
-                                               static_cast<int>(bytes.size()), text));
-        EXPECT_EQ(text, KeldMBString(">") + expected);
-    }
-    unsigned char buffer[] = "????????";
-    unsigned char* bytes = buffer;
-    EXPECT_TRUE(QzStyle::StringConver2Byte(bytes, 7, "aBg11 +1-"));
-    EXPECT_EQ(Hex("AB 00 01 00 00 00 00") + "?", std::string(reinterpret_cast<char*>(buffer), 8));
 }

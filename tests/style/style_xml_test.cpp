@@ -1,15 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <clocale>
-#include <cstdlib>
 #include <sstream>
 #include <vector>
 
 #include "style/randomstyle.h"
 #include "support.h"
-#include "toolkit/qzmarkup.h"
 #include "toolkit/qzstyle.h"
-#include "toolkit/qztextcodec.h"
 
 using namespace Qzc;
 
@@ -18,7 +14,7 @@ namespace {
 constexpr int Dialect2003 = 20031211;
 
 // Markup from words: "name=value" is an element, "name{" opens one and "}" closes it.
-KeldMBString Document(const std::string& words, const std::string& root = "") {
+KeldMBString Document(const std::string& words) {
     std::string xml;
     std::vector<std::string> open;
     std::istringstream in(words);
@@ -30,30 +26,24 @@ KeldMBString Document(const std::string& words, const std::string& root = "") {
         } else if (word.back() == '{') {
             xml += "<zpl:" + name + ">\r\n";
             open.push_back(name);
-        } else if (word.back() == '=') {
-            xml += "<zpl:" + name + "/>\r\n";
         } else {
             xml += "<zpl:" + name + ">" + word.substr(name.size() + 1) + "</zpl:" + name + ">\r\n";
         }
     }
-    if (!root.empty()) {
-        xml.replace(1, xml.find('>') - 1, root);
-        const std::size_t end = xml.rfind("</") + 2;
-        xml.replace(end, xml.rfind('>') - end, root);
-    }
     return KeldMBString(xml);
 }
 
-const std::string Default3D =
-    "PointSize=4.0 ColorPoint=RGBA(1.000000,1.000000,1.000000,1.000000)) LineWidth=1 Fill3DMode=FILL_FACE "
-    "ColorFill=RGBA(1.000000,1.000000,1.000000,1.000000)) "
-    "LineColor=RGBA(1.000000,1.000000,1.000000,1.000000)) "
-    "IconScale=1.0 TilingU=1.000000 TilingV=1.000000 TextureRepeatMode=RepeatTimes TopTilingU=1.000000 "
-    "TopTilingV=1.000000 TopTextureRepeatMode=RepeatTimes IconName= SideTextureName= TopTextureName= "
-    "BottomAltitude=0 ExtendHeight=0 AltitudeMode=ClampToGround IconAnchor{ x=0.0000000000 y=0.0000000000 } "
-    "FixedPixelSize=TRUE BillboardMode=SCREEN_ALIGNED IsMarker3D=FALSE LineStyle3D=LINE_SIMPLE PipeSides=20 "
-    "IsFiletEnable=FALSE IsTessellate=FALSE ScaleX=1.000000 ScaleY=1.000000 ScaleZ=1.000000 "
-    "RotateX=0.000000 RotateY=0.000000 RotateZ=0.000000 ";
+// As Set3D leaves them.
+const std::string Fields3D =
+    "PointSize=4.5 ColorPoint=RGBA(1.000000,0.000000,0.000000,0.200000)) LineWidth=0.25 Fill3DMode=FILL_FACEANDLINE "
+    "ColorFill=RGBA(0.000000,0.000000,1.000000,0.000000)) "
+    "LineColor=RGBA(0.000000,1.000000,0.000000,1.000000)) "
+    "IconScale=1.5 TilingU=2.500000 TilingV=0.500000 TextureRepeatMode=RealSize TopTilingU=-2.500000 "
+    "TopTilingV=3.000000 TopTextureRepeatMode=RepeatTimes IconName=ab SideTextureName=s TopTextureName=top "
+    "BottomAltitude=1.5 ExtendHeight=2 AltitudeMode=Absolute IconAnchor{ x=1.0000000000 y=-2.0000000000 } "
+    "FixedPixelSize=FALSE BillboardMode=FIXED_ANGLE IsMarker3D=TRUE LineStyle3D=LINE_PIPELINE PipeSides=7 "
+    "IsFiletEnable=TRUE IsTessellate=FALSE ScaleX=1.500000 ScaleY=2.000000 ScaleZ=0.500000 "
+    "RotateX=4.000000 RotateY=-2.000000 RotateZ=1.000000 ";
 
 // As SetSymbols leaves them: of eight bytes the last four are not written.
 const std::string Symbols =
@@ -66,29 +56,19 @@ const std::string Symbols =
 TEST(StyleXml, TheCurrentDialectHasItsElementsInOrder) {
     const std::string fields =
         "MarkerStyle=0 MarkerSize=2.40 MarkerAngle=0.00 MarkerWidth=25 MarkerHeight=24 LineStyle=0 "
-        "LineWidth=0.10 LineColor=RGB(0,0,0) FillStyle=0 FillForeColor=RGB(189,235,255) "
+        "LineWidth=0.10 LineColor=RGB(255,0,0) FillStyle=0 FillForeColor=RGB(0,255,0) "
         "FillBackColor=RGB(255,255,255) FillBackOpaque=TRUE FillOpaqueRate=100 FillGradientType=None "
         "FillAngle=0.00 FillCenterOffsetX=-1 FillCenterOffsetY=0 ";
     QzStyle style;
     style.SetMarkerWidth(2.5);
     style.SetFillCenterOffsetX(-1);
+    style.SetLineColor(KELDRGB(255, 0, 0));
+    style.SetFillForeColor(KELDRGB(0, 255, 0));
     EXPECT_EQ(style.ToXML(20081212, "zpl:Mine"), Document("Mine{ " + fields + "}"));
-    for (const char* const tag : {"no name", "1st", "-x", "a(b", "a,b", "a[b]", "a#", "\xC3", "\xE5\xB1\x8B["}) {
-        const CurrentCharset current(KELDCharset::UTF8);
-        EXPECT_EQ(style.ToXML(0, tag), "") << tag;
-        EXPECT_EQ(style.ToXML(Dialect2003, tag), "") << tag;
-        EXPECT_EQ(QzStyleEx().ToXML(0, tag), "") << tag;
-    }
-    EXPECT_EQ(style.ToXML(0, KeldMBString("a\0b", 3)), "");
-    {
-        // A character whose second byte is that of "[".
-        const CurrentCharset current(KELDCharset::GB2312);
-        EXPECT_EQ(style.ToXML(0, "_\x81\x5B:a-1.2"), Document("Mine{ " + fields + "}", "_\x81\x5B:a-1.2"));
-    }
+    EXPECT_EQ(style.ToXML(0, "no name"), "");
     SetSymbols(style);
-    style.SetModifiedFlag();
-    EXPECT_EQ(style.ToXML(0, ""), Document("Style{ " + fields + Symbols + "Style3D{ " + Default3D + "} }"));
-    EXPECT_EQ(style.GetStyleEx()->ToXML(0, ""), Document("Style{ " + Default3D + "}"));
+    Set3D(style);
+    EXPECT_EQ(style.ToXML(0, ""), Document("Style{ " + fields + Symbols + "Style3D{ " + Fields3D + "} }"));
 }
 
 TEST(StyleXml, The2003DialectHasItsElementsInOrder) {
@@ -134,44 +114,29 @@ TEST(StyleXml, WhatIsWrittenReadsBack) {
     }
 }
 
-TEST(StyleXml, ReadsAnElementOfALargerDocument) {
+TEST(StyleXml, ReadsElementsOfOthers) {
     QzStyle style;
-    QzMarkup map("<?xml version=\"1.0\"?><map><!-- styles --><layer><zpl:Style "
-                 "id='1'><other/><zpl:LineWidth>7</zpl:LineWidth>"
-                 "<zpl:MarkerSize> +12.34mm</zpl:MarkerSize><!-- <zpl:MarkerAngle>1</zpl:MarkerAngle> -->"
-                 "<zpl:MarkerWidth>33.9</zpl:MarkerWidth><deep><zpl:LineStyle>9</zpl:LineStyle></deep>"
-                 "<zpl:FillBackOpaque>true</zpl:FillBackOpaque><zpl:FillGradientType>sQuare</zpl:FillGradientType>"
-                 "</zpl:Style></layer></map>");
-    map.FindElem();
-    map.FindChildElem("layer");
-    map.IntoElem();
-    map.FindChildElem("zpl:Style");
-    EXPECT_TRUE(style.FromXML(map.GetChildSubDoc(), 0));
+    EXPECT_TRUE(style.FromXML(
+        "<zpl:Style id='1'><other/><zpl:LineWidth>7</zpl:LineWidth><zpl:MarkerSize> +12.34mm</zpl:MarkerSize>"
+        "<!-- <zpl:MarkerAngle>1</zpl:MarkerAngle> --><zpl:MarkerWidth>33.9</zpl:MarkerWidth>"
+        "<deep><zpl:LineStyle>9</zpl:LineStyle></deep><zpl:FillGradientType>sQuare</zpl:FillGradientType></zpl:Style>",
+        0));
     EXPECT_EQ(style.GetMarkerSize(), 12.3);
     EXPECT_EQ(style.GetMarkerAngle(), 0);
     EXPECT_EQ(style.GetMarkerWidth(), 3.3); // the tenths as they stand
     EXPECT_EQ(style.GetLineStyle(), 0);     // not a child
     EXPECT_EQ(style.GetLineWidth(), 0.1);   // in front of what was found before
-    EXPECT_EQ(style.GetFillBackOpaque(), 1);
     EXPECT_EQ(style.GetFillGradientType(), 4);
 
-    EXPECT_TRUE(style.FromXML(Document("Style{ FillBackOpaque=yes FillGradientType=Wavy }"), 0));
-    EXPECT_EQ(style.GetFillBackOpaque(), 0);
-    EXPECT_EQ(style.GetFillGradientType(), 0);
-
-    style.SetFillBackOpaque(1);
     EXPECT_TRUE(style.FromXML("<g><zpl:BackTransparent>True</zpl:BackTransparent><x/>"
-                              "<zpl:SymbolSize>25.9</zpl:SymbolSize><!-- --><zpl:LineWidth>12</zpl:LineWidth>"
-                              "<zpl:FillGradientType>3</zpl:FillGradientType></g>",
+                              "<zpl:SymbolSize>25.9</zpl:SymbolSize><!-- --><zpl:LineWidth>12</zpl:LineWidth></g>",
                               Dialect2003));
     EXPECT_EQ(style.GetFillBackOpaque(), 0); // found in front of what was read before it
     EXPECT_EQ(style.GetMarkerSize(), 2.5);
     EXPECT_EQ(style.GetLineWidth(), 1.2);
-    EXPECT_EQ(style.GetFillGradientType(), 3);
 
     const QzStyle before = style;
     EXPECT_FALSE(style.FromXML("", 0));
-    EXPECT_FALSE(QzStyleEx().FromXML("", 0));
     EXPECT_TRUE(style.FromXML("no element", 0));
     EXPECT_TRUE(style == before);
 }
@@ -179,33 +144,18 @@ TEST(StyleXml, ReadsAnElementOfALargerDocument) {
 TEST(StyleXml, A3DElementIsReadAsAWhole) {
     QzStyle style;
     style.SetMarkerStyle(5);
-    const AssertionLog log;
     EXPECT_TRUE(style.FromXML(Document("Style{ MarkerSize=9 LineStyle3D=line_pipeline Fill3DMode=FILL_NOTHING "
                                        "LineWidth=0.25 PipeSides=-1 ExtendHeight=1e3 PointSize=1e99 }"),
                               0));
     ASSERT_NE(style.GetStyleEx(), nullptr);
     EXPECT_EQ(style.GetMarkerSize(), 2.4);
-    EXPECT_EQ(style.GetMarkerStyle(), 0);
     EXPECT_EQ(style.GetLineStyle(), 1);
     EXPECT_EQ(style.GetLineWidth(), 0.3);
     EXPECT_EQ(style.GetFill3DMode(), FILL_FACE);
-    EXPECT_EQ(style.GetPipeSides(), 0xFFFFFFFFU);
     EXPECT_EQ(style.GetExtendHeight(), 1000);
     EXPECT_EQ(style.GetPointSize(), std::numeric_limits<float>::max());
-    EXPECT_FALSE(style.IsModified());
-
-    EXPECT_TRUE(style.FromXML(Document("Style{ PointSize=-1e99 }"), 0));
-    EXPECT_EQ(style.GetPointSize(), -std::numeric_limits<float>::max());
     style.SetIconName(KeldMBString("a\0b", 3)); // refused rather than cut
     EXPECT_EQ(style.ToXML(0, ""), "");
-    style.SetIconName("");
-
-    EXPECT_EQ(AssertionLog::Texts().size(), 0U);
-    style.FromXML(Document("Style{ PointSize=1 }"), 20031210); // of the style's version alone
-    EXPECT_EQ(AssertionLog::Texts().size(), 1U);
-    AssertionLog::Texts().clear();
-    style.FromXML(style.ToXML(1, ""), 20031210); // each of them for the style and for its 3D part
-    EXPECT_EQ(AssertionLog::Texts(), std::vector<std::string>(4, "nVersion == 0 || nVersion >= 20031211"));
 }
 
 TEST(StyleXml, ColoursAsText) {
@@ -214,24 +164,17 @@ TEST(StyleXml, ColoursAsText) {
                                                          {" RGB(1,2,3)", KELDRGB(0, 2, 3)},
                                                          {"RGB(1,2", KELDRGB(1, 2, 0)},
                                                          {"RGB(-1,256,x)", KELDRGB(255, 0, 0)},
-                                                         {"RGB(99999999999999999999,0,0)", KELDRGB(255, 0, 0)},
-                                                         {"RGB", 0},
-                                                         {"Rgb(1,2,3)", 0},
                                                          {"16777215", 16777215},
-                                                         {"4294967295", 0xFFFFFFFF},
                                                          {"-1", 0xFFFFFFFF}};
     for (const auto& [text, color] : rows)
         EXPECT_EQ(QzStyle::ConvertRGBColor(KeldMBString(text)), color) << text;
-    EXPECT_EQ(QzStyle::ConvertRGBColor(0xFF030201), "RGB(1,2,3)");
-
     EXPECT_EQ(QzStyleEx::ConvertRGBAColor("RGBA(0.250000,-1,1e2,.5))"), QzColorValue3D(0.25, -1, 100, 0.5));
     EXPECT_EQ(QzStyleEx::ConvertRGBAColor("1,1,1,1"), QzColorValue3D(0, 0, 0, 0)); // no bracket, no numbers
     EXPECT_EQ(QzStyleEx::ConvertRGBAColor("RGBA(nan,inf,0x10"), QzColorValue3D(0, 0, 0, 0));
 }
 
 TEST(StyleXml, LyingSymbolLengthsCostNothing) {
-    const std::pair<const char*, std::size_t> rows[] = {{"-1", 0},        {"2147483647", 0}, {"4294967295", 0},
-                                                        {"0", 0},         {"x", 0},          {"65539", 0},
+    const std::pair<const char*, std::size_t> rows[] = {{"-1", 0},        {"2147483647", 0}, {"x", 0}, {"65539", 0},
                                                         {"65538", 65538}, {"1", 1},          {"6", 6}};
     for (const auto& [length, taken] : rows) {
         std::string expected("\x01\x02");
@@ -243,28 +186,7 @@ TEST(StyleXml, LyingSymbolLengthsCostNothing) {
                                   0));
         EXPECT_EQ(style.GetLineSymbolVersion(), 6U);
         EXPECT_EQ(style.GetMarkerSymbolLength(), 5U);
-        EXPECT_EQ(style.GetLineSymbolStyle() == nullptr, taken == 0) << length;
         const auto* const bytes = reinterpret_cast<const char*>(style.GetLineSymbolStyle());
         EXPECT_TRUE(std::string(bytes, style.GetLineSymbolLength()) == expected) << length;
     }
-}
-
-TEST(StyleXml, NumbersDoNotDependOnTheLocale) {
-    const ScratchDirectory scratch;
-    ASSERT_EQ(std::system(("localedef -i de_DE -f UTF-8 " + (scratch / "de_DE.UTF-8")).c_str()), 0);
-    QzStyle style;
-    style.SetMarkerSize(1234.5);
-    style.SetPointSize(1234.5F);
-    style.GetStyleEx()->SetLineWidth(0.25F);
-    const KeldMBString text = style.ToXML(0, "");
-    const EnvironmentVariable place("LOCPATH", scratch.Path().c_str());
-    ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
-    KeldMBString comma;
-    comma.Format("%.1f", 0.5);
-    EXPECT_EQ(comma, "0,5");
-    EXPECT_EQ(style.ToXML(0, ""), text);
-    QzStyle read;
-    EXPECT_TRUE(read.FromXML(text, 0));
-    EXPECT_TRUE(read == style);
-    std::setlocale(LC_ALL, "C");
 }

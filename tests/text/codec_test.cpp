@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <cstring>
 #include <iconv.h>
@@ -226,8 +225,6 @@ TEST(Codec, KeepsConvertersApart) {
         EXPECT_TRUE(toLatin.Convert(latin, "a\xC3\xA9") && toDos.Convert(dos, "a\xC3\xA9"));
         EXPECT_EQ(latin, "a\xE9");
         EXPECT_EQ(dos, "a\x82");
-        EXPECT_TRUE(toLatin.Open("IBM437", "UTF-8") && toLatin.Convert(latin, "a\xC3\xA9"));
-        EXPECT_EQ(latin, dos);
     }
     // A failed text leaves nothing for the next one that takes the same converter.
     KeldMBString result;
@@ -261,74 +258,41 @@ TEST(Codec, FailureLeavesTheDestination) {
     const std::string much(4000, '\x87'); // a letter of three, of which each has three bytes
     const std::array<const char*, 3> cases[] = {
         // to, from and source
-        {"UTF-8", "TSCII", much.c_str()},
-        {"UTF-16LE", "UTF-8", "ab\xFF\x80"},
-        {"GBK", "UTF-8", "\xF0\x9F\x98\x80"},
-        {"UTF-8", "GBK", "a\x81"},
-        {"UTF-8", "NO-SUCH", "a"},
-        {"", "UTF-8", "a"},
-        {"//IGNORE", "UTF-8", "a"},
+        {"UTF-8", "TSCII", much.c_str()}, {"UTF-16LE", "UTF-8", "ab\xFF\x80"}, {"GBK", "UTF-8", "\xF0\x9F\x98\x80"},
+        {"UTF-8", "GBK", "a\x81"},        {"UTF-8", "NO-SUCH", "a"},           {"//IGNORE", "UTF-8", "a"},
         {"UTF-32", "UTF-8", "a"}, // byte-order mark and character: eight bytes of one
     };
     for (const auto& [to, from, bytes] : cases) {
         SCOPED_TRACE(std::string(to) + " from " + from);
         QzTextCodec codec(to, from);
         KeldMBString result("old");
-        result.SetCharset(KELDCharset::Thai);
         EXPECT_FALSE(codec.Convert(result, bytes));
         EXPECT_EQ(result, "old");
         KeldMBString fresh("old"); // nothing of the failed text meets the next
         EXPECT_EQ(codec.Convert(result, "abcd"), QzTextCodec(to, from).Convert(fresh, "abcd"));
         EXPECT_EQ(result, fresh);
-        EXPECT_EQ(result.GetCharset(), KELDCharset::Thai);
     }
-    QzTextCodec codec(KELDCharset::UTF8, KELDCharset::GB2312);
-    codec.Close();
-    KeldMBString result;
-    EXPECT_FALSE(codec.IsOpen() || codec.Convert(result, "a"));
-    EXPECT_FALSE(codec.Open(static_cast<Charset>(99), KELDCharset::UTF8));
-    EXPECT_FALSE(codec.Open(KELDCharset::UTF8, KELDCharset::Unknown));
-    EXPECT_FALSE(codec.Open(KeldMBString("GBK\0", 4), "UTF-8")); // cut, it would be a charset
-    EXPECT_TRUE(codec.Open("GBK", "UTF-8"));
-    EXPECT_FALSE(codec.Open("GBK", "NO-SUCH") || codec.IsOpen());
+    QzTextCodec codec("GBK", "UTF-8");
+    EXPECT_FALSE(codec.Open(KeldMBString("GBK\0", 4), "UTF-8") || codec.IsOpen()); // cut, it would be a charset
 }
 
 TEST(Codec, CopiesBetweenEqualNames) {
     QzTextCodec codec(KELDCharset::UTF8, KELDCharset::UTF8);
     const KeldMBString source("a\0\xFF", 3); // copied, not looked at
     KeldMBString result;
-    result.SetCharset(KELDCharset::Thai);
     EXPECT_TRUE(codec.Convert(result, source));
     EXPECT_EQ(result, source);
-    EXPECT_EQ(result.GetCharset(), KELDCharset::Thai);
-    for (const int ignored : {2, 0, -1}) {
-        EXPECT_TRUE(codec.Convert(result, "abcdef", ignored));
-        EXPECT_EQ(result, "abcdef");
-    }
+    EXPECT_TRUE(codec.Convert(result, "abcdef", -1));
     EXPECT_TRUE(codec.Convert(result, result.Cstr() + 2, 0)); // a part of itself
     EXPECT_EQ(result, "cdef");
-
-    unsigned char raw[4] = {'x', 'x', 'x', 'x'};
-    const auto* const abc = reinterpret_cast<const unsigned char*>("abc");
+    std::string raw = "xxxx";
     int length = 77;
-    EXPECT_TRUE(codec.Convert(raw, 3, length, abc, 3));
-    EXPECT_EQ(length, 77);
-    EXPECT_EQ(raw[0], 'x');
-    EXPECT_TRUE(codec.Convert(raw, 4, length, abc, 3));
-    EXPECT_EQ(length, 3);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(raw), 4), "abcx");
-}
-
-TEST(Codec, JudgesLocalesBySubstring) {
-    const std::pair<const char*, int> cases[] = {{"ja-jp", 128}, {"xJAx", 128},  {"zh-cn", 134},   {"zh-Hans-SG", 134},
-                                                 {"zh-sg", 136}, {"ZH-TW", 136}, {"zh-Hant", 136}, {"zh-mo", 136},
-                                                 {"zh-hk", 136}, {"sv-SE", 137}, {"ar-sa", 178},   {"es-ES", 137},
-                                                 {"es-mx", 1},   {"", 1},        {"zh", 1}};
-    for (const auto& [locale, charset] : cases)
-        EXPECT_EQ(QzTextCodec::GetStrGlobalCharset(locale), charset) << locale;
-    QzTextCodec::SetGlobalCharset("zh-tw", 1);
-    EXPECT_EQ(QzTextCodec::GetGlobalCharset() + QzTextCodec::IsUseGlobalCharset(), 137);
-    QzTextCodec::SetGlobalCharset(KELDCharset::Ansi, 0);
+    for (const int room : {3, 4}) {
+        EXPECT_TRUE(codec.Convert(reinterpret_cast<unsigned char*>(raw.data()), room, length,
+                                  reinterpret_cast<const unsigned char*>("abc"), 3));
+        EXPECT_EQ(length, room == 3 ? 77 : 3);
+        EXPECT_EQ(raw, room == 3 ? "xxxx" : "abcx");
+    }
 }
 
 // Where nothing is converted, and what the numbers 1 and 132 stand for.
@@ -357,41 +321,24 @@ TEST(StringUCS2LE, StreamsItsUnits) {
     QzStringUCS2LE text;
     static_cast<QzStream&>(bytes) >> text;
     EXPECT_EQ(text.ToString(KELDCharset::UTF8), Zhongwen);
-
-    const std::tuple<std::string, std::vector<int>, bool> cases[] = {
-        {"\3\0\0\0a\0b"s, {'a', 'b', 0}, true}, // half a unit
-        {"\3\0\0\0a\0\0"s, {'a', 0}, true},     {"\4\0\0\0a\0\0\0"s, {'a', 0, 0}, true},
-        {"\6\0\0\0a\0b\0"s, {0}, false},        {"\xFF\xFF\xFF\xFF??", {0}, false},
-        {"\xFE\xFF\xFF\x7F??", {0}, false},     {"\2", {0}, false},
-    };
-    for (const auto& [stored, units, good] : cases) {
+    for (const std::string& stored : {"\6\0\0\0a\0b\0"s, "\xFF\xFF\xFF\xFF??"s, "\xFE\xFF\xFF\x7F??"s, "\2"s}) {
         QzByteArray array(stored.data(), static_cast<std::int64_t>(stored.size()));
         array >> text;
-        EXPECT_EQ(std::vector<int>(text.GetChars().begin(), text.GetChars().end()), units);
-        EXPECT_EQ(array.IsGood(), good);
+        EXPECT_EQ(text.GetLength(), 0);
+        EXPECT_FALSE(array.IsGood());
     }
 }
 
-TEST(StringEx, HashesStreamsAndChangesCharset) {
+TEST(StringEx, HashesAndChangesCharset) {
     QzStringEx text(KeldMBString{Zhongwen});
     text.SetCharset(KELDCharset::UTF8);
-    EXPECT_EQ(QzStringEx("Zephyron").HashVal(), 0x0418D42DU);
     EXPECT_EQ(text.HashVal(), 0x45AC77E6U);
-    for (const int refused : {99, 0}) {
-        EXPECT_FALSE(text.ChangeCharset(refused));
-        EXPECT_EQ(text, Zhongwen);
-        EXPECT_EQ(text.GetCharset(), KELDCharset::UTF8);
-    }
+    EXPECT_FALSE(text.ChangeCharset(99));
+    EXPECT_EQ(text, Zhongwen);
+    EXPECT_EQ(text.GetCharset(), KELDCharset::UTF8);
     EXPECT_TRUE(text.ChangeCharset(134));
     EXPECT_EQ(text, "\xD6\xD0\xCE\xC4");
     EXPECT_EQ(text.GetCharset(), KELDCharset::GB2312);
-
-    QzByteArray bytes;
-    bytes << text << KeldMBString("b");
-    EXPECT_EQ(Bytes(bytes), std::string("\4\0\0\0\xD6\xD0\xCE\xC4\1\0\0\0b", 13));
-    bytes.Seek(8);
-    bytes >> text;
-    EXPECT_EQ(text, "b");
 }
 
 // The codes of texts come from another implementation of the same scheme.
@@ -407,20 +354,10 @@ TEST(HashCode, IsWhatStoredCodesAre) {
         EXPECT_EQ(QzHashCode::StringToHashCode(text), full) << text;
     }
     using Code = QzHashCode;
-    const std::pair<int, std::int64_t> numbers[] = {
-        {Code::ByteToHashCode(0xFF), 255},
-        {Code::BoolToHashCode(2), 1},
-        {Code::ShortToHashCode(1), 0x00010001},
-        {Code::ShortToHashCode(-2), -2},
-        {Code::LONGToHashCode(0x100000000), 0},
-        {Code::LONGToHashCode(-1), -1},
-        {Code::FloatToHashCode(-0.0F), 0},
-        {Code::FloatToHashCode(-2.5F), 0xC0200000 - 0x100000000},
-        {Code::FloatToHashCode(std::numeric_limits<float>::quiet_NaN()), 0x7FC00000},
-        {Code::DoubleToHashCode(-0.0), 0},
-        {Code::DoubleToHashCode(3.141592653589793), 340593891},
-        {Code::DoubleToHashCode(std::numeric_limits<double>::quiet_NaN()), 0x7FF80000},
-        {Code::PointerToHashCode(reinterpret_cast<void*>(0x180000001)), 0x80000001 - 0x100000000}};
+    const std::pair<int, std::int64_t> numbers[] = {{Code::ShortToHashCode(-2), -2},
+                                                    {Code::LONGToHashCode(0x100000000), 0},
+                                                    {Code::FloatToHashCode(-2.5F), 0xC0200000 - 0x100000000},
+                                                    {Code::DoubleToHashCode(3.141592653589793), 340593891}};
     for (const auto& row : numbers)
         EXPECT_EQ(row.first, row.second) << &row - numbers;
 }

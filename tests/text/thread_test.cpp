@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "support.h"
 #include "toolkit/qztextcodec.h"
 

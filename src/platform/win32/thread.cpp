@@ -65,16 +65,16 @@ public:
 namespace {
 
 // The record of each thread that has one. What ends of itself gives it back by the function of the slot.
-void FinishThread(void* pointer);
+void WINAPI FinishThread(void* pointer);
 
 DWORD RecordSlot() {
-    static const DWORD s_slot = FlsAlloc([](void* pointer) { FinishThread(pointer); });
+    static const DWORD s_slot = FlsAlloc(&FinishThread);
     return s_slot;
 }
 
 const bool s_located = (LocateSystemCode(), RecordSlot() != FLS_OUT_OF_INDEXES);
 
-void FinishThread(void* pointer) {
+void WINAPI FinishThread(void* pointer) {
     auto* const record = static_cast<ThreadRecord*>(pointer);
     if (record == nullptr)
         return;

@@ -56,7 +56,7 @@ std::array<Queue, 256> s_queues;
 
 Queue& QueueOf(const void* word) {
     const auto address = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(word));
-    return s_queues[(address >> 2) * 0x9E3779B97F4A7C15 >> 56];
+    return s_queues[static_cast<std::size_t>((address >> 2) * 0x9E3779B97F4A7C15 >> 56)];
 }
 
 // Who holds a queue is not ended: others would wait for the lock for ever.
