@@ -136,7 +136,7 @@ int ShowConfiguration() {
     if (!failed)
         std::filesystem::copy_file(file.Cstr(), copy, failed);
     if (failed) {
-        std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.c_str(), failed.message().c_str());
+        std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.string().c_str(), failed.message().c_str());
         return 1;
     }
     Configuration changed{KeldMBString(copy.string())};
@@ -144,7 +144,7 @@ int ShowConfiguration() {
     const QzRegistry before(changed);
     const bool equal = changed.Save() && changed.Reload() && changed == before && changed["Unit"] == "km";
     std::printf("\nUnit: %s, changed to %s, saved to %s and loaded again: the tables are %s.\n", root["Unit"].Cstr(),
-                changed["Unit"].Cstr(), copy.c_str(), equal ? "equal" : "NOT EQUAL");
+                changed["Unit"].Cstr(), copy.string().c_str(), equal ? "equal" : "NOT EQUAL");
     std::filesystem::remove_all(directory, failed);
     return equal ? 0 : 1;
 }
@@ -217,11 +217,11 @@ int Convert(const char* file, QzMarkup& markup, const char* encodingName) {
     // An instruction in front that is no declaration would make way for one, so the declaration is put there first.
     const int declaration = Declaration(markup.GetDoc()).GetLength();
     copy.SetDoc((copy.GetXMLFileHeader() + (declaration == 0 ? "\r\n" : "") + markup.GetDoc().Mid(declaration)).Cstr());
-    if (!copy.Save(path.c_str()) || !copy.Load(path.c_str()))
-        return Fail(path.c_str(), copy.GetError());
+    if (!copy.Save(path.string().c_str()) || !copy.Load(path.string().c_str()))
+        return Fail(path.string().c_str(), copy.GetError());
     if (!copy.IsConverted() || TopElement(copy) != TopElement(markup))
-        return Fail(path.c_str(), "the copy does not load to the same content");
-    std::printf("copy      %s, in %s; it loads to the same content\n", path.c_str(),
+        return Fail(path.string().c_str(), "the copy does not load to the same content");
+    std::printf("copy      %s, in %s; it loads to the same content\n", path.string().c_str(),
                 QzTextCodec::GetCharsetName(encoding).Cstr());
     return 0;
 }

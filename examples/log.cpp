@@ -22,7 +22,7 @@ using namespace Qzc;
 namespace {
 
 void PrintFile(const std::filesystem::path& path) {
-    std::printf("  %s:\n", path.filename().c_str());
+    std::printf("  %s:\n", path.filename().string().c_str());
     std::ifstream file(path);
     for (std::string line; std::getline(file, line);)
         std::printf("    %s\n", line.c_str());
@@ -130,7 +130,7 @@ bool ShowXml(const std::filesystem::path& directory) {
     log.RecordLog(QzLogFile::warning, "1 < 2 & a control character: \x07");
     PrintFile(directory / "log.xml");
     QzMarkup markup; // the log is still open: the file is a document at any time
-    return markup.Load((directory / "log.xml").c_str()) != 0;
+    return markup.Load((directory / "log.xml").string().c_str()) != 0;
 }
 
 } // namespace
@@ -143,7 +143,7 @@ int main() {
     const bool shown = ShowLevelsAndFormats(directory) && ShowSecondSink(directory) &&
                        ShowRollover(directory / "tiles") && ShowQuery(directory) && ShowXml(directory);
     if (!shown)
-        std::fprintf(stderr, "log: something went wrong in %s\n", directory.c_str());
+        std::fprintf(stderr, "log: something went wrong in %s\n", directory.string().c_str());
     const bool closed = QzLogFile::GetInstance(false).Close() != 0;
     std::filesystem::remove_all(directory, failed);
     return shown && closed ? 0 : 1;

@@ -64,7 +64,10 @@ TEST(Thread, EndsInManyWays) {
                 return -2;
             }
         });
-        EXPECT_FALSE(thread.running() || thread.join() || thread.cancel() || thread.start(~0ul)); // no such stack
+        EXPECT_FALSE(thread.running() || thread.join() || thread.cancel());
+        if (sizeof(unsigned long) >= sizeof(void*)) { // else a stack of that size may be had
+            EXPECT_FALSE(thread.start(~0ul));
+        }
         current = &thread;
         ASSERT_TRUE(thread.start(1));
         EXPECT_TRUE(thread.running() && thread.detach());

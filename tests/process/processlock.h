@@ -20,7 +20,7 @@ inline void AWhile(int milliseconds = 30) {
     std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
 
-/// The names of this user's locks that the system still keeps.
+/// The names of this user's locks that the system still keeps, where they are files.
 std::vector<std::string> KeptLocks();
 
 /// A name of each test's own. What it leaves is a fault: everything is gone with the last that has it open.

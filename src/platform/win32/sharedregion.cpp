@@ -19,7 +19,8 @@ namespace Platform {
 
 namespace {
 
-constexpr std::size_t LongestFileName = 198;
+constexpr std::size_t LongestName = 198;
+constexpr std::size_t LongestFileName = 255;
 constexpr auto GatePatience = std::chrono::seconds(10);
 constexpr std::int64_t Gate = std::int64_t{1} << 60;
 constexpr DWORD Nap = 10; // milliseconds, between two looks at a word
@@ -33,6 +34,9 @@ std::string FileName(std::string_view name) {
         const bool plain = (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
         if (plain) {
             file += c;
+        } else if (c >= 'A' && c <= 'Z') {
+            file += '^';
+            file += static_cast<char>(c - 'A' + 'a');
         } else {
             file += '%';
             file += s_digits[byte >> 4];
@@ -97,7 +101,7 @@ std::wstring EventName(const std::string& path, std::ptrdiff_t offset) {
 
 SharedRegion::Entry SharedRegion::Enter(std::string_view name, std::string_view group, std::string& whyDenied) {
     const std::string file = FileName(name);
-    if (name.empty() || file.size() > LongestFileName)
+    if (name.empty() || name.size() > LongestName || file.size() > LongestFileName)
         return Entry::Failed;
     if (!group.empty()) {
         whyDenied = "groups have no names of their own on this system";
