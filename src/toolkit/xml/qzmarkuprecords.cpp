@@ -119,21 +119,17 @@ bool QzMarkup::AllocPosArray(int nNewSize) {
     const int used = m_nPosCapacity & (SegmentSize - 1);
     const int first = m_nPosCapacity - used;
     const int size = std::min(nNewSize - first, SegmentSize);
-    const auto bytes = [](int records) { return static_cast<std::size_t>(records) * sizeof(ElementPos); };
-    if (used == 0) {
-        Segment segment(static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
-        if (segment == nullptr)
-            return false;
-        m_segments.push_back(std::move(segment));
-    } else {
-        Segment& last = m_segments.back();
-        auto* const grown = static_cast<ElementPos*>(std::realloc(last.get(), bytes(size))); // moves pages, not records
-        if (grown == nullptr)
-            return false;
-        static_cast<void>(last.release());
-        last.reset(grown);
-        std::memset(static_cast<void*>(grown + used), 0, bytes(size - used));
+    if (used == 0)
+        m_segments.emplace_back();
+    Segment& last = m_segments.back();
+    void* const grown = std::realloc(last.get(), static_cast<std::size_t>(size) * sizeof(ElementPos));
+    if (grown == nullptr) {
+        if (used == 0)
+            m_segments.pop_back();
+        return false;
     }
+    static_cast<void>(last.release());
+    last.reset(static_cast<ElementPos*>(grown));
     m_nPosCapacity = first + size;
     return true;
 }
@@ -146,6 +142,7 @@ int QzMarkup::GetFreePos() {
     }
     if (m_iPosFree >= m_nPosCapacity && !AllocPosArray(std::max(m_nPosCapacity + m_nPosCapacity / 2, 8)))
         return 0;
+    Pos(m_iPosFree) = ElementPos{}; // only now: clearing all the memory at once would cost a pass over it
     return m_iPosFree++;
 }
 
