@@ -43,7 +43,7 @@ TEST(Markup, TellsWhatIsWrongWithATextAndWhere) {
         {"End tag does not correspond to a", "<a></ab>", 1, 4},
         {"End tag does not correspond to b", "<a>\r\n  <b></a></b>", 2, 6},
         {"End tag does not correspond to ab", "<ab></a ></ab>", 1, 5},
-        {"End tag does not correspond to ab", "<ab></a></ab>", 1, 5},
+        {"End tag does not correspond to ab", "<ab></a></ab> and much more behind", 1, 5},
         {"End tag not completed for element a", "<a><", 1, 4},
         {"End tag not completed for element a", "<a>\n</a", 2, 1},
         {"End tag not completed for element a", "<a></a b>", 1, 4},
@@ -111,6 +111,7 @@ TEST(Markup, ReadsNamesOfTwoByteCharacters) {
     EXPECT_EQ(markup.GetTagName() + markup.GetData(), "\x95\\\x95\\");
     EXPECT_EQ(markup.GetAttrib("\x95\\"), "\x95\\\"x");
     EXPECT_FALSE(QzMarkup("<\x95\\x></\x95>").IsWellFormed());
+    EXPECT_TRUE(QzMarkup("<\x95\x95\\x></\x95\x95>").IsWellFormed()); // where it is a backslash
     EXPECT_TRUE(markup.AddChildElem("\x95\\", "\x95\\") && markup.SetChildAttrib("\x95\\", 1));
     EXPECT_TRUE(markup.RecordsMatchText());
 }

@@ -356,7 +356,6 @@ unsigned char QzMarkup::RemoveAttrib(const char* szAttrib) {
         constexpr std::string_view Blanks = " \t\r\n";
         if (tag.substr(to, 1).find_first_of(" \t\r\n/>") == 0)
             from = tag.find_last_not_of(Blanks, from - 1) + 1;
-        m_attributeNames.reset();
         return SpliceStartTag(m_iPos, StartL(m_iPos) + static_cast<int>(from), static_cast<int>(to - from), {}) ? 1 : 0;
     }
     return 0;

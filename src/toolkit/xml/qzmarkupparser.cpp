@@ -286,11 +286,8 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
         const char* const start = nameOf(Pos(iOpen).nStartL);
         elementName = KeldMBString(std::string_view(start, static_cast<std::size_t>(SkipName(start) - start)));
     }
-    if (iTop != 0) {
-        for (int iPos = iOpen; iPos != iPosParent; iPos = Pos(iPos).iElemParent)
-            Pos(iPos).iElemLast = std::exchange(iLast, iPos);
+    if (iTop != 0) // the open ones do not know their last child yet, and need not: nothing is linked behind it
         ReleasePos(iTop);
-    }
     return ParseError(error.szText, error.isNamed ? elementName.Cstr() : nullptr);
 }
 

@@ -35,7 +35,8 @@ StopFinder::List StopFinder::ListNext() {
 StopFinder::Offset* StopFinder::ListBlocks(const char* text, std::size_t blocks) {
     Masks masks;
 #if defined(MOTOOLKIT_XML_WIDE)
-    if (__builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi") != 0) {
+    if (__builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("bmi") != 0 &&
+        __builtin_cpu_supports("popcnt") != 0) {
         FindStopsWide(text, blocks, masks);
         return ListFoundWide(masks, blocks, m_listed, m_stops.data());
     }
