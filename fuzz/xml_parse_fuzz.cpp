@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "../tests/xml/markup_records.h"
 #include "base/keldsystem.h"
+#include "xml_steps.h"
 
 namespace {
 

@@ -45,7 +45,7 @@ STANDARD = set("""
     variant vector version
 """.split())
 # What else a source may include: the converter, and the processor's vectors.
-OTHERS = {"src/toolkit/text": {"iconv.h"}, "src/toolkit/xml": {"emmintrin.h"}}
+OTHERS = {"src/toolkit/text": {"iconv.h"}, "src/toolkit/xml": {"emmintrin.h", "immintrin.h"}}
 
 SYSTEM_MACRO = re.compile(r"\b(_WIN32|_WIN64|WIN32|__MINGW\w*|_MSC_VER|__CYGWIN__|__linux__|__linux|__unix__|__unix|unix|"
                           r"__APPLE__|__ANDROID__|__FreeBSD__|__GLIBC__|_GNU_SOURCE|_POSIX_\w+|__BIONIC__)\b")

@@ -406,6 +406,7 @@ private:
     bool Splice(int nLeft, int nReplace, std::string_view insert);
     bool SpliceStartTag(int iPos, int nLeft, int nReplace, std::string_view insert);
 
+    bool AllocSegment(int nFirst, int nNewSize);
     bool ParseTree();
     int ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent);
     bool ParseFragment(const KeldMBString& text, int nBase, int iPosParent, Fragment& fragment);

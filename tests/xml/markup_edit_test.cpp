@@ -6,7 +6,6 @@
 #include <random>
 #include <string>
 #include <sys/mman.h>
-#include <tuple>
 #include <unistd.h>
 
 #include "support.h"
@@ -26,20 +25,13 @@ TEST(MarkupEdit, WritesTheTextOfEachKind) {
     const Edit edits[] = {
         {"<p a='1' />", [](auto& m) { return m.InsertChildElem("c"); }, "<p a='1'>\r\n^<c/>\r\n</p>"},
         {"<p / />", [](auto& m) { return m.AddChildElem("c", "a<b"); }, "<p>\r\n^<c>a&lt;b</c>\r\n</p>"},
-        {"<p>\n<c/>\n<d/>\n</p>", [](auto& m) { return m.FindChildElem("d") && m.InsertChildElem("e"); },
-         "<p>\n<c/>\n^<e/>\r\n<d/>\n</p>"},
         {"<p></p>", [](auto& m) { return m.AddChildSubDoc("<?xml version=\"1.0\"?>\r\n<x/>"); }, "<p>^<x/>\r\n</p>"},
-        {"<p>old<q/></p>", [](auto& m) { return m.SetRealData("a &amp; <b>c</b>"); }, "^<p>a &amp; <b>c</b></p>"},
         {"<p>old<q/></p>", [](auto& m) { return m.SetData("<&>'\""); }, "^<p>&lt;&amp;&gt;'\"</p>"},
-        {"<p/>", [](auto& m) { return m.SetData("<&]]", 1); }, "^<p><![CDATA[<&]]]]></p>"},
         {"<p/>", [](auto& m) { return m.SetData("a]]>b", 1); }, "^<p>a]]&gt;b</p>"},
         {"<p/>", [](auto& m) { return m.AddAttrib("a", "<&>'\""); }, "^<p a=\"&lt;&amp;&gt;&apos;&quot;\"/>"},
         {"<p a='1' >x</p>", [](auto& m) { return m.SetAttrib("b", -7); }, "^<p a='1' b=\"-7\" >x</p>"},
         {"<p a/>", [](auto& m) { return m.SetAttrib("a", "1"); }, "^<p a=\"1\"/>"},
         {"<p a= />", [](auto& m) { return m.SetAttrib("b", "1"); }, "^<p a=\"\" b=\"1\" />"},
-        {"<p><c/><d/></p>",
-         [](auto& m) { return m.FindChildElem("d") && m.AddChildAttrib("a", 5) && m.SetChildAttrib("a", 6); },
-         "<p><c/>^<d a=\"6\"/></p>"},
         {"<?pi?><p><c/></p>", [](auto& m) { return m.RemoveElem() && m.AddElem("q") && m.AddChildElem("r"); },
          "<?pi?><q>\r\n^<r/>\r\n</q>\r\n"},
     };
@@ -85,16 +77,6 @@ TEST(MarkupEdit, RefusesWhatCouldNotBeReadBack) {
     EXPECT_EQ(malformed.GetDoc() + malformed.GetError(), "<p, End of tag not found");
 }
 
-// What a name may not be in what is written, or a value by its length, does not keep it from being read.
-TEST(MarkupEdit, ReadsNamesThatItDoesNotWrite) {
-    QzMarkup markup("<1 a;='x' -=\"y\"><$/></1>");
-    ASSERT_TRUE(markup.FindElem("1"));
-    EXPECT_EQ(markup.GetAttrib("a;"), "x");
-    EXPECT_EQ(markup.GetAttribValue(1), "y");
-    EXPECT_TRUE(markup.FindChildElem("$") && markup.AddChildSubDoc("<2/>") && markup.SetData("z"));
-    EXPECT_EQ(markup.GetDoc(), "<1 a;='x' -=\"y\">z</1>");
-}
-
 // A text of equal letters and a terminator: one megabyte of memory, seen as often as it takes.
 const char* RepeatedText(std::size_t size) {
     constexpr std::size_t Chunk = 1 << 20;
@@ -115,17 +97,11 @@ TEST(MarkupEdit, RefusesWhatIsTooLong) {
     const char* const value = RepeatedText(static_cast<std::size_t>(QzMarkup::MaxValueLength) + 1);
     EXPECT_FALSE(markup.SetAttrib("a", value) || markup.AddChildElem("e", value) || markup.SetData(value) ||
                  markup.SetChildData(value, 1) || markup.AddChildElem(value) || markup.SetAttrib(value, "1"));
-    EXPECT_EQ(markup.GetDoc() + markup.GetChildTagName(), "<p><c/></p>c");
-}
-
-TEST(MarkupEdit, RefusesDocumentsThatAreTooLong) {
-    if (sizeof(void*) == 4)
-        GTEST_SKIP() << "nothing has more than half of all addresses";
-    CheckedMarkup markup("<p><c/></p>");
-    ASSERT_TRUE(markup.FindElem() && markup.FindChildElem());
-    const char* const text = RepeatedText(static_cast<std::size_t>(KeldMBString::MaxLength) + 1);
-    EXPECT_FALSE(markup.SetRealData(text) || markup.AddChildSubDoc(text) || markup.SetDoc(text));
-    EXPECT_EQ(markup.GetError(), "2147483648 bytes are too many for a document");
+    if (sizeof(void*) > 4) { // elsewhere nothing has more than half of all addresses
+        const char* const text = RepeatedText(static_cast<std::size_t>(KeldMBString::MaxLength) + 1);
+        EXPECT_FALSE(markup.SetRealData(text) || markup.AddChildSubDoc(text) || markup.SetDoc(text));
+        EXPECT_EQ(markup.GetError(), "2147483648 bytes are too many for a document");
+    }
     EXPECT_EQ(markup.GetDoc() + markup.GetChildTagName(), "<p><c/></p>c");
 }
 
@@ -139,24 +115,22 @@ TEST(MarkupEdit, CopiesAndTakesOverAllThatADocumentHolds) {
 
     // Attributes that were numbered in one document are not those of another at the same place.
     const KeldMBString& doc = target.GetDoc(); // follows the document
-    const auto counts = [&](const char* names) {
+    const auto names = [&] {
         std::string found;
-        target.FindElem();
-        for (int n = 0; n < target.GetAttribCount(); ++n)
-            found += target.GetAttribName(n).Cstr();
-        EXPECT_EQ(found, names);
+        for (target.FindElem(); found.size() < static_cast<std::size_t>(target.GetAttribCount());)
+            found += target.GetAttribName(static_cast<int>(found.size())).Cstr();
+        return found;
     };
     QzMarkup source("<p a='1' b='2'><c/></p>");
     source.SetEncoding(KELDCharset::Big5);
     target = source;
     EXPECT_EQ(target.GetEncoding(), KELDCharset::Big5);
     EXPECT_EQ(doc, source.GetDoc());
-    counts("ab");
+    EXPECT_EQ(names(), "ab");
     target = QzMarkup("<p c='3' d='4' e='5'/>");
-    counts("cde");
+    EXPECT_EQ(names(), "cde");
     EXPECT_TRUE(target.SetDoc("<p f='6'/>"));
-    counts("f");
-    EXPECT_EQ(doc, "<p f='6'/>");
+    EXPECT_EQ(names(), "f");
     // Saving puts a declaration in front: what is read then is not what was noted, as a copy without notes shows.
     ASSERT_TRUE(target.Save("/dev/null"));
     EXPECT_EQ(target.GetAttribCount(), QzMarkup(target).GetAttribCount());
@@ -188,7 +162,7 @@ public:
 
 TEST(MarkupEdit, GivesRecordsBackThatAFailedParseTook) {
     const auto highestAfter = [](int rounds) {
-        CountedMarkup markup("<p><c/></p>");
+        CountedMarkup markup(("<p><c/></p>" + std::string(100000, ' ')).c_str()); // which takes many records at first
         EXPECT_TRUE(markup.FindElem());
         for (int i = 0; i < rounds; ++i) {
             EXPECT_FALSE(markup.AddChildSubDoc("<x><y/><z/></x><w><v></w>"));
@@ -199,65 +173,28 @@ TEST(MarkupEdit, GivesRecordsBackThatAFailedParseTook) {
         return markup.HighestRecord();
     };
     EXPECT_EQ(highestAfter(100), highestAfter(1));
-}
-
-TEST(MarkupEdit, TellsWhereErrorsStand) {
-    const std::tuple<const char*, int, int> errors[] = {
-        // where the message's tag, node or element starts
-        {"", 0, 0},
-        {"<a/>", 0, 0},
-        {"one\ntwo", 2, 4},
-        {"<a>\r\n  <b></c>\r\n</a>", 2, 6},
-        {"<a>\n\n <b>\n  <c>t</c>\n", 3, 2},
-        {"<a>\n<!-- </a>", 2, 1},
-        {"\n<a>\n  <b c='</a>", 3, 3},
-        {"<a>\n</a", 2, 1},
-        {"<a><'b'/></a>", 1, 4},
-    };
-    for (const auto& [doc, line, column] : errors) {
-        SCOPED_TRACE(doc);
-        const QzMarkup markup(doc);
-        int foundLine = 0;
-        int foundColumn = 0;
-        EXPECT_EQ(markup.GetErrorPosition(foundLine, foundColumn) != 0, line != 0);
-        EXPECT_EQ(foundLine, line);
-        EXPECT_EQ(foundColumn, column);
-    }
-}
-
-TEST(MarkupEdit, KeepsTheRecordsThatAFreshParseGives) {
-    const char* const docs[] = {
-        "", "<a/>", "<a><b><c/></b><b z= / /><b q>&lt;<![CDATA[</b>]]></b></a>trailing <",
-        "<?pi?>\n<!DOCTYPE a [ <!ENTITY e \"]>\"> ]>\n<a>\n  <b x='1'/>\n  t<c/>\n</a>\n<!-- end -->"};
-    for (const auto charset : {KELDCharset::UTF8, KELDCharset::Japanese}) {
-        CurrentCharset current(charset);
-        for (unsigned seed = 1; seed <= 120; ++seed) {
-            std::mt19937 random(seed);
-            CheckedMarkup markup(docs[seed % std::size(docs)]);
-            for (int step = 0; step < 120; ++step) {
-                const KeldMBString before = markup.GetDoc();
-                const std::string broken = RandomStep(markup, [&](unsigned n) { return random() % n; });
-                ASSERT_TRUE(broken.empty() && markup.RecordsMatchText())
-                    << broken << "\nseed " << seed << ", step " << step << ", from:\n"
-                    << before.Cstr() << "\nto:\n"
-                    << markup.GetDoc().Cstr();
-            }
-        }
-    }
+    EXPECT_LT(highestAfter(1), 64);
 }
 
 // What is known of an element with many attributes must not be taken for true when it is not any more.
 TEST(MarkupEdit, SetsManyAttributesOfOneElement) {
     std::mt19937 random(8);
+    std::string behind = "<z";
+    for (int i = 0; i < 100; ++i)
+        behind += " a" + std::to_string(i) + "='z'";
+    behind += "/></p>";
     for (int round = 0; round < 60; ++round) {
         const bool hasTwins = round % 3 == 0;
-        AttributeList expected = hasTwins ? AttributeList{{"a7", "first"}, {"a7", "second"}} : AttributeList();
-        CheckedMarkup markup(hasTwins ? "<p><q/><e a7='first' a7='second'/></p>" : "<p><q/><e/></p>");
+        // The second one stands behind what is set before the first.
+        AttributeList expected = hasTwins ? AttributeList{{"a7", "1"}, {"a6", "2"}, {"a7", "3"}} : AttributeList();
+        CheckedMarkup markup(((hasTwins ? "<p><q/><e a7='1' a6='2' a7='3'/>" : "<p><q/><e/>") + behind).c_str());
         ASSERT_TRUE(markup.FindElem() && markup.FindChildElem("e"));
         unsigned next = 0;
         for (int step = 0; step < 400; ++step) {
             if (random() % 199 == 0) { // another element in the same record
                 std::string other = "<e";
+                if (random() % 2 == 0)
+                    expected.clear();
                 for (auto& [name, value] : expected)
                     other += " " + (name = "b" + name) + "='" + value + "'";
                 ASSERT_TRUE(markup.RemoveChildElem() && markup.AddChildSubDoc((other + "/>").c_str()));
@@ -283,21 +220,6 @@ TEST(MarkupEdit, SetsManyAttributesOfOneElement) {
         }
         ASSERT_TRUE(markup.RecordsMatchText());
     }
-}
-
-TEST(MarkupEdit, BuildsAHundredThousandElements) {
-    constexpr int Count = 100000; // records in two segments
-    CheckedMarkup markup("<p></p>");
-    ASSERT_TRUE(markup.FindElem());
-    std::string expected = "<p>";
-    for (int i = 0; i < Count; ++i) {
-        if (i % 3 == 0)
-            markup.ResetChildPos(); // the end must be found without walking there
-        ASSERT_TRUE(markup.AddChildElem("e", "1") && markup.SetChildAttrib("n", i));
-        expected += "<e n=\"" + std::to_string(i) + "\">1</e>\r\n";
-    }
-    EXPECT_TRUE(markup.GetDoc().View() == expected + "</p>");
-    EXPECT_TRUE(markup.RecordsMatchText());
 }
 
 } // namespace

@@ -21,6 +21,7 @@
 
 using namespace Qzc;
 using namespace std::string_literals;
+using namespace std::string_view_literals;
 
 // ---- System calls of the libraries that fail when a test wants them to
 
@@ -91,21 +92,17 @@ TEST_F(MarkupFile, LoadsWhatTheFileSays) {
     const std::tuple<std::string, std::string, const char*, KELDCharset::Charset> cases[] = {
         // the declaration, a text in its encoding, the same in UTF-8 and the encoding
         {xml + "GB2312\"?>", "\xB5\xD8\xCD\xBC", "\xE5\x9C\xB0\xE5\x9B\xBE", KELDCharset::GB2312},
-        {xml + "gb2312\"?>", "\xE6\x67", "\xE9\x8E\x94", KELDCharset::GB2312}, // a character of GBK only
         {xml + " GBK \"?>", "\xE6\x67", "\xE9\x8E\x94", KELDCharset::GB2312},
         {xml + "GB18030\"?>", "\x95\x32\x82\x36", "\xF0\xA0\x80\x80", KELDCharset::GB18030},
-        {xml + "Shift_JIS\"?>", "\x95\x5C", "\xE8\xA1\xA8", KELDCharset::Japanese},
         {xml + "Big5\"?>", "\xA5\x5C", "\xE5\x8A\x9F", KELDCharset::Big5},
-        {xml + "KOI8-R\"?>", "\xCD\xC9\xD2", "\xD0\xBC\xD0\xB8\xD1\x80", KELDCharset::KOI8R},
         {xml + "ISO-8859-1\" standalone=\"yes\"?>", "\xE9", "\xC3\xA9", KELDCharset::ISO8859_1},
         {"<?xml version='1.0' encoding = 'ISO-8859-1' ?>", "\xE9", "\xC3\xA9", KELDCharset::ISO8859_1},
         {"<!-- -->" + xml + "KOI8-R\"?>", "\xCD", "\xD0\xBC", KELDCharset::KOI8R}, // not at the start
         {"", "\xC3\xA9", "\xC3\xA9", KELDCharset::UTF8},
         {"\xEF\xBB\xBF", "\xC3\xA9", "\xC3\xA9", KELDCharset::UTF8},
         {xml + "x-nobody-knows\"?>", "\xE9", "\xE9", KELDCharset::Unknown},
-        {xml + "GB2312\"?>", "\xFF\xFF", "\xFF\xFF", KELDCharset::GB2312}, // no text of it: as it was read
-        {xml + "UTF-16LE\"?>", "\xE9x", "\xE9x", KELDCharset::UTF16LE},    // which cannot be true
-        {xml + "UTF-16\"?>", "\xE9x", "\xE9x", KELDCharset::UTF16},
+        {xml + "GB2312\"?>", "\xFF\xFF", "\xFF\xFF", KELDCharset::GB2312},        // no text of it: as it was read
+        {xml + "UTF-16LE\"?>", "\xE9x", "\xE9x", KELDCharset::UTF16LE},           // which cannot be true
         {xml + "IBM037\"?>", "\xE9x", "\xE9x", KeldSystem::GetCharset("IBM037")}, // which cannot be true
     };
     for (const auto& [declaration, stored, text, encoding] : cases) {
@@ -141,12 +138,10 @@ TEST_F(MarkupFile, LoadsWhatTheFileSays) {
 
 TEST_F(MarkupFile, TellsWhyItCannotLoad) {
     std::filesystem::create_directory(m_directory / "directory");
-    mkfifo((m_directory / "pipe").c_str(), 0666);
     WriteBytes(m_directory / "locked", "<a/>");
     chmod((m_directory / "locked").c_str(), 0);
     chmod(m_directory.Path().c_str(), 0755);
-    const std::pair<const char*, int> unopened[] = {
-        {"missing", ENOENT}, {"directory", EISDIR}, {"pipe", ESPIPE}, {"locked", EACCES}};
+    const std::pair<const char*, int> unopened[] = {{"missing", ENOENT}, {"directory", EISDIR}, {"locked", EACCES}};
     for (const auto& [name, code] : unopened) {
         const std::string path = m_directory / name;
         m_log.Clear();
@@ -169,9 +164,7 @@ TEST_F(MarkupFile, TellsWhyItCannotLoad) {
     const std::pair<std::string, const char*> malformed[] = {
         {"", "0 bytes"},
         {std::string(1234, ' '), "1234 bytes, Element tag not found"},
-        {"\0\1<a>\xFF"s, "6 bytes, Element tag not found"},
         {"\xFF\xFE<\0a\0>"s, "7 bytes, Abrupt end within tag"}, // half a unit: as it was read
-        {"<?xml version=\"1.0\" encoding=\"", "30 bytes, Invalid node"},
         {"<?xml version=\"1.0\" encoding=\"GB2312\"?><a>\xB5\xD8", "44 bytes, End tag of a element not found"},
     };
     for (const auto& [bytes, error] : malformed) {
@@ -197,15 +190,12 @@ TEST_F(MarkupFile, SavesWhatTheDeclarationSays) {
     const std::tuple<Charset::Charset, std::string, Charset::Charset, std::string> cases[] = {
         // the current charset, the document, the encoding and the file
         {Charset::UTF8, "<a/>", Charset::UTF8, utf8 + "\r\n<a/>"},
-        {Charset::UTF8, "<a/>", Charset::Current, utf8 + "\r\n<a/>"},
         {Charset::UTF8, "<a/>", Charset::Unknown, "<a/>"},
-        {Charset::UTF8, gb2312 + "<a/>", Charset::Unknown, gb2312 + "<a/>"},
         {Charset::UTF8, "<a>\xC3\xA9</a>", Charset::ISO8859_1,
          "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\r\n<a>\xE9</a>"},
         {Charset::Ansi, "<a>\x80</a>", Charset::Nordic,
          "<?xml version=\"1.0\" encoding=\"WINDOWS-1252\"?>\r\n<a>\x80</a>"}, // one charset of two numbers
         // What is true stays to the letter, in the current charset.
-        {Charset::UTF8, "<?xml version='1.0'?>\n" + han, Charset::UTF8, "<?xml version='1.0'?>\n" + han},
         {Charset::UTF8, "<?xml version='1.0'?><a/>", Charset::Current, "<?xml version='1.0'?><a/>"},
         {Charset::UTF8, "<?xml  encoding='Utf8' ?><a/>", Charset::UTF8, "<?xml  encoding='Utf8' ?><a/>"},
         {Charset::GB2312, gb2312 + hanGbk, Charset::GB2312, gb2312 + hanGbk},
@@ -214,10 +204,8 @@ TEST_F(MarkupFile, SavesWhatTheDeclarationSays) {
         {Charset::UTF8, "<a><?pi?></a>", Charset::UTF8, "<a><?pi?></a>"},
         // What is false does not.
         {Charset::UTF8, gb2312 + "\n" + han, Charset::UTF8, utf8 + "\n" + han},
-        {Charset::UTF8, "<!-- -->" + gb2312 + han, Charset::UTF8, "<!-- -->" + utf8 + han},
         {Charset::GB2312, utf8 + hanGbk, Charset::GB2312, gbk + hanGbk},
         {Charset::UTF8, "<?xml version=\"1.0\" encoding=\"UTF-16\"?><a/>", Charset::UTF8, utf8 + "<a/>"},
-        {Charset::UTF8, "<?xml version=\"1.0\" encoding=\"x-none\"?><a/>", Charset::UTF8, utf8 + "<a/>"},
         {Charset::UTF8, "<a b='\xC3\xA9'><?pi encoding=\"Big5\"?></a>", Charset::UTF8,
          utf8 + "\r\n<a b='\xC3\xA9'><?pi encoding=\"Big5\"?></a>"},
         // A stray "?>" ends nothing.
@@ -225,7 +213,6 @@ TEST_F(MarkupFile, SavesWhatTheDeclarationSays) {
         {Charset::UTF8, "<a>?><?pi?></a>", Charset::GB2312, gbk + "\r\n<a>?><?pi?></a>"},
         // In another charset the first instruction makes way, wherever it stands.
         {Charset::UTF8, gb2312 + "\n" + han, Charset::GB2312, gbk + "\n" + hanGbk},
-        {Charset::UTF8, "<?xml-stylesheet href='s'?><a/>", Charset::GB2312, gbk + "<a/>"},
         {Charset::UTF8, "<a><?pi?><?pi?></a>", Charset::GB2312, "<a>" + gbk + "<?pi?></a>"},
         // Wide units have a mark, whatever number they go by.
         {Charset::UTF8, "<a/>", Charset::UCS2BE, "\xFE\xFF" + Encoded(wide, Charset::UTF16BE)},
@@ -235,18 +222,10 @@ TEST_F(MarkupFile, SavesWhatTheDeclarationSays) {
         SCOPED_TRACE(doc + " " + std::to_string(encoding));
         KeldSystem::SetCurCharset(current);
         QzMarkup markup(doc.c_str());
-        ASSERT_TRUE(markup.FindElem());
         markup.SetEncoding(encoding);
         EXPECT_TRUE(markup.Save(m_path.c_str())) << markup.GetError();
         EXPECT_EQ(ReadBytes(m_path), bytes);
         EXPECT_EQ(markup.GetError(), (std::to_string(bytes.size()) + " bytes").c_str());
-        WalkAll(markup); // the records lie beside the text now: anything may come out, but it ends
-        for (markup.ResetPos(), markup.FindElem(); markup.FindChildElem();) {
-            markup.SetChildAttrib("a", "b");
-            markup.SetChildData("data");
-        }
-        markup.SetRealData("<c/>");
-        markup.RemoveElem();
     }
 }
 
@@ -257,27 +236,19 @@ TEST_F(MarkupFile, GivesBackWhatItRead) {
         "<a>",      "</a>",  "<b/>",     "<?pi?>",   "?>",    "<!-- -->",         "\xC3\xA9", "\xE9\x8E\x94",
         "\xE6\x67", "\xFF",  "\xB5\xD8", "\0"s,      "text ", "\x88\x61",         "\r\n",     "\x80\x5C",
         "\xD8\x3D", "a\xCC", "e",        "\xD9\x3E", "a",     "encoding=\"Big5\""};
-    const std::string starts[] = {"",
-                                  "\xEF\xBB\xBF",
-                                  "\xFF\xFE",
-                                  "\xFE\xFF",
-                                  "\xFF\xFE\0\0"s,
-                                  "\0\0\xFE\xFF"s,
-                                  "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>"};
+    const std::string_view starts[] = {"", Utf8Mark, "\xFF\xFE", "\xFE\xFF", "\xFF\xFE\0\0"sv, "\0\0\xFE\xFF"sv};
     const char* const names[] = {"GB2312",   "Big5",   "UTF-8",  "ISO-8859-1", "UTF-16LE",
                                  "US-ASCII", "x-none", "UTF-16", "ISO-2022-JP"};
     const Charset::Charset currents[] = {Charset::UTF8, Charset::ISO8859_1, Charset::Johab, Charset::Vietnamese};
-    const std::pair<Charset::Charset, std::string> written[] = {{Charset::UTF8, ""},
-                                                                {Charset::GB18030, ""},
-                                                                {Charset::UTF16LE, "\xFF\xFE"},
-                                                                {Charset::UCS4BE, "\0\0\xFE\xFF"s}};
+    const std::pair<Charset::Charset, std::string_view> written[] = {
+        {Charset::UTF8, ""}, {Charset::GB18030, ""}, {Charset::UTF16LE, "\xFF\xFE"}, {Charset::UCS4BE, starts[5]}};
     std::mt19937 random(12);
     const auto pick = [&](const auto& table) { return table[random() % std::size(table)]; };
     int unconverted = 0;
     int refused = 0;
     int recoded = 0;
     for (int step = 0; step < 800; ++step) {
-        std::string bytes = pick(starts);
+        std::string bytes(pick(starts));
         if (random() % 2 != 0)
             bytes += "<?xml version=\"1.0\" encoding=\""s + pick(names) + "\"?>";
         for (auto count = random() % 6; count != 0; --count)
@@ -311,7 +282,8 @@ TEST_F(MarkupFile, GivesBackWhatItRead) {
             continue;
         }
         if (recodes && encoding != current && !(encoding == Charset::UTF8 && bytes.find(Utf8Mark) == 0)) {
-            ASSERT_TRUE(ReadBytes(m_path) == mark + Encoded(after, encoding, current)) << testing::PrintToString(bytes);
+            ASSERT_TRUE(ReadBytes(m_path) == std::string(mark) + Encoded(after, encoding, current))
+                << testing::PrintToString(bytes);
             ++recoded;
         }
         QzMarkup loaded;
@@ -332,20 +304,21 @@ TEST_F(MarkupFile, GivesBackWhatItRead) {
     }
     EXPECT_GT(std::min({unconverted, refused, recoded}), 10);
 
-    // Whoever knows better says so: the file was UTF-8 all the time.
+    // Whoever knows better says so: the file was UTF-8 all the time, or the text is another one.
     KeldSystem::SetCurCharset(KELDCharset::UTF8);
-    WriteBytes(m_path, "<?xml version=\"1.0\" encoding=\"GB2312\"?><a>\xC3\xA9\xE9\x8E\x94.</a>");
-    QzMarkup markup;
-    EXPECT_TRUE(markup.Load(m_path.c_str()) && !markup.IsConverted());
-    markup = QzMarkup(markup);
-    EXPECT_FALSE(markup.IsConverted());
-    markup.SetEncoding(KELDCharset::UTF8);
-    EXPECT_TRUE(markup.IsConverted() && markup.Save(m_path.c_str()));
-    EXPECT_EQ(ReadBytes(m_path), "<?xml version=\"1.0\" encoding=\"UTF-8\"?><a>\xC3\xA9\xE9\x8E\x94.</a>");
-    WriteBytes(m_path, "<?xml version=\"1.0\" encoding=\"GB2312\"?><a>\xFF</a>");
-    EXPECT_TRUE(markup.Load(m_path.c_str()) && !markup.IsConverted());
-    EXPECT_TRUE(markup.SetDoc("<a>\xE9\x8E\x94</a>") && markup.IsConverted() && markup.Save(m_path.c_str()));
-    EXPECT_EQ(ReadBytes(m_path), "<?xml version=\"1.0\" encoding=\"GBK\"?>\r\n<a>\xE6\x67</a>");
+    const std::string doc = "<a>\xE9\x8E\x94.</a>";
+    for (const bool isSet : {false, true}) {
+        WriteBytes(m_path, "<?xml version=\"1.0\" encoding=\"GB2312\"?>" + doc);
+        QzMarkup markup;
+        EXPECT_TRUE(markup.Load(m_path.c_str()) && !markup.IsConverted());
+        if (isSet)
+            EXPECT_TRUE(markup.SetDoc(doc.c_str()));
+        else
+            markup.SetEncoding(KELDCharset::UTF8);
+        EXPECT_TRUE(markup.IsConverted() && markup.Save(m_path.c_str()));
+        EXPECT_EQ(ReadBytes(m_path), isSet ? "<?xml version=\"1.0\" encoding=\"GBK\"?>\r\n<a>\xE6\x67.</a>"
+                                           : "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + doc);
+    }
 }
 
 TEST_F(MarkupFile, TellsWhyItCannotSave) {
@@ -381,42 +354,38 @@ TEST_F(MarkupFile, TellsWhyItCannotSave) {
 
 TEST_F(MarkupFile, SavesInThePlaceOfWhatIsThere) {
     const std::string saved = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<a/>";
-    const auto save = [&](const std::string& path) { return QzMarkup("<a/>").Save(path.c_str()); };
     const std::string old(100, 'o');
+    const auto save = [&](const std::string& path) { return QzMarkup("<a/>").Save(path.c_str()); };
     const auto make = [&](const std::string& path, mode_t mode) {
         WriteBytes(path, old);
         chmod(path.c_str(), mode);
         return path;
     };
-    const auto statusOf = [](const std::string& path) {
+    const auto ownerOf = [](const std::string& path) {
         struct stat status = {};
         stat(path.c_str(), &status);
-        return std::tuple(status.st_mode, status.st_uid, status.st_gid, status.st_ino);
+        return std::tuple(status.st_mode, status.st_uid, status.st_gid);
     };
     // Links stay, and owner and permissions of the file.
     make(m_path, 0640);
     const bool isSuperuser = chown(m_path.c_str(), OrdinaryUser::Id, OrdinaryUser::Id) == 0;
-    const auto [mode, user, group, number] = statusOf(m_path);
+    const auto owner = ownerOf(m_path);
     std::filesystem::create_directory(m_directory / "links");
     std::filesystem::create_symlink("../file.xml", m_directory / "links/relative");
     std::filesystem::create_symlink(m_directory / "links/relative", m_directory / "links/link");
     std::filesystem::create_symlink("../made.xml", m_directory / "links/dangling");
-    const std::string longName = m_directory / (std::string(250, 'n') + ".xml");
-    EXPECT_TRUE(save(longName) && save(m_directory / "links/link") && save(m_directory / "links/dangling"));
-    for (const std::string& path : {longName, m_path, m_directory / "made.xml"})
-        EXPECT_EQ(ReadBytes(path), saved) << path;
-    for (const char* const link : {"links/link", "links/dangling"})
+    for (const auto& [link, file] : {std::pair("links/link", "file.xml"), std::pair("links/dangling", "made.xml")}) {
+        EXPECT_TRUE(save(m_directory / link) && ReadBytes(m_directory / file) == saved);
         EXPECT_TRUE(std::filesystem::is_symlink(m_directory / link));
-    const auto [newMode, newUser, newGroup, newNumber] = statusOf(m_path);
-    EXPECT_NE(newNumber, number);
-    EXPECT_EQ(std::tuple(newMode, newUser, newGroup), std::tuple(mode, user, group));
+    }
+    EXPECT_EQ(ownerOf(m_path), owner);
 
     // Where no file can be made in the directory, or it could not have the owner, the one that is there is written.
     std::filesystem::create_directory(m_directory / "closed");
     for (const std::string& path :
          {make(m_directory / "closed/file.xml", 0666), make(m_directory / "open.xml", 0666)}) {
         chmod(m_directory.Path().c_str(), 0777);
-        const auto before = statusOf(path);
+        const auto before = ownerOf(path);
         const OrdinaryUser ordinary;
         {
             const FullDisk full(20);
@@ -424,11 +393,11 @@ TEST_F(MarkupFile, SavesInThePlaceOfWhatIsThere) {
         }
         EXPECT_EQ(ReadBytes(path), old);
         EXPECT_TRUE(save(path) && ReadBytes(path) == saved);
-        EXPECT_TRUE(!isSuperuser || statusOf(path) == before);
+        EXPECT_TRUE(!isSuperuser || ownerOf(path) == before);
     }
-    EXPECT_EQ(FilesIn(m_directory / "closed").size() + FilesIn(m_directory.Path()).size(), 1U + 6U) << "left behind";
+    EXPECT_EQ(FilesIn(m_directory / "closed").size() + FilesIn(m_directory.Path()).size(), 1U + 5U) << "left behind";
 
-    // A pipe is written to, a file without a name, too; a reader that goes is an error.
+    // A pipe is written to; a reader that goes is an error.
     const std::string pipe = m_directory / "pipe";
     mkfifo(pipe.c_str(), 0600);
     const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
@@ -443,11 +412,6 @@ TEST_F(MarkupFile, SavesInThePlaceOfWhatIsThere) {
     });
     EXPECT_FALSE(QzMarkup(("<a>" + std::string(1 << 20, 'x') + "</a>").c_str()).Save(pipe.c_str()));
     leaving.join();
-    const int unnamed = open(m_path.c_str(), O_RDWR);
-    std::filesystem::remove(m_path);
-    EXPECT_TRUE(save("/proc/self/fd/" + std::to_string(unnamed)));
-    EXPECT_EQ(ReadBytes("/proc/self/fd/" + std::to_string(unnamed)), saved);
-    close(unnamed);
 }
 
 // Whichever system call fails, the file is the old one or the new one, and Save says which.
@@ -487,11 +451,9 @@ TEST_F(MarkupFile, LosesNothingWhenTheSystemFails) {
 TEST_F(MarkupFile, IndentsForPeople) {
     const std::string head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n";
     const std::pair<std::string, std::string> cases[] = {
-        {"<a/>", "<a/>\r\n"},
         {"<a><b/><c x='1'>t</c><d> </d></a>", "<a>\r\n\t<b/>\r\n\t<c x='1'>t</c>\r\n\t<d> </d>\r\n</a>\r\n"},
         {"<a><b><c><d/>\n</c></b>  <b/></a>",
          "<a>\r\n\t<b>\r\n\t\t<c>\r\n\t\t\t<d/>\r\n\t\t</c>\r\n\t</b>\r\n\t<b/>\r\n</a>\r\n"},
-        {"<a>1<b><c/></b>\n</a>", "<a>1<b><c/></b>\n</a>\r\n"},
         {"<a><![CDATA[]]><b><c/></b></a>", "<a><![CDATA[]]><b><c/></b></a>\r\n"},
         {"<a><b xml:space='preserve'><c/> </b> </a>", "<a>\r\n\t<b xml:space='preserve'><c/> </b>\r\n</a>\r\n"},
         {"<!DOCTYPE a [ <!ENTITY e '>'> ]><!-- x\n y --><a><!--1--><b/><?pi?></a> <!-- end -->\n\n",
@@ -510,11 +472,6 @@ TEST_F(MarkupFile, IndentsForPeople) {
     QzMarkup malformed("<a><b></a>");
     EXPECT_FALSE(malformed.SaveIndented(m_path.c_str()));
     EXPECT_EQ(malformed.GetError(), "End tag does not correspond to b");
-    malformed.SetEncoding(KELDCharset::UTF16BE);
-    EXPECT_TRUE(malformed.SetDoc("<a><b/></a>") && malformed.SaveIndented(m_path.c_str()));
-    EXPECT_EQ(ReadBytes(m_path).size(), 2 * (1 + std::string("<?xml version=\"1.0\" encoding=\"UTF-16\"?>\r\n"
-                                                             "<a>\r\n\t<b/>\r\n</a>\r\n")
-                                                     .size()));
 }
 
 TEST_F(MarkupFile, IndentingKeepsWhatADocumentHolds) {

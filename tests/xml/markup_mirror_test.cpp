@@ -260,6 +260,7 @@ std::string Difference(const QzMarkup& markup, bool ofChild, Node image) {
     return ofChild || hasChild == (markup.HasChild() != 0) ? "" : "whether there is a child";
 }
 
+// By whether it is the child, and whether it is inserted.
 constexpr unsigned char (QzMarkup::*Adds[2][2])(const char*, const char*) = {
     {&QzMarkup::AddElem, &QzMarkup::InsertElem}, {&QzMarkup::AddChildElem, &QzMarkup::InsertChildElem}};
 constexpr unsigned char (QzMarkup::*AddSubDocs[2][2])(const char*) = {
@@ -268,16 +269,8 @@ constexpr unsigned char (QzMarkup::*AddSubDocs[2][2])(const char*) = {
 TEST(MarkupMirror, EditsAsATreeDoes) {
     static const char* const Names[] = {"a", "b", "item", "x:y", "n-1.", "\xC3\xA9", "of-seventeen-byte"};
     static const char* const Texts[] = {
-        "",
-        "t",
-        "two\r\nlines",
-        "<&>'\"",
-        "&amp;&#65;",
-        "]]",
-        "x]]>y",
-        " \t",
-        "of fifteen byte",
-        "a longer text with <&>'\", which moves what stands behind it by more than a few bytes"};
+        "",   "t",     "two\r\nlines", "<&>'\"",          "&amp;&#65;",
+        "]]", "x]]>y", " \t",          "of fifteen byte", "of more, and with <&>'\" in it: fifty bytes and some"};
     static const char* const Fragments[] = {"<a/>",
                                             "<b x='1'>t</b>",
                                             "<!--c--><a/>t<b><a/>\r\n  <b/></b>\n",
@@ -414,6 +407,7 @@ TEST(MarkupMirror, EditsAsATreeDoes) {
         ASSERT_EQ(Written(read), Written(mirror.Doc())) << "step " << step;
         ASSERT_EQ(Content(markup.TopElement()), ContentOf(mirror.Doc().document_element())) << "step " << step;
         ASSERT_TRUE(markup.RecordsMatchText()) << "step " << step;
+        ASSERT_TRUE(markup.PositionMatchesText(false) && markup.PositionMatchesText(true)) << "step " << step;
         elements = static_cast<int>(markup.Rows().size());
     }
 }
@@ -428,6 +422,7 @@ TEST(MarkupMirror, ReadsAttributesOfEveryLength) {
         return table[random() % (std::size(table) - leave)];
     };
     for (int step = 0; step < 20000; ++step) {
+        const std::string skipped = random() % 8 != 0 ? "" : "<!--" + std::string(random() % 9000, '<') + "-->";
         std::string doc = "<" + std::string(1 + random() % 20, 'e');
         for (auto count = random() % 8; count != 0; --count) {
             const std::string quote = random() % 2 != 0 ? "\"" : "'";
@@ -439,7 +434,7 @@ TEST(MarkupMirror, ReadsAttributesOfEveryLength) {
             doc.append(quote).append(value).append(quote);
         }
         doc += random() % 2 != 0 ? "/>" : "\n>t<b c='d'/>&lt;</" + doc.substr(1, doc.find_first_of(" \n") - 1) + ">";
-        doc.append(random() % 3 * 32, ' ');
+        doc.append(random() % 3 * 32, ' ').insert(0, skipped);
         pugi::xml_document image;
         ASSERT_TRUE(image.load_string(doc.c_str(), ParseAll)) << doc;
         QzMarkup markup(doc.c_str());

@@ -37,7 +37,7 @@ QzMarkup::QzMarkup(const QzMarkup& other)
       m_iPos(other.m_iPos), m_iPosChild(other.m_iPosChild), m_nNodeType(other.m_nNodeType),
       m_iPosFree(other.m_iPosFree), m_iPosReleased(other.m_iPosReleased), m_mapSavedPos(other.m_mapSavedPos),
       m_fromEnd(other.m_fromEnd), m_releasedAt(other.m_releasedAt), m_nReleases(other.m_nReleases) {
-    while (m_nPosCapacity < m_iPosFree && AllocPosArray(other.m_nPosCapacity)) {
+    while (m_nPosCapacity < std::min(m_iPosFree, other.m_nPosCapacity) && AllocPosArray(other.m_nPosCapacity)) {
     }
     if (m_nPosCapacity < m_iPosFree ||
         m_text->GetLength() != other.m_text->GetLength()) { // no memory: the text alone, as if it were not well formed

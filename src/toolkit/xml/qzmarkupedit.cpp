@@ -319,7 +319,10 @@ unsigned char QzMarkup::SetAttrib(int iPos, const char* szAttrib, const char* sz
     int nReplace = 0;
     Attribute attribute;
     const int nBody = TagBodyEnd(iPos);
-    const bool found = !IsNameAlone(iPos, nBody) && FindOrNote(iPos, name, attribute, nLeft);
+    const bool isAlone = IsNameAlone(iPos, nBody);
+    if (isAlone && m_attributeNames != nullptr && m_attributeNames->iPos == iPos)
+        m_attributeNames.reset(); // what is noted was of this tag once, or of another in the same record
+    const bool found = !isAlone && FindOrNote(iPos, name, attribute, nLeft);
     if (found) {
         const int quote = attribute.m_found.isQuoted ? 1 : 0;
         nLeft -= quote;
@@ -356,7 +359,6 @@ unsigned char QzMarkup::RemoveAttrib(const char* szAttrib) {
         constexpr std::string_view Blanks = " \t\r\n";
         if (tag.substr(to, 1).find_first_of(" \t\r\n/>") == 0)
             from = tag.find_last_not_of(Blanks, from - 1) + 1;
-        m_attributeNames.reset();
         return SpliceStartTag(m_iPos, StartL(m_iPos) + static_cast<int>(from), static_cast<int>(to - from), {}) ? 1 : 0;
     }
     return 0;

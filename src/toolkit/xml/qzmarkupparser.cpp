@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "stream/qzsprintf.h"
 #include "toolkit/qzmarkup.h"
 #include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
+#include "toolkit/xml/qzmarkupstops.h"
 
 namespace Qzc {
 
@@ -74,140 +76,219 @@ int QzMarkup::ParseElem(int iPosParent) {
 // One pass over the text with the open elements kept in the records themselves (each knows its parent), so
 // depth costs neither stack nor a list of its own. The element's own records are linked; the caller links the
 // element.
+//
+// What the loop needs for each tag stands in local variables that nothing else refers to, so that they stay in
+// registers.
 int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPosParent) {
     const char* const szDoc = text.Cstr();
-    StopFinder stop(szDoc + nNext, szDoc + text.GetLength());
-    const auto offset = [=](const char* p) { return static_cast<int>(p - szDoc) + nBase; };
-    const auto nameOf = [=](int iPos) { return SkipBlanks(szDoc + (Pos(iPos).nStartL - nBase) + 1); };
+    const char* const textEnd = szDoc + text.GetLength();
+    StopFinder finder(szDoc, text.GetLength(), nNext);
+    const StopFinder::Offset* next = nullptr; // the next stop and the end of those that are listed
+    const StopFinder::Offset* nextEnd = nullptr;
+    const auto nextStop = [&]() {
+        if (__builtin_expect(next == nextEnd, 0) != 0) {
+            const StopFinder::List list = finder.ListNext();
+            next = list.first;
+            nextEnd = list.end;
+        }
+        return *next++;
+    };
+    const auto skipTo = [&](const char* p) {
+        const auto offset = static_cast<StopFinder::Offset>(p - szDoc);
+        while (next != nextEnd && *next < offset)
+            ++next;
+        finder.SkipTo(offset);
+    };
+    const auto nameOf = [=](int nStartL) { return SkipBlanks(szDoc + (nStartL - nBase) + 1); };
+
+    // Records never used before, in one segment and one after another.
+    ElementPos* free = nullptr;
+    int iFree = 0;
+    int iFreeEnd = 0;
+
     int iTop = 0;
     int iOpen = iPosParent;         // the innermost element whose end tag is still to come
-    const char* openName = nullptr; // its name, where that has been looked up
-    const auto fail = [&](const char* szError, bool withName, int nErrorAt) {
-        m_nErrorAt = nErrorAt;
-        KeldMBString name;
-        if (withName) {
-            const char* const start = nameOf(iOpen);
-            name = KeldMBString(std::string_view(start, static_cast<std::size_t>(SkipName(start) - start)));
+    ElementPos* open = nullptr;     // its record and
+    const char* openName = nullptr; // its name, where they have been looked up
+    int iLast = 0;                  // its last child
+    int* link = &iTop;              // what leads to the next one
+    const auto lookUpOpen = [&] {
+        if (openName == nullptr) {
+            open = &Pos(iOpen);
+            openName = nameOf(open->nStartL);
         }
-        if (iTop != 0)
-            ReleasePos(iTop);
-        return ParseError(szError, withName ? name.Cstr() : nullptr);
     };
-
     // The innermost element; true when that was the first.
-    const auto close = [&](const char* first, const char* last) {
-        ElementPos& closed = Pos(iOpen);
-        closed.nEndL = offset(first);
-        closed.nEndR = offset(last);
-        const bool isTop = iOpen == iTop;
-        iOpen = closed.iElemParent;
+    const auto close = [&](int tag, int tagEnd) {
+        open->nEndL = tag + nBase;
+        open->nEndR = tagEnd + nBase;
+        open->iElemLast = iLast;
+        iLast = iOpen;
+        link = &open->iElemNext;
+        iOpen = open->iElemParent;
         openName = nullptr;
-        return isTop;
+        return iLast == iTop;
     };
 
-    const char* p = szDoc + nNext;
+    struct {
+        const char* szText = nullptr;
+        bool isNamed = false; // after the innermost element
+    } error;
+    StopFinder::Offset tag = 0;
+    StopFinder::Offset at = 0;
     for (;;) {
-        p = stop.NextTag(p);
-        if (*p == '\0')
-            return iTop == 0 ? fail("Element tag not found", false, offset(p))
-                             : fail("End tag of %s element not found", true, Pos(iOpen).nStartL);
+        do
+            tag = nextStop();
+        while (szDoc[tag] != '<' && szDoc[tag] != '\0');
+        if (szDoc[tag] == '\0') {
+            error = {"Element tag not found", false};
+            if (iTop != 0) {
+                error = {"End tag of %s element not found", true};
+                tag = Pos(iOpen).nStartL - nBase;
+            }
+            break;
+        }
 
         // ---- What stands at this '<'?
-        const char* const tag = p;
-        const char* name = p + 1;
-        if (*name == '/' && iTop != 0) { // as nearly all end tags are
-            if (openName == nullptr)
-                openName = nameOf(iOpen);
-            const std::size_t length = SameNameLength(name + 1, openName, szDoc + text.GetLength());
-            if (length != 0) {
-                p = name + 1 + length + 1;
-                if (close(tag, p - 1))
-                    break;
-                continue;
-            }
-        }
+        const char* name = szDoc + tag + 1;
         if (Is(*name, Delimiter | Quote)) {
+            if (*name == '/' && iTop != 0) { // as nearly all end tags are
+                lookUpOpen();
+                at = nextStop();
+                if (szDoc[at] == '>' && IsShortName(name + 1, szDoc + at, openName, textEnd)) {
+                    if (close(tag, at))
+                        break;
+                    continue;
+                }
+            }
             if (*name == '!' || *name == '?') {
-                TokenPos node(szDoc, static_cast<int>(p - szDoc));
-                if (ParseNode(node) == NodeInvalid)
-                    return fail("Invalid node", false, offset(tag));
-                p = szDoc + node.nNext;
+                TokenPos node(szDoc, tag);
+                if (ParseNode(node) == NodeInvalid) {
+                    error = {"Invalid node", false};
+                    break;
+                }
+                skipTo(szDoc + node.nNext);
                 continue;
             }
             name = SkipBlanks(name);
-            if (Is(*name, Quote))
-                return fail("Tag starts with quote", false, offset(tag));
-            if (*name == '\0')
-                return iTop == 0 ? fail("Abrupt end within tag", false, offset(tag))
-                                 : fail("End tag not completed for element %s", true, offset(tag));
+            if (Is(*name, Quote)) {
+                error = {"Tag starts with quote", false};
+                break;
+            }
+            if (*name == '\0') {
+                error = {"Abrupt end within tag", false};
+                if (iTop != 0)
+                    error = {"End tag not completed for element %s", true};
+                break;
+            }
             if (Is(*name, Delimiter)) {
-                if (iTop == 0)
-                    return fail("Invalid node", false, offset(tag));
-                if (*name != '/')
-                    return fail("Expecting end tag of element %s", true, offset(tag));
+                if (iTop == 0) {
+                    error = {"Invalid node", false};
+                    break;
+                }
+                if (*name != '/') {
+                    error = {"Expecting end tag of element %s", true};
+                    break;
+                }
 
                 // ---- An end tag
                 name = SkipBlanks(name + 1);
-                if (*name == '\0')
-                    return fail("End tag not completed for element %s", true, offset(tag));
-                const char* const opened = nameOf(iOpen);
+                if (*name == '\0') {
+                    error = {"End tag not completed for element %s", true};
+                    break;
+                }
+                lookUpOpen();
                 std::size_t length = 0;
                 do {
-                    while (name[length] == opened[length] && !Is(name[length], Delimiter))
+                    while (name[length] == openName[length] && !Is(name[length], Delimiter))
                         ++length;
-                } while (name[length] == '\\' && opened[length] == '\\' && IsSecondByte(name, name + length) &&
+                } while (name[length] == '\\' && openName[length] == '\\' && IsSecondByte(name, name + length) &&
                          ++length != 0);
-                if (!EndsName(name, name + length) || !EndsName(opened, opened + length))
-                    return fail("End tag does not correspond to %s", true, offset(tag));
-                p = SkipBlanks(name + length);
-                if (*p != '>')
-                    return fail("End tag not completed for element %s", true, offset(tag));
-                ++p;
-                if (close(tag, p - 1))
+                if (!EndsName(name, name + length) || !EndsName(openName, openName + length)) {
+                    error = {"End tag does not correspond to %s", true};
+                    break;
+                }
+                name = SkipBlanks(name + length);
+                if (*name != '>') {
+                    error = {"End tag not completed for element %s", true};
+                    break;
+                }
+                at = static_cast<int>(name - szDoc);
+                skipTo(name + 1);
+                if (close(tag, at))
                     break;
                 continue;
             }
         }
 
         // ---- A start tag
-        const char* unquoted = nullptr; // behind the last closing quote
-        for (p = stop.FirstInTag(name + 1); *p != '>'; p = stop.NextInTag()) {
-            const char quote = *p;
+        int unquoted = -1; // behind the last closing quote
+        for (at = nextStop(); szDoc[at] != '>'; at = nextStop()) {
+            const char quote = szDoc[at];
             // A quote inside a token is just a byte of it.
-            const bool opens = quote != '\0' && (p[-1] == '=' || p == unquoted || EndsName(name, p - 1));
-            if (opens) {
+            const bool opens = szDoc[at - 1] == '=' || at == unquoted || EndsName(name, szDoc + at - 1);
+            if (opens && Is(quote, Quote)) {
                 do
-                    p = stop.NextInTag();
-                while (*p != quote && *p != '\0');
-                unquoted = p + 1;
+                    at = nextStop();
+                while (szDoc[at] != quote && szDoc[at] != '\0');
+                unquoted = at + 1;
             }
-            if (*p == '\0')
-                return fail("End of tag not found", false, offset(tag));
+            if (szDoc[at] == '\0')
+                break;
         }
-        const int iPos = m_iPosReleased == 0 && m_iPosFree < m_nPosCapacity ? m_iPosFree++ : GetFreePos();
-        if (iPos == 0)
-            return fail("Out of memory", false, offset(tag));
-        const bool empty = p[-1] == '/';
-        const int nStartL = offset(tag);
-        const int nStartR = offset(p);
-        Pos(iPos) = ElementPos{nStartL, nStartR, nStartL, nStartR, 0, iOpen, 0, 0};
-        ++p;
-        if (iTop == 0) {
-            iTop = iPos;
-        } else {
-            ElementPos& open = Pos(iOpen);
-            (open.iElemLast != 0 ? Pos(open.iElemLast).iElemNext : open.iElemChild) = iPos;
-            open.iElemLast = iPos;
-        }
-        if (!empty) {
-            iOpen = iPos;
-            openName = name;
-        } else if (iTop == iPos) {
+        if (szDoc[at] == '\0') {
+            error = {"End of tag not found", false};
             break;
         }
+        if (iFree == iFreeEnd) {
+            iFree = GetFreePos();
+            if (iFree == 0) {
+                error = {"Out of memory", false};
+                break;
+            }
+            free = &Pos(iFree);
+            iFreeEnd = iFree + 1;
+            if (m_iPosReleased == 0 && iFreeEnd == m_iPosFree) // no other has been used of those behind it
+                m_iPosFree = iFreeEnd = std::min(m_nPosCapacity, (iFree | (SegmentSize - 1)) + 1);
+            open = &Pos(iOpen); // all may have moved
+            if (iTop != 0)
+                link = iLast != 0 ? &Pos(iLast).iElemNext : &open->iElemChild;
+        }
+        const int iPos = iFree++;
+        ElementPos* const record = free++;
+        const int nStartL = tag + nBase;
+        const int nStartR = at + nBase;
+        *record = ElementPos{nStartL, nStartR, nStartL, nStartR, 0, iOpen, 0, 0};
+        *link = iPos;
+        if (szDoc[at - 1] != '/') {
+            link = &record->iElemChild;
+            iOpen = iPos;
+            open = record;
+            openName = name;
+            iLast = 0;
+        } else if (iTop == iPos) {
+            break;
+        } else {
+            link = &record->iElemNext;
+            iLast = iPos;
+        }
     }
-    nNext = static_cast<int>(p - szDoc);
-    return iTop;
+    if (m_iPosFree == iFreeEnd)
+        m_iPosFree = iFree;
+    if (error.szText == nullptr) {
+        nNext = at + 1;
+        return iTop;
+    }
+
+    m_nErrorAt = tag + nBase;
+    KeldMBString elementName;
+    if (error.isNamed) {
+        const char* const start = nameOf(Pos(iOpen).nStartL);
+        elementName = KeldMBString(std::string_view(start, static_cast<std::size_t>(SkipName(start) - start)));
+    }
+    if (iTop != 0) // the open ones do not know their last child yet, and need not: nothing is linked behind it
+        ReleasePos(iTop);
+    return ParseError(error.szText, error.isNamed ? elementName.Cstr() : nullptr);
 }
 
 bool QzMarkup::ParseFragment(const KeldMBString& text, int nBase, int iPosParent, Fragment& fragment) {

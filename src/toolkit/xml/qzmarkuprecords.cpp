@@ -114,27 +114,31 @@ void QzMarkup::SetPrevious(int iPos, int iPrevious) {
 // ---- Keeping them
 
 bool QzMarkup::AllocPosArray(int nNewSize) {
-    if (nNewSize <= m_nPosCapacity)
-        return true;
-    const int used = m_nPosCapacity & (SegmentSize - 1);
-    const int first = m_nPosCapacity - used;
-    const int size = std::min(nNewSize - first, SegmentSize);
-    const auto bytes = [](int records) { return static_cast<std::size_t>(records) * sizeof(ElementPos); };
-    if (used == 0) {
-        Segment segment(static_cast<ElementPos*>(std::calloc(static_cast<std::size_t>(size), sizeof(ElementPos))));
-        if (segment == nullptr)
-            return false;
-        m_segments.push_back(std::move(segment));
-    } else {
-        Segment& last = m_segments.back();
-        auto* const grown = static_cast<ElementPos*>(std::realloc(last.get(), bytes(size))); // moves pages, not records
-        if (grown == nullptr)
-            return false;
-        static_cast<void>(last.release());
-        last.reset(grown);
-        std::memset(static_cast<void*>(grown + used), 0, bytes(size - used));
+    // The last segment first, when it is not full.
+    const int first = m_nPosCapacity & ~(SegmentSize - 1);
+    if (first < m_nPosCapacity && nNewSize > m_nPosCapacity && !AllocSegment(first, nNewSize))
+        return false;
+    return nNewSize <= m_nPosCapacity || AllocSegment(m_nPosCapacity, nNewSize);
+}
+
+// The segment from record `nFirst` on, as far as it is wanted: a new one, or the last one grown.
+bool QzMarkup::AllocSegment(int nFirst, int nNewSize) {
+    const int size = std::min(nNewSize - nFirst, SegmentSize);
+    const bool isNew = nFirst == m_nPosCapacity;
+    if (isNew)
+        m_segments.emplace_back();
+    Segment& last = m_segments.back();
+    void* const grown = std::realloc(last.get(), static_cast<std::size_t>(size) * sizeof(ElementPos));
+    if (grown == nullptr) {
+        if (isNew)
+            m_segments.pop_back();
+        return false;
     }
-    m_nPosCapacity = first + size;
+    static_cast<void>(last.release());
+    last.reset(static_cast<ElementPos*>(grown));
+    m_nPosCapacity = nFirst + size;
+    if (nFirst == 0 && isNew)
+        Pos(0) = ElementPos{};
     return true;
 }
 
@@ -146,6 +150,7 @@ int QzMarkup::GetFreePos() {
     }
     if (m_iPosFree >= m_nPosCapacity && !AllocPosArray(std::max(m_nPosCapacity + m_nPosCapacity / 2, 8)))
         return 0;
+    Pos(m_iPosFree) = ElementPos{}; // only now: clearing all the memory at once would cost a pass over it
     return m_iPosFree++;
 }
 

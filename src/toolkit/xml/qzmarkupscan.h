@@ -20,15 +20,16 @@ enum ByteClass : unsigned char {
     Delimiter = 2, ///< ends a token: white space, one of <>=\/?! and the terminator
     Quote = 4,
     NameStart = 8, ///< can start a name that is written
-    NamePart = 16  ///< can only follow in one
+    NamePart = 16, ///< can only follow in one
+    NameEnd = 32   ///< a delimiter that cannot be the second byte of a character
 };
 
 constexpr std::array<unsigned char, 256> MakeClasses() {
     std::array<unsigned char, 256> classes{};
     for (const char c : {' ', '\t', '\n', '\r'})
-        classes[static_cast<unsigned char>(c)] = Blank | Delimiter;
+        classes[static_cast<unsigned char>(c)] = Blank | Delimiter | NameEnd;
     for (const char c : {'<', '>', '=', '\\', '/', '?', '!', '\0'})
-        classes[static_cast<unsigned char>(c)] |= Delimiter;
+        classes[static_cast<unsigned char>(c)] |= c != '\\' ? Delimiter | NameEnd : Delimiter;
     for (const char c : {'"', '\''})
         classes[static_cast<unsigned char>(c)] |= Quote;
     for (int c = 0; c < 256; ++c) {
@@ -77,100 +78,6 @@ inline bool EndsName(const char* start, const char* p) {
     return Is(*p, Delimiter) && (*p != '\\' || !IsSecondByte(start, p));
 }
 
-/// Finds what the parser cannot run over without a look, 64 bytes at a time: one look gives a bit for each byte
-/// of a block, and the runs between, which are most of a document, cost nothing more.
-class StopFinder {
-public:
-    /// In the zero-terminated text that ends at `end`, from `start` on.
-    StopFinder(const char* start, const char* end) : m_block(start - BlockSize), m_end(end) {}
-
-    // The terminator is a stop of both kinds. `p` never goes back.
-
-    /// The first '<' at or behind `p`.
-    const char* NextTag(const char* p) {
-        std::uint64_t tags = From(p, &Stops::tags);
-        while (tags == 0)
-            tags = NextBlock().tags;
-        return m_block + __builtin_ctzll(tags);
-    }
-    /// The first '>' or quote at or behind `p`, and the one behind that.
-    const char* FirstInTag(const char* p) {
-        m_inTag = From(p, &Stops::inTags);
-        return NextInTag();
-    }
-    [[gnu::always_inline]] const char* NextInTag() {
-        while (m_inTag == 0)
-            m_inTag = NextBlock().inTags;
-        const char* const p = m_block + __builtin_ctzll(m_inTag);
-        m_inTag &= m_inTag - 1;
-        return p;
-    }
-
-private:
-    static constexpr std::ptrdiff_t BlockSize = 64;
-
-    struct Stops {
-        std::uint64_t tags = 0;
-        std::uint64_t inTags = 0;
-    };
-
-    std::uint64_t From(const char* p, std::uint64_t Stops::*kind) {
-        const std::ptrdiff_t passed = p - m_block;
-        if (passed < BlockSize)
-            return m_stops.*kind >> passed << passed;
-        return StartBlock(p).*kind;
-    }
-
-    [[gnu::noinline]] const Stops& StartBlock(const char* p) {
-        m_block = p;
-        m_stops = FindStops(p);
-        return m_stops;
-    }
-
-    [[gnu::noinline]] const Stops& NextBlock() {
-        m_block += BlockSize;
-        m_stops = FindStops(m_block);
-        return m_stops;
-    }
-
-    Stops FindStops(const char* p) const {
-        if (m_end - p >= BlockSize)
-            return FindBlockStops(p);
-        char tail[BlockSize] = {}; // what is behind the text must not be read; the zeros stand for the terminator
-        std::memcpy(tail, p, static_cast<std::size_t>(m_end - p));
-        return FindBlockStops(tail);
-    }
-
-    static Stops FindBlockStops(const char* block) {
-        Stops stops;
-#if defined(__SSE2__)
-        for (int i = 0; i < BlockSize; i += 16) {
-            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + i));
-            const auto equals = [&](char c) { return _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)); };
-            const auto bits = [i](__m128i found) {
-                return static_cast<std::uint64_t>(static_cast<unsigned>(_mm_movemask_epi8(found))) << i;
-            };
-            const __m128i ends = equals('\0');
-            stops.tags |= bits(_mm_or_si128(equals('<'), ends));
-            stops.inTags |=
-                bits(_mm_or_si128(_mm_or_si128(equals('>'), ends), _mm_or_si128(equals('"'), equals('\''))));
-        }
-#else
-        for (int i = 0; i < BlockSize; ++i) {
-            const char c = block[i];
-            stops.tags |= static_cast<std::uint64_t>(c == '<' || c == '\0') << i;
-            stops.inTags |= static_cast<std::uint64_t>(c == '>' || c == '\0' || Is(c, Quote)) << i;
-        }
-#endif
-        return stops;
-    }
-
-    const char* m_block; // m_stops tells of the BlockSize bytes from here
-    const char* m_end;
-    Stops m_stops;
-    std::uint64_t m_inTag = 0; // those in the block that NextInTag has still to give
-};
-
 #if defined(__SSE2__)
 /// A bit for each of 16 bytes that may end a name. Those up to '!' are all taken for delimiters, which few are.
 inline unsigned NameStops(__m128i bytes) {
@@ -186,21 +93,21 @@ inline __m128i Load16(const char* p) {
 }
 #endif
 
-/// The length of the name that stands at both, when it can be told at a glance: it is short, and '>' follows it at
-/// `name`. Otherwise 0. The text is zero-terminated and ends at `end`.
-inline std::size_t SameNameLength([[maybe_unused]] const char* name, [[maybe_unused]] const char* opened,
-                                  [[maybe_unused]] const char* end) {
+/// Whether the name that ends before `end`, where no name goes on, is the one that stands at `opened`, as can be told
+/// at a glance where it is short. The text may be read up to `readable`.
+[[gnu::always_inline]] inline bool IsShortName([[maybe_unused]] const char* name, [[maybe_unused]] const char* end,
+                                               [[maybe_unused]] const char* opened,
+                                               [[maybe_unused]] const char* readable) {
 #if defined(__SSE2__)
-    if (end - name < 16)
-        return 0;
+    const auto length = static_cast<std::size_t>(end - name);
+    if (length - 1 >= 15 || readable - name < 16)
+        return false;
     const __m128i bytes = Load16(name);
-    const unsigned differ = ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, Load16(opened))));
-    const auto length = static_cast<unsigned>(__builtin_ctz(NameStops(bytes) | 1U << 16));
-    const bool same = (differ & ((1U << length) - 1)) == 0;
-    const bool ended = length < 16 && name[length] == '>' && Is(opened[length], Delimiter) && opened[length] != '\\';
-    return same && ended ? length : 0;
+    const auto same = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, Load16(opened))));
+    const unsigned fits = same & ~NameStops(bytes);
+    return (~fits & ((1U << length) - 1)) == 0 && Is(opened[length], NameEnd);
 #else
-    return 0;
+    return false;
 #endif
 }
 
