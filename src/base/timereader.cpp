@@ -125,18 +125,13 @@ bool TimeReader::ReadConversion(char conversion, bool isOpen) {
     case 'p': return ReadName(Halves, 2, m_isAfternoon);
     case 'M': return ReadNumber(m_minute, 0, 59, 2);
     case 'S': return ReadNumber(m_second, 0, 60, 2);
-    case 'D':
-    case 'x':
-    case 'F':
-    case 'T':
-    case 'X':
-    case 'R':
-    case 'r':
-    case 'c': return ReadFormat(Platform::ComposedTimeFormat(conversion));
     case 'n':
     case 't': SkipBlanks(); return true;
     case '%': return TakeStart("%");
-    default: return false;
+    default: {
+        const std::string_view composed = Platform::ComposedTimeFormat(conversion);
+        return !composed.empty() && ReadFormat(composed);
+    }
     }
 }
 

@@ -214,16 +214,11 @@ void LogDateTimeReader::CompileConversion(char conversion, bool padded, int widt
     case 'n': AddLiteral("\n"); break;
     case 't': AddLiteral("\t"); break;
     case '%': AddLiteral("%"); break;
-    // As in the "C" locale; CanRead has to see whether that is the one.
-    case 'D':
-    case 'x':
-    case 'F':
-    case 'T':
-    case 'X':
-    case 'R':
-    case 'r':
-    case 'c': Compile(Platform::ComposedTimeFormat(conversion)); break;
-    default: m_readable = false;
+    default:
+        // As in the "C" locale; CanRead has to see whether that is the one.
+        const std::string_view composed = Platform::ComposedTimeFormat(conversion);
+        m_readable = m_readable && !composed.empty();
+        Compile(composed);
     }
 }
 
