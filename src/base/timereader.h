@@ -23,7 +23,7 @@ private:
     bool ReadNumber(int& value, int least, int most, int digits);
     bool ReadYear(int& year, bool isOpen);
     template <std::size_t Count>
-    bool ReadName(const std::string_view (&names)[Count], int& index);
+    bool ReadName(const std::string_view (&names)[Count], int count, int& index);
     bool FindDay(std::tm& time) const;
     void SkipBlanks();
     bool TakeStart(std::string_view start); // in any case

@@ -8,26 +8,6 @@ namespace Platform {
 
 namespace {
 
-std::int64_t Floor(std::int64_t a, int b) {
-    return a / b - (a % b < 0 ? 1 : 0);
-}
-
-// The year that has the Thursday of the week, and the week's number in it.
-struct IsoWeek {
-    explicit IsoWeek(const std::tm& time) : year(time.tm_year + std::int64_t{1900}) {
-        const auto daysOf = [](std::int64_t ofYear) { return IsLeapYear(ofYear) ? 366 : 365; };
-        int thursday = time.tm_yday + 3 - (time.tm_wday + 6) % 7;
-        if (thursday < 0)
-            thursday += daysOf(--year);
-        else if (thursday >= daysOf(year))
-            thursday -= daysOf(year++);
-        week = thursday / 7 + 1;
-    }
-
-    std::int64_t year;
-    int week;
-};
-
 // Writes as long as there is room.
 class TimeWriter {
 public:
@@ -84,30 +64,30 @@ private:
 
     bool WriteConversion(char conversion) {
         const std::int64_t year = m_time.tm_year + std::int64_t{1900};
-        const auto inCentury = [](std::int64_t of) { return of - Floor(of, 100) * 100; };
+        const auto isoWeek = [&] { return IsoWeek(year, m_time.tm_yday, m_time.tm_wday); };
         switch (conversion) {
         case 'Y': Number(year); break;
-        case 'C': Number(Floor(year, 100)); break;
-        case 'y': Number(inCentury(year), 2); break;
-        case 'G': Number(IsoWeek(m_time).year); break;
-        case 'g': Number(inCentury(IsoWeek(m_time).year), 2); break;
-        case 'V': Number(IsoWeek(m_time).week, 2); break;
-        case 'U': Number((m_time.tm_yday + 7 - m_time.tm_wday) / 7, 2); break;
-        case 'W': Number((m_time.tm_yday + 7 - (m_time.tm_wday + 6) % 7) / 7, 2); break;
+        case 'C': Number(FloorDiv(year, 100)); break;
+        case 'y': Number(YearInCentury(year), 2); break;
+        case 'G': Number(isoWeek().year); break;
+        case 'g': Number(YearInCentury(isoWeek().year), 2); break;
+        case 'V': Number(isoWeek().week, 2); break;
+        case 'U': Number(WeekOfYear(m_time.tm_yday, m_time.tm_wday), 2); break;
+        case 'W': Number(WeekOfYear(m_time.tm_yday, SinceMonday(m_time.tm_wday)), 2); break;
         case 'm': Number(m_time.tm_mon + 1, 2); break;
         case 'd': Number(m_time.tm_mday, 2); break;
         case 'e': Number(m_time.tm_mday, 2, ' '); break;
         case 'j': Number(m_time.tm_yday + 1, 3); break;
-        case 'u': Number((m_time.tm_wday + 6) % 7 + 1); break;
+        case 'u': Number(SinceMonday(m_time.tm_wday) + 1); break;
         case 'w': Number(m_time.tm_wday); break;
         case 'H': Number(m_time.tm_hour, 2); break;
         case 'I': Number((m_time.tm_hour + 11) % 12 + 1, 2); break;
         case 'M': Number(m_time.tm_min, 2); break;
         case 'S': Number(m_time.tm_sec, 2); break;
-        case 'D': Format("%m/%d/%y"); break;
-        case 'F': Format("%Y-%m-%d"); break;
-        case 'T': Format("%H:%M:%S"); break;
-        case 'R': Format("%H:%M"); break;
+        case 'D':
+        case 'F':
+        case 'T':
+        case 'R': Format(ComposedTimeFormat(conversion)); break;
         case 'n': Put('\n'); break;
         case 't': Put('\t'); break;
         case '%': Put('%'); break;

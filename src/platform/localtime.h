@@ -5,6 +5,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "platform/calendar.h"
 #include "platform/export.h"
 
 /// The calendar, for every year that a tm can tell, before 1970 and beyond 2038 too. Any thread.
@@ -20,10 +21,6 @@ MOPLATFORM_API bool UtcTime(std::int64_t seconds, std::tm& calendar);
 /// The other way round: fields beyond their range count on. Whether daylight-saving time holds is found by the time
 /// zone's rules, whatever the field says. False, and `seconds` left as it was, for what the calendar cannot hold.
 MOPLATFORM_API bool FromLocalTime(std::tm local, std::int64_t& seconds);
-
-constexpr bool IsLeapYear(std::int64_t year) {
-    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
-}
 
 /// Writes a time of the first two as strftime does by the standard of C++17, with all its conversions (%F %T %e %G %V
 /// ...), years as they are ("-5", "12345"); the number of bytes before the terminator. 0 when they do not fit. Numbers

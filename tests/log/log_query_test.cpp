@@ -58,7 +58,8 @@ TEST_F(LogTest, DateTimesAreReadBack) {
         }
     }
     const std::pair<const char*, const char*> none[] = {
-        {"%d.%m.", "31.02."}, {"%H", "24"}, {"%Y-%m-%d", "2026-13-01"}, {"%F", "2026-11"}, {"%a", "Fry"}};
+        {"%d.%m.", "31.02."}, {"%H", "24"},  {"%Y-%m-%d", "2026-13-01"},
+        {"%F", "2026-11"},    {"%a", "Fry"}, {"%018Y-%m-%d", "999999999999999999-01-01"}};
     for (const auto& [format, text] : none) {
         std::string_view rest = text;
         LogMoment moment;

@@ -253,6 +253,11 @@ TEST_F(LogTest, XmlKeepsTheCharsetThatItWasOpenedIn) {
     Record("\xE4\xB8\xAD");
     ExpectFile(Log::XML, "\xE5\x9B\xBD;\xE4\xB8\xAD;");
     EXPECT_EQ(ReadBytes(m_file).find("GB"), std::string::npos);
+    // One whose second byte looks like markup.
+    CurrentCharset korean(KELDCharset::Johab);
+    ASSERT_EQ(log.Open(K(m_file), 0, Log::XML), 1);
+    Record("\xD9<");
+    EXPECT_NE(ReadBytes(m_file).find(">\xD9<<"), std::string::npos);
 }
 
 // ---- Failures

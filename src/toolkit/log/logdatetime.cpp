@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "base/keldtime.h"
+#include "base/timetext.h"
 #include "platform/localtime.h"
 #include "toolkit/log/logclock.h"
 
@@ -19,71 +20,35 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-char Lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool IsLetterOrDigit(char c) {
-    return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z');
-}
-
-std::int64_t FloorDiv(std::int64_t a, std::int64_t b) {
-    return a / b - (a % b < 0 ? 1 : 0);
-}
-
-// Days since 1970-01-01, by the calendar of today.
-std::int64_t DayOf(std::int64_t year, std::int64_t month, std::int64_t day) {
-    // Years that start in March have their leap day at the end.
-    constexpr std::int64_t BeforeMonth[] = {306, 337, 0, 31, 61, 92, 122, 153, 184, 214, 245, 275};
-    const std::int64_t marchYear = month > 2 ? year : year - 1;
-    return 365 * marchYear + FloorDiv(marchYear, 4) - FloorDiv(marchYear, 100) + FloorDiv(marchYear, 400) +
-           BeforeMonth[month - 1] + day - 1 - 719468;
+bool IsLetter(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
 // A day with all that a date may tell of it; made as the first of a year.
 struct Date {
     explicit Date(std::int64_t ofYear)
-        : year(ofYear), weekDay(DayOf(ofYear, 1, 1) + 4 - FloorDiv(DayOf(ofYear, 1, 1) + 4, 7) * 7),
-          day(DayOf(ofYear, 1, 1)) {}
+        : year(ofYear), day(Platform::DayNumber(ofYear, 1, 1)), weekDay(Platform::WeekDay(day)) {}
 
     void Next() {
-        constexpr int MonthDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
         ++day;
         ++yearDay;
         weekDay = (weekDay + 1) % 7;
-        if (++monthDay > MonthDays[month - 1] + (month == 2 && Platform::IsLeapYear(year) ? 1 : 0)) {
+        if (++monthDay > Platform::DaysOfMonth(year, month)) {
             monthDay = 1;
             if (++month > 12) {
                 month = 1;
-                yearDay = 1;
+                yearDay = 0;
                 ++year;
             }
         }
     }
 
-    // The week of a year that starts with the first of a certain weekday, which is `sinceStart` days ago.
-    std::int64_t Week(std::int64_t sinceStart) const { return (yearDay - 1 + 7 - sinceStart) / 7; }
-    // The year that has the Thursday of the week.
-    std::int64_t IsoYear() const {
-        const std::int64_t thursday = yearDay + 3 - (weekDay + 6) % 7;
-        return thursday < 1 ? year - 1 : thursday > (Platform::IsLeapYear(year) ? 366 : 365) ? year + 1 : year;
-    }
-    std::int64_t IsoWeek() const {
-        std::int64_t thursday = yearDay + 3 - (weekDay + 6) % 7;
-        const std::int64_t isoYear = IsoYear();
-        if (isoYear < year)
-            thursday += Platform::IsLeapYear(isoYear) ? 366 : 365;
-        else if (isoYear > year)
-            thursday -= Platform::IsLeapYear(year) ? 366 : 365;
-        return (thursday - 1) / 7 + 1;
-    }
-
     std::int64_t year;
-    std::int64_t month = 1;
-    std::int64_t monthDay = 1;
-    std::int64_t yearDay = 1;
-    std::int64_t weekDay; // 0: Sunday
-    std::int64_t day;     // since 1970-01-01
+    std::int64_t day; // since 1970-01-01
+    int month = 1;
+    int monthDay = 1;
+    int yearDay = 0;
+    int weekDay;
 };
 
 // How far local time is ahead at a second.
@@ -91,7 +56,7 @@ std::int64_t LocalOffset(std::int64_t seconds) {
     std::tm local = {};
     if (!Platform::LocalTime(seconds, local))
         return 0;
-    const std::int64_t day = DayOf(std::int64_t{1900} + local.tm_year, local.tm_mon + 1, local.tm_mday);
+    const std::int64_t day = Platform::DayNumber(std::int64_t{1900} + local.tm_year, local.tm_mon + 1, local.tm_mday);
     return day * DaySeconds + std::int64_t{local.tm_hour} * 3600 + std::int64_t{local.tm_min} * 60 + local.tm_sec -
            seconds;
 }
@@ -100,35 +65,14 @@ KeldMBString ZoneAt(std::int64_t seconds) {
     return KeldTime(seconds).Format("%Z");
 }
 
-// The longest of the names that the text starts with, whatever its case.
-bool TakeName(std::string_view& text, const std::vector<std::string>& names, std::size_t& index) {
-    std::size_t longest = 0;
-    bool found = false;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        const std::string& name = names[i];
-        if ((!found || name.size() > longest) && text.size() >= name.size() &&
-            std::equal(name.begin(), name.end(), text.begin(), [](char a, char b) { return Lower(a) == Lower(b); })) {
-            index = i;
-            longest = name.size();
-            found = true;
-        }
-    }
-    text.remove_prefix(longest);
-    return found;
-}
-
-bool TakeNumber(std::string_view& text, int digits, bool isSigned, std::int64_t& value) {
-    const std::size_t sign = isSigned && !text.empty() && text[0] == '-' ? 1 : 0;
-    std::size_t end = sign;
-    const std::size_t limit = std::min(text.size(), sign + static_cast<std::size_t>(digits));
-    value = 0;
-    for (; end < limit && IsDigit(text[end]); ++end) // 18 at most
-        value = value * 10 + (text[end] - '0');
-    if (end == sign)
+// Also a negative one, of as many digits behind the sign.
+bool TakeSigned(std::string_view& text, int digits, std::int64_t& value) {
+    const bool isNegative = !text.empty() && text[0] == '-';
+    std::string_view rest = text.substr(isNegative ? 1 : 0);
+    if (!TakeDigits(rest, digits, value))
         return false;
-    if (sign != 0)
-        value = -value;
-    text.remove_prefix(end);
+    value = isNegative ? -value : value;
+    text = rest;
     return true;
 }
 
@@ -148,7 +92,7 @@ bool TakeOffset(std::string_view& text, std::int64_t& seconds) {
 bool TakeZoneName(std::string_view& text, std::string_view& name) {
     const bool isNumber = !text.empty() && (text[0] == '+' || text[0] == '-');
     std::size_t end = isNumber ? 1 : 0;
-    while (end < text.size() && (isNumber ? IsDigit(text[end]) : IsLetterOrDigit(text[end]) && !IsDigit(text[end])))
+    while (end < text.size() && (isNumber ? IsDigit(text[end]) : IsLetter(text[end])))
         ++end;
     name = text.substr(0, end);
     text.remove_prefix(end);
@@ -270,16 +214,11 @@ void LogDateTimeReader::CompileConversion(char conversion, bool padded, int widt
     case 'n': AddLiteral("\n"); break;
     case 't': AddLiteral("\t"); break;
     case '%': AddLiteral("%"); break;
-    case 'D': Compile("%m/%d/%y"); break;
-    case 'F': Compile("%Y-%m-%d"); break;
-    case 'T': Compile("%H:%M:%S"); break;
-    case 'R': Compile("%H:%M"); break;
-    // As in the "C" locale; CanRead has to see whether that is the one.
-    case 'c': Compile("%a %b %e %H:%M:%S %Y"); break;
-    case 'x': Compile("%m/%d/%y"); break;
-    case 'X': Compile("%H:%M:%S"); break;
-    case 'r': Compile("%I:%M:%S %p"); break;
-    default: m_readable = false;
+    default:
+        // As in the "C" locale; CanRead has to see whether that is the one.
+        const std::string_view composed = Platform::ComposedTimeFormat(conversion);
+        m_readable = m_readable && !composed.empty();
+        Compile(composed);
     }
 }
 
@@ -310,7 +249,7 @@ bool LogDateTimeReader::ReadPiece(const Piece& piece, std::string_view& text, Va
         return true;
     }
     std::int64_t value = 0;
-    if (!TakeNumber(text, piece.digits, piece.field == Epoch, value))
+    if (!(piece.field == Epoch ? TakeSigned(text, piece.digits, value) : TakeDigits(text, piece.digits, value)))
         return false;
     values.Set(piece.field, value);
     return true;
@@ -321,7 +260,8 @@ bool LogDateTimeReader::Read(std::string_view& text, LogMoment& moment) {
     std::string_view rest = text.substr(0, Longest);
     // The text may go on with a digit of a longer one, though.
     const std::size_t known = m_lastText.size();
-    if (known != 0 && rest.substr(0, known) == m_lastText && (rest.size() == known || !IsLetterOrDigit(rest[known]))) {
+    if (known != 0 && rest.substr(0, known) == m_lastText &&
+        (rest.size() == known || !(IsLetter(rest[known]) || IsDigit(rest[known])))) {
         moment = m_lastMoment;
         text.remove_prefix(known);
         return true;
@@ -349,8 +289,11 @@ bool LogDateTimeReader::Resolve(const Values& values, LogMoment& moment) {
     const auto isIn = [&](Field field, std::int64_t low, std::int64_t high) {
         return !values.Has(field) || (low <= v[field] && v[field] <= high);
     };
-    if (!isIn(Month, 1, 12) || !isIn(Day, 1, 31) || !isIn(YearDay, 1, 366) || !isIn(Hour, 0, 23) ||
-        !isIn(Hour12, 1, 12) || !isIn(Minute, 0, 59) || !isIn(Second, 0, 60))
+    constexpr std::int64_t LatestYear = std::numeric_limits<int>::max();
+    if (!isIn(Year, 0, LatestYear) || !isIn(IsoYear, 0, LatestYear) || !isIn(Century, 0, LatestYear / 100) ||
+        !isIn(ShortYear, 0, 99) || !isIn(IsoShortYear, 0, 99) || !isIn(Month, 1, 12) || !isIn(Day, 1, 31) ||
+        !isIn(YearDay, 1, 366) || !isIn(Hour, 0, 23) || !isIn(Hour12, 1, 12) || !isIn(Minute, 0, 59) ||
+        !isIn(Second, 0, 60))
         return false;
     std::int64_t day = 0;
     if (!FindDay(values, day))
@@ -367,7 +310,7 @@ bool LogDateTimeReader::Resolve(const Values& values, LogMoment& moment) {
 bool LogDateTimeReader::FindDay(const Values& values, std::int64_t& day) {
     const std::int64_t* const v = values.values;
     if (values.Has(Year) && values.Has(Month) && values.Has(Day)) {
-        day = DayOf(v[Year], v[Month], v[Day]);
+        day = Platform::DayNumber(v[Year], v[Month], v[Day]);
         return true;
     }
     constexpr unsigned DateFields = (1U << Hour) - 1;
@@ -399,18 +342,21 @@ bool LogDateTimeReader::SearchDay(const Values& values, std::int64_t& day) const
         start = v[Century] * 100;
         years = 100;
     } else if (values.Has(ShortYear) || values.Has(IsoShortYear)) {
-        // 69 is 1969, 68 is 2068.
         const std::int64_t year = v[values.Has(ShortYear) ? ShortYear : IsoShortYear];
-        start = year + (year < 69 ? 2000 : 1900) - (values.Has(ShortYear) ? 0 : 1);
+        start = Platform::YearOfTwoDigits(static_cast<int>(year)) - (values.Has(ShortYear) ? 0 : 1);
         years = 3;
     }
     const auto is = [&](Field field, std::int64_t value) { return !values.Has(field) || v[field] == value; };
-    const auto inCentury = [](std::int64_t year) { return year - FloorDiv(year, 100) * 100; };
+    const auto isIsoWeek = [&](const Date& date) {
+        const Platform::IsoWeek iso(date.year, date.yearDay, date.weekDay);
+        return is(IsoYear, iso.year) && is(IsoShortYear, Platform::YearInCentury(iso.year)) && is(IsoWeek, iso.week);
+    };
+    const auto week = [](const Date& date, int sinceStart) { return Platform::WeekOfYear(date.yearDay, sinceStart); };
     for (Date date(start); date.year < start + years; date.Next()) {
-        if (is(Month, date.month) && is(Day, date.monthDay) && is(YearDay, date.yearDay) &&
-            is(ShortYear, inCentury(date.year)) && (is(WeekDay, date.weekDay) || is(WeekDay, date.weekDay + 7)) &&
-            is(SundayWeek, date.Week(date.weekDay)) && is(MondayWeek, date.Week((date.weekDay + 6) % 7)) &&
-            is(IsoYear, date.IsoYear()) && is(IsoShortYear, inCentury(date.IsoYear())) && is(IsoWeek, date.IsoWeek())) {
+        if (is(Month, date.month) && is(Day, date.monthDay) && is(YearDay, date.yearDay + 1) &&
+            is(ShortYear, Platform::YearInCentury(date.year)) &&
+            (is(WeekDay, date.weekDay) || is(WeekDay, date.weekDay + 7)) && is(SundayWeek, week(date, date.weekDay)) &&
+            is(MondayWeek, week(date, Platform::SinceMonday(date.weekDay))) && isIsoWeek(date)) {
             day = date.day;
             return true;
         }
@@ -419,7 +365,7 @@ bool LogDateTimeReader::SearchDay(const Values& values, std::int64_t& day) const
 }
 
 void LogDateTimeReader::FromLocal(std::int64_t local, std::string_view zone, LogMoment& moment) {
-    const std::int64_t day = FloorDiv(local, DaySeconds);
+    const std::int64_t day = Platform::FloorDiv(local, DaySeconds);
     if (day == m_plainDay) {
         moment.first = moment.last = local - m_plainOffset;
         return;
