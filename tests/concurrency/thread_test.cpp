@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <fstream>
 #include <list>
 #include <memory>
 #include <random>
 #include <string>
 
 #include "concurrency/bodythread.h"
-#include "platform/sanitizer.h"
 #include "support.h"
 #include "toolkit/qzcondition.h"
 #include "toolkit/qzmutex.h"
@@ -20,20 +18,6 @@
 #include "toolkit/qzthreadmanager.h"
 
 using namespace Qzc;
-
-namespace {
-
-long StatusOfProcess(const std::string& name) {
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;) {
-        long value = 0;
-        if (word == name + ":" && status >> value)
-            return value;
-    }
-    return -1;
-}
-
-} // namespace
 
 TEST(Thread, EndsInManyWays) {
     EXPECT_EQ(QzThread::self(), nullptr);
@@ -85,39 +69,28 @@ TEST(Thread, EndsInManyWays) {
 
 // A join, a cancel, a second join and the delete meet a thread's end in every order, and nothing of it stays.
 TEST(Thread, OwnershipRacesLeaveNothingBehind) {
-    const auto race = [](int rounds) {
-        for (int round = 0; round < rounds; ++round) {
-            BodyThread thread([round] { return round; });
-            ASSERT_TRUE(thread.start(0));
-            int code = -5;
-            switch (round % 5) {
-            case 0: EXPECT_TRUE(!thread.join(code) || code == round); break;
-            case 1: Together([&] { thread.join(); }, [&] { thread.join(); }); break;
-            case 2:
-                Together([&] { thread.cancel(); },
-                         [&] { EXPECT_TRUE(!thread.join(code) || code == 0 || code == round); });
-                break;
-            case 3:
-                while (thread.running())
-                    QzThread::yield();
-                EXPECT_FALSE(thread.join()); // nobody came in time
-            }
+    for (int round = 0; round < Often(5000); ++round) {
+        BodyThread thread([round] { return round; });
+        ASSERT_TRUE(thread.start(0));
+        int code = -5;
+        switch (round % 5) {
+        case 0: EXPECT_TRUE(!thread.join(code) || code == round); break;
+        case 1: Together([&] { thread.join(); }, [&] { thread.join(); }); break;
+        case 2:
+            Together([&] { thread.cancel(); }, [&] { EXPECT_TRUE(!thread.join(code) || code == 0 || code == round); });
+            break;
+        case 3:
+            while (thread.running())
+                QzThread::yield();
+            EXPECT_FALSE(thread.join()); // nobody came in time
         }
-    };
-    race(500);
-    const long memory = StatusOfProcess("VmRSS");
-    // Sanitizers keep a record of every thread, and an emulator's own memory is counted, too.
-    constexpr bool IsPlain = !UNDER_THREAD_SANITIZER && !UNDER_ADDRESS_SANITIZER && Slowness == 1;
-    race(Often(IsPlain ? 5000 : 2000));
-    EXPECT_TRUE(Eventually([] { return StatusOfProcess("Threads") <= 2; })) << StatusOfProcess("Threads");
-    EXPECT_LT(StatusOfProcess("VmRSS"), memory + (IsPlain ? 1024 : 1 << 30));
+    }
 }
 
 TEST(Thread, Clock) {
     using namespace std::chrono;
     const std::uint64_t time = QzThread::time();
-    const auto age = system_clock::now().time_since_epoch() - nanoseconds(time);
-    EXPECT_TRUE(age >= age.zero() && age < minutes(1));
+    EXPECT_LT(system_clock::now().time_since_epoch() - nanoseconds(time), minutes(1));
     QzThread::wakeat(static_cast<unsigned int>(time) + 30000000);
     EXPECT_GE(QzThread::time(), time + 29000000);
     QzThread::sleep(30000000);
@@ -263,50 +236,6 @@ TEST(Locks, AreTheOnlyThreadsToo) {
     EXPECT_TRUE(ChildProcess(OnlyThread).Succeeds());
 }
 
-TEST(Locks, CountWhatTheyAreGiven) {
-    const auto doAtRandom = [](const std::vector<std::function<bool()>>& steps) {
-        std::mt19937 random(3);
-        for (int i = 0; i < 3000; ++i) {
-            const auto step = random() % steps.size();
-            ASSERT_TRUE(steps[step]()) << i << ": " << step;
-        }
-    };
-    const auto takeOne = [](int& count) {
-        count = std::max(count - 1, 0);
-        return true;
-    };
-    QzMutex mutex(1);
-    int depth = 0;
-    const auto another = [&] { // does nothing to it when it does not own it
-        bool right = !mutex.locked();
-        Together([&] {
-            mutex.unlock();
-            QzMutexLock lock(mutex);
-            right = right && lock.locked() == (depth != 0) && lock.trylock() == (depth == 0);
-        });
-        return right;
-    };
-    doAtRandom({[&] { return mutex.lock(), ++depth > 0; }, [&] { return mutex.trylock() && ++depth > 0; },
-                [&] { return mutex.unlock(), takeOne(depth); }, // when nobody owns it: nothing
-                another});
-
-    QzReadWriteLock lock;
-    int readers = 0, writers = 0;
-    const auto readUnlock = [&] { return Together([&] { lock.readUnlock(); }), takeOne(readers); }; // by any thread
-    doAtRandom({[&] { return lock.tryReadLock() ? ++readers > 0 && writers == 0 : writers == 1; },
-                [&] { return lock.tryWriteLock() ? readers == 0 && writers++ == 0 : readers + writers > 0; },
-                [&] { return writers == 1 || (lock.readLock(), ++readers > 0); },
-                [&] { return readers + writers > 0 || (lock.writeLock(), ++writers > 0); },
-                [&] { return lock.writeUnlock(), takeOne(writers); }, readUnlock, readUnlock,
-                readUnlock}); // nobody holds it more often than not
-
-    QzSemaphore one;
-    int units = 1;
-    doAtRandom({[&] { return one.Post(), ++units > 0; }, [&] { return units == 0 || (one.Wait(), units-- > 0); },
-                [&] { return one.TryWait() ? units-- > 0 : units == 0; },
-                [&] { return one.TimedWait(0) ? units-- > 0 : units == 0; }});
-}
-
 // Each keeps four threads apart, whether they sleep or not, and passes on what they have written.
 TEST(Locks, KeepApart) {
     QzMutex mutex;
@@ -328,9 +257,23 @@ TEST(Locks, KeepApart) {
         condition.signal();
     };
     const std::pair<std::function<void(int)>, std::function<void()>> ways[] = {
-        {[&](int i) { i % 2 == 0 && mutex.trylock() ? void() : mutex.lock(); }, [&] { mutex.unlock(); }},
-        {[&](int i) { i % 2 == 0 && lock.tryWriteLock() ? void() : lock.writeLock(); }, [&] { lock.writeUnlock(); }},
-        {[&](int i) { i % 2 == 0 && semaphore.TimedWait(1) ? void() : semaphore.Wait(); }, [&] { semaphore.Post(); }},
+        {[&](int i) {
+             mutex.unlock(); // another's, or nobody's: it does nothing
+             i % 2 == 0 && mutex.trylock() ? void() : mutex.lock();
+             EXPECT_TRUE(mutex.trylock() && !mutex.locked()); // by others
+             mutex.unlock();
+         },
+         [&] { mutex.unlock(); }},
+        {[&](int i) { i % 2 == 0 && lock.tryWriteLock() ? void() : lock.writeLock(); },
+         [&] {
+             EXPECT_FALSE(lock.tryReadLock() || lock.tryWriteLock());
+             lock.writeUnlock();
+         }},
+        {[&](int i) { i % 2 == 0 && semaphore.TimedWait(1) ? void() : semaphore.Wait(); },
+         [&] {
+             EXPECT_FALSE(semaphore.TryWait());
+             semaphore.Post();
+         }},
         {waitForTurn, giveTurn},
     };
     for (const auto& [enter, leave] : ways) {

@@ -54,7 +54,7 @@ Date DateOf(std::int64_t day) {
     return date;
 }
 
-constexpr const char* Numbers = "%F %T %e %G-%V %j %w%u %C|%y|%g %U %W %I %D";
+constexpr const char* Numbers = "%F %T %G-%V %j %w%u %U %W %I";
 
 // What that gives, put together by hand. The week belongs to the year of its Thursday, and a new one starts on Sunday
 // (%U) or Monday (%W) of those that belong to the calendar year.
@@ -64,8 +64,6 @@ std::string Written(std::int64_t seconds) {
     const int hour = rest / 3600;
     const Date date = DateOf(day);
     const Date thursday = DateOf(day + 3 - (date.weekDay + 6) % 7);
-    const auto century = [](std::int64_t year) { return static_cast<long long>(Floor(year, 100)); };
-    const auto inCentury = [](std::int64_t year) { return static_cast<int>(year - Floor(year, 100) * 100); };
     int sundays = 0;
     int mondays = 0;
     for (int back = 0; back < date.yearDay; ++back) {
@@ -73,13 +71,10 @@ std::string Written(std::int64_t seconds) {
         mondays += (date.weekDay + 371 - back) % 7 == 1 ? 1 : 0;
     }
     std::array<char, 200> text = {};
-    std::snprintf(text.data(), text.size(),
-                  "%lld-%02d-%02d %02d:%02d:%02d %2d %lld-%02d %03d %d%d %lld|%02d|%02d %02d %02d %02d %02d/%02d/%02d",
-                  static_cast<long long>(date.year), date.month, date.day, hour, rest / 60 % 60, rest % 60, date.day,
+    std::snprintf(text.data(), text.size(), "%lld-%02d-%02d %02d:%02d:%02d %lld-%02d %03d %d%d %02d %02d %02d",
+                  static_cast<long long>(date.year), date.month, date.day, hour, rest / 60 % 60, rest % 60,
                   static_cast<long long>(thursday.year), (thursday.yearDay - 1) / 7 + 1, date.yearDay, date.weekDay,
-                  date.weekDay == 0 ? 7 : date.weekDay, century(date.year), inCentury(date.year),
-                  inCentury(thursday.year), sundays, mondays, hour % 12 == 0 ? 12 : hour % 12, date.month, date.day,
-                  inCentury(date.year));
+                  date.weekDay == 0 ? 7 : date.weekDay, sundays, mondays, hour % 12 == 0 ? 12 : hour % 12);
     return text.data();
 }
 

@@ -208,16 +208,6 @@ TEST_F(ProcessLock, WaitsAsLongAsItIsTold) {
     const auto begin = Clock::now();
     EXPECT_FALSE(lock.TimedWriterLock(1) || lock.TimedReaderLock(40));
     EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds(41));
-    // A thread of the same process has the lock under way.
-    Together([&] { lock.WriterLock(false); },
-             [&] {
-                 AWhile();
-                 EXPECT_FALSE(lock.TimedWriterLock(5));
-                 other.WriterUnlock();
-             });
-    EXPECT_TRUE(lock.TimedWriterLock(0));
-    lock.WriterUnlock();
-    EXPECT_TRUE(lock.isLocked());
 }
 
 static const ChildRole Reader("reader", [](const Arguments& arguments) {

