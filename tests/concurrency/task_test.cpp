@@ -244,6 +244,5 @@ TEST(TaskManager, StopsManyWorkers) {
         manager.PostTask(new Task(i), true);
     EXPECT_TRUE(Eventually([&] { return slow.started == Workers; }));
     manager.Stop();
-    EXPECT_EQ(slow.finished, Workers);
-    EXPECT_TRUE(manager.GetMessageLoop().IsTaskEmpty());
+    EXPECT_EQ(slow.finished, Workers); // the other tasks are dropped
 }
