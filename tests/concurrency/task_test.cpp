@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <new>
 #include <random>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "concurrency/bodythread.h"
@@ -24,12 +23,13 @@ struct Unrelated {
     long m_padding[5] = {};
 };
 
-/// Bigger than the base, aligned beyond malloc's promise and not at the start of its object: what giving it
+/// Bigger than the base, perhaps aligned beyond malloc's promise, and not at the start of its object: what giving it
 /// back must not depend on. One in ten throws.
-class alignas(64) Task final : public Unrelated, public QzTaskBase {
+template <std::size_t Alignment>
+class alignas(Alignment) TaskAt final : public Unrelated, public QzTaskBase {
 public:
-    explicit Task(int number, std::atomic<int>* executed = nullptr) : m_number(number), m_executed(executed) {
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(this) % 64, 0u);
+    explicit TaskAt(int number, std::atomic<int>* executed = nullptr) : m_number(number), m_executed(executed) {
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(this) % Alignment, 0u);
     }
     int GetTaskType() override { return m_number; }
     bool Execute() override {
@@ -49,6 +49,7 @@ public:
     using QzTaskMessageLoop::Run;
 };
 
+using Task = TaskAt<16>;
 using Log = std::vector<int>;
 
 struct Processor : QzTaskProcessor {
@@ -175,11 +176,13 @@ TEST(TaskLoop, BehavesAsADequeWithUnits) {
             break;
         default: {
             const bool toTail = random() % 2 == 0;
-            auto* task = step % 2 == 0 ? new Task(step, &executed) : new (std::nothrow) Task(step, &executed);
+            QzTaskBase* task = new (std::nothrow) Task(step, &executed);
+            if (step % 2 == 0) // as the loop gives one back
+                QzTaskBase::Release(std::exchange(task, new TaskAt<64>(step, &executed)));
             const bool queued = model.Add(task, step, toTail, static_cast<std::size_t>(loop.GetTaskQueueSize()));
             ASSERT_TRUE(loop.AddTask(task, toTail)); // so say the filters
             if (!queued)                             // still the caller's
-                delete task;
+                QzTaskBase::Release(task);
         }
         }
         ASSERT_EQ(loop.GetTaskCount(), static_cast<int>(model.tasks.size()));

@@ -146,11 +146,11 @@ struct LockTest : rl::test_suite<LockTest<orders, writers, ends>, Processes> {
 };
 
 template <class Test>
-bool Holds() {
+bool Holds(unsigned rounds) {
     std::ostringstream words;
     rl::test_params parameters;
     parameters.search_type = rl::random_scheduler_type;
-    parameters.iteration_count = 20000;
+    parameters.iteration_count = rounds;
     parameters.execution_depth_limit = 20000;
     parameters.output_stream = &words;
     parameters.progress_stream = &words;
@@ -162,11 +162,13 @@ bool Holds() {
 
 } // namespace
 
-int main() {
-    setvbuf(stdout, nullptr, _IOLBF, 0); // the checker may end the process when it finds a fault
-    const bool holds[] = {Holds<LockTest<Orders::AsWritten, 1, false>>(), Holds<LockTest<Orders::AsWritten, 1, true>>(),
-                          Holds<LockTest<Orders::AsWritten, 2, false>>(), Holds<LockTest<Orders::AsWritten, 3, true>>(),
-                          Holds<LockTest<Orders::One, 1, false>>(),       Holds<LockTest<Orders::One, 2, false>>(),
-                          Holds<LockTest<Orders::One, 3, false>>()};
+// The argument: how many random runs of each (without it, some seconds' worth).
+int main(int argc, char** argv) {
+    const unsigned rounds = argc > 1 ? unsigned(std::stoul(argv[1])) : 20000;
+    const bool holds[] = {
+        Holds<LockTest<Orders::AsWritten, 1, false>>(rounds), Holds<LockTest<Orders::AsWritten, 1, true>>(rounds),
+        Holds<LockTest<Orders::AsWritten, 2, false>>(rounds), Holds<LockTest<Orders::AsWritten, 3, true>>(rounds),
+        Holds<LockTest<Orders::One, 1, false>>(rounds),       Holds<LockTest<Orders::One, 2, false>>(rounds),
+        Holds<LockTest<Orders::One, 3, false>>(rounds)};
     return std::all_of(std::begin(holds), std::end(holds), [](bool one) { return one; }) ? 0 : 1;
 }

@@ -146,7 +146,6 @@ TEST_F(ProcessLock, BehavesAsItsModel) {
 }
 
 TEST_F(ProcessLock, TakesAnyNameOfBoundedLength) {
-    const LogLines log;
     std::list<QzProcess> locks;
     const std::string names[] = {base + "/a\\b", "../" + base, base + "%2F%s%n", base + std::string("\0\n\x7f\xff", 4),
                                  base + std::string(193 - base.size(), 'x')};
@@ -154,12 +153,10 @@ TEST_F(ProcessLock, TakesAnyNameOfBoundedLength) {
         EXPECT_EQ(locks.emplace_back().ProcessLockInit(KeldMBString(one)), 1U) << one;
     EXPECT_EQ(QzProcess().ProcessLockInit(KeldMBString(base + "\\a/b")), 2U);
     EXPECT_EQ(QzProcess().ProcessLockInit(KeldMBString(std::string(194, 'x'))), 0U);
-    EXPECT_TRUE(log.Has("error  -100: create file Semaphore " + std::string(194, 'x') + " Faile"));
     // The mapping's name is held by something else.
     SharedMemory occupant;
     ASSERT_EQ(occupant.Open(base + ".lock", {8}), Opening::Created);
     EXPECT_EQ(lock.ProcessLockInit(name), 0U);
-    EXPECT_TRUE(log.Has("error  -100: create file mapping " + base + " Faile"));
 }
 
 TEST_F(ProcessLock, ServesTheThreadsOfAProcess) {

@@ -63,6 +63,7 @@ TEST(Stream, RefusesCountsThatTheBytesDoNotCover) {
             EXPECT_FALSE(stream->IsGood());
             EXPECT_EQ(stream->GetPosition(), 4);
         }
+        EXPECT_EQ(QzMemoryStream(bytes.data(), 7).ReadCount(4), 0);
     }
 }
 
@@ -146,7 +147,6 @@ TEST(FileStream, SaysThatBytesWereLost) {
     QzFileStream stream(KeldMBString(FullDevice()), QzFile::Access::Write);
     EXPECT_EQ(stream.Write("abc", 3), 3); // in the buffer
     EXPECT_FALSE(!stream.IsGood() || stream.Close() || stream.IsGood());
-    EXPECT_NE(stream.GetError(), "");
 }
 
 TEST(File, RefusesWhatIsNoFile) {
@@ -160,7 +160,6 @@ TEST(File, RefusesWhatIsNoFile) {
     for (const auto& [path, access] : cases) {
         QzFile file;
         EXPECT_FALSE(file.Open(KeldMBString(path), access) || QzFile::IsExist(KeldMBString(path))) << path;
-        EXPECT_NE(file.GetError(), "");
         EXPECT_FALSE(QzFileStream(KeldMBString(path), access).IsOpen());
     }
     const KeldMBString cut(scratch / "file" + "\0x"s); // the file before the zero byte is another one
