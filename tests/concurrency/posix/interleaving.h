@@ -21,7 +21,7 @@ public:
         std::size_t victim = SIZE_MAX; ///< this thread may be ended when it sleeps or lowers its shield
     };
 
-    /// The number of orders. Throws a runtime_error, with the order, when one fails or leaves threads asleep for ever.
+    /// The number of orders. Throws a runtime_error when one fails or leaves threads asleep for ever.
     static int Explore(int preemptions, const std::function<Scene()>& make) {
         int count = 0;
         for (s_path.clear(); count == 0 || NextOrder(); ++count)
@@ -105,11 +105,8 @@ private:
         }
         if (s_error.empty())
             Guard(scene.check);
-        if (s_error.empty())
-            return;
-        for (std::size_t i = 0; i < s_depth; ++i)
-            s_error += (i == 0 ? "; order " : " ") + std::to_string(s_path[i].first);
-        throw std::runtime_error(s_error);
+        if (!s_error.empty())
+            throw std::runtime_error(s_error);
     }
 
     static void Enter() {
