@@ -17,23 +17,8 @@ namespace {
 
 constexpr std::int64_t SecondsPerDay = 86400;
 
-std::int64_t FloorDiv(std::int64_t value, std::int64_t divisor) {
-    return value / divisor - (value % divisor < 0 ? 1 : 0);
-}
-
-// Days since 1970-01-01 of a day of the Gregorian calendar; a month beyond December is one of a later year.
-std::int64_t DayNumber(std::int64_t year, std::int64_t month, std::int64_t day) { // month from 0
-    year += FloorDiv(month, 12);
-    month -= FloorDiv(month, 12) * 12;
-    // Years that begin in March have their leap day at the end.
-    const std::int64_t shifted = month < 2 ? year - 1 : year;
-    const std::int64_t era = FloorDiv(shifted, 400);
-    const std::int64_t yearOfEra = shifted - era * 400;
-    const std::int64_t dayOfYear = (153 * ((month + 10) % 12) + 2) / 5;
-    return era * 146097 + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear + day - 1 - 719468;
-}
-
 bool FromDays(std::int64_t days, std::tm& date) {
+    // In years that begin in March, which have their leap day at the end; eras are those of 400 years.
     const std::int64_t shifted = days + 719468;
     const std::int64_t era = FloorDiv(shifted, 146097);
     const std::int64_t dayOfEra = shifted - era * 146097;
@@ -46,8 +31,8 @@ bool FromDays(std::int64_t days, std::tm& date) {
     if (year - 1900 < INT_MIN || year - 1900 > INT_MAX)
         return false;
     date.tm_year = static_cast<int>(year - 1900);
-    date.tm_yday = static_cast<int>(days - DayNumber(year, 0, 1));
-    date.tm_wday = static_cast<int>(days + 4 - FloorDiv(days + 4, 7) * 7);
+    date.tm_yday = static_cast<int>(days - DayNumber(year, 1, 1));
+    date.tm_wday = WeekDay(days);
     return true;
 }
 
@@ -65,7 +50,7 @@ Offset OffsetAt(std::int64_t seconds) {
         return {0, false};
     const std::int64_t year = std::int64_t{date.tm_year} + 1900;
     if (year < 1602 || year > 30800)
-        days += DayNumber(2000 + (year % 400 + 400) % 400, 0, 1) - DayNumber(year, 0, 1); // the calendar repeats itself
+        days += DayNumber(2000 + (year % 400 + 400) % 400, 1, 1) - DayNumber(year, 1, 1); // the calendar repeats itself
     FromDays(days, date);
     const std::int64_t time = seconds - FloorDiv(seconds, SecondsPerDay) * SecondsPerDay;
     SYSTEMTIME utc = {};
@@ -80,7 +65,7 @@ Offset OffsetAt(std::int64_t seconds) {
     if (GetTimeZoneInformationForYear(utc.wYear, nullptr, &zone) == 0 ||
         SystemTimeToTzSpecificLocalTime(&zone, &utc, &local) == 0)
         return {0, false};
-    const std::int64_t ahead = (DayNumber(local.wYear, local.wMonth - 1, local.wDay) - days) * SecondsPerDay +
+    const std::int64_t ahead = (DayNumber(local.wYear, local.wMonth, local.wDay) - days) * SecondsPerDay +
                                local.wHour * 3600 + local.wMinute * 60 + local.wSecond - time;
     return {ahead, zone.DaylightDate.wMonth != 0 && ahead != -60 * std::int64_t{zone.Bias + zone.StandardBias}};
 }
@@ -150,7 +135,9 @@ bool UtcTime(std::int64_t seconds, std::tm& calendar) {
 }
 
 bool FromLocalTime(std::tm local, std::int64_t& seconds) {
-    const std::int64_t days = DayNumber(std::int64_t{local.tm_year} + 1900, local.tm_mon, local.tm_mday);
+    const std::int64_t yearsOn = FloorDiv(local.tm_mon, 12);
+    const std::int64_t days =
+        DayNumber(std::int64_t{local.tm_year} + 1900 + yearsOn, local.tm_mon - yearsOn * 12 + 1, local.tm_mday);
     const std::int64_t wall =
         days * SecondsPerDay + std::int64_t{local.tm_hour} * 3600 + std::int64_t{local.tm_min} * 60 + local.tm_sec;
     // The offsets of a day before and after: they differ where the clocks are changed in between. Of two moments with
