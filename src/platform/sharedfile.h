@@ -75,7 +75,7 @@ private:
     std::int64_t m_handle = -1;
     bool m_appending = true;
     FileIdentity m_identity;
-    std::int64_t m_markByte = 0; ///< where marks are bytes of their owners
+    [[maybe_unused]] std::int64_t m_markByte = 0; ///< where marks are bytes of their owners
 };
 
 } // namespace Platform

@@ -66,7 +66,7 @@ private:
     std::intptr_t m_handle = -1;
     void* m_view = nullptr;
     std::size_t m_length = 0;
-    std::uint32_t m_mark = 0; ///< where a lock is in its owner's way
+    [[maybe_unused]] std::uint32_t m_mark = 0; ///< where a lock is in its owner's way
     std::string m_directory;
     std::string m_path;
 };

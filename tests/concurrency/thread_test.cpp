@@ -4,8 +4,10 @@
 #include <array>
 #include <cctype>
 #include <list>
+#include <memory>
 #include <random>
 #include <string>
+#include <thread>
 
 #include "concurrency/bodythread.h"
 #include "support.h"
@@ -278,6 +280,29 @@ TEST(Locks, KeepApart) {
         condition.signal();
         mutex.unlock();
     });
+}
+
+// Who gets a lock may take it away while the one that gave it up still returns.
+TEST(Locks, GoWithTheirLastUser) {
+    for (int i = 0; i < 500; ++i) {
+        auto semaphore = std::make_unique<QzSemaphore>(0);
+        auto mutex = std::make_unique<QzMutex>();
+        std::atomic<bool> locked{false};
+        std::thread giver([&, gives = mutex.get(), posts = semaphore.get()] {
+            gives->lock();
+            locked = true;
+            gives->unlock();
+            posts->Post();
+        });
+        while (!locked)
+            QzThread::yield();
+        mutex->lock();
+        mutex->unlock();
+        mutex.reset();
+        semaphore->Wait();
+        semaphore.reset();
+        giver.join();
+    }
 }
 
 TEST(Locks, WaitForATime) {

@@ -18,6 +18,7 @@ namespace Platform {
 namespace {
 
 constexpr std::int64_t ChangeByte = std::int64_t{1} << 61;
+constexpr std::int64_t AppendByte = ChangeByte + 1;
 constexpr std::int64_t FirstMarkByte = std::int64_t{1} << 60;
 constexpr std::int64_t PerMark = 256; ///< how many can have one mark
 constexpr std::int64_t Marks = 16;
@@ -103,13 +104,18 @@ bool SharedFile::Close() {
 }
 
 std::int64_t SharedFile::Append(const char* bytes, std::int64_t count) {
-    // At this offset the system appends, whoever else writes.
+    // At this offset the system appends, whoever else writes: in one step on its own disks, but neither over a network
+    // nor everywhere that stands in for it, so those of this library keep each other out besides.
+    const bool isAlone = LockBytes(SystemHandle(m_handle), AppendByte, 1, true);
     OVERLAPPED end = {};
     end.Offset = 0xFFFFFFFF;
     end.OffsetHigh = 0xFFFFFFFF;
     DWORD written = 0;
     const auto size = static_cast<DWORD>(std::min<std::int64_t>(count, 0x7FFFFFFF));
-    return ::WriteFile(SystemHandle(m_handle), bytes, size, &written, &end) != 0 || written != 0 ? written : 0;
+    ::WriteFile(SystemHandle(m_handle), bytes, size, &written, &end);
+    if (isAlone)
+        UnlockBytes(SystemHandle(m_handle), AppendByte, 1);
+    return written;
 }
 
 std::int64_t SharedFile::GetPosition() const {
@@ -122,7 +128,8 @@ std::int64_t SharedFile::WriteAt(std::int64_t position, const char* bytes, std::
     OVERLAPPED place = AtOffset(position);
     DWORD written = 0;
     const auto size = static_cast<DWORD>(std::min<std::int64_t>(count, 0x7FFFFFFF));
-    return ::WriteFile(SystemHandle(m_handle), bytes, size, &written, &place) != 0 || written != 0 ? written : 0;
+    ::WriteFile(SystemHandle(m_handle), bytes, size, &written, &place);
+    return written;
 }
 
 std::int64_t SharedFile::ReadAt(std::int64_t position, char* bytes, std::int64_t count) const {
