@@ -21,6 +21,8 @@ const PathText Chinese(KELDCharset::GB2312, Volumes);
 } // namespace
 
 TEST(PathText, IsTheCppLibrarysOnThisSystem) {
+    if (!PosixFiles)
+        GTEST_SKIP() << "the library has other roots than the system";
     const PathText text(KELDCharset::UTF8);
     std::mt19937 random(3);
     const auto path = [&] {
@@ -31,14 +33,15 @@ TEST(PathText, IsTheCppLibrarysOnThisSystem) {
         return made;
     };
     for (int i = 0; i < Often(40000); ++i) {
-        const std::string one = path();
-        const std::string other = path();
+        const std::string one = Native(path());
+        const std::string other = Native(path());
         const std::filesystem::path expected(one);
-        const bool isRoot = !one.empty() && one.find_first_not_of('/') == std::string::npos; // libraries differ there
+        const bool isRoot = !one.empty() && one.find_first_not_of("/\\") == std::string::npos; // libraries differ there
         ASSERT_EQ(text.Normal(one), isRoot ? one : expected.lexically_normal().string()) << one;
         ASSERT_EQ(text.Join(one, other), (expected / other).string()) << one << ' ' << other;
-        ASSERT_EQ(text.Relative(one, other), expected.lexically_relative(other).string()) << one << ' ' << other;
-        ASSERT_EQ(text.NameStart(one), one.rfind('/') + 1) << one;
+        ASSERT_EQ(text.Relative(one, other), expected.lexically_relative(other).generic_string())
+            << one << ' ' << other;
+        ASSERT_EQ(text.NameStart(one), one.find_last_of("/\\") + 1) << one;
     }
 }
 
@@ -46,7 +49,7 @@ TEST(PathText, KnowsVolumesAndCharactersOfTwoBytes) {
     // 0x81 0x5C is one character.
     EXPECT_EQ(Chinese.ToNative("a/\x81\\b\\c"), "a\\\x81\\b\\c");
     EXPECT_EQ(Chinese.ToGeneric("a\\\x81\\b\\c"), "a/\x81\\b/c");
-    EXPECT_EQ(PathText(KELDCharset::GB2312).ToNative("a\\\x81\\b\\c"), "a/\x81\\b/c");
+    EXPECT_EQ(PathText(KELDCharset::GB2312).ToNative("a\\\x81\\b\\c"), PosixFiles ? "a/\x81\\b/c" : "a\\\x81\\b\\c");
     const std::pair<std::string_view, std::size_t> names[] = {
         {"C:\\\x81\\b", 3}, {"C:b", 2}, {"\\\\s\\d\\b", 6}, {"\\\\s\\d", 5}, {"\x81", 0}};
     for (const auto& [path, start] : names)

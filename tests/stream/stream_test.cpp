@@ -151,12 +151,13 @@ TEST(FileStream, SaysThatBytesWereLost) {
 
 TEST(File, RefusesWhatIsNoFile) {
     const ScratchDirectory scratch;
-    ASSERT_TRUE(MakePipe(scratch / "pipe"));
+    const std::string pipe = MakePipe(scratch / "pipe") ? scratch / "pipe" : scratch.Path();
+    ASSERT_EQ(pipe != scratch.Path(), PosixFiles);
     WriteBytes(scratch / "file", "kept");
     using Access = QzFile::Access;
     const std::pair<std::string, Access> cases[] = {
-        {scratch.Path(), Access::Read},    {scratch / "missing", Access::Read},        {scratch / "pipe", Access::Read},
-        {scratch / "pipe", Access::Write}, {scratch / "file" + "\0x"s, Access::Write}, {"", Access::Read}};
+        {scratch.Path(), Access::Read}, {scratch / "missing", Access::Read},        {pipe, Access::Read},
+        {pipe, Access::Write},          {scratch / "file" + "\0x"s, Access::Write}, {"", Access::Read}};
     for (const auto& [path, access] : cases) {
         QzFile file;
         EXPECT_FALSE(file.Open(KeldMBString(path), access) || QzFile::IsExist(KeldMBString(path))) << path;
@@ -198,25 +199,32 @@ TEST(File, IsReplacedWholeOrNotAtAll) {
     };
     using std::filesystem::perms;
     ASSERT_TRUE(replace("file", "one"));
-    std::filesystem::permissions(scratch / "file", perms{0606});
-    std::filesystem::create_directory(scratch / "elsewhere");
-    std::filesystem::create_symlink(scratch / "file", scratch / "elsewhere/link");
-    EXPECT_TRUE(replace("elsewhere\\link", KeldMBString("t\0wo", 4)));
+    EXPECT_TRUE(replace("file", KeldMBString("t\0wo", 4)));
     EXPECT_EQ(ReadBytes(scratch / "file"), "t\0wo"s);
+    std::filesystem::create_directory(scratch / "elsewhere");
+    EXPECT_FALSE(replace("elsewhere", "x") || replace("missing/file", "x"));
+    EXPECT_EQ(FilesIn(scratch.Path()).size(), 2U); // nothing temporary is left behind
+    if (!PosixFiles)
+        return;
+    std::filesystem::permissions(scratch / "file", perms{0606});
+    std::filesystem::create_symlink(scratch / "file", scratch / "elsewhere/link");
+    EXPECT_TRUE(replace("elsewhere\\link", "three"));
+    EXPECT_EQ(ReadBytes(scratch / "file"), "three");
     EXPECT_EQ(std::filesystem::status(scratch / "file").permissions(), perms{0606});
     EXPECT_TRUE(std::filesystem::is_symlink(scratch / "elsewhere/link"));
     ASSERT_TRUE(MakePipe(scratch / "pipe"));
-    EXPECT_FALSE(replace("elsewhere", "x") || replace("missing/file", "x") || replace("pipe", "x"));
-    EXPECT_EQ(FilesIn(scratch.Path()).size(), 3U); // nothing temporary is left behind
+    EXPECT_FALSE(replace("pipe", "x"));
+    EXPECT_EQ(FilesIn(scratch.Path()).size(), 3U);
 }
 
 TEST(File, PathsTakeBothSeparators) {
-    EXPECT_EQ(QzFile::GetAbsolutePath("/a\\b/", "..\\c/.\\d.xml"), "/a/c/d.xml");
+    EXPECT_EQ(QzFile::GetAbsolutePath("/a\\b/", "..\\c/.\\d.xml"), Native("/a/c/d.xml").c_str());
     KeldMBString parts[] = {"a.b\\c.d", "", ""};
     QzFile::SplitPath(parts[0], parts[0], parts[1], parts[2]);
-    EXPECT_TRUE(parts[0] == "a.b/" && parts[1] == "c" && parts[2] == ".d");
+    EXPECT_TRUE(parts[0] == Native("a.b/").c_str() && parts[1] == "c" && parts[2] == ".d");
     KeldMBString text("a\\\x81\\b"); // the second byte of a character is no separator
     text.SetCharset(KELDCharset::GB2312);
-    EXPECT_EQ(QzFile::ToNativePath(text), "a/\x81\\b");
-    EXPECT_TRUE(QzFile::IsExist(QzFile::GetModulePath("MoBase") + "libMoBase.so"));
+    EXPECT_EQ(QzFile::ToNativePath(text), PosixFiles ? "a/\x81\\b" : "a\\\x81\\b");
+    const KeldMBString directory = QzFile::GetModulePath("MoBase");
+    EXPECT_TRUE(QzFile::IsExist(directory + (PosixFiles ? "libMoBase.so" : "MoBase.dll")));
 }

@@ -39,6 +39,10 @@ std::vector<std::string> FilesIn(const std::string& directory) {
     return names;
 }
 
+std::string Native(const std::string& path) {
+    return std::filesystem::path(path).make_preferred().string();
+}
+
 ScratchDirectory::~ScratchDirectory() {
     std::error_code ignored;
     std::filesystem::remove_all(m_path, ignored);

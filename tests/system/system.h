@@ -115,6 +115,14 @@ T& SharedObject(const std::string& path) {
     return *std::launder(static_cast<T*>(SharedBytes(path, sizeof(T))));
 }
 
+// ---- Files
+
+/// A path as this system writes it.
+std::string Native(const std::string& path);
+
+/// Whether there are symbolic links for everybody, permissions by three digits, and pipes among the files.
+extern const bool PosixFiles;
+
 // ---- Files that make trouble
 
 /// A path that can be opened for writing and takes nothing, as on a full disk; empty where there is none.

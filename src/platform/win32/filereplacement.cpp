@@ -153,15 +153,4 @@ bool CommitReplacement(Replacement& replacement, int& error) {
     return placed;
 }
 
-void AbandonReplacement(Replacement& replacement) {
-    int ignored = 0;
-    for (FileHandle* const file : {&replacement.file, &replacement.target}) {
-        if (*file != NoFile)
-            Close(*file, ignored);
-    }
-    if (!replacement.temporary.empty())
-        RemoveFile(replacement.temporary.c_str());
-    replacement.temporary.clear();
-}
-
 } // namespace Platform

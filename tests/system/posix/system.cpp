@@ -141,6 +141,8 @@ void* SharedBytes(const std::string& path, std::size_t size) {
 
 // ---- Files that make trouble
 
+const bool PosixFiles = true;
+
 std::string FullDevice() {
     return "/dev/full";
 }

@@ -166,6 +166,8 @@ void* SharedBytes(const std::string& path, std::size_t size) {
 
 // ---- Files that make trouble
 
+const bool PosixFiles = false;
+
 std::string FullDevice() {
     return std::string();
 }
