@@ -136,7 +136,8 @@ int ShowConfiguration() {
     if (!failed)
         std::filesystem::copy_file(file.Cstr(), copy, failed);
     if (failed) {
-        std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.string().c_str(), failed.message().c_str());
+        std::fprintf(stderr, "configuration: %s cannot be written: %s\n", copy.string().c_str(),
+                     failed.message().c_str());
         return 1;
     }
     Configuration changed{KeldMBString(copy.string())};
