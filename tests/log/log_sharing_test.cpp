@@ -58,7 +58,51 @@ ChildProcess StartWriter(const ScratchDirectory& directory, const std::string& n
                         {directory.Path(), {}});
 }
 
+const ChildRole Defaults("defaults", [](const Arguments&) {
+    Log& log = Log::GetInstance(false);
+    EXPECT_EQ(log.GetLogFormat(), DefaultFormat);
+    EXPECT_EQ(log.GetDateTimeFormat(), "%Y-%m-%d %H:%M:%S");
+    EXPECT_EQ(log.GetXMLLogFormat(),
+              "<LogItem>\r\n<DateTime>%DATETIME</DateTime>\r\n<TimeSpan>%TIMESPAN</TimeSpan>\r\n"
+              "<Level>%LEVEL</Level>\r\n<ResID>%RESID</ResID>\r\n"
+              "<Description>%MSG</Description>\r\n<ThreadID>%THREADID</ThreadID>\r\n"
+              "<CodeFile>%CODEFILE</CodeFile>\r\n<CodeLine>%CODELINE</CodeLine>\r\n</LogItem>\r\n");
+    EXPECT_EQ(log.GetMode(), Log::Text);
+    EXPECT_EQ(log.GetLevel(), 100);
+    EXPECT_EQ(log.GetFileSizeLimit(), -1);
+    EXPECT_EQ(log.GetSizeLimitMode(), Log::Rolling);
+    EXPECT_EQ(log.GetTimeInterval(), Log::None);
+    EXPECT_EQ(log.GetPrefix(), "Log");
+    EXPECT_EQ(log.GetFileName(), "");
+    EXPECT_EQ(log.IsBlocked() + log.IsOpen() + log.IsUtc(), 0);
+    EXPECT_EQ(Record("again"), 1);
+    EXPECT_EQ(Record("again"), 0) << "repeats are dropped";
+    for (int i = 0; i < 10001; ++i)
+        EXPECT_EQ(log.RecordLog(Log::debug, i, K("m" + std::to_string(i))), 1);
+    KeldArray<QzLogItem> items;
+    log.Query(QzLogQueryDef(), items);
+    EXPECT_EQ(items.GetSize(), 1000);
+    EXPECT_EQ(items[999].m_nThreadID, QzThread::GetCurrentThreadId());
+    log.SetQueryMaxNum(20000);
+    log.Query(QzLogQueryDef(), items);
+    EXPECT_EQ(items.GetSize(), 10000);
+    EXPECT_EQ(log.Open("default.log"), 1);
+    log.SetRecordOnlyLog();
+    Record("at once");
+    const std::string text = ReadBytes("default.log");
+    EXPECT_EQ(text.substr(text.size() - 8), "at once\n");
+    EXPECT_NE(text.find("2 items were lost"), std::string::npos);
+    EXPECT_EQ(log.RecordLog(Log::debug, 0, "seen", "a", 1), 1);
+    Record("between");
+    EXPECT_EQ(log.RecordLog(Log::debug, 0, "seen", "a", 1), 1) << "5 of 1000 pass";
+    return true;
+});
+
 } // namespace
+
+TEST_F(LogSharing, DefaultsOfAFreshLog) {
+    EXPECT_TRUE(ChildProcess(Defaults, {}, {m_scratch.Path(), {}}).Succeeds());
+}
 
 // ---- Several threads and processes in one file
 

@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "../../fuzz/xml_steps.h"
 #include "support.h"
 #include "xml/markup_records.h"
 
@@ -75,6 +76,27 @@ TEST(MarkupEdit, RefusesWhatCouldNotBeReadBack) {
     QzMarkup malformed("<p");
     EXPECT_FALSE(malformed.AddElem("q"));
     EXPECT_EQ(malformed.GetDoc() + malformed.GetError(), "<p, End of tag not found");
+}
+
+TEST(MarkupEdit, KeepsTheRecordsThatAFreshParseGives) {
+    const char* const docs[] = {
+        "", "<a/>", "<a><b><c/></b><b z= / /><b q>&lt;<![CDATA[</b>]]></b></a>trailing <",
+        "<?pi?>\n<!DOCTYPE a [ <!ENTITY e \"]>\"> ]>\n<a>\n  <b x='1'/>\n  t<c/>\n</a>\n<!-- end -->"};
+    for (const auto charset : {KELDCharset::UTF8, KELDCharset::Japanese}) {
+        CurrentCharset current(charset);
+        for (unsigned seed = 1; seed <= 120; ++seed) {
+            std::mt19937 random(seed);
+            CheckedMarkup markup(docs[seed % std::size(docs)]);
+            for (int step = 0; step < 120; ++step) {
+                const KeldMBString before = markup.GetDoc();
+                const std::string broken = RandomStep(markup, [&](unsigned n) { return random() % n; });
+                ASSERT_TRUE(broken.empty() && markup.RecordsMatchText())
+                    << broken << "\nseed " << seed << ", step " << step << ", from:\n"
+                    << before.Cstr() << "\nto:\n"
+                    << markup.GetDoc().Cstr();
+            }
+        }
+    }
 }
 
 // A text of equal letters and a terminator: one megabyte of memory, seen as often as it takes.
