@@ -142,7 +142,7 @@ TEST_F(LogSharing, ProgramsShareAFile) {
         }
         for (int i = 0; c.mode == Log::Text && i < 2000; ++i) {
             expected["s"] = i + 1;
-            std::ofstream(directory / "a.log", std::ios::app) << Line("s", i) + "\n";
+            std::ofstream(directory / "a.log", std::ios::app | std::ios::binary) << Line("s", i) + "\n";
         }
         for (ChildProcess& program : programs)
             EXPECT_TRUE(program.Succeeds());
