@@ -26,7 +26,7 @@ bool ChildCan(const Body& work) {
 }
 
 /// Ends a thread that has done this.
-void EndBehind(const Body& first) {
+[[maybe_unused]] void EndBehind(const Body& first) {
     std::atomic<bool> runs{false};
     BodyThread victim([&]() -> int {
         first();
