@@ -12,7 +12,6 @@
 #include "base/keldarray.h"
 #include "base/kelddict.h"
 #include "base/keldlist.h"
-#include "base/keldtime.h"
 #include "stream/qzbytearray.h"
 #include "stream/qzfile.h"
 #include "stream/qzfilestream.h"
@@ -234,11 +233,6 @@ TEST_F(Memory, OfStreamsAndFiles) {
                            t = head;
                    },
                    [&](Text& t) { t = QzFile::GetAbsolutePath(path, "../other\\name"); },
-                   [](Text& t) {
-                       KeldTime time;
-                       if (time.Parse("%Y-%m-%d %H:%M:%S", "2021-03-04 05:06:07") != 0)
-                           t = "read";
-                   },
                    [](Text& t) {
                        qztrace("%0300d", 1);
                        t = "done";
