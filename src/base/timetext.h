@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/asciicase.h"
+
 namespace KELD {
 
 /// Whether a text starts with another, in any case of ASCII's letters.
 inline bool StartsWithAnyCase(std::string_view text, std::string_view start) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    const auto lower = [](char c) { return ToLowerAscii(static_cast<unsigned char>(c)); };
     return text.size() >= start.size() &&
            std::equal(start.begin(), start.end(), text.begin(), [&](char a, char b) { return lower(a) == lower(b); });
 }

@@ -58,7 +58,8 @@ MOPLATFORM_API bool GetThreadPriority(Thread& thread, ThreadPriority& priority);
 /// unwound, no thread_local object is destroyed and what it holds (locks, memory) stays held. Its stack is
 /// given back. A thread that has ended stays ended with the code that it had. In the thread itself this is
 /// ExitThread. False, and the thread runs on, when the system has no means for it or refuses for 2 seconds to take the
-/// signal that it is done with; a thread that blocks every signal makes it wait.
+/// signal that it is done with; a thread that blocks every signal makes it wait. Where there are no signals: when it
+/// does not leave the system's code, and does not sleep there, for 30 seconds.
 MOPLATFORM_API bool TerminateThread(Thread& thread, int exitCode);
 
 /// Ends the calling thread. Nothing is unwound, so no handler catches it. In a thread of this library the

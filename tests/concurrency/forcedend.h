@@ -33,8 +33,8 @@ inline void Convert() {
     for (const int number : {134, 136, 128, 129, 54936, 951, 161, 204, 238, 178, 28592, 28605, 20866, 50220, 70013}) {
         const auto charset = static_cast<KELD::KELDCharset::Charset>(number);
         Qzc::QzTextCodec codec(KELD::KELDCharset::UTF8, charset); // by the converter itself, not by copying
-        if (!codec.IsOpen())
-            continue; // not every system has all of them
+        if (!PosixFiles && !codec.IsOpen())
+            continue; // the other system's converter lacks some of them
         Qzc::QzStringW text(L"abc 123");
         text.FromString(text.ToString(charset), charset);
         Qzc::KeldMBString utf8;

@@ -224,6 +224,7 @@ TEST_F(RegistryTest, AFailedSaveLeavesTheOldFile) {
     Registry registry(m_path);
     {
         const FullDisk full(50);
+        EXPECT_EQ(full.Is(), PosixFiles);
         EXPECT_FALSE(full.Is() && registry.Save());
     }
     EXPECT_EQ(ReadBytes(m_path), before);

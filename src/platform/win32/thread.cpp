@@ -135,8 +135,7 @@ constexpr auto LetGoAfter = std::chrono::seconds(30);
 /// Where a thread was seen, each time that it was stopped.
 class Whereabouts {
 public:
-    /// The same place since when.
-    Clock::time_point See(const CONTEXT& context) {
+    void See(const CONTEXT& context) {
 #if defined(_WIN64)
         const std::uintptr_t code = context.Rip;
         const std::uintptr_t stack = context.Rsp;
@@ -148,7 +147,6 @@ public:
             m_since = Clock::now();
         m_code = code;
         m_stack = stack;
-        return m_since;
     }
     bool IsAsleep() const {
         return m_code != 0 && Clock::now() - m_since >= SleepsAfter;
@@ -186,8 +184,9 @@ bool EndStopped(Thread& thread, Whereabouts& whereabouts, bool isAsleep) {
     if (GetThreadContext(thread.handle, &context) == 0 || thread.record.shields.load() != 0 ||
         thread.phase.load() != Thread::Phase::Body)
         return false;
-    const bool isStill = Clock::now() - whereabouts.See(context) >= SleepsAfter;
-    if (!thread.record.sleeps.load() && !(isAsleep && isStill) && MayHoldSystemLock(context))
+    whereabouts.See(context);
+    const bool sleepsOn = isAsleep && whereabouts.IsAsleep(); // since before the heap was locked
+    if (!thread.record.sleeps.load() && !sleepsOn && MayHoldSystemLock(context))
         return false;
     AbandonWaitOf(thread.record);
     thread.exitCode.store(thread.terminationCode.load());
