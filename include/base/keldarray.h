@@ -6,6 +6,7 @@
 
 #include "base/keldassert.h"
 #include "base/keldmemory.h"
+#include "base/keldthreadobject.h"
 
 namespace KELD {
 
@@ -56,8 +57,7 @@ public:
     T& operator[](int index) {
         if (KELDASSERT(IsIndex(index)))
             return m_items[static_cast<std::size_t>(index)];
-        static thread_local T s_none;
-        return s_none = T();
+        return NoElement<T>();
     }
     const T& operator[](int index) const { return const_cast<KeldArray&>(*this)[index]; }
 

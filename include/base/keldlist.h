@@ -8,6 +8,7 @@
 
 #include "base/keldassert.h"
 #include "base/keldmemory.h"
+#include "base/keldthreadobject.h"
 
 namespace KELD {
 
@@ -55,8 +56,8 @@ public:
     }
 
     /// The first; GetTail the last. Empty list: assertion, then an empty element that nothing keeps.
-    T& GetHead() { return KELDASSERT(!IsEmpty()) ? m_items->front() : None(); }
-    T& GetTail() { return KELDASSERT(!IsEmpty()) ? m_items->back() : None(); }
+    T& GetHead() { return KELDASSERT(!IsEmpty()) ? m_items->front() : NoElement<T>(); }
+    T& GetTail() { return KELDASSERT(!IsEmpty()) ? m_items->back() : NoElement<T>(); }
     const T& GetHead() const { return const_cast<KeldList&>(*this).GetHead(); }
     const T& GetTail() const { return const_cast<KeldList&>(*this).GetTail(); }
 
@@ -93,10 +94,6 @@ public:
     auto end() const { return m_items != nullptr ? std::as_const(*m_items).end() : typename Items::const_iterator(); }
 
 private:
-    static T& None() {
-        static thread_local T s_none;
-        return s_none = T();
-    }
     Items& Room() {
         if (m_items == nullptr)
             m_items = std::make_unique<Items>();

@@ -126,6 +126,43 @@ TEST(Containers, AnswerBadIndicesAndImpossibleSizes) {
     EXPECT_EQ(AssertionLog::Texts().size(), 8U);
 }
 
+namespace {
+
+/// Tells whether its memory is its own until its end.
+struct Marked {
+    Marked() { ++s_living; }
+    Marked(const Marked&) { ++s_living; }
+    Marked& operator=(const Marked&) = default;
+    ~Marked() {
+        --s_living;
+        for (const volatile unsigned& mark : marks)
+            s_broken += mark != 0xA5A5A5A5 ? 1 : 0;
+    }
+    unsigned marks[4] = {0xA5A5A5A5, 0xA5A5A5A5, 0xA5A5A5A5, 0xA5A5A5A5};
+    static inline std::atomic<int> s_living{0}, s_broken{0};
+};
+
+} // namespace
+
+TEST(Containers, MissingElementsBelongToTheirThread) {
+    SetAssertHandler([](const char*, const char*, int) {});
+    KeldArray<std::string> array;
+    KeldList<Marked> list;
+    const auto use = [&] {
+        for (int i = 0; i < 10; ++i) {
+            std::string& text = array[i];
+            EXPECT_TRUE(text.empty());
+            text.assign(1000, 'a');
+            list.GetHead() = Marked();
+        }
+    };
+    for (int round = 0; round < 20; ++round)
+        Together(use, use, use);
+    SetAssertHandler(nullptr);
+    EXPECT_EQ(Marked::s_broken, 0);
+    EXPECT_LE(Marked::s_living, 1); // what stands in for all threads, when there is no memory
+}
+
 TEST(Charsets, HaveNamesAndNumbers) {
     const std::pair<const char*, int> cases[] = {
         {"utf-8", 250},     {"GBK", 134},        {"Big5", 136},       {"Shift_JIS", 128}, {"windows-1253", 161},

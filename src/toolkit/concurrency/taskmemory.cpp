@@ -10,6 +10,7 @@
 
 #include "platform/memory.h"
 #include "platform/sanitizer.h"
+#include "platform/threadlocal.h"
 #include "platform/threadslot.h"
 
 namespace Qzc::TaskMemory {
@@ -44,7 +45,7 @@ struct alignas(Unit) Header {
 /// or a thread is ended here.
 std::array<std::atomic<Chunk*>, 16> s_empty{};
 
-/// A thread's own. One that is ended by force leaves both chunks to nobody.
+/// A thread's own, zeros at first. One that is ended by force leaves both chunks to nobody.
 struct Cache {
     Chunk* chunk; ///< from which it cuts
     char* at;
@@ -53,7 +54,6 @@ struct Cache {
     Chunk* returnedTo;
     enum : unsigned char { New, InUse, Closed } state;
 };
-thread_local Cache t_cache [[gnu::tls_model("initial-exec")]] = {};
 
 void Return(Chunk* chunk, std::uint32_t count) {
     if (chunk->left.fetch_sub(count, std::memory_order_acq_rel) != count)
@@ -82,7 +82,26 @@ Platform::ThreadSlot s_atEnd([](void* pointer) {
     cache.state = Cache::Closed;
     LeaveChunk(cache);
     ReturnAll(cache);
+    if constexpr (!Platform::HasThreadLocal)
+        std::free(pointer);
 });
+
+/// Null without memory.
+Cache* OfThread() {
+    if constexpr (Platform::HasThreadLocal) {
+        static thread_local Cache t_cache [[gnu::tls_model("initial-exec")]] = {};
+        return &t_cache;
+    }
+    auto* cache = static_cast<Cache*>(s_atEnd.Get());
+    if (cache != nullptr)
+        return cache;
+    cache = static_cast<Cache*>(std::calloc(1, sizeof(Cache)));
+    if (cache != nullptr && !s_atEnd.Set(cache)) {
+        std::free(cache);
+        cache = nullptr;
+    }
+    return cache;
+}
 
 bool IsInUse(Cache& cache) {
     if (cache.state == Cache::New)
@@ -126,30 +145,33 @@ void* Take(std::size_t size, std::size_t alignment) noexcept {
     alignment = std::max(alignment, Unit);
     if (alignment != Unit || size > LargestTask)
         return Allocate(size, alignment);
-    Cache& cache = t_cache;
+    Cache* const cache = OfThread();
     const std::size_t whole = sizeof(Header) + (size + Unit - 1) / Unit * Unit;
-    if ((cache.chunk == nullptr || whole > static_cast<std::size_t>(cache.chunk->End() - cache.at)) &&
-        !EnterChunk(cache))
+    if (cache == nullptr ||
+        ((cache->chunk == nullptr || whole > static_cast<std::size_t>(cache->chunk->End() - cache->at)) &&
+         !EnterChunk(*cache)))
         return Allocate(size, alignment);
-    ++cache.taken;
-    return new (std::exchange(cache.at, cache.at + whole)) Header{cache.chunk, nullptr} + 1;
+    ++cache->taken;
+    return new (std::exchange(cache->at, cache->at + whole)) Header{cache->chunk, nullptr} + 1;
 }
 
 void GiveBack(void* memory) noexcept {
     if (memory == nullptr)
         return;
     const Header header = static_cast<Header*>(memory)[-1];
-    Cache& cache = t_cache;
+    Cache* const cache = OfThread();
     if (header.chunk == nullptr) {
         Platform::FreeBlock(header.allocated);
-    } else if (header.chunk == cache.returnedTo) {
-        ++cache.returned;
+    } else if (cache == nullptr) {
+        Return(header.chunk, 1);
+    } else if (header.chunk == cache->returnedTo) {
+        ++cache->returned;
     } else {
-        ReturnAll(cache);
-        cache.returnedTo = header.chunk;
-        cache.returned = 1;
-        if (!IsInUse(cache))
-            ReturnAll(cache);
+        ReturnAll(*cache);
+        cache->returnedTo = header.chunk;
+        cache->returned = 1;
+        if (!IsInUse(*cache))
+            ReturnAll(*cache);
     }
 }
 

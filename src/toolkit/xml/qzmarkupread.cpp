@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "base/keldmemory.h"
+#include "base/keldthreadobject.h"
 #include "toolkit/qzmarkup.h"
 #include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
@@ -18,10 +18,16 @@ std::string_view View(const char* text) {
     return text != nullptr ? text : std::string_view();
 }
 
-/// What views show that is not in the document as it stands.
-std::string& ThreadScratch() {
-    static thread_local std::string t_scratch;
-    return t_scratch;
+class Scratch;
+
+/// A view of what is not in the document as it stands: a string of the thread's own. Empty without memory.
+template <class Fill>
+std::string_view ScratchView(Fill fill) {
+    auto* const scratch = GetThreadObject<std::string, Scratch>();
+    if (scratch == nullptr)
+        return std::string_view();
+    scratch->clear();
+    return TryMemory([&] { fill(*scratch); }) ? std::string_view(*scratch) : std::string_view();
 }
 
 // Own text goes to a string without a detour, so that it is allocated once.
@@ -32,9 +38,7 @@ KeldMBString Resolved(std::string_view text) {
 std::string_view ResolvedView(std::string_view text) {
     if (FindReference(text) == text.size())
         return text;
-    std::string& scratch = ThreadScratch();
-    scratch.clear();
-    return TryMemory([&] { AppendUnescaped(scratch, text); }) ? std::string_view(scratch) : std::string_view();
+    return ScratchView([&](std::string& scratch) { AppendUnescaped(scratch, text); });
 }
 
 } // namespace
@@ -251,9 +255,7 @@ std::string_view QzMarkup::DataView(int iPos) const {
     std::string_view text;
     if (PlainData(iPos, text))
         return text;
-    std::string& scratch = ThreadScratch();
-    scratch.clear();
-    return TryMemory([&] { AppendData(scratch, iPos); }) ? std::string_view(scratch) : std::string_view();
+    return ScratchView([&](std::string& scratch) { AppendData(scratch, iPos); });
 }
 
 // Most elements have one piece of text without a reference.
