@@ -65,7 +65,7 @@ public:
 namespace {
 
 // The record of each thread that has one. What ends of itself gives it back by the function of the slot.
-void WINAPI FinishThread(void* pointer);
+CALLED_BY_SYSTEM void WINAPI FinishThread(void* pointer);
 
 DWORD RecordSlot() {
     static const DWORD s_slot = FlsAlloc(&FinishThread);
@@ -109,7 +109,7 @@ bool IsDoomed(const Thread& self) {
     Vanish(code);
 }
 
-unsigned int __stdcall ThreadEntry(void* argument) {
+CALLED_BY_SYSTEM unsigned int __stdcall ThreadEntry(void* argument) {
     Thread& self = *static_cast<Thread*>(argument);
     FlsSetValue(RecordSlot(), &self.record);
     self.phase.store(Thread::Phase::Body);
@@ -252,7 +252,7 @@ bool StartThread(Thread& thread) {
     const std::size_t size = thread.stackSize == 0 ? 0 : std::max(thread.stackSize, Least);
     KeepThread(thread); // the thread's own
     unsigned int id = 0;
-    const bool fits = size <= UINT_MAX;
+    const bool fits = size <= std::min<std::size_t>(UINT_MAX, SIZE_MAX / 2); // more is rounded up to nothing
     const std::uintptr_t handle = fits ? _beginthreadex(nullptr, static_cast<unsigned int>(size), ThreadEntry, &thread,
                                                         CREATE_SUSPENDED | STACK_SIZE_PARAM_IS_A_RESERVATION, &id)
                                        : 0;

@@ -18,7 +18,7 @@ std::array<AtEnd, MaxSlots> s_atEnd;
 std::atomic<std::size_t> s_slots{0};
 
 template <std::size_t Slot>
-void WINAPI Finish(void* pointer) {
+CALLED_BY_SYSTEM void WINAPI Finish(void* pointer) {
     if (pointer != nullptr)
         s_atEnd[Slot](pointer);
 }

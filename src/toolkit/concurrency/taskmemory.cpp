@@ -19,7 +19,8 @@ namespace {
 
 constexpr std::size_t ChunkSize = 4096;
 constexpr std::size_t LargestTask = 256; // those beyond it, and aligned ones, come from the allocator
-constexpr std::size_t Unit = alignof(std::max_align_t);
+// As a plain new aligns, which is more than malloc does on some systems.
+constexpr std::size_t Unit = std::max<std::size_t>(alignof(std::max_align_t), __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 
 // AddressSanitizer finds the uses of memory that was given back.
 constexpr bool HasChunks = UNDER_ADDRESS_SANITIZER == 0;
@@ -64,7 +65,7 @@ void Return(Chunk* chunk, std::uint32_t count) {
             place.compare_exchange_strong(none, chunk, std::memory_order_release, std::memory_order_relaxed))
             return;
     }
-    std::free(chunk);
+    Platform::FreeBlock(chunk);
 }
 
 void LeaveChunk(Cache& cache) {
@@ -119,7 +120,7 @@ bool EnterChunk(Cache& cache) {
             memory = place->exchange(nullptr, std::memory_order_acquire);
     }
     if (memory == nullptr)
-        memory = std::malloc(ChunkSize);
+        memory = Platform::AllocateBlock(ChunkSize, Unit);
     if (memory == nullptr)
         return false;
     cache.chunk = new (memory) Chunk;
