@@ -5,6 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "platform/win32/system.h"
+
 namespace Platform {
 
 namespace {
@@ -29,7 +31,9 @@ constexpr NamedPage Named[] = {
     {"KOI8-R", 20866},       {"KOI8-U", 21866},       {"LATIN1", 28591},
     {"LATIN-9", 28605},      {"MAC-CYRILLIC", 10007}, {"MAC-CENTRALEUROPE", 10029},
     {"MAC-IS", 10079},       {"T.61", 20261},         {"T.61-8BIT", 20261},
-    {"ISO_6937", 20269},     {"ISO6937", 20269},
+    {"ISO_6937", 20269},     {"ISO6937", 20269},      {"ISO646-DE", 20106},
+    {"ISO-IR-21", 20106},    {"ISO646-FI", 20107},    {"ISO-IR-10", 20107},
+    {"ISO646-NO", 20108},    {"ISO-IR-60", 20108},    {"MAC-UK", 10017},
 };
 
 // Of IBM's own numbers these have another one here.
@@ -45,6 +49,16 @@ bool Takes(std::string_view& text, std::string_view prefix) {
         return false;
     text.remove_prefix(prefix.size());
     return true;
+}
+
+// UTF-8 and GB18030 hold all characters, and take a flag of their own.
+bool IsUnicode(unsigned int codePage) {
+    return codePage == 65001 || codePage == 54936;
+}
+
+bool TakesNoFlags(unsigned int codePage) {
+    return codePage == 65000 || (codePage >= 50220 && codePage <= 50229) || (codePage >= 57002 && codePage <= 57011) ||
+           codePage == 42;
 }
 
 } // namespace
@@ -71,9 +85,18 @@ unsigned int CodePageOf(std::string_view name) {
                                                                                                    : number;
 }
 
-bool TakesNoFlags(unsigned int codePage) {
-    return codePage == 65001 || codePage == 65000 || codePage == 54936 || (codePage >= 50220 && codePage <= 50229) ||
-           (codePage >= 57002 && codePage <= 57011) || codePage == 42;
+unsigned long StrictDecoding(unsigned int codePage) {
+    return TakesNoFlags(codePage) ? 0 : MB_ERR_INVALID_CHARS;
+}
+
+unsigned long StrictEncoding(unsigned int codePage) {
+    if (IsUnicode(codePage))
+        return WC_ERR_INVALID_CHARS;
+    return TakesNoFlags(codePage) ? 0 : WC_NO_BEST_FIT_CHARS;
+}
+
+bool TellsLoss(unsigned int codePage) {
+    return !IsUnicode(codePage) && !TakesNoFlags(codePage);
 }
 
 } // namespace Platform
