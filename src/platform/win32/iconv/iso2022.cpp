@@ -40,6 +40,7 @@ struct Form {
     std::size_t count;
     std::string_view header; // of the whole text
     LineEnd lineEnd;
+    bool hasShift; // ESC N
 };
 
 constexpr Sequence JapaneseSequences[] = {
@@ -50,10 +51,10 @@ constexpr Sequence KoreanSequences[] = {{"\x0F"sv, Set::Ascii}, {"\x0E"sv, Set::
 constexpr Sequence HzSequences[] = {
     {"~}"sv, Set::Ascii}, {"~{"sv, Set::Chinese}, {"~~"sv, Set::Tilde}, {"~\n"sv, Set::Same}};
 
-constexpr Form IsoJapanese = {JapaneseSequences, 4, ""sv, LineEnd::Keeps};
-constexpr Form IsoJapanese2 = {JapaneseSequences, std::size(JapaneseSequences), ""sv, LineEnd::Keeps};
-constexpr Form IsoKorean = {KoreanSequences, std::size(KoreanSequences), "\x1B$)C"sv, LineEnd::Refused};
-constexpr Form Hz = {HzSequences, std::size(HzSequences), ""sv, LineEnd::LeadsBack};
+constexpr Form IsoJapanese = {JapaneseSequences, 4, ""sv, LineEnd::Keeps, false};
+constexpr Form IsoJapanese2 = {JapaneseSequences, std::size(JapaneseSequences), ""sv, LineEnd::Keeps, true};
+constexpr Form IsoKorean = {KoreanSequences, std::size(KoreanSequences), "\x1B$)C"sv, LineEnd::Refused, false};
+constexpr Form Hz = {HzSequences, std::size(HzSequences), ""sv, LineEnd::LeadsBack, false};
 
 bool IsOfTwoBytes(Set set) {
     return set == Set::Japanese || set == Set::Japanese2 || set == Set::Chinese || set == Set::Korean;
@@ -106,9 +107,7 @@ public:
         switch (set) {
         case Set::Japanese: character = m_japanese->Decode(upper, upperSecond); break;
         case Set::Japanese2: character = m_japanese->Decode(upper, second); break;
-        case Set::Chinese:
-            character = IsOfGb2312(upper, upperSecond) ? m_chinese->Decode(upper, upperSecond) : 0;
-            break;
+        case Set::Chinese: character = DecodeChinese(upper, upperSecond); break;
         case Set::Korean: character = m_korean->Decode(upper, upperSecond); break;
         default: break;
         }
@@ -134,7 +133,7 @@ public:
         switch (set) {
         case Set::Japanese:
         case Set::Japanese2: code = m_japanese->Encode(character); break;
-        case Set::Chinese: code = m_chinese->Encode(character); break;
+        case Set::Chinese: code = EncodeChinese(character); break;
         case Set::Korean: code = m_korean->Encode(character); break;
         default: break;
         }
@@ -152,17 +151,26 @@ private:
     static constexpr char32_t Overline = 0x203E;
     static constexpr char32_t FirstKana = 0xFF61;
     static constexpr char32_t LastKana = 0xFF9F;
+    static constexpr char32_t MiddleDot = 0x30FB;
+    static constexpr char32_t Bar = 0x2015;
 
     static bool Open(const DoubleByteTable*& table, unsigned int codePage) {
         table = DoubleByteTable::Of(codePage);
         return table != nullptr;
     }
     static bool IsPrivate(char32_t character) { return character >= 0xE000 && character <= 0xF8FF; }
-    // The rest of these rows is the page's own.
-    static bool IsOfGb2312(unsigned char first, unsigned char second) {
+    // Page 936 has more in some rows, and two other characters.
+    char32_t DecodeChinese(unsigned char first, unsigned char second) const {
         const bool isAddition = (first == 0xA2 && second <= 0xAA) || (first == 0xA6 && second >= 0xE0) ||
-                                (first == 0xA8 && second >= 0xBB && second <= 0xC0);
-        return first <= 0xF7 && !isAddition;
+                                (first == 0xA8 && second >= 0xBB && second <= 0xC0) || first > 0xF7;
+        if (first == 0xA1 && (second == 0xA4 || second == 0xAA))
+            return second == 0xA4 ? MiddleDot : Bar;
+        return isAddition ? 0 : m_chinese->Decode(first, second);
+    }
+    unsigned int EncodeChinese(char32_t character) const {
+        if (character == MiddleDot || character == Bar)
+            return character == MiddleDot ? 0xA1A4 : 0xA1AA;
+        return m_chinese->Encode(character);
     }
 
     const DoubleByteTable* m_japanese = nullptr;
@@ -189,11 +197,13 @@ public:
                 return Enter(sequence, character);
             isPart = isPart || sequence.bytes.substr(0, length) == ahead;
         }
-        const bool isShift = m_state.second != Set::Ascii && byte == SingleShift[0];
+        const bool isShift = m_form.hasShift && SingleShift.substr(0, length) == ahead.substr(0, SingleShift.size());
         if (isPart || (isShift && length < 3))
             return Short;
-        if (isShift && text[1] == SingleShift[1])
-            return text[2] >= 0x20 && Found(m_sets.Decode(m_state.second, text[2]), character) ? 3 : Invalid;
+        if (isShift) {
+            const bool isDesignated = m_state.second != Set::Ascii && text[2] >= 0x20;
+            return isDesignated && Found(m_sets.Decode(m_state.second, text[2]), character) ? 3 : Invalid;
+        }
         if (IsOfTwoBytes(m_state.set) && byte > 0x20 && byte != 0x7F) {
             if (length < 2)
                 return Short;
