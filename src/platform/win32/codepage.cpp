@@ -5,8 +5,6 @@
 #include <string>
 #include <system_error>
 
-#include "platform/win32/system.h"
-
 namespace Platform {
 
 namespace {
@@ -51,16 +49,6 @@ bool Takes(std::string_view& text, std::string_view prefix) {
     return true;
 }
 
-// UTF-8 and GB18030 hold all characters, and take a flag of their own.
-bool IsUnicode(unsigned int codePage) {
-    return codePage == 65001 || codePage == 54936;
-}
-
-bool TakesNoFlags(unsigned int codePage) {
-    return codePage == 65000 || (codePage >= 50220 && codePage <= 50229) || (codePage >= 57002 && codePage <= 57011) ||
-           codePage == 42;
-}
-
 } // namespace
 
 unsigned int CodePageOf(std::string_view name) {
@@ -85,18 +73,9 @@ unsigned int CodePageOf(std::string_view name) {
                                                                                                    : number;
 }
 
-unsigned long StrictDecoding(unsigned int codePage) {
-    return TakesNoFlags(codePage) ? 0 : MB_ERR_INVALID_CHARS;
-}
-
-unsigned long StrictEncoding(unsigned int codePage) {
-    if (IsUnicode(codePage))
-        return WC_ERR_INVALID_CHARS;
-    return TakesNoFlags(codePage) ? 0 : WC_NO_BEST_FIT_CHARS;
-}
-
-bool TellsLoss(unsigned int codePage) {
-    return !IsUnicode(codePage) && !TakesNoFlags(codePage);
+bool TakesNoFlags(unsigned int codePage) {
+    return codePage == 65001 || codePage == 65000 || codePage == 54936 || (codePage >= 50220 && codePage <= 50229) ||
+           (codePage >= 57002 && codePage <= 57011) || codePage == 42;
 }
 
 } // namespace Platform

@@ -46,9 +46,10 @@ std::wstring WidePath(const char* path) {
     if (bytes.empty())
         return std::wstring();
     const unsigned int codePage = s_pathCodePage.load(std::memory_order_relaxed);
+    const DWORD flags = TakesNoFlags(codePage) ? 0 : MB_ERR_INVALID_CHARS;
     std::wstring wide(bytes.size(), L'\0'); // no charset makes more units than bytes
-    const int length = MultiByteToWideChar(codePage, StrictDecoding(codePage), bytes.data(),
-                                           static_cast<int>(bytes.size()), wide.data(), static_cast<int>(wide.size()));
+    const int length = MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), wide.data(),
+                                           static_cast<int>(wide.size()));
     wide.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
     return Extended(wide);
 }
@@ -57,11 +58,12 @@ std::string NarrowPath(std::wstring_view path) {
     if (path.empty())
         return std::string();
     const unsigned int codePage = s_pathCodePage.load(std::memory_order_relaxed);
+    const bool isUnicode = TakesNoFlags(codePage);
     std::string bytes(path.size() * 4, '\0');
     BOOL isLossy = FALSE;
-    const int length = WideCharToMultiByte(codePage, StrictEncoding(codePage), path.data(),
-                                           static_cast<int>(path.size()), bytes.data(), static_cast<int>(bytes.size()),
-                                           nullptr, TellsLoss(codePage) ? &isLossy : nullptr);
+    const int length =
+        WideCharToMultiByte(codePage, isUnicode ? 0 : WC_NO_BEST_FIT_CHARS, path.data(), static_cast<int>(path.size()),
+                            bytes.data(), static_cast<int>(bytes.size()), nullptr, isUnicode ? nullptr : &isLossy);
     bytes.resize(length > 0 && isLossy == FALSE ? static_cast<std::size_t>(length) : 0);
     return bytes;
 }

@@ -3,27 +3,25 @@
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <mutex>
 
+#include "platform/globallock.h"
 #include "platform/win32/codepage.h"
 #include "platform/win32/system.h"
 
 namespace Platform {
 
-SystemPage::SystemPage(unsigned int codePage)
-    : m_codePage(codePage), m_decoding(StrictDecoding(codePage)), m_encoding(StrictEncoding(codePage)),
-      m_tellsLoss(TellsLoss(codePage)) {}
+SystemPage::SystemPage(unsigned int codePage) : m_codePage(codePage), m_takesFlags(!TakesNoFlags(codePage)) {}
 
 char32_t SystemPage::Decode(const unsigned char* bytes, int count) const {
     wchar_t units[2] = {};
     const auto* const text = reinterpret_cast<const char*>(bytes);
-    if (MultiByteToWideChar(m_codePage, m_decoding, text, count, units, 2) != 1 ||
+    if (MultiByteToWideChar(m_codePage, m_takesFlags ? MB_ERR_INVALID_CHARS : 0, text, count, units, 2) != 1 ||
         (units[0] >= 0xD800 && units[0] <= 0xDFFF))
         return NoCharacter;
     char back[8];
     BOOL isLossy = FALSE;
-    const int length = WideCharToMultiByte(m_codePage, m_encoding, units, 1, back, static_cast<int>(sizeof(back)),
-                                           nullptr, m_tellsLoss ? &isLossy : nullptr);
+    const int length = WideCharToMultiByte(m_codePage, m_takesFlags ? WC_NO_BEST_FIT_CHARS : 0, units, 1, back,
+                                           static_cast<int>(sizeof(back)), nullptr, m_takesFlags ? &isLossy : nullptr);
     return length == count && isLossy == FALSE && std::equal(text, text + count, back) ? units[0] : NoCharacter;
 }
 
@@ -52,9 +50,9 @@ const DoubleByteTable* DoubleByteTable::Of(unsigned int codePage) {
     if (GetCPInfo(codePage, &information) == 0 || information.MaxCharSize != 2)
         return nullptr;
     // They outlive whoever still converts while the program ends.
-    static std::mutex s_lock;
+    static GlobalLock s_lock;
     static auto& s_tables = *new std::map<unsigned int, std::unique_ptr<const DoubleByteTable>>;
-    const std::lock_guard<std::mutex> guard(s_lock);
+    const GlobalLock::Guard guard(s_lock);
     auto& table = s_tables[codePage];
     if (table == nullptr)
         table.reset(new DoubleByteTable(SystemPage(codePage)));

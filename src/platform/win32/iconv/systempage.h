@@ -19,9 +19,7 @@ public:
 
 private:
     unsigned int m_codePage;
-    unsigned long m_decoding;
-    unsigned long m_encoding;
-    bool m_tellsLoss;
+    bool m_takesFlags;
 };
 
 /// A code page of one and two bytes both ways. Asking the system takes a hundred times as long.
