@@ -48,15 +48,15 @@ constexpr Change LaterAdditions[] = {
 constexpr char32_t Exchanged = 0x1E3F;
 constexpr char32_t ExchangedFor = 0xE7C7;
 
-constexpr unsigned int Rows = 126;
-constexpr unsigned int Columns = 190;
+constexpr std::size_t Rows = 126;
+constexpr std::size_t Columns = 190;
 constexpr unsigned int SupplementStart = 189000; // the number of 90 30 81 30
 
 bool IsSecondByte(unsigned char byte) {
     return byte >= 0x40 && byte != 0x7F && byte != 0xFF;
 }
 
-unsigned int PlaceOf(unsigned int first, unsigned int second) {
+std::size_t PlaceOf(unsigned int first, unsigned int second) {
     return (first - 0x81) * Columns + second - 0x40 - (second > 0x7F ? 1 : 0);
 }
 
@@ -70,7 +70,7 @@ public:
         FillFrom(gbk);
         for (const Change& addition : Additions)
             m_characters[PlaceOf(addition.bytes >> 8, addition.bytes & 0xFF)] = addition.character;
-        unsigned int place = PlaceOf(FirstIdeograph >> 8, FirstIdeograph & 0xFF);
+        std::size_t place = PlaceOf(FirstIdeograph >> 8, FirstIdeograph & 0xFF);
         for (const char16_t ideograph : Ideographs) {
             if (ideograph != 0)
                 m_characters[place] = ideograph;

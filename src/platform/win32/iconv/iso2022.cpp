@@ -43,6 +43,7 @@ struct Form {
     bool hasShift; // ESC N
 };
 
+// The first four are those of the plain charset.
 constexpr Sequence JapaneseSequences[] = {
     {"\x1B(B"sv, Set::Ascii},      {"\x1B(J"sv, Set::Roman}, {"\x1B$B"sv, Set::Japanese}, {"\x1B$@"sv, Set::Japanese},
     {"\x1B$(D"sv, Set::Japanese2}, {"\x1B.A"sv, Set::Latin}, {"\x1B.F"sv, Set::Greek},    {"\x1B$A"sv, Set::Chinese},
@@ -189,6 +190,10 @@ public:
         character = NoCharacter;
         if (byte >= 0x80)
             return Invalid;
+        if (m_state.set == Set::Ascii && IsPlain(byte)) {
+            character = byte;
+            return 1;
+        }
         bool isPart = false;
         const std::string_view ahead(reinterpret_cast<const char*>(text), length);
         for (std::size_t i = 0; i < m_form.count && MayStart(byte); ++i) {
@@ -224,6 +229,11 @@ public:
 
     int Encode(char32_t character, unsigned char* room, std::size_t size) override {
         Bytes bytes;
+        if (m_state.set == Set::Ascii && m_state.hasHeader && character < 0x80 &&
+            IsPlain(static_cast<unsigned char>(character))) {
+            bytes.Add(static_cast<unsigned char>(character));
+            return Put(bytes.bytes, 1, room, size);
+        }
         if (!m_state.hasHeader)
             bytes.Add(m_form.header);
         State next = m_state;
@@ -283,6 +293,8 @@ private:
         }
     };
 
+    // In ASCII nothing but itself.
+    static bool IsPlain(unsigned char byte) { return !MayStart(byte) && !IsLineEnd(byte); }
     static bool Found(char32_t found, char32_t& character) {
         character = found;
         return found != 0;

@@ -77,11 +77,11 @@ SingleByteTable::SingleByteTable(const Characters& characters) : m_characters(ch
             m_bytes[m_count++] = {m_characters[i], static_cast<unsigned char>(i)};
         m_holdsAscii = m_holdsAscii && (i >= 0x80 || m_characters[i] == i);
     }
-    std::sort(m_bytes.begin(), m_bytes.begin() + m_count);
+    std::sort(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(m_count));
 }
 
 bool SingleByteTable::Encode(char32_t character, unsigned char& byte) const {
-    const auto end = m_bytes.begin() + m_count;
+    const auto end = m_bytes.begin() + static_cast<std::ptrdiff_t>(m_count);
     const auto found = std::lower_bound(m_bytes.begin(), end, std::make_pair(character, static_cast<unsigned char>(0)));
     if (found == end || found->first != character)
         return false;

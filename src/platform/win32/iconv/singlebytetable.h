@@ -23,7 +23,7 @@ public:
 private:
     Characters m_characters;
     std::array<std::pair<char32_t, unsigned char>, 256> m_bytes = {}; // by character
-    std::ptrdiff_t m_count = 0;
+    std::size_t m_count = 0;
     bool m_holdsAscii = true;
 };
 

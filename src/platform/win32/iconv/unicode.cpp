@@ -94,14 +94,14 @@ public:
             return Short;
         m_isAtStart = false;
         if (writesMark) {
-            Put(ByteOrderMark, room);
+            PutUnit(ByteOrderMark, room);
             room += m_size;
         }
         if (isPair) {
-            Put(0xD800 + ((character - 0x10000) >> 10), room);
-            Put(0xDC00 + ((character - 0x10000) & 0x3FF), room + 2);
+            PutUnit(0xD800 + ((character - 0x10000) >> 10), room);
+            PutUnit(0xDC00 + ((character - 0x10000) & 0x3FF), room + 2);
         } else {
-            Put(character, room);
+            PutUnit(character, room);
         }
         return count;
     }
@@ -113,14 +113,21 @@ public:
 
 private:
     char32_t Unit(const unsigned char* text, bool isBig) const {
+        if (m_size == 2)
+            return static_cast<char32_t>(isBig ? text[0] << 8 | text[1] : text[1] << 8 | text[0]);
         char32_t unit = 0;
-        for (int i = 0; i < m_size; ++i)
-            unit = unit << 8 | text[isBig ? i : m_size - 1 - i];
+        for (int i = 0; i < 4; ++i)
+            unit = unit << 8 | text[isBig ? i : 3 - i];
         return unit;
     }
-    void Put(char32_t unit, unsigned char* room) const {
-        for (int i = 0; i < m_size; ++i)
-            room[m_isBig ? m_size - 1 - i : i] = static_cast<unsigned char>(unit >> 8 * i);
+    void PutUnit(char32_t unit, unsigned char* room) const {
+        if (m_size == 2) {
+            room[m_isBig ? 1 : 0] = static_cast<unsigned char>(unit);
+            room[m_isBig ? 0 : 1] = static_cast<unsigned char>(unit >> 8);
+            return;
+        }
+        for (int i = 0; i < 4; ++i)
+            room[m_isBig ? 3 - i : i] = static_cast<unsigned char>(unit >> 8 * i);
     }
 
     int m_size;

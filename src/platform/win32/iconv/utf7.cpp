@@ -32,7 +32,7 @@ public:
     explicit Utf7(const Form& form) : m_form(form) {
         m_values.fill(-1);
         for (std::size_t i = 0; i < Digits.size(); ++i)
-            m_values[static_cast<unsigned char>(Digits[i])] = static_cast<signed char>(i);
+            m_values[static_cast<unsigned char>(Digits[i])] = static_cast<int>(i);
         m_values[static_cast<unsigned char>(form.last)] = 63;
     }
 
@@ -172,7 +172,7 @@ private:
     }
 
     const Form& m_form;
-    std::array<signed char, 0x80> m_values; // of the digits; -1 for others
+    std::array<int, 0x80> m_values; // of the digits; -1 for others
     State m_state;
     State m_next;
 };

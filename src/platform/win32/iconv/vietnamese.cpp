@@ -48,9 +48,11 @@ struct Table {
         std::sort(letters.begin(), letters.end());
     }
     char32_t Compose(unsigned char base, unsigned char tone) const {
-        const auto* const found = std::find(std::begin(Tones), std::end(Tones), tone);
-        const char16_t character = found != std::end(Tones) ? composed[base][found - std::begin(Tones)] : u'\0';
-        return character != 0 ? character : NoCharacter;
+        for (std::size_t i = 0; i < std::size(Tones); ++i) {
+            if (Tones[i] == tone && composed[base][i] != 0)
+                return composed[base][i];
+        }
+        return NoCharacter;
     }
 };
 
