@@ -163,7 +163,7 @@ private:
     // Page 936 has more in some rows, and two other characters.
     char32_t DecodeChinese(unsigned char first, unsigned char second) const {
         const bool isAddition = (first == 0xA2 && second <= 0xAA) || (first == 0xA6 && second >= 0xE0) ||
-                                (first == 0xA8 && second >= 0xBB && second <= 0xC0) || first > 0xF7;
+                                (first == 0xA8 && second >= 0xBB && second <= 0xC0);
         if (first == 0xA1 && (second == 0xA4 || second == 0xAA))
             return second == 0xA4 ? MiddleDot : Bar;
         return isAddition ? 0 : m_chinese->Decode(first, second);

@@ -19,10 +19,9 @@ char32_t SystemPage::Decode(const unsigned char* bytes, int count) const {
         (units[0] >= 0xD800 && units[0] <= 0xDFFF))
         return NoCharacter;
     char back[8];
-    BOOL isLossy = FALSE;
     const int length = WideCharToMultiByte(m_codePage, m_takesFlags ? WC_NO_BEST_FIT_CHARS : 0, units, 1, back,
-                                           static_cast<int>(sizeof(back)), nullptr, m_takesFlags ? &isLossy : nullptr);
-    return length == count && isLossy == FALSE && std::equal(text, text + count, back) ? units[0] : NoCharacter;
+                                           static_cast<int>(sizeof(back)), nullptr, nullptr);
+    return length == count && std::equal(text, text + count, back) ? units[0] : NoCharacter;
 }
 
 DoubleByteTable::DoubleByteTable(const SystemPage& page) {
