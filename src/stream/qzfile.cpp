@@ -1,6 +1,7 @@
 #include "stream/qzfile.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -52,8 +53,8 @@ bool QzFile::Open(const KeldMBString& path, Access access) {
     Close();
     if (IsCut(path))
         return Report(InvalidName);
-    int error = 0;
-    m_handle = Platform::OpenFile(ToNativePath(path).Cstr(), ToPlatform(access), error);
+    int error = ENOMEM; // where names are handed over in another charset
+    TryMemory([&] { m_handle = Platform::OpenFile(ToNativePath(path).Cstr(), ToPlatform(access), error); });
     return Report(error);
 }
 

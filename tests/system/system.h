@@ -115,6 +115,10 @@ T& SharedObject(const std::string& path) {
     return *std::launder(static_cast<T*>(SharedBytes(path, sizeof(T))));
 }
 
+/// A text of that many equal letters and a terminator, in memory that holds only a megabyte of it, until the end of the
+/// process.
+const char* RepeatedText(std::size_t size);
+
 // ---- Files
 
 /// A path as this system writes it.

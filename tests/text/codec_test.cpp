@@ -25,6 +25,10 @@ namespace {
 
 using Charset = KELDCharset::Charset;
 
+constexpr Charset WideCharset = sizeof(wchar_t) == 2 ? KELDCharset::UCS2LE : KELDCharset::UCS4LE;
+// Where wide text has two bytes, the system's converter lacks much; Wine's even more.
+constexpr std::size_t LeastCharsets = sizeof(wchar_t) == 2 ? 77 : 230;
+
 const char Zhongwen[] = "\xE4\xB8\xAD\xE6\x96\x87"; // U+4E2D U+6587, "Chinese"
 
 std::string Name(Charset charset) {
@@ -132,12 +136,12 @@ void CheckTexts(Charset to, Charset from, const std::string& bytes, const std::s
         ByIconv(to, from, bytes.substr(0, bytes.size() / 2 * 2) + "\0\0"s, terminated);
         ASSERT_EQ(QzStringUCS2LE(text, from).ToString(to).View(), trimmed(terminated));
     }
-    if (to == KELDCharset::UCS4LE) {
+    if (to == WideCharset) {
         QzStringW wide(L"old");
         wide.FromString(text, from);
         ASSERT_TRUE(wide == Units<wchar_t>(expected).c_str());
     }
-    const bool isWide = from == KELDCharset::UCS4LE && bytes.size() % sizeof(wchar_t) == 0;
+    const bool isWide = from == WideCharset && bytes.size() % sizeof(wchar_t) == 0;
     ASSERT_TRUE(!isWide || QzStringW(Units<wchar_t>(bytes)).ToString(to).View() == expected);
 }
 
@@ -149,7 +153,7 @@ TEST(Codec, ConvertsAsIconvDoes) {
     std::mt19937 random(3);
     const auto upTo = [&](std::size_t limit) { return static_cast<std::size_t>(random() % (limit + 1)); };
     int converted = 0;
-    EXPECT_GT(Table().size(), 230U);
+    EXPECT_GT(Table().size(), LeastCharsets);
     for (int round = 0; round < 3; ++round) {
         for (const Charset charset : Table()) {
             // In UTF-8 first, of letters that many charsets have, and all 128 of ASCII.
@@ -195,7 +199,7 @@ TEST(Codec, ConvertsAsIconvDoes) {
             }
         }
     }
-    EXPECT_GT(converted, 2000);
+    EXPECT_GT(converted, static_cast<int>(9 * Table().size()));
 }
 
 TEST(Codec, MayBeToldToDropLetters) {
@@ -304,7 +308,8 @@ TEST(Texts, TakeTheirOwnCharsetAsItIs) {
     EXPECT_EQ(wide.ToString(KELDCharset::Current).GetCharset(), KELDCharset::GB2312);
     EXPECT_EQ(wide.ToString(KELDCharset::Ansi).GetCharset(), KELDCharset::Ansi);
     EXPECT_EQ(QzStringW(L"ab").ToString(KELDCharset::Wide), "a"); // bytes up to the first zero
-    wide.FromString(KeldMBString("a\0\0\0b", 5), KELDCharset::Wide);
+    const std::string partial = std::string("a\0\0\0", sizeof(wchar_t)) + 'b';
+    wide.FromString(KeldMBString(std::string_view(partial)), KELDCharset::Wide);
     EXPECT_TRUE(wide == L"ab"); // ends within a unit
     EXPECT_EQ(QzStringUCS2LE("ab", KELDCharset::UTF8).ToString(KELDCharset::UCS2LE), "a");
     const QzStringUTF8 utf8(KeldMBString("a\xFF\0b", 4), KELDCharset::UTF8);

@@ -4,9 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <thread>
 
 #include "base/keldarray.h"
@@ -17,6 +15,7 @@
 #include "stream/qzfilestream.h"
 #include "stream/qztrace.h"
 #include "support.h"
+#include "text/failingallocation.h"
 #include "toolkit/qzhash.h"
 #include "toolkit/qzhashcode.h"
 #include "toolkit/qzstringex.h"
@@ -27,26 +26,6 @@
 #include "toolkit/qztoolkit.h"
 
 using namespace Qzc;
-
-// Of the thread's allocations to come the one that fails; 0: none.
-static thread_local int t_failing = 0;
-
-// The other forms come down to these; the one that does not throw, too, but a sanitizer has one of its own.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return t_failing > 0 && --t_failing == 0 ? nullptr : std::malloc(size != 0 ? size : 1);
-}
-void* operator new(std::size_t size) {
-    void* const memory = operator new(size, std::nothrow);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -71,14 +50,13 @@ void Exhaust(const Value& before, Left left, const Changes<Value>& changes) {
             Value value = before;
             Value again = before;
             std::thread([&] {
-                t_failing = failing;
+                FailAllocation(failing);
                 try {
                     change(value);
                 } catch (...) {
                     isThrown = true;
                 }
-                isFailing = t_failing == 0;
-                t_failing = 0;
+                isFailing = StopFailing();
                 change(again);
             }).join();
             ASSERT_FALSE(isThrown) << failing;

@@ -29,7 +29,9 @@ constexpr NamedPage Named[] = {
     {"KOI8-R", 20866},       {"KOI8-U", 21866},       {"LATIN1", 28591},
     {"LATIN-9", 28605},      {"MAC-CYRILLIC", 10007}, {"MAC-CENTRALEUROPE", 10029},
     {"MAC-IS", 10079},       {"T.61", 20261},         {"T.61-8BIT", 20261},
-    {"ISO_6937", 20269},     {"ISO6937", 20269},
+    {"ISO_6937", 20269},     {"ISO6937", 20269},      {"ISO646-DE", 20106},
+    {"ISO-IR-21", 20106},    {"ISO646-FI", 20107},    {"ISO-IR-10", 20107},
+    {"ISO646-NO", 20108},    {"ISO-IR-60", 20108},    {"MAC-UK", 10017},
 };
 
 // Of IBM's own numbers these have another one here.

@@ -139,6 +139,21 @@ void* SharedBytes(const std::string& path, std::size_t size) {
     return bytes;
 }
 
+const char* RepeatedText(std::size_t size) {
+    constexpr std::size_t Chunk = 1 << 20;
+    const int memory = memfd_create("text", 0);
+    Require(memory >= 0 && ftruncate(memory, Chunk) == 0, "memfd_create");
+    void* const start =
+        mmap(nullptr, size + 2 * Chunk, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    Require(start != MAP_FAILED, "mmap");
+    char* const text = static_cast<char*>(start);
+    for (std::size_t at = 0; at < size; at += Chunk)
+        mmap(text + at, Chunk, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, memory, 0);
+    std::fill_n(text, Chunk, 'a');
+    close(memory);
+    return text;
+}
+
 // ---- Files that make trouble
 
 const bool PosixFiles = true;

@@ -164,6 +164,22 @@ void* SharedBytes(const std::string& path, std::size_t size) {
     return bytes;
 }
 
+const char* RepeatedText(std::size_t size) {
+    constexpr std::size_t Chunk = 1 << 20;
+    const HANDLE memory = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, Chunk, nullptr);
+    Require(memory != nullptr, "CreateFileMapping");
+    // Addresses that are free now are so in a moment, too.
+    char* const text = static_cast<char*>(VirtualAlloc(nullptr, size + 2 * Chunk, MEM_RESERVE, PAGE_NOACCESS));
+    Require(text != nullptr && VirtualFree(text, 0, MEM_RELEASE) != 0, "VirtualAlloc");
+    std::size_t at = 0;
+    for (; at < size; at += Chunk)
+        Require(MapViewOfFileEx(memory, FILE_MAP_WRITE, 0, 0, Chunk, text + at) != nullptr, "MapViewOfFileEx");
+    Require(VirtualAlloc(text + at, Chunk, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE) != nullptr, "VirtualAlloc");
+    std::fill_n(text, Chunk, 'a');
+    CloseHandle(memory);
+    return text;
+}
+
 // ---- Files that make trouble
 
 const bool PosixFiles = false;
