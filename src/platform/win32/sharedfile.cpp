@@ -21,15 +21,15 @@ constexpr std::int64_t ChangeByte = std::int64_t{1} << 61;
 constexpr std::int64_t AppendByte = ChangeByte + 1;
 constexpr std::int64_t FirstMarkByte = std::int64_t{1} << 60;
 constexpr std::int64_t PerMark = 256; ///< how many can have one mark
-constexpr std::int64_t Marks = 16;
+constexpr std::int64_t Marks = std::int64_t{1} << 32;
 constexpr std::int64_t EndOfMarks = FirstMarkByte + Marks * PerMark;
 
 HANDLE SystemHandle(std::int64_t handle) {
     return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(handle));
 }
 
-std::int64_t FirstOf(unsigned int mark) {
-    return FirstMarkByte + static_cast<std::int64_t>(mark) * PerMark;
+std::int64_t FirstOf(std::int64_t mark) {
+    return FirstMarkByte + mark * PerMark;
 }
 
 // Whether others than the one with the byte `own` have one of these.
@@ -212,9 +212,10 @@ bool SharedFile::IsMarkedElsewhere(unsigned int mark) const {
 
 bool SharedFile::HoldAlone(unsigned int mark) {
     const HANDLE file = SystemHandle(m_handle);
+    const std::int64_t behind = FirstOf(std::int64_t{mark} + 1);
     if (!LockBytes(file, FirstMarkByte, FirstOf(mark) - FirstMarkByte, false))
         return false;
-    if (LockBytes(file, FirstOf(mark + 1), EndOfMarks - FirstOf(mark + 1), false))
+    if (LockBytes(file, behind, EndOfMarks - behind, false))
         return true;
     UnlockBytes(file, FirstMarkByte, FirstOf(mark) - FirstMarkByte);
     return false;
@@ -222,8 +223,9 @@ bool SharedFile::HoldAlone(unsigned int mark) {
 
 void SharedFile::ReleaseAlone(unsigned int mark) {
     const HANDLE file = SystemHandle(m_handle);
+    const std::int64_t behind = FirstOf(std::int64_t{mark} + 1);
     UnlockBytes(file, FirstMarkByte, FirstOf(mark) - FirstMarkByte);
-    UnlockBytes(file, FirstOf(mark + 1), EndOfMarks - FirstOf(mark + 1));
+    UnlockBytes(file, behind, EndOfMarks - behind);
 }
 
 } // namespace Platform
