@@ -137,11 +137,6 @@ ZoneYear LocalRules(std::int64_t year) {
 
 } // namespace
 
-ZoneOffset ZoneYear::At(std::int64_t moment) const {
-    const bool isDaylight = start <= end ? moment >= start && moment < end : moment >= start || moment < end;
-    return {isDaylight ? daylight : standard, isDaylight};
-}
-
 ZoneYear RulesOf(const TIME_ZONE_INFORMATION& zone, std::int64_t year) {
     ZoneYear rules;
     const bool hasSummer = IsDate(zone.DaylightDate) && IsDate(zone.StandardDate);

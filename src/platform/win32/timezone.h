@@ -16,7 +16,10 @@ struct ZoneOffset {
 
 /// What a zone does in one year. Moments are seconds since 1970-01-01 UTC.
 struct ZoneYear {
-    ZoneOffset At(std::int64_t moment) const;
+    ZoneOffset At(std::int64_t moment) const {
+        const bool isDaylight = start <= end ? moment >= start && moment < end : moment >= start || moment < end;
+        return {isDaylight ? daylight : standard, isDaylight};
+    }
 
     std::int32_t standard = 0; ///< seconds ahead of UTC
     std::int32_t daylight = 0;

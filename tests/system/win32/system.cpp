@@ -45,6 +45,10 @@ std::wstring Quoted(const std::wstring& argument) {
 
 constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+bool IsWine() {
+    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
 HANDLE SystemHandle(std::intptr_t handle) {
     return reinterpret_cast<HANDLE>(handle);
 }
@@ -199,13 +203,17 @@ void AppendToFile(const std::string& path, const std::string& bytes) {
 
 // Wine asks where the end is and then writes there.
 bool AppendsInOneStep() {
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") == nullptr;
+    return !IsWine();
 }
 
-// What stands for a device of the system beneath takes its part here.
+// Wine has the device of the system beneath.
 std::string FullDevice() {
-    const std::string device = "\\\\?\\unix\\dev\\full";
-    return GetFileAttributesW(Wide(device).c_str()) != INVALID_FILE_ATTRIBUTES ? device : std::string();
+    const std::string device = "Z:\\dev\\full";
+    const HANDLE file = CreateFileW(Wide(device).c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (!IsWine() || file == INVALID_HANDLE_VALUE)
+        return std::string();
+    CloseHandle(file);
+    return device;
 }
 
 bool MakePipe(const std::string&) {
