@@ -52,7 +52,9 @@ FileHandle OpenFile(const char* path, FileAccess access, int& error) {
     }
     Handle file(CreateFileW(wide.c_str(), rights, ShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
-        error = IsDirectory(wide) ? EISDIR : LastErrno();
+        error = LastErrno();
+        if (IsDirectory(wide))
+            error = EISDIR;
         return NoFile;
     }
     error = Refusal(file.Get());
