@@ -11,8 +11,8 @@
 /// The calendar, for every year that a tm can tell, before 1970 and beyond 2038 too. Any thread.
 namespace Platform {
 
-/// The local calendar time of a second since 1970-01-01 UTC, in the time zone that the process started with.
-/// False when it has none (the year does not fit).
+/// The local calendar time of a second since 1970-01-01 UTC, in the time zone that the process started with; where all
+/// processes have the system's, in the one that it has now. False when it has none (the year does not fit).
 MOPLATFORM_API bool LocalTime(std::int64_t seconds, std::tm& local);
 
 /// The same in UTC.

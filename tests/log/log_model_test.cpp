@@ -169,7 +169,6 @@ struct Model {
 TEST_F(LogTest, FollowsTheModel) {
     std::mt19937 random(8);
     const auto upTo = [&](int limit) { return static_cast<int>(random() % (static_cast<unsigned>(limit) + 1)); };
-    const bool removesOpenFiles = RemovesOpenFiles();
     for (int round = 0; round < Often(400); ++round) {
         const ScratchDirectory scratch;
         const std::string directory = scratch / "log";
@@ -217,7 +216,7 @@ TEST_F(LogTest, FollowsTheModel) {
             const bool isWhole = isThere && std::filesystem::file_size(file) != 0;
             std::string& lines = model.files[isThere ? model.current : "none"];
             const int deed = upTo(isThere ? 4 : 1);
-            switch ((deed == 1 || deed == 2) && !removesOpenFiles ? 0 : deed) {
+            switch ((deed == 1 || deed == 2) && !RemovesOpenFiles ? 0 : deed) {
             case 0: s_quota = model.quota = static_cast<std::size_t>(upTo(6)); break;
             case 1:
                 model.isWritable = !model.isWritable;

@@ -175,7 +175,7 @@ TEST_F(LogSharing, ProgramsShareAFile) {
 }
 
 TEST_F(LogSharing, AStrangerSharesTheFile) {
-    if (!AppendsInOneStep())
+    if (!AppendsInOneStep)
         GTEST_SKIP() << "what a program appends here may overwrite what another does";
     ShareAFile({{Log::Text, 1, -1, 2000, false, 1},
                 {Log::Text, 7, -1, 2000, false, 1},

@@ -52,7 +52,7 @@ TEST(Files, AreToldApart) {
     EXPECT_TRUE(Platform::FileAge((scratch / "c").c_str(), later, length) && later > time && length == 5);
     EXPECT_FALSE(Platform::FileAge(scratch.Path().c_str(), time, length));
     std::filesystem::remove(path);
-    EXPECT_EQ(shared.IsRemoved() && shared.HasLeft(path), RemovesOpenFiles());
+    EXPECT_EQ(shared.IsRemoved() && shared.HasLeft(path), RemovesOpenFiles);
 }
 
 // Also those of two that this process has opened.

@@ -130,11 +130,11 @@ extern const bool ZonesByEnvironment;
 bool MakeSymbolicLink(const std::string& target, const std::string& link);
 
 /// Whether a file that somebody has open loses its name at once when it is removed.
-bool RemovesOpenFiles();
+extern const bool RemovesOpenFiles;
 
 /// Adds bytes to a file's end as a program that knows nothing of us: in one step, where the system has that.
 void AppendToFile(const std::string& path, const std::string& bytes);
-bool AppendsInOneStep();
+extern const bool AppendsInOneStep;
 
 // ---- Files that make trouble
 

@@ -76,7 +76,8 @@ FileHandle CreateBeside(const std::string& path, FileHandle existing, std::strin
                                                   FILE_ATTRIBUTE_ENCRYPTED | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
     }
     SECURITY_ATTRIBUTES given = {sizeof(given), security.data(), FALSE};
-    for (;;) {
+    constexpr int Tries = 1000; // names are taken by those that a killed process of this number has left
+    for (int i = 0; i < Tries; ++i) {
         temporary = DirectoryOf(path) + '.' + std::to_string(GetCurrentProcessId()) + '-' +
                     std::to_string(s_number.fetch_add(1)) + ".new";
         const HANDLE file = CreateFileW(WideFilePath(temporary.c_str()).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
@@ -84,11 +85,11 @@ FileHandle CreateBeside(const std::string& path, FileHandle existing, std::strin
                                         attributes != 0 ? attributes : FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE)
             return reinterpret_cast<FileHandle>(file);
-        if (GetLastError() != ERROR_FILE_EXISTS && GetLastError() != ERROR_ALREADY_EXISTS) {
-            temporary.clear();
-            return NoFile;
-        }
+        if (GetLastError() != ERROR_FILE_EXISTS && GetLastError() != ERROR_ALREADY_EXISTS)
+            break;
     }
+    temporary.clear();
+    return NoFile;
 }
 
 // A file that is gone when it is closed.

@@ -120,7 +120,7 @@ TEST_F(WindowsFiles, WhatIsOpenBelongsToAll) {
     EXPECT_TRUE(shared.HasLeft(m_file) && !shared.HasLeft(m_file + "2") && !shared.IsRemoved());
     EXPECT_EQ(shared.Append("!", 1), 1);
     ASSERT_NE(DeleteFileW(Wide(m_file + "2").c_str()), 0);
-    EXPECT_EQ(shared.IsRemoved() && shared.HasLeft(m_file + "2"), RemovesOpenFiles());
+    EXPECT_EQ(shared.IsRemoved() && shared.HasLeft(m_file + "2"), RemovesOpenFiles);
 }
 
 TEST_F(WindowsFiles, AreReplacedOrLeftAsTheyAre) {

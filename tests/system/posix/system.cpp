@@ -150,17 +150,13 @@ bool MakeSymbolicLink(const std::string& target, const std::string& link) {
     return symlink(target.c_str(), link.c_str()) == 0;
 }
 
-bool RemovesOpenFiles() {
-    return true;
-}
+const bool RemovesOpenFiles = true;
 
 void AppendToFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::app | std::ios::binary) << bytes;
 }
 
-bool AppendsInOneStep() {
-    return true;
-}
+const bool AppendsInOneStep = true;
 
 std::string FullDevice() {
     return "/dev/full";

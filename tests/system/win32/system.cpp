@@ -182,16 +182,8 @@ bool MakeSymbolicLink(const std::string& target, const std::string& link) {
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
 }
 
-bool RemovesOpenFiles() {
-    const ScratchDirectory scratch;
-    const std::wstring path = Wide(scratch / "open");
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, ShareAll, nullptr, CREATE_NEW, 0, nullptr);
-    Require(file != INVALID_HANDLE_VALUE && DeleteFileW(path.c_str()) != 0, "DeleteFile");
-    const bool isGone =
-        GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES && GetLastError() == ERROR_FILE_NOT_FOUND;
-    CloseHandle(file);
-    return isGone;
-}
+// Wine keeps the name until all have closed the file.
+const bool RemovesOpenFiles = !IsWine();
 
 void AppendToFile(const std::string& path, const std::string& bytes) {
     const HANDLE file = CreateFileW(Wide(path).c_str(), FILE_APPEND_DATA, ShareAll, nullptr, OPEN_ALWAYS,
@@ -202,9 +194,7 @@ void AppendToFile(const std::string& path, const std::string& bytes) {
 }
 
 // Wine asks where the end is and then writes there.
-bool AppendsInOneStep() {
-    return !IsWine();
-}
+const bool AppendsInOneStep = !IsWine();
 
 // Wine has the device of the system beneath.
 std::string FullDevice() {
