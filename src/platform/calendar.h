@@ -34,6 +34,24 @@ constexpr std::int64_t DayNumber(std::int64_t year, std::int64_t month, std::int
            BeforeMonth[month - 1] + day - 1 - 719468;
 }
 
+/// The other way round.
+struct CalendarDate {
+    std::int64_t year;
+    int month, day;
+};
+
+constexpr CalendarDate DateOfDay(std::int64_t dayNumber) {
+    constexpr std::int64_t DaysOfEra = 146097; // 400 years that begin in March
+    const std::int64_t shifted = dayNumber + 719468;
+    const std::int64_t era = FloorDiv(shifted, DaysOfEra);
+    const std::int64_t day = shifted - era * DaysOfEra;
+    const std::int64_t year = (day - day / 1460 + day / 36524 - day / (DaysOfEra - 1)) / 365;
+    const std::int64_t yearDay = day - (365 * year + year / 4 - year / 100);
+    const std::int64_t month = (5 * yearDay + 2) / 153; // from March
+    return {era * 400 + year + (month >= 10 ? 1 : 0), static_cast<int>((month + 2) % 12 + 1),
+            static_cast<int>(yearDay - (153 * month + 2) / 5 + 1)};
+}
+
 constexpr int WeekDay(std::int64_t dayNumber) {
     return static_cast<int>(dayNumber + 4 - FloorDiv(dayNumber + 4, 7) * 7);
 }

@@ -26,7 +26,8 @@ MOPLATFORM_API bool OpenReplacement(const char* path, Replacement& replacement, 
 /// finds the old one or the new one, whole, even after a power cut. Where no file can be made beside it, or the new
 /// one cannot have its owner or its name, it is overwritten in place, with its room on the disk secured first.
 /// What is no regular file (a device, a pipe) is written to. On failure a regular file is as it was, unless the
-/// device itself failed while it was being overwritten.
+/// device itself failed while it was being overwritten. Where others can keep a file's name, by how they have it open,
+/// that is a failure, too (EACCES).
 MOPLATFORM_API bool CommitReplacement(Replacement& replacement, int& error);
 
 /// Gives it up.

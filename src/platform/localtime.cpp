@@ -11,8 +11,8 @@ namespace {
 // Writes as long as there is room.
 class TimeWriter {
 public:
-    TimeWriter(char* buffer, std::size_t size, const std::tm& time)
-        : m_at(buffer), m_end(buffer + size), m_begin(buffer), m_time(time) {}
+    TimeWriter(char* buffer, std::size_t size, const std::tm& time, bool isUtc)
+        : m_at(buffer), m_end(buffer + size), m_begin(buffer), m_time(time), m_isUtc(isUtc) {}
 
     // 0 when there was no room for all of it.
     std::size_t Write(std::string_view format) {
@@ -57,7 +57,7 @@ private:
 
     void LeaveToTheSystem(std::string_view conversion) {
         std::size_t length = 0;
-        m_fits = FormatBySystem(m_at, static_cast<std::size_t>(m_end - m_at), conversion, m_time, length);
+        m_fits = FormatBySystem(m_at, static_cast<std::size_t>(m_end - m_at), conversion, m_time, m_isUtc, length);
         if (m_fits)
             m_at += length;
     }
@@ -100,13 +100,14 @@ private:
     char* const m_end;
     const char* const m_begin;
     const std::tm& m_time;
+    const bool m_isUtc;
     bool m_fits = true;
 };
 
 } // namespace
 
-std::size_t FormatTime(char* buffer, std::size_t size, const char* format, const std::tm& time) {
-    return TimeWriter(buffer, size, time).Write(format);
+std::size_t FormatTime(char* buffer, std::size_t size, const char* format, const std::tm& time, bool isUtc) {
+    return TimeWriter(buffer, size, time, isUtc).Write(format);
 }
 
 } // namespace Platform

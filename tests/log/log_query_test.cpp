@@ -29,6 +29,8 @@ TEST_F(LogTest, DateTimesAreReadBack) {
     std::mt19937_64 random(11);
     for (const char* const zone : {"CST-8", "UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "<-0330>3:30<-0230>,M3.2.0,M11.1.0",
                                    "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0"}) {
+        if (!ZonesByEnvironment && zone != "CST-8"s)
+            continue;
         const TimeZone timeZone(zone);
         std::vector<std::string> formats = {"%s", "%c", "%a %b %e %H:%M:%S %Z %Y", "%s.", "%c %z"};
         for (const std::string date : {"%Y-%m-%d", "%F", "%D", "%d.%m.%y", "%e %b %Y", "%A %d %B %Y", "%a %h %e %C%y",
@@ -265,11 +267,13 @@ TEST_F(LogTest, RolledFiles) {
 TEST_F(LogTest, ResultIsNotSavedOverTheLog) {
     ASSERT_EQ(log.Open(K(m_file)), 1);
     Record("kept");
-    std::filesystem::create_symlink(m_file, m_scratch / "symlink");
+    std::vector<std::string> names = {"a.log", "./x/../a.log", "link"};
+    if (MakeSymbolicLink(m_file, m_scratch / "symlink"))
+        names.emplace_back("symlink");
     std::filesystem::create_hard_link(m_file, m_scratch / "link");
     KeldArray<QzLogItem> items;
     log.Query(QzLogQueryDef(), items);
-    for (const char* const name : {"a.log", "./x/../a.log", "symlink", "link"}) {
+    for (const std::string& name : names) {
         EXPECT_EQ(log.SaveQueryResult(items, K(m_scratch / name)), 0) << name;
         EXPECT_EQ(ReadBytes(m_file), "kept\n");
     }

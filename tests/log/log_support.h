@@ -83,7 +83,7 @@ inline std::map<std::string, std::string> FilesOf(const std::string& directory) 
     return files;
 }
 
-/// Another time zone while it lives.
+/// Another time zone while it lives, where a process can choose one.
 class TimeZone {
 public:
     explicit TimeZone(const char* zone) : m_variable("TZ", zone) {

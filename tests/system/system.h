@@ -127,6 +127,19 @@ std::string Native(const std::string& path);
 /// Whether there are symbolic links for everybody, permissions by three digits, and pipes among the files.
 extern const bool PosixFiles;
 
+/// Whether TZ in the environment chooses the time zone of a process at any time.
+extern const bool ZonesByEnvironment;
+
+/// False where there are no symbolic links, or not for us.
+bool MakeSymbolicLink(const std::string& target, const std::string& link);
+
+/// Whether a file that somebody has open loses its name at once when it is removed.
+extern const bool RemovesOpenFiles;
+
+/// Adds bytes to a file's end as a program that knows nothing of us: in one step, where the system has that.
+void AppendToFile(const std::string& path, const std::string& bytes);
+extern const bool AppendsInOneStep;
+
 // ---- Files that make trouble
 
 /// A path that can be opened for writing and takes nothing, as on a full disk; empty where there is none.

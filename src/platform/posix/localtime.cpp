@@ -26,7 +26,8 @@ bool FromLocalTime(std::tm local, std::int64_t& seconds) {
     return true;
 }
 
-bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time,
+// What the zone is, stands in the time itself.
+bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time, bool,
                     std::size_t& length) {
     constexpr std::size_t Longest = 1024;
     char format[64] = "."; // by which an empty result is told from none

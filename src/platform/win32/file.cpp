@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/win32/filestatus.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/system.h"
 #include "platform/win32/text.h"
@@ -27,22 +28,6 @@ int Refusal(HANDLE file) {
     }
 }
 
-bool IsDirectory(const std::wstring& path) {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
-// Names that the system would take for another: those that end in a blank or a dot, and streams of a file.
-bool IsFileName(const std::wstring& path) {
-    const std::size_t at = path.find_last_of(L"/\\");
-    const std::wstring name = at == std::wstring::npos ? path : path.substr(at + 1);
-    const std::size_t colon = name.find(L':');
-    const bool isDrive = at == std::wstring::npos && colon == 1;
-    if (colon != std::wstring::npos && !isDrive)
-        return false;
-    return name.empty() || name == L"." || name == L".." || (name.back() != L' ' && name.back() != L'.');
-}
-
 std::int64_t Size(HANDLE file) {
     LARGE_INTEGER size = {};
     return GetFileSizeEx(file, &size) != 0 ? size.QuadPart : -1;
@@ -51,10 +36,7 @@ std::int64_t Size(HANDLE file) {
 } // namespace
 
 FileHandle OpenFile(const char* path, FileAccess access, int& error) {
-    const std::wstring wide = WidePath(path);
-    error = wide.empty() || !IsFileName(wide) ? ENOENT : 0;
-    if (error != 0)
-        return NoFile;
+    const std::wstring wide = WideFilePath(path);
     DWORD rights = GENERIC_READ;
     DWORD creation = OPEN_EXISTING;
     switch (access) {
@@ -70,7 +52,9 @@ FileHandle OpenFile(const char* path, FileAccess access, int& error) {
     }
     Handle file(CreateFileW(wide.c_str(), rights, ShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
-        error = IsDirectory(wide) ? EISDIR : LastErrno();
+        error = LastErrno();
+        if (IsDirectory(wide))
+            error = EISDIR;
         return NoFile;
     }
     error = Refusal(file.Get());
@@ -140,13 +124,9 @@ bool TruncateFile(FileHandle file, std::int64_t length, int& error) {
 }
 
 bool FileIsAt(FileHandle file, const char* path) {
-    const Handle there(CreateFileW(WidePath(path).c_str(), FILE_READ_ATTRIBUTES, ShareAll, nullptr, OPEN_EXISTING,
-                                   FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    BY_HANDLE_FILE_INFORMATION a = {};
-    BY_HANDLE_FILE_INFORMATION b = {};
-    return there && GetFileInformationByHandle(SystemHandle(file), &a) != 0 &&
-           GetFileInformationByHandle(there.Get(), &b) != 0 && a.dwVolumeSerialNumber == b.dwVolumeSerialNumber &&
-           a.nFileIndexHigh == b.nFileIndexHigh && a.nFileIndexLow == b.nFileIndexLow;
+    FileStatus ours;
+    FileStatus there;
+    return QueryFile(SystemHandle(file), ours) && QueryFile(WideFilePath(path), there) && IsSame(ours, there);
 }
 
 bool SyncFile(FileHandle file, int& error) {
@@ -154,14 +134,16 @@ bool SyncFile(FileHandle file, int& error) {
 }
 
 bool FileExists(const char* path) {
-    const std::wstring wide = WidePath(path);
-    const DWORD attributes =
-        wide.empty() || !IsFileName(wide) ? INVALID_FILE_ATTRIBUTES : GetFileAttributesW(wide.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+    const std::wstring wide = WideFilePath(path);
+    const DWORD attributes = GetFileAttributesW(wide.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        return false;
+    FileStatus status; // a link may lead nowhere
+    return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 || QueryFile(wide, status);
 }
 
 void RemoveFile(const char* path) {
-    DeleteFileW(WidePath(path).c_str());
+    DeleteFileW(WideFilePath(path).c_str());
 }
 
 } // namespace Platform

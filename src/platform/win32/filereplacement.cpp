@@ -4,9 +4,10 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
-#include <utility>
+#include <new>
+#include <vector>
 
-#include "platform/win32/handle.h"
+#include "platform/win32/filestatus.h"
 #include "platform/win32/system.h"
 #include "platform/win32/text.h"
 
@@ -30,9 +31,10 @@ bool Close(FileHandle& file, int& error) {
 
 // Where the last name of the path leads to, there or not.
 std::string FollowLinks(const char* path) {
-    const Handle file(CreateFileW(WidePath(path).c_str(), FILE_READ_ATTRIBUTES, ShareAll, nullptr, OPEN_EXISTING,
+    const std::wstring wide = WideFilePath(path);
+    const Handle file(CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES, ShareAll, nullptr, OPEN_EXISTING,
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
-    const DWORD attributes = GetFileAttributesW(WidePath(path).c_str());
+    const DWORD attributes = GetFileAttributesW(wide.c_str());
     const bool isLink = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     if (!file || !isLink)
         return path;
@@ -41,28 +43,69 @@ std::string FollowLinks(const char* path) {
     if (length == 0 || length >= target.size())
         return path;
     target.resize(length);
-    if (target.compare(0, 4, L"\\\\?\\") == 0)
+    if (target.compare(0, 8, L"\\\\?\\UNC\\") == 0)
+        target.replace(0, 8, L"\\\\");
+    else if (target.compare(0, 4, L"\\\\?\\") == 0)
         target.erase(0, 4);
     const std::string narrow = NarrowPath(target);
     return narrow.empty() ? path : narrow;
 }
 
-FileHandle CreateBeside(const std::string& path, std::string& temporary) {
+// The owner, the group and the rights; empty where the system does not tell.
+std::vector<unsigned char> SecurityOf(HANDLE file) {
+    constexpr SECURITY_INFORMATION All =
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    DWORD size = 0;
+    GetKernelObjectSecurity(file, All, nullptr, 0, &size);
+    std::vector<unsigned char> security(size);
+    if (size == 0 || GetKernelObjectSecurity(file, All, security.data(), size, &size) == 0)
+        security.clear();
+    return security;
+}
+
+// A file beside the target that may take its place; NoFile where there can be none.
+FileHandle CreateBeside(const std::string& path, FileHandle existing, std::string& temporary) {
     static std::atomic<unsigned int> s_number{0};
-    for (;;) {
+    std::vector<unsigned char> security;
+    DWORD attributes = 0;
+    if (existing != NoFile) {
+        security = SecurityOf(SystemHandle(existing));
+        BY_HANDLE_FILE_INFORMATION told = {};
+        if (GetFileInformationByHandle(SystemHandle(existing), &told) != 0)
+            attributes = told.dwFileAttributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
+                                                  FILE_ATTRIBUTE_ENCRYPTED | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED);
+    }
+    SECURITY_ATTRIBUTES given = {sizeof(given), security.data(), FALSE};
+    constexpr int Tries = 1000; // names are taken by those that a killed process of this number has left
+    for (int i = 0; i < Tries; ++i) {
         temporary = DirectoryOf(path) + '.' + std::to_string(GetCurrentProcessId()) + '-' +
                     std::to_string(s_number.fetch_add(1)) + ".new";
-        const HANDLE file = CreateFileW(WidePath(temporary.c_str()).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
-                                        ShareAll, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        const HANDLE file = CreateFileW(WideFilePath(temporary.c_str()).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
+                                        ShareAll, security.empty() ? nullptr : &given, CREATE_NEW,
+                                        attributes != 0 ? attributes : FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE)
             return reinterpret_cast<FileHandle>(file);
-        if (GetLastError() != ERROR_FILE_EXISTS && GetLastError() != ERROR_ALREADY_EXISTS) {
-            const DWORD error = GetLastError();
-            temporary.clear();
-            SetLastError(error);
-            return NoFile;
-        }
+        if (GetLastError() != ERROR_FILE_EXISTS && GetLastError() != ERROR_ALREADY_EXISTS)
+            break;
     }
+    temporary.clear();
+    return NoFile;
+}
+
+// A file that is gone when it is closed.
+FileHandle CreateNameless() {
+    std::array<wchar_t, MAX_PATH + 1> folder = {};
+    std::array<wchar_t, MAX_PATH + 1> name = {};
+    if (GetTempPathW(MAX_PATH, folder.data()) == 0 || GetTempFileNameW(folder.data(), L"new", 0, name.data()) == 0)
+        return NoFile;
+    const HANDLE file = CreateFileW(name.data(), GENERIC_READ | GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING,
+                                    FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file != INVALID_HANDLE_VALUE)
+        return reinterpret_cast<FileHandle>(file);
+    const DWORD error = GetLastError();
+    DeleteFileW(name.data());
+    SetLastError(error);
+    return NoFile;
 }
 
 bool Copy(FileHandle from, FileHandle to, int& error) {
@@ -87,47 +130,65 @@ bool Copy(FileHandle from, FileHandle to, int& error) {
     return error == 0 && (!regular || (TruncateFile(to, length, error) && SyncFile(to, error)));
 }
 
-// In one step where the system can, also while others have the old file open.
-bool Rename(const std::string& from, const std::string& to) {
-    const std::wstring source = WidePath(from.c_str());
-    const std::wstring target = WidePath(to.c_str());
-    if (MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0)
-        return true;
-    return ReplaceFileW(target.c_str(), source.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) !=
-           0;
+// In one step, also while others have the old file open. Not every system and not every file system can.
+bool RenameOpen(HANDLE file, const std::wstring& target) {
+    constexpr auto RenameByFlags = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22); // not in every header
+    const DWORD size = GetFullPathNameW(target.c_str(), 0, nullptr, nullptr);
+    std::vector<unsigned char> memory(sizeof(FILE_RENAME_INFO) + size * sizeof(wchar_t));
+    auto& rename = *new (memory.data()) FILE_RENAME_INFO();
+    const DWORD length = GetFullPathNameW(target.c_str(), size, rename.FileName, nullptr);
+    if (length == 0 || length >= size)
+        return false;
+    rename.Flags = FILE_RENAME_FLAG_REPLACE_IF_EXISTS | FILE_RENAME_FLAG_POSIX_SEMANTICS;
+    rename.FileNameLength = length * static_cast<DWORD>(sizeof(wchar_t));
+    return SetFileInformationByHandle(file, RenameByFlags, &rename, static_cast<DWORD>(memory.size())) != 0;
+}
+
+// Closes the file.
+bool Place(Replacement& replacement, int& error) {
+    const std::wstring source = WideFilePath(replacement.temporary.c_str());
+    const std::wstring target = WideFilePath(replacement.path.c_str());
+    const bool isRenamed = RenameOpen(SystemHandle(replacement.file), target);
+    if (!Close(replacement.file, error) || isRenamed ||
+        Report(MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0,
+               error))
+        return error == 0;
+    // The target has no name for a moment then, but may be open. Where somebody keeps its name it is not even tried:
+    // not everything that stands for this system cleans up behind a failure.
+    if (Handle(CreateFileW(target.c_str(), DELETE, ShareAll, nullptr, OPEN_EXISTING, 0, nullptr)) &&
+        ReplaceFileW(target.c_str(), source.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0)
+        error = 0;
+    return error == 0;
 }
 
 } // namespace
 
 bool OpenReplacement(const char* path, Replacement& replacement, int& error) {
     replacement = Replacement();
-    const std::wstring wide = WidePath(path);
+    const std::wstring wide = WideFilePath(path);
     const HANDLE target =
         CreateFileW(wide.c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     const bool isThere = target != INVALID_HANDLE_VALUE;
     error = isThere ? 0 : LastErrno();
     if (!isThere && (error != ENOENT || wide.empty())) {
-        const DWORD attributes = GetFileAttributesW(wide.c_str());
-        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
-            error = EISDIR;
+        error = IsDirectory(wide) ? EISDIR : error;
         return false;
     }
-    replacement.path = FollowLinks(path);
-    const bool isRegular = !isThere || GetFileType(target) == FILE_TYPE_DISK;
-    if (isThere)
+    if (isThere) {
         replacement.target = reinterpret_cast<FileHandle>(target);
-    if (isRegular)
-        replacement.file = CreateBeside(replacement.path, replacement.temporary);
-    if (replacement.file == NoFile && isThere) { // a file that is gone when it is closed holds what is written
-        std::array<wchar_t, MAX_PATH + 1> folder = {};
-        std::array<wchar_t, MAX_PATH + 1> name = {};
-        if (GetTempPathW(MAX_PATH, folder.data()) != 0 &&
-            GetTempFileNameW(folder.data(), L"new", 0, name.data()) != 0) {
-            const HANDLE file = CreateFileW(name.data(), GENERIC_READ | GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING,
-                                            FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-            replacement.file = file != INVALID_HANDLE_VALUE ? reinterpret_cast<FileHandle>(file) : NoFile;
+        const DWORD attributes = GetFileAttributesW(wide.c_str());
+        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+            // Not everything that stands for this system refuses its superuser.
+            error = EACCES;
+            AbandonReplacement(replacement);
+            return false;
         }
     }
+    replacement.path = FollowLinks(path);
+    if (!isThere || GetFileType(target) == FILE_TYPE_DISK)
+        replacement.file = CreateBeside(replacement.path, replacement.target, replacement.temporary);
+    if (replacement.file == NoFile && isThere)
+        replacement.file = CreateNameless();
     Report(replacement.file != NoFile, error);
     if (error != 0)
         AbandonReplacement(replacement);
@@ -137,18 +198,15 @@ bool OpenReplacement(const char* path, Replacement& replacement, int& error) {
 bool CommitReplacement(Replacement& replacement, int& error) {
     bool placed = false;
     if (replacement.temporary.empty()) {
-        placed = Copy(replacement.file, replacement.target, error);
-    } else if (SyncFile(replacement.file, error) && Close(replacement.file, error)) {
+        placed = Copy(replacement.file, replacement.target, error) && Close(replacement.target, error);
+    } else if (SyncFile(replacement.file, error)) {
         int ignored = 0;
-        FileHandle target = std::exchange(replacement.target, NoFile);
-        if (target != NoFile)
-            Close(target, ignored);
-        placed = Report(Rename(replacement.temporary, replacement.path), error);
+        if (replacement.target != NoFile)
+            Close(replacement.target, ignored);
+        placed = Place(replacement, error);
         if (placed)
             replacement.temporary.clear();
     }
-    if (placed && replacement.target != NoFile && replacement.file != NoFile)
-        placed = Close(replacement.target, error);
     AbandonReplacement(replacement);
     return placed;
 }

@@ -6,6 +6,7 @@
 
 #include "platform/file.h"
 #include "platform/win32/byterange.h"
+#include "platform/win32/filestatus.h"
 #include "platform/win32/handle.h"
 #include "platform/win32/system.h"
 #include "platform/win32/text.h"
@@ -21,32 +22,34 @@ constexpr std::int64_t ChangeByte = std::int64_t{1} << 61;
 constexpr std::int64_t AppendByte = ChangeByte + 1;
 constexpr std::int64_t FirstMarkByte = std::int64_t{1} << 60;
 constexpr std::int64_t PerMark = 256; ///< how many can have one mark
-constexpr std::int64_t Marks = 16;
+constexpr std::int64_t Marks = std::int64_t{1} << 32;
 constexpr std::int64_t EndOfMarks = FirstMarkByte + Marks * PerMark;
 
 HANDLE SystemHandle(std::int64_t handle) {
     return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(handle));
 }
 
-std::int64_t FirstOf(unsigned int mark) {
-    return FirstMarkByte + static_cast<std::int64_t>(mark) * PerMark;
+std::int64_t FirstOf(std::int64_t mark) {
+    return FirstMarkByte + mark * PerMark;
+}
+
+// A file system without locks grants them all.
+bool TakeBytes(HANDLE file, std::int64_t first, std::int64_t count, bool waits) {
+    return LockBytes(file, first, count, waits) || GetLastError() != ERROR_LOCK_VIOLATION;
+}
+
+bool AreTaken(HANDLE file, std::int64_t first, std::int64_t end) {
+    if (!TakeBytes(file, first, end - first, false))
+        return true;
+    UnlockBytes(file, first, end - first);
+    return false;
 }
 
 // Whether others than the one with the byte `own` have one of these.
-bool AreLockedByOthers(HANDLE file, std::int64_t first, std::int64_t end, std::int64_t own) {
+bool AreTakenByOthers(HANDLE file, std::int64_t first, std::int64_t end, std::int64_t own) {
     if (own < first || own >= end)
-        return AreLocked(file, first, end - first);
-    return AreLocked(file, first, own - first) || AreLocked(file, own + 1, end - own - 1);
-}
-
-bool Identify(HANDLE file, FileIdentity& identity, DWORD& links) {
-    BY_HANDLE_FILE_INFORMATION information = {};
-    if (GetFileInformationByHandle(file, &information) == 0)
-        return false;
-    identity = {information.dwVolumeSerialNumber,
-                std::uint64_t{information.nFileIndexHigh} << 32 | information.nFileIndexLow};
-    links = information.nNumberOfLinks;
-    return true;
+        return AreTaken(file, first, end);
+    return AreTaken(file, first, own) || AreTaken(file, own + 1, end);
 }
 
 } // namespace
@@ -72,7 +75,7 @@ bool SharedFile::Open(const std::string& path, Creation creation, int& error) {
     error = path.find('\0') == std::string::npos ? 0 : EINVAL;
     if (error != 0)
         return false;
-    const std::wstring wide = WidePath(path.c_str());
+    const std::wstring wide = WideFilePath(path.c_str());
     const DWORD disposition = creation == Creation::Keep  ? OPEN_ALWAYS
                               : creation == Creation::New ? CREATE_NEW
                                                           : OPEN_EXISTING;
@@ -80,8 +83,7 @@ bool SharedFile::Open(const std::string& path, Creation creation, int& error) {
                             FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
         error = LastErrno();
-        const DWORD attributes = GetFileAttributesW(wide.c_str());
-        if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
+        if (IsDirectory(wide))
             error = EISDIR;
         return false;
     }
@@ -89,9 +91,9 @@ bool SharedFile::Open(const std::string& path, Creation creation, int& error) {
         error = ESPIPE;
         return false;
     }
-    DWORD links = 0;
-    if (!Identify(file.Get(), m_identity, links))
-        m_identity = {};
+    FileStatus status; // of nothing when the system does not tell
+    QueryFile(file.Get(), status);
+    m_identity = {status.volume, status.number};
     m_handle = reinterpret_cast<std::intptr_t>(file.Release());
     m_markByte = 0;
     return true;
@@ -169,15 +171,13 @@ bool SharedFile::IsRemoved() const {
 bool SharedFile::HasLeft(const std::string& path) const {
     if (path.empty())
         return true;
-    const Handle there(CreateFileW(WidePath(path.c_str()).c_str(), FILE_READ_ATTRIBUTES, ShareAll, nullptr,
-                                   OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
-    if (!there)
-        return LastErrno() == ENOENT;
-    FileIdentity identity;
-    DWORD links = 0;
+    FileStatus there;
+    if (!QueryFile(WideFilePath(path.c_str()), there)) {
+        const int error = LastErrno();
+        return error == ENOENT || error == ENOTDIR;
+    }
     const bool isKnown = m_identity.volume != 0 || m_identity.number != 0;
-    return isKnown && Identify(there.Get(), identity, links) &&
-           (identity.volume != m_identity.volume || identity.number != m_identity.number);
+    return isKnown && (there.volume != m_identity.volume || there.number != m_identity.number);
 }
 
 void SharedFile::LockChanges() {
@@ -192,29 +192,30 @@ void SharedFile::Mark(unsigned int mark) {
     if (m_markByte >= FirstOf(mark) && m_markByte < FirstOf(mark) + PerMark)
         return;
     for (std::int64_t byte = FirstOf(mark); byte < FirstOf(mark) + PerMark; ++byte) {
-        if (LockBytes(SystemHandle(m_handle), byte, 1, false)) {
+        if (TakeBytes(SystemHandle(m_handle), byte, 1, false)) {
             m_markByte = byte;
             return;
         }
     }
     // Somebody asks, or keeps others out.
-    if (LockBytes(SystemHandle(m_handle), FirstOf(mark), 1, true))
+    if (TakeBytes(SystemHandle(m_handle), FirstOf(mark), 1, true))
         m_markByte = FirstOf(mark);
 }
 
 bool SharedFile::IsMarkedElsewhere() const {
-    return AreLockedByOthers(SystemHandle(m_handle), FirstMarkByte, EndOfMarks, m_markByte);
+    return AreTakenByOthers(SystemHandle(m_handle), FirstMarkByte, EndOfMarks, m_markByte);
 }
 
 bool SharedFile::IsMarkedElsewhere(unsigned int mark) const {
-    return AreLockedByOthers(SystemHandle(m_handle), FirstOf(mark), FirstOf(mark) + PerMark, m_markByte);
+    return AreTakenByOthers(SystemHandle(m_handle), FirstOf(mark), FirstOf(mark) + PerMark, m_markByte);
 }
 
 bool SharedFile::HoldAlone(unsigned int mark) {
     const HANDLE file = SystemHandle(m_handle);
-    if (!LockBytes(file, FirstMarkByte, FirstOf(mark) - FirstMarkByte, false))
+    const std::int64_t behind = FirstOf(std::int64_t{mark} + 1);
+    if (!TakeBytes(file, FirstMarkByte, FirstOf(mark) - FirstMarkByte, false))
         return false;
-    if (LockBytes(file, FirstOf(mark + 1), EndOfMarks - FirstOf(mark + 1), false))
+    if (TakeBytes(file, behind, EndOfMarks - behind, false))
         return true;
     UnlockBytes(file, FirstMarkByte, FirstOf(mark) - FirstMarkByte);
     return false;
@@ -222,8 +223,9 @@ bool SharedFile::HoldAlone(unsigned int mark) {
 
 void SharedFile::ReleaseAlone(unsigned int mark) {
     const HANDLE file = SystemHandle(m_handle);
+    const std::int64_t behind = FirstOf(std::int64_t{mark} + 1);
     UnlockBytes(file, FirstMarkByte, FirstOf(mark) - FirstMarkByte);
-    UnlockBytes(file, FirstOf(mark + 1), EndOfMarks - FirstOf(mark + 1));
+    UnlockBytes(file, behind, EndOfMarks - behind);
 }
 
 } // namespace Platform

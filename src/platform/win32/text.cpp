@@ -2,9 +2,12 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <utility>
 
 #include "platform/charset.h"
 #include "platform/win32/codepage.h"
+#include "platform/win32/filename.h"
 #include "platform/win32/system.h"
 
 namespace Platform {
@@ -13,26 +16,22 @@ namespace {
 
 std::atomic<unsigned int> s_pathCodePage{CP_ACP};
 
-bool IsSeparator(wchar_t unit) {
-    return unit == L'/' || unit == L'\\';
+// Of those that take no flags these two take one.
+bool TellsInvalid(unsigned int codePage) {
+    return !TakesNoFlags(codePage) || codePage == CP_UTF8 || codePage == 54936;
 }
 
-// Without a prefix the system takes 259 units, and 12 less for a directory.
-constexpr std::size_t LongestPlain = 247;
-
-std::wstring Extended(const std::wstring& path) {
-    const bool hasPrefix = path.size() > 3 && IsSeparator(path[0]) && IsSeparator(path[1]) && path[2] == L'?';
-    if (path.size() <= LongestPlain || hasPrefix)
-        return path;
-    std::wstring absolute(32768, L'\0');
-    const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(absolute.size()), absolute.data(), nullptr);
-    if (length == 0 || length >= absolute.size())
-        return path;
-    absolute.resize(length);
-    const bool isShare = absolute.size() > 2 && absolute[0] == L'\\' && absolute[1] == L'\\';
-    if (isShare && absolute[2] == L'.')
-        return absolute; // a device
-    return isShare ? L"\\\\?\\UNC" + absolute.substr(1) : L"\\\\?\\" + absolute;
+// Empty when it is no text of the charset: the system would put other characters in its place.
+std::wstring Widened(std::string_view bytes) {
+    if (bytes.empty() || bytes.size() > INT_MAX)
+        return std::wstring();
+    const unsigned int codePage = s_pathCodePage.load(std::memory_order_relaxed);
+    const DWORD flags = TellsInvalid(codePage) ? MB_ERR_INVALID_CHARS : 0;
+    std::wstring wide(bytes.size(), L'\0'); // no charset makes more units than bytes
+    const int length = MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), wide.data(),
+                                           static_cast<int>(wide.size()));
+    wide.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return wide;
 }
 
 } // namespace
@@ -42,33 +41,30 @@ void SetPathCharset(std::string_view name) {
 }
 
 std::wstring WidePath(const char* path) {
-    const std::string_view bytes = path;
-    if (bytes.empty())
-        return std::wstring();
-    const unsigned int codePage = s_pathCodePage.load(std::memory_order_relaxed);
-    const DWORD flags = TakesNoFlags(codePage) ? 0 : MB_ERR_INVALID_CHARS;
-    std::wstring wide(bytes.size(), L'\0'); // no charset makes more units than bytes
-    const int length = MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), wide.data(),
-                                           static_cast<int>(wide.size()));
-    wide.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-    return Extended(wide);
+    return WithoutLimit(Widened(path));
+}
+
+std::wstring WideFilePath(const char* path) {
+    std::wstring wide = Widened(path);
+    return IsFileName(wide) ? WithoutLimit(std::move(wide)) : std::wstring();
 }
 
 std::string NarrowPath(std::wstring_view path) {
-    if (path.empty())
+    if (path.empty() || path.size() > INT_MAX / 4)
         return std::string();
     const unsigned int codePage = s_pathCodePage.load(std::memory_order_relaxed);
     const bool isUnicode = TakesNoFlags(codePage);
+    const DWORD flags = !isUnicode ? WC_NO_BEST_FIT_CHARS : TellsInvalid(codePage) ? WC_ERR_INVALID_CHARS : 0;
     std::string bytes(path.size() * 4, '\0');
     BOOL isLossy = FALSE;
-    const int length =
-        WideCharToMultiByte(codePage, isUnicode ? 0 : WC_NO_BEST_FIT_CHARS, path.data(), static_cast<int>(path.size()),
-                            bytes.data(), static_cast<int>(bytes.size()), nullptr, isUnicode ? nullptr : &isLossy);
+    const int length = WideCharToMultiByte(codePage, flags, path.data(), static_cast<int>(path.size()), bytes.data(),
+                                           static_cast<int>(bytes.size()), nullptr, isUnicode ? nullptr : &isLossy);
     bytes.resize(length > 0 && isLossy == FALSE ? static_cast<std::size_t>(length) : 0);
     return bytes;
 }
 
 int ErrnoOf(unsigned long error) {
+    constexpr unsigned long DiskQuotaExceeded = 1295; // not in every header
     switch (error) {
     case ERROR_SUCCESS: return 0;
     case ERROR_FILE_NOT_FOUND:
@@ -77,6 +73,7 @@ int ErrnoOf(unsigned long error) {
     case ERROR_BAD_NETPATH:
     case ERROR_BAD_NET_NAME:
     case ERROR_BAD_PATHNAME:
+    case ERROR_NOT_READY:
     case ERROR_INVALID_NAME: return ENOENT;
     case ERROR_TOO_MANY_OPEN_FILES: return EMFILE;
     case ERROR_ACCESS_DENIED:
@@ -84,15 +81,21 @@ int ErrnoOf(unsigned long error) {
     case ERROR_LOCK_VIOLATION:
     case ERROR_NETWORK_ACCESS_DENIED:
     case ERROR_CANNOT_MAKE:
+    case ERROR_USER_MAPPED_FILE:
+    case ERROR_UNABLE_TO_REMOVE_REPLACED:
+    case ERROR_PRIVILEGE_NOT_HELD:
     case ERROR_DELETE_PENDING: return EACCES;
     case ERROR_WRITE_PROTECT: return EROFS;
     case ERROR_INVALID_HANDLE: return EBADF;
+    case ERROR_FILE_TOO_LARGE: return EFBIG;
     case ERROR_NOT_ENOUGH_MEMORY:
     case ERROR_OUTOFMEMORY: return ENOMEM;
     case ERROR_FILE_EXISTS:
     case ERROR_ALREADY_EXISTS: return EEXIST;
     case ERROR_DISK_FULL:
+    case DiskQuotaExceeded:
     case ERROR_HANDLE_DISK_FULL: return ENOSPC;
+    case ERROR_PIPE_BUSY: return ESPIPE;
     case ERROR_BROKEN_PIPE:
     case ERROR_NO_DATA: return EPIPE;
     case ERROR_BUFFER_OVERFLOW:

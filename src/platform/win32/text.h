@@ -6,9 +6,11 @@
 /// Text at the system's edge: paths are bytes of the current charset here and UTF-16 there.
 namespace Platform {
 
-/// A path for the system's calls: empty when the bytes are no text of the charset. One that is longer than the system
-/// takes as it stands is made absolute, with the prefix that lifts the limit.
+/// A path for the system's calls: empty when the bytes are no text of the charset. Of any length.
 std::wstring WidePath(const char* path);
+/// The same of a file: empty also when no file has such a name. The system takes an empty path for one where nothing
+/// is.
+std::wstring WideFilePath(const char* path);
 
 /// The other way; empty when the charset lacks a character.
 std::string NarrowPath(std::wstring_view path);

@@ -41,7 +41,7 @@ KeldMBString FormatLogTime(KeldTime time, const KeldMBString& format, bool utc) 
     std::tm calendar = {};
     Platform::UtcTime(time.GetTime(), calendar);
     char text[MaxLength];
-    const std::size_t length = Platform::FormatTime(text, sizeof(text), format.Cstr(), calendar);
+    const std::size_t length = Platform::FormatTime(text, sizeof(text), format.Cstr(), calendar, true);
     return KeldMBString(text, static_cast<int>(length));
 }
 

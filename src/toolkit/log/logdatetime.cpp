@@ -65,6 +65,19 @@ KeldMBString ZoneAt(std::int64_t seconds) {
     return KeldTime(seconds).Format("%Z");
 }
 
+// Of winter and summer, as the system writes them.
+std::vector<std::string> ZoneNames() {
+    std::vector<std::string> names;
+    for (const int isDaylight : {0, 1}) {
+        std::tm time = {};
+        time.tm_mday = 1;
+        time.tm_isdst = isDaylight;
+        char name[256];
+        names.emplace_back(name, Platform::FormatTime(name, sizeof(name), "%Z", time));
+    }
+    return names;
+}
+
 // Also a negative one, of as many digits behind the sign.
 bool TakeSigned(std::string_view& text, int digits, std::int64_t& value) {
     const bool isNegative = !text.empty() && text[0] == '-';
@@ -88,15 +101,20 @@ bool TakeOffset(std::string_view& text, std::int64_t& seconds) {
     return true;
 }
 
-// Letters, or a sign and digits where a zone has no name.
-bool TakeZoneName(std::string_view& text, std::string_view& name) {
+// Letters, or a sign and digits where a zone has no name; or one that goes on, as one of several words does.
+bool TakeZoneName(std::string_view& text, const std::vector<std::string>& names, std::string_view& name) {
     const bool isNumber = !text.empty() && (text[0] == '+' || text[0] == '-');
     std::size_t end = isNumber ? 1 : 0;
     while (end < text.size() && (isNumber ? IsDigit(text[end]) : IsLetter(text[end])))
         ++end;
+    end = end > (isNumber ? 1U : 0U) ? end : 0;
+    for (const std::string& known : names) {
+        if (known.size() > end && text.substr(0, known.size()) == known)
+            end = known.size();
+    }
     name = text.substr(0, end);
     text.remove_prefix(end);
-    return end > (isNumber ? 1U : 0U);
+    return end > 0;
 }
 
 } // namespace
@@ -210,7 +228,10 @@ void LogDateTimeReader::CompileConversion(char conversion, bool padded, int widt
     case 'p':
     case 'P': AddNames(Afternoon, 'p', padded); break;
     case 'z': m_pieces.emplace_back().field = Offset; break;
-    case 'Z': m_pieces.emplace_back().field = ZoneName; break;
+    case 'Z':
+        m_pieces.emplace_back().field = ZoneName;
+        m_pieces.back().names = ZoneNames();
+        break;
     case 'n': AddLiteral("\n"); break;
     case 't': AddLiteral("\t"); break;
     case '%': AddLiteral("%"); break;
@@ -231,7 +252,7 @@ bool LogDateTimeReader::ReadPiece(const Piece& piece, std::string_view& text, Va
                 return false;
             values.Set(Offset, offset);
             return true;
-        case ZoneName: return TakeZoneName(text, values.zone);
+        case ZoneName: return TakeZoneName(text, piece.names, values.zone);
         default:
             if (text.substr(0, piece.literal.size()) != piece.literal)
                 return false;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -157,6 +158,20 @@ const char* RepeatedText(std::size_t size) {
 // ---- Files that make trouble
 
 const bool PosixFiles = true;
+
+const bool ZonesByEnvironment = true;
+
+bool MakeSymbolicLink(const std::string& target, const std::string& link) {
+    return symlink(target.c_str(), link.c_str()) == 0;
+}
+
+const bool RemovesOpenFiles = true;
+
+void AppendToFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::app | std::ios::binary) << bytes;
+}
+
+const bool AppendsInOneStep = true;
 
 std::string FullDevice() {
     return "/dev/full";

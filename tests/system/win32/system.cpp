@@ -43,6 +43,12 @@ std::wstring Quoted(const std::wstring& argument) {
     return quoted.append(backslashes, L'\\') + L'"';
 }
 
+constexpr DWORD ShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+bool IsWine() {
+    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
 HANDLE SystemHandle(std::intptr_t handle) {
     return reinterpret_cast<HANDLE>(handle);
 }
@@ -149,8 +155,7 @@ bool ChildProcess::Succeeds() {
 }
 
 void* SharedBytes(const std::string& path, std::size_t size) {
-    const HANDLE file = CreateFileW(Wide(path).c_str(), GENERIC_READ | GENERIC_WRITE,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+    const HANDLE file = CreateFileW(Wide(path).c_str(), GENERIC_READ | GENERIC_WRITE, ShareAll, nullptr, OPEN_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
     Require(file != INVALID_HANDLE_VALUE, path.c_str());
     const auto length = static_cast<std::uint64_t>(size);
@@ -184,8 +189,37 @@ const char* RepeatedText(std::size_t size) {
 
 const bool PosixFiles = false;
 
+const bool ZonesByEnvironment = false;
+
+bool MakeSymbolicLink(const std::string& target, const std::string& link) {
+    const std::wstring path = Wide(link);
+    CreateSymbolicLinkW(path.c_str(), Wide(target).c_str(), SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE);
+    const DWORD attributes = GetFileAttributesW(path.c_str()); // some say that they have done it, and have not
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+// Wine keeps the name until all have closed the file.
+const bool RemovesOpenFiles = !IsWine();
+
+void AppendToFile(const std::string& path, const std::string& bytes) {
+    const HANDLE file = CreateFileW(Wide(path).c_str(), FILE_APPEND_DATA, ShareAll, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    DWORD written = 0;
+    Require(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr) != 0, "WriteFile");
+    CloseHandle(file);
+}
+
+// Wine asks where the end is and then writes there.
+const bool AppendsInOneStep = !IsWine();
+
+// Wine has the device of the system beneath.
 std::string FullDevice() {
-    return std::string();
+    const std::string device = "Z:\\dev\\full";
+    const HANDLE file = CreateFileW(Wide(device).c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (!IsWine() || file == INVALID_HANDLE_VALUE)
+        return std::string();
+    CloseHandle(file);
+    return device;
 }
 
 bool MakePipe(const std::string&) {
