@@ -20,6 +20,9 @@ import xml.etree.ElementTree
 
 PROGRAM = SCRATCH = PREFIX = None
 EMULATED = os.environ.get("MOTOOLKIT_TEST_EMULATOR", "") != ""
+WINDOWS = os.environ.get("MOTOOLKIT_TEST_SYSTEM") == "Windows"
+# What the program prints is in the code page there, which comes with the language.
+LOCALE, CHARSET = ("zh_CN.UTF-8", "gbk") if WINDOWS else ("C.UTF-8", "utf-8")
 CHINESE = "城市地图"
 ITEM = "2026-11-21 {:02}:{:02}:00| {:6}| {:6}| 4711| {:>7}| {}| {}({})\n"
 
@@ -28,7 +31,19 @@ def item(hour, minute, level, message, code=0, source="viewer.cpp", line=7):
     return ITEM.format(hour, minute, 1, code, level, message, source, line)
 
 
+def make_locale(name):
+    language, charset = name.split(".")
+    made = subprocess.run(["localedef", "-i", language, "-f", charset, pathlib.Path(SCRATCH) / name], capture_output=True)
+    assert (pathlib.Path(SCRATCH) / name).exists(), made.stderr
+
+
 class MotoolTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        pathlib.Path(SCRATCH).mkdir(parents=True, exist_ok=True)
+        if WINDOWS:
+            make_locale(LOCALE)
+
     def setUp(self):
         self.folder = pathlib.Path(SCRATCH) / self.id().split(".")[-1]
         shutil.rmtree(self.folder, ignore_errors=True)
@@ -40,10 +55,12 @@ class MotoolTest(unittest.TestCase):
         path.write_bytes(content if isinstance(content, bytes) else content.encode())
         return str(path)
 
-    def environment(self, locale="C.UTF-8"):
-        return {**os.environ, "LC_ALL": locale, "TZ": "UTC0", "TERM": "xterm"}
+    def environment(self, locale=LOCALE):
+        # The C library keeps for ever what it makes of LOCPATH, which a sanitizer calls a leak.
+        path = {} if locale.startswith("C") else {"LOCPATH": SCRATCH, "LSAN_OPTIONS": "detect_leaks=0"}
+        return {**os.environ, "LC_ALL": locale, "TZ": "UTC0", "TERM": "xterm", **path}
 
-    def start(self, *arguments, locale="C.UTF-8", **options):
+    def start(self, *arguments, locale=LOCALE, **options):
         options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "env": self.environment(locale), **options}
         return subprocess.Popen([PROGRAM, *arguments], cwd=self.folder, **options)
 
@@ -55,10 +72,10 @@ class MotoolTest(unittest.TestCase):
         self.assertEqual(process.returncode, status, (arguments, out, error))
         self.assertNotIn(b"\x1b", (out or b"") + error)
         self.assertEqual(error == b"", status == 0 and not warns, error)
-        return out, error.decode(errors="replace")
+        return out, error.decode(CHARSET, errors="replace")
 
     def text(self, *arguments, **options):
-        return self.run_motool(*arguments, **options)[0].decode()
+        return self.run_motool(*arguments, **options)[0].decode(CHARSET)
 
     def error(self, *arguments, status=1, **options):
         return self.run_motool(*arguments, status=status, **options)[1]
@@ -152,10 +169,8 @@ class MotoolTest(unittest.TestCase):
             self.assertEqual([layer.get("name") for layer in tree], [name, "ä & <"])
 
     def test_terminal_that_is_not_utf8(self):
-        made = subprocess.run(["localedef", "-i", "zh_CN", "-f", "GBK", self.folder / "zh_CN.GBK"], capture_output=True)
-        self.assertTrue((self.folder / "zh_CN.GBK").exists(), made.stderr)
-        # The C library keeps for ever what it makes of LOCPATH, which a sanitizer calls a leak.
-        environment = {**self.environment("zh_CN.GBK"), "LOCPATH": str(self.folder), "LSAN_OPTIONS": "detect_leaks=0"}
+        make_locale("zh_CN.GBK")
+        environment = self.environment("zh_CN.GBK")
         run = lambda *arguments, **options: self.run_motool(*arguments, env=environment, **options)
         name = os.fsencode(self.folder) + "/地图.xml".encode("gbk")
         for content in (CHINESE, CHINESE + "é\N{GRINNING FACE}"):  # the latter is more than GBK has

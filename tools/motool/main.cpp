@@ -73,8 +73,7 @@ int Run(std::vector<std::string> arguments) {
 
 int main(int argc, char** argv) {
     try {
-        StartOutput();
-        return Run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
+        return Run(Start(argc, argv));
     } catch (const std::bad_alloc&) {
         std::fputs("motool: there is not enough memory\n", stderr);
     } catch (const std::exception& error) {

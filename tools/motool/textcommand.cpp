@@ -6,6 +6,7 @@
 #include "base/keldsystem.h"
 #include "commands.h"
 #include "stream/qzfile.h"
+#include "system.h"
 #include "textguess.h"
 #include "toolkit/qzstringw.h"
 #include "toolkit/qztextcodec.h"
@@ -115,7 +116,7 @@ int RunText(const TextOptions& options) {
         return FailUsage("-o wants --to");
     QzFile file;
     KeldMBString text;
-    if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
+    if (!file.Open(PathOf(options.file), QzFile::Access::Read))
         return Fail(Shown(options.file) + ": " + Escaped(file.GetError().View()));
     if (!file.ReadAll(text))
         return Fail(Shown(options.file) + ": it cannot be read, or is 2 GB long or longer");
@@ -143,7 +144,7 @@ int RunText(const TextOptions& options) {
         return Done;
     }
     KeldMBString error;
-    return QzFile::ReplaceAll(KeldMBString(options.output), converted, error)
+    return QzFile::ReplaceAll(PathOf(options.output), converted, error)
                ? Done
                : Fail(Shown(options.output) + " was not written: " + Escaped(error.View()));
 }
