@@ -1,10 +1,21 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
+
+#include "base/keldcharset.h"
 
 /// Characters of wide text, which has some of them as a pair of units where a unit has 16 bits.
 namespace Motool {
+
+/// Wide text with its pairs: the toolkit's own has none.
+constexpr KELD::KELDCharset::Charset WideCharset =
+    sizeof(wchar_t) == 2 ? KELD::KELDCharset::UTF16LE : KELD::KELDCharset::Wide;
+
+/// Text without zero bytes in wide text, and back; empty when it is no text of the charset, or that lacks a character.
+std::wstring ToWide(std::string_view text, KELD::KELDCharset::Charset charset);
+std::string FromWide(std::wstring_view text, KELD::KELDCharset::Charset charset);
 
 /// How many units the first character of a text has that is not empty.
 inline std::size_t LetterLength(std::wstring_view text) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include "letters.h"
 #include "stream/qztrace.h"
@@ -32,11 +33,6 @@ bool IsControl(std::uint32_t c) {
            c == 0x2028 || c == 0x2029;
 }
 
-// Empty when it is no text; it has no zero bytes, and is not empty.
-std::wstring Converted(std::string_view text) {
-    return std::wstring(QzStringW(KeldMBString(text)).View());
-}
-
 // A text of the current charset; a byte that is none of it is told apart by its value from this on.
 constexpr wchar_t BadByte = 0xDC00;
 
@@ -46,12 +42,12 @@ void AppendText(std::wstring& wide, std::string_view text) {
         wide.append(text.begin(), text.end());
         return;
     }
-    const std::wstring all = Converted(text);
+    const std::wstring all = ToWide(text, KELDCharset::Current);
     if (!all.empty()) {
         wide += all;
         return;
     }
-    QzTextCodec codec(KELDCharset::Wide, QzToolkit::GetCurCharset());
+    QzTextCodec codec(WideCharset, QzToolkit::GetCurCharset());
     constexpr std::size_t PieceSize = 4096;
     constexpr std::size_t LongestCharacter = 8;
     while (!text.empty()) {
@@ -59,7 +55,7 @@ void AppendText(std::wstring& wide, std::string_view text) {
         const auto good =
             static_cast<std::size_t>(codec.GetConvertibleLength(piece.data(), static_cast<int>(piece.size())));
         if (good != 0)
-            wide += Converted(piece.substr(0, good));
+            wide += ToWide(piece.substr(0, good), KELDCharset::Current);
         // A character that the piece cuts in two comes again with the next.
         const bool isCut = good != 0 && piece.size() < text.size() && good + LongestCharacter > piece.size();
         text.remove_prefix(good);
@@ -145,6 +141,30 @@ KeldMBString FromTerminal(const std::string& argument) {
 
 bool IsColoured() {
     return s_isTerminal;
+}
+
+std::wstring ToWide(std::string_view text, KELDCharset::Charset charset) {
+    QzStringW converted;
+    if constexpr (WideCharset == KELDCharset::Wide) {
+        converted.FromString(KeldMBString(text), charset);
+        return std::wstring(converted.View());
+    }
+    KeldMBString units;
+    QzTextCodec(WideCharset, charset == KELDCharset::Current ? QzToolkit::GetCurCharset() : charset)
+        .Convert(units, KeldMBString(text));
+    std::wstring wide(static_cast<std::size_t>(units.GetLength()) / sizeof(wchar_t), L'\0');
+    std::memcpy(wide.data(), units.Cstr(), wide.size() * sizeof(wchar_t));
+    return wide;
+}
+
+std::string FromWide(std::wstring_view text, KELDCharset::Charset charset) {
+    if constexpr (WideCharset == KELDCharset::Wide)
+        return std::string(QzStringW(text).ToString(charset).View());
+    KeldMBString converted;
+    const int size = static_cast<int>(text.size() * sizeof(wchar_t));
+    QzTextCodec(charset == KELDCharset::Current ? QzToolkit::GetCurCharset() : charset, WideCharset)
+        .Convert(converted, reinterpret_cast<const char*>(text.data()), size);
+    return std::string(converted.View());
 }
 
 void PrintBytes(std::string_view bytes) {
@@ -244,17 +264,17 @@ std::string ToTerminal(std::wstring_view text) {
         return bytes;
     }
     const bool hasZero = text.find(L'\0') != std::wstring_view::npos;
-    const KeldMBString whole = hasZero ? KeldMBString() : QzStringW(text).ToString(s_terminal);
-    if (!whole.IsEmpty())
-        return std::string(whole.View());
+    std::string whole = hasZero ? std::string() : FromWide(text, s_terminal);
+    if (!whole.empty())
+        return whole;
     ForEachLetter(text, [&](std::wstring_view letter) {
         const std::uint32_t c = LetterValue(letter);
         if (c < 0x80) {
             bytes += static_cast<char>(c);
             return;
         }
-        const KeldMBString one = QzStringW(letter).ToString(s_terminal);
-        bytes += one.IsEmpty() ? std::string("?") : std::string(one.View());
+        const std::string one = FromWide(letter, s_terminal);
+        bytes += one.empty() ? "?" : one;
     });
     return bytes;
 }
@@ -394,7 +414,7 @@ std::string Bar(std::int64_t value, std::int64_t most, int width) {
     std::wstring blocks(static_cast<std::size_t>(whole / 8), L'\u2588');
     if (whole % 8 != 0)
         blocks += static_cast<wchar_t>(0x2590 - whole % 8);
-    if (blocks.empty() || !QzStringW(std::wstring_view(L"\u2588\u258f")).ToString(s_terminal).IsEmpty())
+    if (blocks.empty() || !FromWide(L"\u2588\u258f", s_terminal).empty())
         return ToTerminal(blocks);
     return std::string(static_cast<std::size_t>((whole + 7) / 8), '#');
 }

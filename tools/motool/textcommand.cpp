@@ -5,10 +5,10 @@
 
 #include "base/keldsystem.h"
 #include "commands.h"
+#include "letters.h"
 #include "stream/qzfile.h"
 #include "system.h"
 #include "textguess.h"
-#include "toolkit/qzstringw.h"
 #include "toolkit/qztextcodec.h"
 
 using namespace Qzc;
@@ -82,9 +82,7 @@ std::string LetterAt(const KeldMBString& text, int offset, Reader& reader) {
     KeldMBString letter;
     for (int size = 1; size <= std::min(Longest, text.GetLength() - offset) && letter.IsEmpty(); ++size)
         letter = reader.ToUtf8(text.Cstr() + offset, size);
-    QzStringW wide;
-    wide.FromString(letter, KELDCharset::UTF8);
-    return wide.IsEmpty() ? std::string() : ToTerminal(wide.View());
+    return letter.IsEmpty() ? std::string() : ToTerminal(ToWide(letter.View(), KELDCharset::UTF8));
 }
 
 // Says where, and whether it is the text's fault or that of the encoding that it is to be in.

@@ -8,7 +8,6 @@
 
 #include "base/keldmbstring.h"
 #include "letters.h"
-#include "toolkit/qzstringw.h"
 #include "toolkit/qztextcodec.h"
 #include "toolkit/qztoolkit.h"
 
@@ -101,14 +100,12 @@ double Likeness(std::wstring_view text) {
 }
 
 bool Converts(Charset charset, std::string_view bytes, std::wstring& wide) {
-    QzTextCodec codec(KELDCharset::Wide, charset);
+    QzTextCodec codec(WideCharset, charset);
     const int length = codec.GetConvertibleLength(bytes.data(), static_cast<int>(bytes.size()));
     constexpr std::size_t LongestCharacter = 4; // that the end of what is looked at may have cut
     if (static_cast<std::size_t>(length) + (bytes.size() == Looked ? LongestCharacter : 0) < bytes.size())
         return false;
-    QzStringW converted;
-    converted.FromString(KeldMBString(bytes.substr(0, static_cast<std::size_t>(length))), charset);
-    wide = std::wstring(converted.View());
+    wide = ToWide(bytes.substr(0, static_cast<std::size_t>(length)), charset);
     return !wide.empty();
 }
 

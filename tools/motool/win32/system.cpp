@@ -24,7 +24,6 @@
 
 #include "letters.h"
 #include "output.h"
-#include "toolkit/qzstringw.h"
 #include "toolkit/qztoolkit.h"
 
 using namespace Qzc;
@@ -51,15 +50,11 @@ std::wstring WithoutHalves(std::wstring_view text) {
 bool Narrow(const std::vector<std::wstring>& texts, std::vector<std::string>& narrow) {
     narrow.clear();
     for (const std::wstring& text : texts) {
-        narrow.emplace_back(QzStringW(text).ToString(KELDCharset::Current).View());
+        narrow.push_back(FromWide(text, KELDCharset::Current));
         if (narrow.back().empty() && !text.empty())
             return false;
     }
     return true;
-}
-
-std::wstring Wide(const std::string& text) {
-    return std::wstring(QzStringW(KeldMBString{std::string_view(text)}).View());
 }
 
 std::string SystemMessage(DWORD error) {
@@ -258,7 +253,7 @@ KeldMBString PathOf(const std::string& argument) {
 
 KeldMBString CurrentFolder() {
     std::error_code failed;
-    return QzStringW(std::filesystem::current_path(failed).wstring()).ToString(KELDCharset::Current);
+    return KeldMBString(FromWide(std::filesystem::current_path(failed).wstring(), KELDCharset::Current));
 }
 
 KELDCharset::Charset StartWriting() {
@@ -318,14 +313,14 @@ int TerminalWidth() {
 int RunProgram(const std::vector<std::string>& command, std::string& error) {
     constexpr int NotFound = 127;
     constexpr int NotRun = 126;
-    std::wstring program = FindProgram(Wide(command[0]));
+    std::wstring program = FindProgram(ToWide(command[0], KELDCharset::Current));
     if (program.empty()) {
         error = SystemMessage(ERROR_FILE_NOT_FOUND);
         return NotFound;
     }
     std::vector<std::wstring> arguments;
     for (std::size_t i = 1; i < command.size(); ++i)
-        arguments.push_back(Wide(command[i]));
+        arguments.push_back(ToWide(command[i], KELDCharset::Current));
     std::wstring line;
     if (!MakeCommandLine(program, arguments, line)) {
         error = "a batch file cannot be given an argument with \", %, or an end of line, or that ends in \\";
