@@ -5,6 +5,9 @@ string(REPLACE "|" ";" emulator "${EMULATOR}")
 set(exe)
 if(OBJDUMP) # for Windows
     set(exe .exe)
+    # Programs look for libraries beside them, and then by the path.
+    string(REPLACE "/" "\\" path "Z:${SCRATCH_DIR}/prefix/bin")
+    set(ENV{WINEPATH} "${path}")
     # What Wine starts in the background must not keep the pipes open that a program's output is read from.
     set(emulator sh -c "\"$@\" >\"$0.out\" 2>\"$0.err\" || status=$?
         cat \"$0.out\"

@@ -5,10 +5,6 @@ include(${CMAKE_CURRENT_LIST_DIR}/../run.cmake)
 # check_consumer(<prefix> <folder to build in>): through CMake and through pkg-config.
 function(check_consumer prefix folder)
     set(expected_output "E4 B8 AD E6 96 87 from a stream of 8 bytes\n")
-    if(OBJDUMP) # for Windows, where programs look for libraries by the path
-        string(REPLACE "/" "\\" path "Z:${prefix}/bin")
-        set(ENV{WINEPATH} "${path}")
-    endif()
 
     set(consumer ${folder}/consumer)
     run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/consumer -B ${consumer} -G ${GENERATOR}
