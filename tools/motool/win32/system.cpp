@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <io.h>
-#include <new>
 #include <system_error>
 
 #if !defined(NOMINMAX)
@@ -19,8 +18,6 @@
 #define _WIN32_WINNT 0x0A00
 #endif
 #include <windows.h>
-
-#include <shellapi.h>
 
 #include "letters.h"
 #include "output.h"
@@ -65,6 +62,42 @@ std::string SystemMessage(DWORD error) {
     while (length > 0 && (text[length - 1] == L' ' || text[length - 1] == L'.'))
         --length;
     return length > 0 ? ToTerminal({text.data(), length}) : "error " + std::to_string(error);
+}
+
+// The arguments on a command line, by the rules of the C library. The system's own function for it is part of a library
+// that loads half of the desktop.
+std::vector<std::wstring> TakeApart(const std::wstring& line) {
+    const auto isBlank = [](wchar_t unit) { return unit == L' ' || unit == L'\t'; };
+    std::size_t at = 0;
+    for (bool isQuoted = false; at < line.size() && (isQuoted || !isBlank(line[at])); ++at)
+        isQuoted = isQuoted != (line[at] == L'"'); // the program's name
+    std::vector<std::wstring> arguments;
+    for (;;) {
+        while (at < line.size() && isBlank(line[at]))
+            ++at;
+        if (at == line.size())
+            return arguments;
+        std::wstring argument;
+        for (bool isQuoted = false; at < line.size() && (isQuoted || !isBlank(line[at]));) {
+            const std::size_t end = std::min(line.find_first_not_of(L'\\', at), line.size());
+            const std::size_t backslashes = end - at;
+            at = end;
+            if (at == line.size() || line[at] != L'"') {
+                argument.append(backslashes, L'\\');
+                if (at < line.size() && (isQuoted || !isBlank(line[at])))
+                    argument += line[at++];
+                continue;
+            }
+            argument.append(backslashes / 2, L'\\'); // those in front of a quote stand for half as many
+            const bool isTwice = isQuoted && line.compare(at, 2, L"\"\"") == 0;
+            if (backslashes % 2 != 0 || isTwice)
+                argument += L'"';
+            else
+                isQuoted = !isQuoted;
+            at += backslashes % 2 == 0 && isTwice ? 2 : 1;
+        }
+        arguments.push_back(std::move(argument));
+    }
 }
 
 // ---- The console
@@ -184,8 +217,7 @@ bool MakeCommandLine(std::wstring& program, const std::vector<std::wstring>& arg
     }
     line = L"cmd.exe /d /v:off /s /c \"\"" + program + L'"';
     for (const std::wstring& argument : arguments) {
-        const bool isHarmless = argument.find_first_of(L"\"%\r\n") == std::wstring::npos;
-        if (!isHarmless || (!argument.empty() && argument.back() == L'\\'))
+        if (argument.find_first_of(L"\"%\r\n") != std::wstring::npos)
             return false;
         line += L" \"" + argument + L'"';
     }
@@ -231,14 +263,7 @@ private:
 } // namespace
 
 std::vector<std::string> CommandLine(int, char**) {
-    int count = 0;
-    LPWSTR* const words = CommandLineToArgvW(GetCommandLineW(), &count);
-    if (words == nullptr)
-        throw std::bad_alloc();
-    std::vector<std::wstring> wide;
-    for (int i = 1; i < count; ++i)
-        wide.push_back(WithoutHalves(words[i]));
-    LocalFree(words);
+    const std::vector<std::wstring> wide = TakeApart(WithoutHalves(GetCommandLineW()));
     std::vector<std::string> arguments;
     if (!Narrow(wide, arguments)) {
         SwitchToUtf8();
@@ -323,7 +348,7 @@ int RunProgram(const std::vector<std::string>& command, std::string& error) {
         arguments.push_back(ToWide(command[i], KELDCharset::Current));
     std::wstring line;
     if (!MakeCommandLine(program, arguments, line)) {
-        error = "a batch file cannot be given an argument with \", %, or an end of line, or that ends in \\";
+        error = "a batch file cannot be given an argument with \", % or an end of line";
         return NotRun;
     }
     LeaveConsoles();
