@@ -42,6 +42,10 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/motoolkit.pc.in ${PROJECT_BINARY_DIR}/p
 install(FILES ${PROJECT_BINARY_DIR}/package/motoolkit.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+if(WIN32)
+    include(${CMAKE_CURRENT_LIST_DIR}/CompilerRuntime.cmake)
+endif()
+
 # GDB looks for the printers by the file name of the library that a program has loaded: for the system's own libraries
 # in a folder that it trusts, else beside the library, where it asks for the user's trust (docs/debugger.md).
 if(CMAKE_SYSTEM_NAME STREQUAL Linux)

@@ -1,6 +1,21 @@
 # `cpack --config build/<preset>/CPackConfig.cmake` makes an archive that may be unpacked anywhere, and Debian packages:
 # libmotoolkit1, the libraries; libmotoolkit-dev, what programs are built with; motoolkit-doc, the reference; and
 # motoolkit-tools, the program motool with its man page and completion. What they depend on is read from the binaries.
+# For Windows it makes one archive, in which everything lies that a program needs beside the system.
+
+set(CPACK_STRIP_FILES ON)
+if(WIN32)
+    set(processor amd64)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+        set(processor i386)
+    endif()
+    set(CPACK_GENERATOR ZIP)
+    set(CPACK_PACKAGE_FILE_NAME motoolkit_${PROJECT_VERSION}_windows-${processor})
+    install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/motoolkit
+        COMPONENT libraries)
+    include(CPack)
+    return()
+endif()
 
 set(CPACK_GENERATOR DEB TXZ)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/PackageKinds.cmake)
@@ -11,7 +26,6 @@ endif()
 if(TARGET motool)
     list(APPEND CPACK_COMPONENTS_ALL tools)
 endif()
-set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)

@@ -113,7 +113,10 @@ std::filesystem::path MakePrivateDirectory(std::error_code& failed) {
 }
 
 int ShowConfiguration() {
-    const QzRegistry& root = QzRegistry::Root();
+    QzRegistry& root = QzRegistry::Root();
+    // What the process's own charset lacks is worked on in one that has everything.
+    if (root.IsConverted() == 0 && QzToolkit::SetCurCharset(KELDCharset::UTF8))
+        root.Reload();
     const KeldMBString file = QzRegistry::XmlPath() + "Zephyron.xml";
     if (root.Name().IsEmpty()) {
         std::fprintf(stderr, "configuration: %s cannot be read\n", file.Cstr());

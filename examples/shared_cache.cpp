@@ -81,7 +81,8 @@ int Write(const KeldMBString& path, const std::string& program, double seconds) 
         return 1;
     int readerResult = 1;
     std::thread reader([&] {
-        const std::string command = '"' + program + "\" --read \"" + path.Cstr() + '"';
+        // Some shells take off a quote that a command begins with.
+        const std::string command = "cd . && \"" + program + "\" --read \"" + path.Cstr() + '"';
         readerResult = std::system(command.c_str()); // NOLINT(concurrency-mt-unsafe): nobody else calls it
     });
 

@@ -2,6 +2,18 @@
 
 # What stands in front of the target's programs.
 string(REPLACE "|" ";" emulator "${EMULATOR}")
+set(exe)
+if(OBJDUMP) # for Windows
+    set(exe .exe)
+    # Programs look for libraries beside them, and then by the path.
+    string(REPLACE "/" "\\" path "Z:${SCRATCH_DIR}/prefix/bin")
+    set(ENV{WINEPATH} "${path}")
+    # What Wine starts in the background must not keep the pipes open that a program's output is read from.
+    set(emulator sh -c "\"$@\" >\"$0.out\" 2>\"$0.err\" || status=$?
+        cat \"$0.out\"
+        cat \"$0.err\" >&2
+        exit \${status:-0}" ${SCRATCH_DIR}/printed ${emulator})
+endif()
 
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -11,9 +23,10 @@ function(run)
     endif()
 endfunction()
 
-# run_expecting(<standard output> <command>...)
+# run_expecting(<standard output> <command>...): with its lines ended as they are here.
 function(run_expecting expected)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output)
+    string(REPLACE "\r\n" "\n" output "${output}")
     if(NOT result EQUAL 0 OR NOT output STREQUAL expected)
         list(JOIN ARGN " " command)
         message(FATAL_ERROR "${command} (${result}) printed\n${output}instead of\n${expected}")

@@ -135,6 +135,16 @@ unpack_source() {
     rm -rf "$state"
 }
 
+# copy_headers PACKAGE: what an installed package of headers alone has, into build/foreign/all. Beside the system's own
+# headers, where they stand, another target's compiler would find those of the wrong system.
+copy_headers() {
+    local folder=$root/build/foreign/all
+    ! grep -qsxF "$1" "$folder/unpacked" || return 0
+    mkdir -p "$folder"
+    dpkg -L "$1" | grep -E '^/usr/(include|share/cmake)/.*\.' | (cd / && xargs cp --parents --target-directory "$folder")
+    printf '%s\n' "$1" >>"$folder/unpacked"
+}
+
 # need_wine BITS: what runs programs of that many bits for Windows (tools/wine.sh), with its settings made. The package
 # of 32-bit Wine wants a system with a second architecture; where it cannot be had, its files alone do.
 need_wine() {
@@ -169,6 +179,7 @@ need_target() {
             need "g++-mingw-w64-$processor-posix" googletest
             need_wine "${1#win}"
             unpack_source pugixml
+            copy_headers libcli11-dev
             ;;
         libcxx)
             need_clang

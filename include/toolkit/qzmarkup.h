@@ -185,7 +185,7 @@ public:
     class ElementRange;
     class AttributeRange;
     Element TopElement() const;             ///< none (see Element) when the document is not well formed
-    ElementRange Children() const;          ///< of the main element
+    inline ElementRange Children() const;   ///< of the main element
     AttributeRange Attributes() const;      ///< of the main element
     AttributeRange ChildAttributes() const; ///< of the child
 

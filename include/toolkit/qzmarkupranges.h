@@ -74,7 +74,7 @@ public:
     KeldMBString GetData() const;                       ///< the text
     KeldMBString GetAttrib(const char* szAttrib) const; ///< the value of an attribute, references resolved
     KeldMBString GetSubDoc() const;                     ///< the markup, from start tag to end tag
-    ElementRange Children() const;                      ///< the elements in it
+    inline ElementRange Children() const;               ///< the elements in it
     AttributeRange Attributes() const;                  ///< those of its start tag
 
 private:

@@ -38,9 +38,10 @@ foreach(guide IN LISTS guides)
         math(EXPR at "${at} + 1")
         set(binary ${SCRATCH_DIR}/guides/${name}${at})
         file(WRITE ${binary}.cpp "${program}")
-        run(${CXX} ${cxx_flags} -std=c++17 -Wall -Wextra -Werror ${binary}.cpp -o ${binary} ${flags})
-        execute_process(COMMAND ${emulator} ${binary} WORKING_DIRECTORY ${SCRATCH_DIR}/guides
+        run(${CXX} ${cxx_flags} -std=c++17 -Wall -Wextra -Werror ${binary}.cpp -o ${binary}${exe} ${flags})
+        execute_process(COMMAND ${emulator} ${binary}${exe} WORKING_DIRECTORY ${SCRATCH_DIR}/guides
             RESULT_VARIABLE result OUTPUT_VARIABLE printed ERROR_QUIET)
+        string(REPLACE "\r\n" "\n" printed "${printed}")
         if(NOT result EQUAL 0 OR NOT printed STREQUAL output)
             message(FATAL_ERROR "The program in ${guide} (${result}) printed\n${printed}instead of\n${output}")
         endif()

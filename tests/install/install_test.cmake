@@ -1,13 +1,23 @@
-# Installs a build into a scratch prefix and uses it as a stranger would, through CMake and through pkg-config.
+# Installs a build into a scratch prefix, for Windows from the archive that is made of it, and uses it as a stranger
+# would, through CMake and through pkg-config.
 #
 # cmake -D BUILD_DIR=... -D SOURCE_DIR=... -D SCRATCH_DIR=... -D CXX=... -D GENERATOR=... -P install_test.cmake
 
+cmake_minimum_required(VERSION 3.21)
 include(${CMAKE_CURRENT_LIST_DIR}/consumer.cmake)
 
 # The prefix is moved after the installation: nothing in it may remember where it was.
 file(REMOVE_RECURSE ${SCRATCH_DIR})
-run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${SCRATCH_DIR}/staging)
-file(RENAME ${SCRATCH_DIR}/staging ${SCRATCH_DIR}/prefix)
+if(OBJDUMP)
+    run(cpack --config ${BUILD_DIR}/CPackConfig.cmake -B ${SCRATCH_DIR}/packages)
+    file(GLOB archive ${SCRATCH_DIR}/packages/motoolkit_*_windows-*.zip)
+    file(ARCHIVE_EXTRACT INPUT ${archive} DESTINATION ${SCRATCH_DIR}/unpacked)
+    cmake_path(GET archive STEM LAST_ONLY folder)
+    file(RENAME ${SCRATCH_DIR}/unpacked/${folder} ${SCRATCH_DIR}/prefix)
+else()
+    run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${SCRATCH_DIR}/staging)
+    file(RENAME ${SCRATCH_DIR}/staging ${SCRATCH_DIR}/prefix)
+endif()
 
 # What is internal stays at home.
 file(GLOB_RECURSE installed ${SCRATCH_DIR}/prefix/*)
@@ -25,5 +35,36 @@ foreach(file IN LISTS installed)
         endforeach()
     endif()
 endforeach()
+
+# What the programs and libraries for Windows load is in the archive, or the system's own.
+if(OBJDUMP)
+    file(GLOB binaries ${SCRATCH_DIR}/prefix/bin/*)
+    set(there kernel32.dll msvcrt.dll)
+    foreach(binary IN LISTS binaries)
+        cmake_path(GET binary FILENAME name)
+        string(TOLOWER ${name} name)
+        list(APPEND there ${name})
+    endforeach()
+    foreach(wanted IN ITEMS mobase.dll mostream.dll motoolkit.dll motool.exe)
+        if(NOT wanted IN_LIST there)
+            message(FATAL_ERROR "The archive lacks ${wanted}")
+        endif()
+    endforeach()
+    foreach(binary IN LISTS binaries)
+        execute_process(COMMAND ${OBJDUMP} -p ${binary} OUTPUT_VARIABLE headers COMMAND_ERROR_IS_FATAL ANY)
+        string(REGEX MATCHALL "DLL Name: [^\r\n]+" loaded "${headers}")
+        if(NOT loaded)
+            message(FATAL_ERROR "${binary} loads nothing")
+        endif()
+        foreach(line IN LISTS loaded)
+            string(REPLACE "DLL Name: " "" library "${line}")
+            string(TOLOWER ${library} library)
+            if(NOT library IN_LIST there)
+                message(FATAL_ERROR "${binary} loads ${library}, which is neither in the archive nor the system's")
+            endif()
+        endforeach()
+    endforeach()
+    run(${emulator} ${SCRATCH_DIR}/prefix/bin/motool${exe} --version)
+endif()
 
 check_consumer(${SCRATCH_DIR}/prefix ${SCRATCH_DIR})

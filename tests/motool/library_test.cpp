@@ -33,6 +33,8 @@ TEST(TextCodec, TellsHowFarATextCanBeConverted) {
     const std::string pieces[] = {"a", "\n", "ä", "图", "😀", "\xE5\x9B", "\xFF", std::string(3000, 'x')};
     for (const char* const to : {"GB2312", "ISO-8859-1", "UTF-16LE", "ISO-2022-CN"}) {
         QzTextCodec codec(to, "UTF-8");
+        if (codec.IsOpen() == 0 && !PosixFiles)
+            continue; // not every converter has ISO-2022
         for (int round = 0; round < 200; ++round) {
             std::string text;
             for (auto count = random() % 6; count > 0; --count)
@@ -100,8 +102,10 @@ TEST(ProcessState, TellsWhoHasALockAndLeavesItAlone) {
     const auto count = [&](bool QzProcessState::Opener::*which) {
         EXPECT_TRUE(QzProcess::GetState(name, state));
         EXPECT_EQ(state.m_openers.GetSize(), 2);
-        return std::count_if(state.m_openers.begin(), state.m_openers.end(),
-                             [&](const auto& opener) { return opener.m_nProcessID == ProcessId() && opener.*which; });
+        return std::count_if(state.m_openers.begin(), state.m_openers.end(), [&](const auto& opener) {
+            const bool isOwn = opener.m_nProcessID == ProcessId() || (opener.m_nProcessID == 0 && !PosixFiles);
+            return isOwn && opener.*which;
+        });
     };
     ASSERT_TRUE(first.TimedWriterLock(0));
     EXPECT_EQ(count(&QzProcessState::Opener::m_bWriting), 1);

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
 #include <iterator>
 #include <optional>
 #include <set>
@@ -12,6 +11,7 @@
 #include "commands.h"
 #include "stream/qzfile.h"
 #include "stream/qztrace.h"
+#include "system.h"
 #include "toolkit/qzregistry.h"
 
 using namespace Qzc;
@@ -375,15 +375,15 @@ int Show(const QzRegistry& registry, const std::string& file, const ConfigOption
 
 int RunConfig(const ConfigOptions& options) {
     SetTraceHandler(NoteFault);
-    KeldMBString path{std::string_view(options.file.value_or(""))};
+    KeldMBString path;
     std::unique_ptr<QzRegistry> registry;
     const auto load = [&] {
         s_faults.clear();
+        path = options.file ? PathOf(*options.file) : QzRegistry::XmlPath() + "Zephyron.xml";
         registry = std::make_unique<ConfigFile>(path);
     };
     if (!options.file) {
         path = QzRegistry::XmlPath() + "Zephyron.xml";
-        s_faults.clear();
         if (!QzFile::IsExist(path))
             return Fail("there is no configuration: " + Escaped(path.View()) + " is missing");
     }
@@ -396,9 +396,7 @@ int RunConfig(const ConfigOptions& options) {
     }
     if (registry->IsConverted() == 0)
         s_faults.push_back(Text(path) + ": its bytes are no text of the encoding that it declares");
-    std::error_code failed;
-    const KeldMBString current(std::filesystem::current_path(failed).string());
-    const int status = Show(*registry, Text(QzFile::GetAbsolutePath(current, path)), options);
+    const int status = Show(*registry, Text(QzFile::GetAbsolutePath(CurrentFolder(), path)), options);
     TellFaults();
     return status;
 }

@@ -9,6 +9,7 @@
 #include "logsummary.h"
 #include "logtime.h"
 #include "stream/qzfile.h"
+#include "system.h"
 #include "toolkit/qzlogfile.h"
 #include "toolkit/qzlogfollower.h"
 #include "toolkit/qzlogitem.h"
@@ -158,7 +159,7 @@ int Summarise(const LogOptions& options, const QzLogQueryDef& query) {
     {
         const ShownQuery shown;
         isWhole = QzLogFile::VisitFile(
-                      KeldMBString(options.file), query,
+                      PathOf(options.file), query,
                       [](void* context, const QzLogItem& item) -> unsigned char {
                           static_cast<LogSummary*>(context)->Add(item);
                           return 1;
@@ -175,7 +176,7 @@ int Summarise(const LogOptions& options, const QzLogQueryDef& query) {
 }
 
 int Follow(const LogOptions& options, const QzLogQueryDef& query) {
-    QzLogFollower follower{KeldMBString(options.file)};
+    QzLogFollower follower{PathOf(options.file)};
     ItemTable table;
     KeldArray<QzLogItem> items;
     while (FlushOutput()) {
@@ -196,7 +197,7 @@ int ShowNewest(const LogOptions& options, const QzLogQueryDef& query) {
     bool isWhole = false;
     {
         const ShownQuery shown;
-        isWhole = QzLogFile::QueryFile(KeldMBString(options.file), query, items) != 0;
+        isWhole = QzLogFile::QueryFile(PathOf(options.file), query, items) != 0;
     }
     if (items.IsEmpty() && isWhole)
         return Fail(Shown(options.file) + ": no item is found");
@@ -222,7 +223,7 @@ int RunLog(const LogOptions& options) {
             return FailUsage(Shown(options.timeFormat) + " is no format that times can be read by");
     }
     QzFile file;
-    if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
+    if (!file.Open(PathOf(options.file), QzFile::Access::Read))
         return Fail(Shown(options.file) + ": " + Escaped(file.GetError().View()));
     file.Close();
     if (options.isSummary)

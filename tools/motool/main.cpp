@@ -39,6 +39,7 @@ int Run(std::vector<std::string> arguments) {
                      "motool");
     Chosen chosen;
     const std::vector<std::string> run = TakeOffRun(arguments);
+    program.allow_windows_style_options(false); // what begins with a slash is a path everywhere
     program.set_version_flag("--version", "motool " MOTOOL_VERSION, "print the version and exit");
     program.set_help_flag("-h,--help", "print this help and exit");
     std::string generated;
@@ -73,8 +74,7 @@ int Run(std::vector<std::string> arguments) {
 
 int main(int argc, char** argv) {
     try {
-        StartOutput();
-        return Run(std::vector<std::string>(argv + std::min(argc, 1), argv + argc));
+        return Run(Start(argc, argv));
     } catch (const std::bad_alloc&) {
         std::fputs("motool: there is not enough memory\n", stderr);
     } catch (const std::exception& error) {

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
+#include "letters.h"
 #include "stream/qztrace.h"
 #include "system.h"
 #include "toolkit/qzstringw.h"
@@ -15,6 +17,7 @@ namespace Motool {
 
 namespace {
 
+KELDCharset::Charset s_arguments = KELDCharset::UTF8;
 KELDCharset::Charset s_terminal = KELDCharset::UTF8;
 bool s_isTerminal = false;
 int s_width = 0;
@@ -24,23 +27,10 @@ bool IsAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-std::uint32_t CodeOf(wchar_t c) {
-    return static_cast<std::uint32_t>(std::char_traits<wchar_t>::to_int_type(c));
-}
-
-bool IsAscii(wchar_t c) {
-    return CodeOf(c) < 0x80;
-}
-
-bool IsControl(wchar_t c) {
+bool IsControl(std::uint32_t c) {
     // U+2028 and U+2029 end lines; the others in the list turn the direction of what follows.
     return c < 0x20 || (c >= 0x7F && c < 0xA0) || (c >= 0x202A && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) ||
            c == 0x2028 || c == 0x2029;
-}
-
-// Empty when it is no text; it has no zero bytes, and is not empty.
-std::wstring Converted(std::string_view text) {
-    return std::wstring(QzStringW(KeldMBString(text)).View());
 }
 
 // A text of the current charset; a byte that is none of it is told apart by its value from this on.
@@ -52,12 +42,12 @@ void AppendText(std::wstring& wide, std::string_view text) {
         wide.append(text.begin(), text.end());
         return;
     }
-    const std::wstring all = Converted(text);
+    const std::wstring all = ToWide(text, KELDCharset::Current);
     if (!all.empty()) {
         wide += all;
         return;
     }
-    QzTextCodec codec(KELDCharset::Wide, QzToolkit::GetCurCharset());
+    QzTextCodec codec(WideCharset, QzToolkit::GetCurCharset());
     constexpr std::size_t PieceSize = 4096;
     constexpr std::size_t LongestCharacter = 8;
     while (!text.empty()) {
@@ -65,7 +55,7 @@ void AppendText(std::wstring& wide, std::string_view text) {
         const auto good =
             static_cast<std::size_t>(codec.GetConvertibleLength(piece.data(), static_cast<int>(piece.size())));
         if (good != 0)
-            wide += Converted(piece.substr(0, good));
+            wide += ToWide(piece.substr(0, good), KELDCharset::Current);
         // A character that the piece cuts in two comes again with the next.
         const bool isCut = good != 0 && piece.size() < text.size() && good + LongestCharacter > piece.size();
         text.remove_prefix(good);
@@ -88,8 +78,7 @@ std::wstring Wide(std::string_view text) {
     }
 }
 
-int ColumnsOf(wchar_t c) {
-    const std::uint32_t value = CodeOf(c);
+int ColumnsOf(std::uint32_t value) {
     const auto isIn = [&](std::uint32_t first, std::uint32_t last) { return value >= first && value <= last; };
     if (isIn(0x300, 0x36F) || isIn(0x200B, 0x200F) || isIn(0x20D0, 0x20FF) || isIn(0xFE00, 0xFE0F) || value == 0xFEFF)
         return 0;
@@ -108,13 +97,8 @@ std::wstring Hexadecimal(unsigned int value) {
         L'\\', L'u', digits[value >> 12 & 15], digits[value >> 8 & 15], digits[value >> 4 & 15], digits[value & 15]};
 }
 
-bool IsBadByte(wchar_t c) {
+bool IsBadByte(std::uint32_t c) {
     return c >= BadByte + 0x80 && c <= BadByte + 0xFF;
-}
-
-void Write(std::FILE* file, std::string_view bytes) {
-    if (std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size() && file == stdout)
-        s_isLost = true;
 }
 
 const char* Code(Colour colour) {
@@ -132,15 +116,14 @@ const char* Code(Colour colour) {
 
 } // namespace
 
-void StartOutput() {
+std::vector<std::string> Start(int argc, char** argv) {
     SetTraceHandler([](const char*) {}); // what fails is told by the command that it fails
-    s_terminal = QzToolkit::GetCurCharset();
+    s_terminal = StartWriting();
     s_isTerminal = IsTerminal(Channel::Output);
     s_width = s_isTerminal ? TerminalWidth() : 0;
-}
-
-KELDCharset::Charset TerminalCharset() {
-    return s_terminal;
+    std::vector<std::string> arguments = CommandLine(argc, argv);
+    s_arguments = QzToolkit::GetCurCharset();
+    return arguments;
 }
 
 bool SwitchToUtf8() {
@@ -150,8 +133,8 @@ bool SwitchToUtf8() {
 KeldMBString FromTerminal(const std::string& argument) {
     KeldMBString text{std::string_view(argument)};
     KeldMBString converted;
-    if (QzToolkit::GetCurCharset() == s_terminal ||
-        QzTextCodec(QzToolkit::GetCurCharset(), s_terminal).Convert(converted, text) == 0)
+    if (QzToolkit::GetCurCharset() == s_arguments ||
+        QzTextCodec(QzToolkit::GetCurCharset(), s_arguments).Convert(converted, text) == 0)
         return text;
     return converted;
 }
@@ -160,8 +143,33 @@ bool IsColoured() {
     return s_isTerminal;
 }
 
+std::wstring ToWide(std::string_view text, KELDCharset::Charset charset) {
+    QzStringW converted;
+    if constexpr (WideCharset == KELDCharset::Wide) {
+        converted.FromString(KeldMBString(text), charset);
+        return std::wstring(converted.View());
+    }
+    KeldMBString units;
+    QzTextCodec(WideCharset, charset == KELDCharset::Current ? QzToolkit::GetCurCharset() : charset)
+        .Convert(units, KeldMBString(text));
+    std::wstring wide(static_cast<std::size_t>(units.GetLength()) / sizeof(wchar_t), L'\0');
+    std::memcpy(wide.data(), units.Cstr(), wide.size() * sizeof(wchar_t));
+    return wide;
+}
+
+std::string FromWide(std::wstring_view text, KELDCharset::Charset charset) {
+    if constexpr (WideCharset == KELDCharset::Wide)
+        return std::string(QzStringW(text).ToString(charset).View());
+    KeldMBString converted;
+    const int size = static_cast<int>(text.size() * sizeof(wchar_t));
+    QzTextCodec(charset == KELDCharset::Current ? QzToolkit::GetCurCharset() : charset, WideCharset)
+        .Convert(converted, reinterpret_cast<const char*>(text.data()), size);
+    return std::string(converted.View());
+}
+
 void PrintBytes(std::string_view bytes) {
-    Write(stdout, bytes);
+    if (!Write(Channel::Output, bytes))
+        s_isLost = true;
 }
 
 void Print(std::string_view text) {
@@ -174,14 +182,15 @@ void Print(std::string_view text) {
         return;
     }
     std::wstring safe;
-    for (const wchar_t c : Wide(text)) {
+    ForEachLetter(Wide(text), [&](std::wstring_view letter) {
+        const std::uint32_t c = LetterValue(letter);
         if (IsBadByte(c))
-            safe += Hexadecimal(static_cast<unsigned int>(c - BadByte));
+            safe += Hexadecimal(c - BadByte);
         else if (s_isTerminal && IsControl(c) && c != L'\n' && c != L'\t')
-            safe += Hexadecimal(static_cast<unsigned int>(c));
+            safe += Hexadecimal(c);
         else
-            safe += c;
-    }
+            safe += letter;
+    });
     PrintBytes(ToTerminal(safe));
 }
 
@@ -196,7 +205,7 @@ bool FlushOutput() {
 
 void Warn(const std::string& message) {
     std::fflush(stdout); // so that both stand in order where they meet
-    Write(stderr, "motool: " + message + "\n");
+    Write(Channel::Errors, "motool: " + message + "\n");
 }
 
 int Fail(const std::string& message) {
@@ -215,8 +224,11 @@ std::wstring OneLine(std::string_view text, int width) {
     // No more than could be shown is looked at.
     if (width >= 0)
         text = text.substr(0, static_cast<std::size_t>(width) * 8 + 16);
-    for (const wchar_t c : Wide(text)) {
-        std::wstring shown(1, c);
+    const std::wstring all = Wide(text);
+    for (std::wstring_view rest = all; !rest.empty();) {
+        std::wstring shown(rest.substr(0, LetterLength(rest)));
+        rest.remove_prefix(shown.size());
+        const std::uint32_t c = LetterValue(shown);
         if (c == L'\n')
             shown = L"\\n";
         else if (c == L'\t')
@@ -224,13 +236,13 @@ std::wstring OneLine(std::string_view text, int width) {
         else if (c == L'\r')
             shown = L"\\r";
         else if (IsBadByte(c))
-            shown = Hexadecimal(static_cast<unsigned int>(c - BadByte));
+            shown = Hexadecimal(c - BadByte);
         else if (IsControl(c))
-            shown = Hexadecimal(static_cast<unsigned int>(c));
+            shown = Hexadecimal(c);
         columns += Columns(shown);
         if (width >= 0 && columns > width) {
             while (!line.empty() && Columns(line) > width - 1)
-                line.pop_back();
+                DropLastLetter(line);
             return width > 0 ? line + L'~' : std::wstring();
         }
         line += shown;
@@ -240,30 +252,30 @@ std::wstring OneLine(std::string_view text, int width) {
 
 int Columns(std::wstring_view text) {
     int columns = 0;
-    for (const wchar_t c : text)
-        columns += ColumnsOf(c);
+    ForEachLetter(text, [&](std::wstring_view letter) { columns += ColumnsOf(LetterValue(letter)); });
     return columns;
 }
 
 std::string ToTerminal(std::wstring_view text) {
     std::string bytes;
-    if (std::all_of(text.begin(), text.end(), [](wchar_t c) { return IsAscii(c); })) {
+    if (std::all_of(text.begin(), text.end(), [](wchar_t c) { return UnitValue(c) < 0x80; })) {
         for (const wchar_t c : text)
             bytes += static_cast<char>(c);
         return bytes;
     }
     const bool hasZero = text.find(L'\0') != std::wstring_view::npos;
-    const KeldMBString whole = hasZero ? KeldMBString() : QzStringW(text).ToString(s_terminal);
-    if (!whole.IsEmpty())
-        return std::string(whole.View());
-    for (const wchar_t& c : text) {
-        if (IsAscii(c)) {
+    std::string whole = hasZero ? std::string() : FromWide(text, s_terminal);
+    if (!whole.empty())
+        return whole;
+    ForEachLetter(text, [&](std::wstring_view letter) {
+        const std::uint32_t c = LetterValue(letter);
+        if (c < 0x80) {
             bytes += static_cast<char>(c);
-            continue;
+            return;
         }
-        const KeldMBString one = QzStringW(std::wstring_view(&c, 1)).ToString(s_terminal);
-        bytes += one.IsEmpty() ? std::string("?") : std::string(one.View());
-    }
+        const std::string one = FromWide(letter, s_terminal);
+        bytes += one.empty() ? "?" : one;
+    });
     return bytes;
 }
 
@@ -287,27 +299,28 @@ std::string Json(std::string_view text) {
     std::wstring json = L"\"";
     std::string result;
     const bool isUtf8 = s_terminal == KELDCharset::UTF8;
-    for (const wchar_t c : Wide(text)) {
-        const std::uint32_t value = CodeOf(c);
-        if (c == L'"' || c == L'\\') {
+    ForEachLetter(Wide(text), [&](std::wstring_view letter) {
+        const std::uint32_t value = LetterValue(letter);
+        if (value == L'"' || value == L'\\') {
             json += L'\\';
-            json += c;
-        } else if (c == L'\n') {
+            json += letter;
+        } else if (value == L'\n') {
             json += L"\\n";
-        } else if (c == L'\t') {
+        } else if (value == L'\t') {
             json += L"\\t";
-        } else if (IsBadByte(c)) {
+        } else if (IsBadByte(value)) {
             json += L"\\ufffd";
-        } else if (value < 0x20 || value == 0x7F || (value >= 0x80 && value < 0x10000 && (!isUtf8 || IsControl(c)))) {
+        } else if (value < 0x20 || value == 0x7F ||
+                   (value >= 0x80 && value < 0x10000 && (!isUtf8 || IsControl(value)))) {
             const std::wstring digits = Hexadecimal(value | 0x10000).substr(2);
             json += L"\\u" + digits;
         } else if (value >= 0x10000 && !isUtf8) {
             const std::uint32_t offset = value - 0x10000;
             json += Hexadecimal(0xD800 + (offset >> 10)) + Hexadecimal(0xDC00 + (offset & 0x3FF));
         } else {
-            json += c;
+            json += letter;
         }
-    }
+    });
     return ToTerminal(json + L'"');
 }
 
@@ -341,7 +354,7 @@ void Table::PrintRow(const Row& row, bool isHeading) const {
         std::wstring cell = row.cells[i];
         if (s_width > 0 && used + Columns(cell) > s_width) {
             while (!cell.empty() && used + Columns(cell) > s_width - 1)
-                cell.pop_back();
+                DropLastLetter(cell);
             cell += L'~';
         }
         const auto blanks = static_cast<std::size_t>(isLast ? 0 : std::max(m_widths[i] - Columns(cell), 0));
@@ -377,7 +390,7 @@ Progress::Progress()
 
 Progress::~Progress() {
     if (m_isShown)
-        Write(stderr, "\r\x1b[K");
+        Write(Channel::Errors, "\r\x1b[K");
 }
 
 void Progress::Show(std::int64_t done, std::int64_t total) {
@@ -390,7 +403,7 @@ void Progress::Show(std::int64_t done, std::int64_t total) {
     const auto filled = static_cast<std::size_t>(part * Width);
     std::string line = "\r[" + std::string(filled, '#') + std::string(Width - filled, '.') + "] ";
     line += Number(static_cast<std::int64_t>(part * 100)) + "% of " + Number(total / 1000000) + " MB\x1b[K";
-    Write(stderr, line);
+    Write(Channel::Errors, line);
     std::fflush(stderr);
 }
 
@@ -401,7 +414,7 @@ std::string Bar(std::int64_t value, std::int64_t most, int width) {
     std::wstring blocks(static_cast<std::size_t>(whole / 8), L'\u2588');
     if (whole % 8 != 0)
         blocks += static_cast<wchar_t>(0x2590 - whole % 8);
-    if (blocks.empty() || !QzStringW(std::wstring_view(L"\u2588\u258f")).ToString(s_terminal).IsEmpty())
+    if (blocks.empty() || !FromWide(L"\u2588\u258f", s_terminal).empty())
         return ToTerminal(blocks);
     return std::string(static_cast<std::size_t>((whole + 7) / 8), '#');
 }

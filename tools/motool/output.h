@@ -16,13 +16,13 @@ namespace Motool {
 /// The exit statuses.
 enum Status : int { Done = 0, Failed = 1, WrongUsage = 2 };
 
-/// Before anything else: the terminal's charset is the current one at that moment.
-void StartOutput();
-KELD::KELDCharset::Charset TerminalCharset();
+/// Before anything else; gives the arguments of the command line. The terminal's charset is the current one at that
+/// moment, or any where the system itself draws the characters.
+std::vector<std::string> Start(int argc, char** argv);
 
 /// Makes UTF-8 the current charset, for what the terminal's cannot hold. False when it was already.
 bool SwitchToUtf8();
-/// An argument of the command line, which is in the terminal's charset, in the current one.
+/// An argument of the command line in the charset that is the current one by now.
 KELD::KeldMBString FromTerminal(const std::string& argument);
 
 // ---- Standard output

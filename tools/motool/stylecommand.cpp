@@ -338,8 +338,10 @@ int RunStyle(const StyleOptions& given) {
         KeldMBString directory;
         KeldMBString name;
         KeldMBString extension;
-        QzFile::SplitPath(KeldMBString(options.file), directory, name, extension);
+        QzFile::SplitPath(FromTerminal(options.file), directory, name, extension);
         options.name = Text(name);
+    } else {
+        options.name = Text(FromTerminal(options.name));
     }
     if (options.output.empty()) {
         if (options.to == "record" && IsTerminal(Channel::Output))
@@ -352,7 +354,7 @@ int RunStyle(const StyleOptions& given) {
     KeldMBString error;
     int result = Failed;
     const bool isWritten = QzFile::ReplaceAll(
-        KeldMBString(options.output),
+        PathOf(options.output),
         [&](QzFile& file) {
             result = Convert(source, options, kind, areMany, [&](std::string_view bytes) {
                 const auto size = static_cast<std::int64_t>(bytes.size());

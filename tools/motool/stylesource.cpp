@@ -6,6 +6,7 @@
 
 #include "output.h"
 #include "stream/qzfilestream.h"
+#include "system.h"
 #include "toolkit/qzmarkup.h"
 #include "xmlfile.h"
 
@@ -45,7 +46,7 @@ bool IsStyle(const QzMarkup::Element& element, int& dialect) {
 }
 
 bool StartsAsXml(const std::string& file, bool& isReadable, std::string& error) {
-    QzFileStream stream(KeldMBString{std::string_view(file)}, QzFileStream::Direction::Read);
+    QzFileStream stream(PathOf(file), QzFileStream::Direction::Read);
     isReadable = stream.IsOpen();
     error = std::string(stream.GetError().View());
     std::array<char, 256> head{};
@@ -117,7 +118,7 @@ int StyleSource::OpenXml(const std::string& file) {
 }
 
 bool StyleSource::VisitRecords(int kind, const std::function<bool(const QzStyle&)>& visit, std::int64_t& count) const {
-    QzFileStream stream(KeldMBString{std::string_view(m_file)}, QzFileStream::Direction::Read);
+    QzFileStream stream(PathOf(m_file), QzFileStream::Direction::Read);
     for (count = 0;; ++count) {
         QzStyle style;
         const std::int64_t left = stream.GetRemaining();
@@ -136,7 +137,7 @@ bool StyleSource::VisitRecords(int kind, const std::function<bool(const QzStyle&
 // forms that is of another kind.
 bool StyleSource::Fits(int kind) const {
     constexpr int Enough = 1000;
-    QzFileStream stream(KeldMBString{std::string_view(m_file)}, QzFileStream::Direction::Read);
+    QzFileStream stream(PathOf(m_file), QzFileStream::Direction::Read);
     int count = 0;
     for (; count < Enough; ++count) {
         QzStyle style;

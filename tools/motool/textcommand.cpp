@@ -5,9 +5,10 @@
 
 #include "base/keldsystem.h"
 #include "commands.h"
+#include "letters.h"
 #include "stream/qzfile.h"
+#include "system.h"
 #include "textguess.h"
-#include "toolkit/qzstringw.h"
 #include "toolkit/qztextcodec.h"
 
 using namespace Qzc;
@@ -81,9 +82,7 @@ std::string LetterAt(const KeldMBString& text, int offset, Reader& reader) {
     KeldMBString letter;
     for (int size = 1; size <= std::min(Longest, text.GetLength() - offset) && letter.IsEmpty(); ++size)
         letter = reader.ToUtf8(text.Cstr() + offset, size);
-    QzStringW wide;
-    wide.FromString(letter, KELDCharset::UTF8);
-    return wide.IsEmpty() ? std::string() : ToTerminal(wide.View());
+    return letter.IsEmpty() ? std::string() : ToTerminal(ToWide(letter.View(), KELDCharset::UTF8));
 }
 
 // Says where, and whether it is the text's fault or that of the encoding that it is to be in.
@@ -115,7 +114,7 @@ int RunText(const TextOptions& options) {
         return FailUsage("-o wants --to");
     QzFile file;
     KeldMBString text;
-    if (!file.Open(KeldMBString(options.file), QzFile::Access::Read))
+    if (!file.Open(PathOf(options.file), QzFile::Access::Read))
         return Fail(Shown(options.file) + ": " + Escaped(file.GetError().View()));
     if (!file.ReadAll(text))
         return Fail(Shown(options.file) + ": it cannot be read, or is 2 GB long or longer");
@@ -143,7 +142,7 @@ int RunText(const TextOptions& options) {
         return Done;
     }
     KeldMBString error;
-    return QzFile::ReplaceAll(KeldMBString(options.output), converted, error)
+    return QzFile::ReplaceAll(PathOf(options.output), converted, error)
                ? Done
                : Fail(Shown(options.output) + " was not written: " + Escaped(error.View()));
 }

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "base/keldmbstring.h"
-#include "toolkit/qzstringw.h"
+#include "letters.h"
 #include "toolkit/qztextcodec.h"
 #include "toolkit/qztoolkit.h"
 
@@ -67,12 +67,12 @@ double Likeness(std::wstring_view text) {
     std::int64_t others = 0;
     Script before = Script::Other;
     bool isWord = false;
-    for (const wchar_t wide : text) {
-        const auto c = static_cast<std::uint32_t>(std::char_traits<wchar_t>::to_int_type(wide));
+    ForEachLetter(text, [&](std::wstring_view letter) {
+        const std::uint32_t c = LetterValue(letter);
         if (IsUsual(c)) {
             isWord = (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
             before = isWord ? Script::Latin : Script::Other;
-            continue;
+            return;
         }
         ++others;
         const Script script = ScriptOf(c);
@@ -95,19 +95,17 @@ double Likeness(std::wstring_view text) {
             points += 0.5;
         isWord = script == Script::Latin;
         before = script;
-    }
+    });
     return others == 0 ? 0 : points / static_cast<double>(others);
 }
 
 bool Converts(Charset charset, std::string_view bytes, std::wstring& wide) {
-    QzTextCodec codec(KELDCharset::Wide, charset);
+    QzTextCodec codec(WideCharset, charset);
     const int length = codec.GetConvertibleLength(bytes.data(), static_cast<int>(bytes.size()));
     constexpr std::size_t LongestCharacter = 4; // that the end of what is looked at may have cut
     if (static_cast<std::size_t>(length) + (bytes.size() == Looked ? LongestCharacter : 0) < bytes.size())
         return false;
-    QzStringW converted;
-    converted.FromString(KeldMBString(bytes.substr(0, static_cast<std::size_t>(length))), charset);
-    wide = std::wstring(converted.View());
+    wide = ToWide(bytes.substr(0, static_cast<std::size_t>(length)), charset);
     return !wide.empty();
 }
 

@@ -5,6 +5,7 @@
 #include "base/keldsystem.h"
 #include "commands.h"
 #include "stream/qzfile.h"
+#include "system.h"
 #include "toolkit/qzmarkup.h"
 #include "xmlfile.h"
 #include "xmlpath.h"
@@ -66,7 +67,7 @@ Contents Count(QzMarkup& markup) {
 
 int Describe(QzMarkup& markup, const XmlOptions& options, Loaded loaded) {
     QzFile file;
-    const bool isOpen = file.Open(KeldMBString(std::string_view(options.file)), QzFile::Access::Read);
+    const bool isOpen = file.Open(PathOf(options.file), QzFile::Access::Read);
     const bool isKnown = markup.GetEncoding() != KELDCharset::Unknown;
     const bool isConverted = markup.IsConverted() != 0;
     const Contents contents = loaded == Loaded::Whole ? Count(markup) : Contents();
@@ -182,7 +183,7 @@ int Edit(QzMarkup& markup, const XmlOptions& options) {
 
 int Save(QzMarkup& markup, const XmlOptions& options) {
     const std::string& target = options.output.empty() ? options.file : options.output;
-    const KeldMBString path{std::string_view(target)};
+    const KeldMBString path = PathOf(target);
     const bool isSaved = (options.indents ? markup.SaveIndented(path.Cstr()) : markup.Save(path.Cstr())) != 0;
     return isSaved ? Done : Fail(Shown(target) + " was not written: " + Escaped(markup.GetError().View()));
 }

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "output.h"
+#include "system.h"
 
 using namespace Qzc;
 
@@ -44,13 +45,12 @@ void TellFault(const QzMarkup& markup, const std::string& file, int line, int co
 } // namespace
 
 Loaded LoadDocument(QzMarkup& markup, const std::string& file) {
-    const KeldMBString path{std::string_view(file)};
     int line = 0;
     int column = 0;
-    bool isWhole = markup.Load(path.Cstr()) != 0;
+    bool isWhole = markup.Load(PathOf(file).Cstr()) != 0;
     if (markup.IsConverted() == 0 && markup.GetEncoding() != KELDCharset::Unknown && SwitchToUtf8()) {
         markup = QzMarkup();
-        isWhole = markup.Load(path.Cstr()) != 0;
+        isWhole = markup.Load(PathOf(file).Cstr()) != 0;
     }
     if (isWhole)
         return Loaded::Whole;

@@ -6,6 +6,7 @@
 
 #include "stream/qzsprintf.h"
 #include "toolkit/qzmarkup.h"
+#include "toolkit/xml/bits.h"
 #include "toolkit/xml/qzmarkupinline.h"
 #include "toolkit/xml/qzmarkupscan.h"
 #include "toolkit/xml/qzmarkupstops.h"
@@ -86,7 +87,7 @@ int QzMarkup::ParseElem(const KeldMBString& text, int& nNext, int nBase, int iPo
     const StopFinder::Offset* next = nullptr; // the next stop and the end of those that are listed
     const StopFinder::Offset* nextEnd = nullptr;
     const auto nextStop = [&]() {
-        if (__builtin_expect(next == nextEnd, 0) != 0) {
+        if (MOTOOLKIT_SELDOM(next == nextEnd)) {
             const StopFinder::List list = finder.ListNext();
             next = list.first;
             nextEnd = list.end;

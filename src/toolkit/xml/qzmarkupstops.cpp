@@ -6,6 +6,8 @@
 #include <immintrin.h>
 #endif
 
+#include "toolkit/xml/bits.h"
+
 // Functions for processors that not every one of the architecture is; with ELF, for there the stack is aligned for
 // what they may put on it.
 #if defined(__x86_64__) && defined(__ELF__)
@@ -71,7 +73,7 @@ void StopFinder::FindStops(const char* text, std::size_t blocks, Masks& masks) {
 StopFinder::Offset* StopFinder::ListFound(const Masks& masks, std::size_t blocks, Offset offset, Offset* last) {
     for (std::size_t block = 0; block < blocks; ++block) {
         for (std::uint64_t stops = masks[block]; stops != 0; stops &= stops - 1)
-            *last++ = offset + __builtin_ctzll(stops);
+            *last++ = offset + TrailingZeros(stops);
         offset += Offset{BlockSize};
     }
     return last;

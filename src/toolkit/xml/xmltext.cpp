@@ -8,6 +8,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "toolkit/xml/bits.h"
 #include "toolkit/xml/qzmarkupscan.h"
 
 namespace Qzc {
@@ -46,7 +47,7 @@ unsigned EscapedIn(TextIn place) {
 }
 
 std::string_view EntityOf(unsigned bit) {
-    return Escapes[static_cast<std::size_t>(__builtin_ctz(bit))].entity;
+    return Escapes[static_cast<std::size_t>(TrailingZeros(bit))].entity;
 }
 
 } // namespace

@@ -1,13 +1,18 @@
 #include "system.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <filesystem>
 #include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
+
+#include "toolkit/qztoolkit.h"
 
 extern char** environ; // NOLINT(readability-redundant-declaration): not every C library declares it
 
@@ -65,6 +70,27 @@ private:
 };
 
 } // namespace
+
+std::vector<std::string> CommandLine(int argc, char** argv) {
+    return std::vector<std::string>(argv + std::min(argc, 1), argv + argc);
+}
+
+KELD::KeldMBString PathOf(const std::string& argument) {
+    return KELD::KeldMBString{std::string_view(argument)};
+}
+
+KELD::KeldMBString CurrentFolder() {
+    std::error_code failed;
+    return KELD::KeldMBString(std::filesystem::current_path(failed).string());
+}
+
+KELD::KELDCharset::Charset StartWriting() {
+    return Qzc::QzToolkit::GetCurCharset();
+}
+
+bool Write(Channel channel, std::string_view bytes) {
+    return std::fwrite(bytes.data(), 1, bytes.size(), channel == Channel::Output ? stdout : stderr) == bytes.size();
+}
 
 bool IsTerminal(Channel channel) {
     return isatty(channel == Channel::Output ? STDOUT_FILENO : STDERR_FILENO) != 0;
