@@ -8,6 +8,7 @@
 #include <new>
 #include <string_view>
 
+#include "platform/thread.h"
 #include "platform/win32/iconv/charsetcodec.h"
 
 namespace {
@@ -123,6 +124,7 @@ std::size_t Finish(Descriptor& self, const Texts& texts) {
 } // namespace
 
 iconv_t iconv_open(const char* to, const char* from) {
+    const Platform::TerminationShield shield; // tables that all share are made here
     errno = EINVAL;
     try {
         auto descriptor = std::make_unique<Descriptor>();
