@@ -10,6 +10,7 @@ import json
 import os
 import pathlib
 import pty
+import select
 import shutil
 import signal
 import subprocess
@@ -479,7 +480,9 @@ class MotoolTest(unittest.TestCase):
             self.error("lock", name, "--timeout", "0", "--run", "true")
             if WINDOWS:
                 reader.kill()
-                self.wait_until_unread(reader.stdin)  # the command has gone with it
+                unread = select.poll()
+                unread.register(reader.stdin, 0)
+                self.assertTrue(unread.poll(10000), "the command has not gone with it")
             else:
                 reader.send_signal(signal.SIGTERM)  # the command's to take
                 self.assertEqual(reader.wait(timeout=10), 128 + signal.SIGTERM)
@@ -505,15 +508,6 @@ class MotoolTest(unittest.TestCase):
         self.assertEqual(out, b'"a & b" "c"\r\n')
         for argument in ("%PATH%", 'a"b', "a\nb"):
             self.assertIn("batch file", self.error("lock", name, "--run", "./tell.bat", argument, status=126))
-
-    def wait_until_unread(self, pipe):
-        for _ in range(1000):
-            try:
-                os.write(pipe.fileno(), b" ")
-            except BrokenPipeError:
-                return
-            time.sleep(0.01)
-        self.fail("somebody still reads")
 
     def wait_for(self, name, states, opener):
         for _ in range(1000):
