@@ -39,7 +39,7 @@ endforeach()
 # What the programs and libraries for Windows load is in the archive, or the system's own.
 if(OBJDUMP)
     file(GLOB binaries ${SCRATCH_DIR}/prefix/bin/*)
-    set(there kernel32.dll msvcrt.dll)
+    set(there advapi32.dll kernel32.dll msvcrt.dll)
     foreach(binary IN LISTS binaries)
         cmake_path(GET binary FILENAME name)
         string(TOLOWER ${name} name)
