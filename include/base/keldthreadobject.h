@@ -36,9 +36,10 @@ T& NoElement() {
         static thread_local T s_none;
         return s_none = T();
     } else {
-        T* const none = GetThreadObject<T>();
-        static T s_withoutMemory;
-        return (none != nullptr ? *none : s_withoutMemory) = T();
+        if (T* const none = GetThreadObject<T>())
+            return *none = T();
+        static T s_withoutMemory; // all threads'
+        return s_withoutMemory = T();
     }
 }
 

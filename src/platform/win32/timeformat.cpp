@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -149,10 +150,8 @@ void Adorn(const Conversion& conversion, std::string& text) {
         text.insert(0, conversion.width - text.size(), conversion.pad == '0' || conversion.pad == '+' ? '0' : ' ');
 }
 
-} // namespace
-
-bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time, bool isUtc,
-                    std::size_t& length) {
+// The text of one conversion; as it stands when it is none.
+std::string TextOf(std::string_view conversion, const std::tm& time, bool isUtc) {
     const Conversion parts(conversion);
     std::string text;
     bool isKnown = Plain(parts.letter, time, isUtc, text);
@@ -165,11 +164,23 @@ bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion,
         text = conversion;
     else if (!parts.isPlain)
         Adorn(parts, text);
-    length = text.size();
-    if (length > size)
+    return text;
+}
+
+} // namespace
+
+bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time, bool isUtc,
+                    std::size_t& length) {
+    try {
+        const std::string text = TextOf(conversion, time, isUtc);
+        length = text.size();
+        if (length > size)
+            return false;
+        std::memcpy(buffer, text.data(), length);
+        return true;
+    } catch (const std::bad_alloc&) {
         return false;
-    std::memcpy(buffer, text.data(), length);
-    return true;
+    }
 }
 
 } // namespace Platform
