@@ -17,7 +17,8 @@ using LogSharing = LogTest;
 
 // ---- Roles
 
-/// What a program writes: as an hour passes in 0.3 seconds from `start` on, if that is given.
+/// What a program writes: as an hour passes in 0.3 seconds from `start` on, if that is given; on a slow target later,
+/// for a program that falls an hour behind the others makes a file of its own.
 struct Writing {
     std::string file;
     Log::Mode mode = Log::Text;
@@ -37,7 +38,7 @@ const ChildRole Writer("writer", [](const Arguments& arguments) {
     log.SetLogCountToDisk(static_cast<int>(number(4)));
     log.SetFileSizeLimit(static_cast<int>(number(5)), Log::NewFile);
     s_start = number(6);
-    SetLogClock([] { return KeldTime(Saturday + (s_start != 0 ? (Milliseconds() - s_start) * 12 : 0)); });
+    SetLogClock([] { return KeldTime(Saturday + (s_start != 0 ? (Milliseconds() - s_start) * 12 / Slowness : 0)); });
     EXPECT_EQ(log.Open(".", K(arguments[2]), s_start != 0 ? Log::Hour : Log::None, static_cast<Log::Mode>(number(3))),
               1);
     std::ofstream acknowledged("acknowledged." + arguments[0]);
@@ -45,7 +46,7 @@ const ChildRole Writer("writer", [](const Arguments& arguments) {
         EXPECT_EQ(Record(Line(arguments[0], i)), 1);
         acknowledged.seekp(0) << i + 1 << std::flush;
         if (s_start != 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2 * Slowness));
     }
     return number(7) != 0 || log.Close() == 1;
 });
