@@ -1,8 +1,9 @@
 #include "platform/win32/codepage.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
-#include <string>
+#include <string_view>
 #include <system_error>
 
 namespace Platform {
@@ -52,9 +53,12 @@ bool Takes(std::string_view& text, std::string_view prefix) {
 } // namespace
 
 unsigned int CodePageOf(std::string_view name) {
-    std::string upper(name);
-    std::transform(upper.begin(), upper.end(), upper.begin(),
+    std::array<char, 32> room = {}; // longer than any of them
+    if (name.size() > room.size())
+        return 0;
+    std::transform(name.begin(), name.end(), room.begin(),
                    [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+    const std::string_view upper(room.data(), name.size());
     for (const NamedPage& named : Named) {
         if (named.name == upper)
             return named.page;

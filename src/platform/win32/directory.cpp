@@ -9,7 +9,7 @@
 namespace Platform {
 
 void ListDirectory(const std::string& path, const std::function<void(const char* name)>& visit) {
-    std::wstring pattern = WidePath(path.c_str());
+    std::wstring pattern(WidePath(path.c_str()).View());
     if (pattern.empty())
         return;
     pattern += std::wstring_view(L"/\\:").find(pattern.back()) != std::wstring_view::npos ? L"*" : L"\\*";
@@ -28,7 +28,7 @@ void ListDirectory(const std::string& path, const std::function<void(const char*
 
 bool FileAge(const char* path, std::int64_t& time, std::int64_t& length) {
     FileStatus status;
-    if (!QueryFile(WideFilePath(path), status) || status.isDirectory)
+    if (!QueryFile(WideFilePath(path).Get(), status) || status.isDirectory)
         return false;
     time = status.writtenAt;
     length = status.length;
@@ -38,7 +38,7 @@ bool FileAge(const char* path, std::int64_t& time, std::int64_t& length) {
 bool IsSameFile(const char* one, const char* other) {
     FileStatus first;
     FileStatus second;
-    return QueryFile(WidePath(one), first) && QueryFile(WidePath(other), second) && IsSame(first, second);
+    return QueryFile(WidePath(one).Get(), first) && QueryFile(WidePath(other).Get(), second) && IsSame(first, second);
 }
 
 std::string CurrentDirectory() {

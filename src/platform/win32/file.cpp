@@ -36,7 +36,7 @@ std::int64_t Size(HANDLE file) {
 } // namespace
 
 FileHandle OpenFile(const char* path, FileAccess access, int& error) {
-    const std::wstring wide = WideFilePath(path);
+    const WideFilePath wide(path);
     DWORD rights = GENERIC_READ;
     DWORD creation = OPEN_EXISTING;
     switch (access) {
@@ -50,11 +50,9 @@ FileHandle OpenFile(const char* path, FileAccess access, int& error) {
         creation = OPEN_ALWAYS;
         break;
     }
-    Handle file(CreateFileW(wide.c_str(), rights, ShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr));
+    Handle file(CreateFileW(wide.Get(), rights, ShareAll, nullptr, creation, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
-        error = LastErrno();
-        if (IsDirectory(wide))
-            error = EISDIR;
+        error = OpeningError(wide);
         return NoFile;
     }
     error = Refusal(file.Get());
@@ -126,7 +124,7 @@ bool TruncateFile(FileHandle file, std::int64_t length, int& error) {
 bool FileIsAt(FileHandle file, const char* path) {
     FileStatus ours;
     FileStatus there;
-    return QueryFile(SystemHandle(file), ours) && QueryFile(WideFilePath(path), there) && IsSame(ours, there);
+    return QueryFile(SystemHandle(file), ours) && QueryFile(WideFilePath(path).Get(), there) && IsSame(ours, there);
 }
 
 bool SyncFile(FileHandle file, int& error) {
@@ -134,16 +132,16 @@ bool SyncFile(FileHandle file, int& error) {
 }
 
 bool FileExists(const char* path) {
-    const std::wstring wide = WideFilePath(path);
-    const DWORD attributes = GetFileAttributesW(wide.c_str());
+    const WideFilePath wide(path);
+    const DWORD attributes = GetFileAttributesW(wide.Get());
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
         return false;
     FileStatus status; // a link may lead nowhere
-    return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 || QueryFile(wide, status);
+    return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 || QueryFile(wide.Get(), status);
 }
 
 void RemoveFile(const char* path) {
-    DeleteFileW(WideFilePath(path).c_str());
+    DeleteFileW(WideFilePath(path).Get());
 }
 
 } // namespace Platform

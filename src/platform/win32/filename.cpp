@@ -1,6 +1,7 @@
 #include "platform/win32/filename.h"
 
 #include <algorithm>
+#include <new>
 
 #include "platform/win32/system.h"
 
@@ -22,9 +23,13 @@ bool HasDrive(std::wstring_view path) {
 
 // With whatever behind a dot, and blanks before it.
 bool IsDevice(std::wstring_view name) {
-    std::wstring base(name.substr(0, name.find(L'.')));
-    base.erase(base.find_last_not_of(L' ') + 1);
-    std::transform(base.begin(), base.end(), base.begin(), Upper);
+    name = name.substr(0, name.find(L'.'));
+    name = name.substr(0, name.find_last_not_of(L' ') + 1);
+    std::array<wchar_t, 7> upper = {};
+    if (name.size() > upper.size())
+        return false;
+    std::transform(name.begin(), name.end(), upper.begin(), Upper);
+    const std::wstring_view base(upper.data(), name.size());
     if (base.size() == 4 && (base.compare(0, 3, L"COM") == 0 || base.compare(0, 3, L"LPT") == 0))
         return std::wstring_view(L"123456789\u00B9\u00B2\u00B3").find(base[3]) != std::wstring_view::npos;
     return base == L"CON" || base == L"PRN" || base == L"AUX" || base == L"NUL" || base == L"CONIN$" ||
@@ -45,6 +50,18 @@ bool IsShort(std::wstring_view path) {
 
 } // namespace
 
+bool PathUnits::Resize(std::size_t length) {
+    m_long.reset(length >= m_short.size() ? new (std::nothrow) wchar_t[length + 1] : nullptr);
+    const bool hasRoom = length < m_short.size() || m_long;
+    Truncate(hasRoom ? length : 0);
+    return hasRoom;
+}
+
+void PathUnits::Truncate(std::size_t length) {
+    m_length = length;
+    Data()[length] = L'\0';
+}
+
 bool IsFileName(std::wstring_view path) {
     const std::size_t separator = path.find_last_of(L"/\\");
     std::wstring_view name = separator == std::wstring_view::npos ? path : path.substr(separator + 1);
@@ -55,19 +72,31 @@ bool IsFileName(std::wstring_view path) {
     return name.find(L':') == std::wstring_view::npos && name.back() != L' ' && name.back() != L'.' && !IsDevice(name);
 }
 
-std::wstring WithoutLimit(std::wstring path) {
-    const bool hasPrefix = path.size() > 3 && IsSeparator(path[0]) && IsSeparator(path[1]) && path[2] == L'?';
-    if (hasPrefix || IsShort(path))
-        return path;
-    const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
-    std::wstring absolute(size, L'\0');
-    const DWORD length = GetFullPathNameW(path.c_str(), size, absolute.data(), nullptr);
-    if (length == 0 || length >= size)
-        return path;
-    absolute.resize(length);
-    if (absolute.compare(0, 2, L"\\\\") != 0)
-        return L"\\\\?\\" + absolute;
-    return absolute[2] == L'.' ? absolute : L"\\\\?\\UNC" + absolute.substr(1); // a device
+bool LiftLimit(PathUnits& path) {
+    const std::wstring_view given = path.View();
+    const bool hasPrefix = given.size() > 3 && IsSeparator(given[0]) && IsSeparator(given[1]) && given[2] == L'?';
+    if (hasPrefix || IsShort(given))
+        return true;
+    PathUnits absolute;
+    const DWORD size = GetFullPathNameW(path.Data(), 0, nullptr, nullptr); // with the zero
+    if (size == 0)
+        return true;
+    const bool hasRoom = absolute.Resize(size - 1);
+    const DWORD length = hasRoom ? GetFullPathNameW(path.Data(), size, absolute.Data(), nullptr) : 0;
+    if (hasRoom && (length == 0 || length >= size))
+        return true; // another thread has changed the directory meanwhile
+    const std::wstring_view found(absolute.Data(), length);
+    const bool isServer = found.substr(0, 2) == L"\\\\";
+    const std::wstring_view prefix = !isServer                    ? L"\\\\?\\"
+                                     : found.substr(2, 1) == L"." ? L"" // a device
+                                                                  : L"\\\\?\\UNC";
+    const std::wstring_view rest = found.substr(isServer && !prefix.empty() ? 1 : 0);
+    if (!hasRoom || !path.Resize(prefix.size() + rest.size())) {
+        path.Truncate(0);
+        return false;
+    }
+    std::copy(rest.begin(), rest.end(), std::copy(prefix.begin(), prefix.end(), path.Data()));
+    return true;
 }
 
 } // namespace Platform

@@ -31,10 +31,10 @@ bool Close(FileHandle& file, int& error) {
 
 // Where the last name of the path leads to, there or not.
 std::string FollowLinks(const char* path) {
-    const std::wstring wide = WideFilePath(path);
-    const Handle file(CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES, ShareAll, nullptr, OPEN_EXISTING,
+    const WideFilePath wide(path);
+    const Handle file(CreateFileW(wide.Get(), FILE_READ_ATTRIBUTES, ShareAll, nullptr, OPEN_EXISTING,
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
-    const DWORD attributes = GetFileAttributesW(wide.c_str());
+    const DWORD attributes = GetFileAttributesW(wide.Get());
     const bool isLink = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     if (!file || !isLink)
         return path;
@@ -80,7 +80,7 @@ FileHandle CreateBeside(const std::string& path, FileHandle existing, std::strin
     for (int i = 0; i < Tries; ++i) {
         temporary = DirectoryOf(path) + '.' + std::to_string(GetCurrentProcessId()) + '-' +
                     std::to_string(s_number.fetch_add(1)) + ".new";
-        const HANDLE file = CreateFileW(WideFilePath(temporary.c_str()).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE,
+        const HANDLE file = CreateFileW(WideFilePath(temporary.c_str()).Get(), GENERIC_READ | GENERIC_WRITE | DELETE,
                                         ShareAll, security.empty() ? nullptr : &given, CREATE_NEW,
                                         attributes != 0 ? attributes : FILE_ATTRIBUTE_NORMAL, nullptr);
         if (file != INVALID_HANDLE_VALUE)
@@ -131,12 +131,12 @@ bool Copy(FileHandle from, FileHandle to, int& error) {
 }
 
 // In one step, also while others have the old file open. Not every system and not every file system can.
-bool RenameOpen(HANDLE file, const std::wstring& target) {
+bool RenameOpen(HANDLE file, const wchar_t* target) {
     constexpr auto RenameByFlags = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22); // not in every header
-    const DWORD size = GetFullPathNameW(target.c_str(), 0, nullptr, nullptr);
+    const DWORD size = GetFullPathNameW(target, 0, nullptr, nullptr);
     std::vector<unsigned char> memory(sizeof(FILE_RENAME_INFO) + size * sizeof(wchar_t));
     auto& rename = *new (memory.data()) FILE_RENAME_INFO();
-    const DWORD length = GetFullPathNameW(target.c_str(), size, rename.FileName, nullptr);
+    const DWORD length = GetFullPathNameW(target, size, rename.FileName, nullptr);
     if (length == 0 || length >= size)
         return false;
     rename.Flags = FILE_RENAME_FLAG_REPLACE_IF_EXISTS | FILE_RENAME_FLAG_POSIX_SEMANTICS;
@@ -146,17 +146,16 @@ bool RenameOpen(HANDLE file, const std::wstring& target) {
 
 // Closes the file.
 bool Place(Replacement& replacement, int& error) {
-    const std::wstring source = WideFilePath(replacement.temporary.c_str());
-    const std::wstring target = WideFilePath(replacement.path.c_str());
-    const bool isRenamed = RenameOpen(SystemHandle(replacement.file), target);
+    const WideFilePath source(replacement.temporary.c_str());
+    const WideFilePath target(replacement.path.c_str());
+    const bool isRenamed = RenameOpen(SystemHandle(replacement.file), target.Get());
     if (!Close(replacement.file, error) || isRenamed ||
-        Report(MoveFileExW(source.c_str(), target.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0,
-               error))
+        Report(MoveFileExW(source.Get(), target.Get(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0, error))
         return error == 0;
     // The target has no name for a moment then, but may be open. Where somebody keeps its name it is not even tried:
     // not everything that stands for this system cleans up behind a failure.
-    if (Handle(CreateFileW(target.c_str(), DELETE, ShareAll, nullptr, OPEN_EXISTING, 0, nullptr)) &&
-        ReplaceFileW(target.c_str(), source.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0)
+    if (Handle(CreateFileW(target.Get(), DELETE, ShareAll, nullptr, OPEN_EXISTING, 0, nullptr)) &&
+        ReplaceFileW(target.Get(), source.Get(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr) != 0)
         error = 0;
     return error == 0;
 }
@@ -165,18 +164,16 @@ bool Place(Replacement& replacement, int& error) {
 
 bool OpenReplacement(const char* path, Replacement& replacement, int& error) {
     replacement = Replacement();
-    const std::wstring wide = WideFilePath(path);
+    const WideFilePath wide(path);
     const HANDLE target =
-        CreateFileW(wide.c_str(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        CreateFileW(wide.Get(), GENERIC_WRITE, ShareAll, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     const bool isThere = target != INVALID_HANDLE_VALUE;
-    error = isThere ? 0 : LastErrno();
-    if (!isThere && (error != ENOENT || wide.empty())) {
-        error = IsDirectory(wide) ? EISDIR : error;
+    error = isThere ? 0 : OpeningError(wide);
+    if (!isThere && (error != ENOENT || wide.Error() != 0))
         return false;
-    }
     if (isThere) {
         replacement.target = reinterpret_cast<FileHandle>(target);
-        const DWORD attributes = GetFileAttributesW(wide.c_str());
+        const DWORD attributes = GetFileAttributesW(wide.Get());
         if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
             // Not everything that stands for this system refuses its superuser.
             error = EACCES;

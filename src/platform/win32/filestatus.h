@@ -1,9 +1,10 @@
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
-#include <string>
 
 #include "platform/win32/handle.h"
+#include "platform/win32/text.h"
 
 namespace Platform {
 
@@ -29,9 +30,9 @@ inline bool QueryFile(HANDLE file, FileStatus& status) {
 }
 
 /// Of what the path leads to, behind any links.
-inline bool QueryFile(const std::wstring& path, FileStatus& status) {
-    const Handle file(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, ShareAll, nullptr, OPEN_EXISTING,
-                                  FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+inline bool QueryFile(const wchar_t* path, FileStatus& status) {
+    const Handle file(
+        CreateFileW(path, FILE_READ_ATTRIBUTES, ShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     return file && QueryFile(file.Get(), status);
 }
 
@@ -40,9 +41,15 @@ inline bool IsSame(const FileStatus& one, const FileStatus& other) {
 }
 
 /// Whether a directory stands there, or a link to one.
-inline bool IsDirectory(const std::wstring& path) {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
+inline bool IsDirectory(const wchar_t* path) {
+    const DWORD attributes = GetFileAttributesW(path);
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+/// Why the file could not be opened just now, as errno.
+inline int OpeningError(const WideFilePath& path) {
+    const int error = LastErrno();
+    return path.Error() != 0 ? path.Error() : IsDirectory(path.Get()) ? EISDIR : error;
 }
 
 } // namespace Platform

@@ -75,16 +75,14 @@ bool SharedFile::Open(const std::string& path, Creation creation, int& error) {
     error = path.find('\0') == std::string::npos ? 0 : EINVAL;
     if (error != 0)
         return false;
-    const std::wstring wide = WideFilePath(path.c_str());
+    const WideFilePath wide(path.c_str());
     const DWORD disposition = creation == Creation::Keep  ? OPEN_ALWAYS
                               : creation == Creation::New ? CREATE_NEW
                                                           : OPEN_EXISTING;
-    Handle file(CreateFileW(wide.c_str(), GENERIC_READ | GENERIC_WRITE, ShareAll, nullptr, disposition,
+    Handle file(CreateFileW(wide.Get(), GENERIC_READ | GENERIC_WRITE, ShareAll, nullptr, disposition,
                             FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) {
-        error = LastErrno();
-        if (IsDirectory(wide))
-            error = EISDIR;
+        error = OpeningError(wide);
         return false;
     }
     if (GetFileType(file.Get()) == FILE_TYPE_PIPE) {
@@ -171,9 +169,10 @@ bool SharedFile::IsRemoved() const {
 bool SharedFile::HasLeft(const std::string& path) const {
     if (path.empty())
         return true;
+    const WideFilePath wide(path.c_str());
     FileStatus there;
-    if (!QueryFile(WideFilePath(path.c_str()), there)) {
-        const int error = LastErrno();
+    if (!QueryFile(wide.Get(), there)) {
+        const int error = wide.Error() != 0 ? wide.Error() : LastErrno();
         return error == ENOENT || error == ENOTDIR;
     }
     const bool isKnown = m_identity.volume != 0 || m_identity.number != 0;

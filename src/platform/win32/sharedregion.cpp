@@ -1,7 +1,9 @@
 #include "platform/sharedregion.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cstdio>
 #include <functional>
 #include <thread>
 
@@ -88,13 +90,15 @@ bool IsGone(HANDLE file) {
 }
 
 HANDLE OpenIn(const std::string& path, bool creates) {
-    return CreateFileW(WidePath(path.c_str()).c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, ShareAll, nullptr,
+    return CreateFileW(WidePath(path.c_str()).Get(), GENERIC_READ | GENERIC_WRITE | DELETE, ShareAll, nullptr,
                        creates ? OPEN_ALWAYS : OPEN_EXISTING, FILE_ATTRIBUTE_TEMPORARY, nullptr);
 }
 
 // Found by all that have the word of that place: waiters and those who wake them.
-std::wstring EventName(const std::string& path, std::ptrdiff_t offset) {
-    return L"Local\\motoolkit-" + std::to_wstring(std::hash<std::string>()(path)) + L'-' + std::to_wstring(offset);
+std::array<char, 64> EventName(const std::string& path, std::ptrdiff_t offset) {
+    std::array<char, 64> name = {};
+    std::snprintf(name.data(), name.size(), "Local\\motoolkit-%zu-%td", std::hash<std::string>()(path), offset);
+    return name;
 }
 
 } // namespace
@@ -195,7 +199,7 @@ void SharedRegion::RemoveIfLast() {
     if (HasOtherMarks() || IsGone(SystemHandle(m_handle)))
         return;
     Unmap(); // what is mapped cannot be removed
-    DeleteFileW(WidePath(m_path.c_str()).c_str());
+    DeleteFileW(WidePath(m_path.c_str()).Get());
 }
 
 SharedRegion::Marking SharedRegion::TakeMark(std::uint32_t mark) {
@@ -222,7 +226,7 @@ bool SharedRegion::OpenAnewInChild() {
 bool SharedRegion::Sleep(const void* word, std::uint32_t expected, std::chrono::nanoseconds time) const {
     const auto* const shared = static_cast<const std::atomic<std::uint32_t>*>(word);
     const auto offset = static_cast<const char*>(word) - static_cast<const char*>(m_view);
-    const Handle event(CreateEventW(nullptr, FALSE, FALSE, EventName(m_path, offset).c_str()));
+    const Handle event(CreateEventA(nullptr, FALSE, FALSE, EventName(m_path, offset).data()));
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(time, std::chrono::nanoseconds(0))).count();
     const bool isLast = left <= Nap;
     if (shared->load() != expected)
@@ -234,7 +238,7 @@ bool SharedRegion::Sleep(const void* word, std::uint32_t expected, std::chrono::
 
 void SharedRegion::WakeOne(const void* word) const {
     const auto offset = static_cast<const char*>(word) - static_cast<const char*>(m_view);
-    const Handle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, EventName(m_path, offset).c_str()));
+    const Handle event(OpenEventA(EVENT_MODIFY_STATE, FALSE, EventName(m_path, offset).data()));
     if (event)
         SetEvent(event.Get());
 }

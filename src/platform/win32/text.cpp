@@ -3,11 +3,9 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <utility>
 
 #include "platform/charset.h"
 #include "platform/win32/codepage.h"
-#include "platform/win32/filename.h"
 #include "platform/win32/system.h"
 
 namespace Platform {
@@ -21,17 +19,21 @@ bool TellsInvalid(unsigned int codePage) {
     return !TakesNoFlags(codePage) || codePage == CP_UTF8 || codePage == 54936;
 }
 
-// Empty when it is no text of the charset: the system would put other characters in its place.
-std::wstring Widened(std::string_view bytes) {
-    if (bytes.empty() || bytes.size() > INT_MAX)
-        return std::wstring();
+// An errno value.
+int Widen(std::string_view bytes, PathUnits& units) {
+    constexpr std::size_t MostBytes = 4; // of a unit, in any charset that paths have
+    if (bytes.empty())
+        return ENOENT;
+    if (bytes.size() > LongestPath * MostBytes)
+        return ENAMETOOLONG;
     const unsigned int codePage = s_pathCodePage.load(std::memory_order_relaxed);
     const DWORD flags = TellsInvalid(codePage) ? MB_ERR_INVALID_CHARS : 0;
-    std::wstring wide(bytes.size(), L'\0'); // no charset makes more units than bytes
-    const int length = MultiByteToWideChar(codePage, flags, bytes.data(), static_cast<int>(bytes.size()), wide.data(),
-                                           static_cast<int>(wide.size()));
-    wide.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-    return wide;
+    const auto size = static_cast<int>(bytes.size());
+    if (!units.Resize(bytes.size())) // no charset makes more units than bytes
+        return ENOMEM;
+    const int length = MultiByteToWideChar(codePage, flags, bytes.data(), size, units.Data(), size);
+    units.Truncate(length > 0 ? static_cast<std::size_t>(length) : 0);
+    return length > 0 ? 0 : ENOENT; // the system would put other characters in the place of what is no text
 }
 
 } // namespace
@@ -40,13 +42,13 @@ void SetPathCharset(std::string_view name) {
     s_pathCodePage.store(CodePageOf(name), std::memory_order_relaxed);
 }
 
-std::wstring WidePath(const char* path) {
-    return WithoutLimit(Widened(path));
-}
-
-std::wstring WideFilePath(const char* path) {
-    std::wstring wide = Widened(path);
-    return IsFileName(wide) ? WithoutLimit(std::move(wide)) : std::wstring();
+WidePath::WidePath(const char* path, Of kind) : m_error(Widen(path, m_units)) {
+    if (m_error == 0 && kind == Of::File && !IsFileName(m_units.View()))
+        m_error = ENOENT;
+    if (m_error == 0 && !LiftLimit(m_units))
+        m_error = ENOMEM;
+    if (m_error != 0)
+        m_units.Truncate(0);
 }
 
 std::string NarrowPath(std::wstring_view path) {

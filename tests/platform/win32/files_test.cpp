@@ -72,6 +72,10 @@ TEST_F(WindowsFiles, SomeNamesAreNone) {
         EXPECT_FALSE(Platform::FileExists(path.c_str())) << path;
     }
     EXPECT_EQ(FilesIn(m_scratch.Path()), Arguments{"d"});
+    int error = 0;
+    EXPECT_EQ(Platform::OpenFile(std::string(200'000'000, 'x').c_str(), Platform::FileAccess::Read, error),
+              Platform::NoFile);
+    EXPECT_EQ(error, ENAMETOOLONG);
     for (const char* const name :
          {"nul_", "com", "com10", "COM0", ".con", " begin", "d..d", "lpt\xC2\xB4", "\xE4\xB8\xAD"})
         EXPECT_EQ(Replace(m_scratch.Path() + "/" + name, "x"), 0) << name;
