@@ -162,6 +162,31 @@ need_wine() {
     timeout 120 "$root/tools/wine.sh" "$1" wineboot --init >/dev/null 2>&1 || true
 }
 
+# GNU libiconv for 64-bit Windows, in build/foreign/libiconv. Debian has no package of it; a module of the npm registry
+# carries its source.
+need_libiconv() {
+    local folder=$root/build/foreign/libiconv compiler=x86_64-w64-mingw32-gcc-posix state
+    [[ ! -d $folder ]] || return 0
+    command -v npm >/dev/null || need npm
+    say "Building GNU libiconv"
+    state=$(mktemp -d)
+    mkdir -p "$state"/built/{bin,lib,include}
+    if ! (
+        cd "$state"
+        npm pack --silent iconv@3.0.1
+        tar --extract --file iconv-*.tgz --strip-components 1
+        "$compiler" -O1 -w -D ENABLE_EXTRA=1 -D ICONV_CONST=const -I support -shared -o built/bin/libiconv-2.dll \
+            -Wl,--out-implib,built/lib/libiconv.dll.a deps/libiconv/lib/iconv.c support/localcharset.c
+        cp support/iconv.h built/include
+    ) >"$state/log" 2>&1; then
+        tail -n 20 "$state/log" >&2
+        rm -rf "$state"
+        die "cannot build GNU libiconv"
+    fi
+    mv "$state/built" "$folder"
+    rm -rf "$state"
+}
+
 # need_target PRESET: what the presets of other systems and C++ libraries want besides the tests' packages.
 need_target() {
     case $1 in
@@ -180,6 +205,10 @@ need_target() {
             need_wine "${1#win}"
             unpack_source pugixml
             copy_headers libcli11-dev
+            ;;
+        libiconv)
+            need_target win64
+            need_libiconv
             ;;
         libcxx)
             need_clang

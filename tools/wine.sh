@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # wine.sh BITS PROGRAM ARGUMENT...: runs a program for Windows of 32 or 64 bits. Its libraries are those beside it and
-# the compiler's. What need_wine of tools/setup.sh sets up is used.
+# the compiler's, and GNU libiconv where that is. What need_wine of tools/setup.sh sets up is used.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -15,6 +15,8 @@ paths=
 for folder in /usr/lib/gcc/$processor-w64-mingw32/*-posix /usr/$processor-w64-mingw32/{lib,bin}; do
     [[ ! -d $folder ]] || paths+="Z:${folder//\//\\};"
 done
+libiconv=$root/build/foreign/libiconv/bin
+[[ ! -d $libiconv ]] || paths+="Z:${libiconv//\//\\};"
 export WINEPATH=$paths${WINEPATH:-}
 
 unpacked=$root/build/foreign/i386/usr/lib

@@ -1,5 +1,6 @@
 #include "toolkit/text/converter.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -15,6 +16,8 @@ namespace Qzc {
 namespace {
 
 using Charset = KELDCharset::Charset;
+
+const auto NoHandle = reinterpret_cast<iconv_t>(static_cast<std::intptr_t>(-1));
 
 // iconv's second parameter is `char**` in one system's header and `const char**` in another's.
 class InputPointer {
@@ -72,7 +75,7 @@ bool SystemReplaces() {
         return known != 0;
     const SystemHold hold;
     const iconv_t probe = iconv_open("ASCII", "UTF-8");
-    if (probe == reinterpret_cast<iconv_t>(static_cast<std::intptr_t>(-1)))
+    if (probe == NoHandle)
         return true;
     InputPointer in("\xE4\xB8\xAD");
     std::size_t left = 3;
@@ -83,6 +86,45 @@ bool SystemReplaces() {
     iconv_close(probe);
     s_known.store(known, std::memory_order_relaxed);
     return known != 0;
+}
+
+// What GNU libiconv and others call charsets of the table, whose names are those of the GNU C library.
+struct OtherName {
+    std::string_view name;
+    std::string_view other;
+};
+constexpr OtherName OtherNames[] = {
+    {"WINDOWS-31J", "CP932"},
+    {"MAC-CYRILLIC", "MACCYRILLIC"},
+    {"MS-MAC-CYRILLIC", "MACCYRILLIC"},
+    {"MAC-UK", "MACUKRAINE"},
+    {"MAC-CENTRALEUROPE", "MACCENTRALEUROPE"},
+    {"MAC-IS", "MACICELAND"},
+    {"IBM856", "CP856"},
+    {"IBM922", "CP922"},
+    {"IBM943", "CP943"},
+    {"IBM1046", "CP1046"},
+    {"IBM1124", "CP1124"},
+    {"IBM1129", "CP1129"},
+    {"IBM1133", "CP1133"},
+};
+
+// With what stands behind it ("//IGNORE"). The name itself where it has no other.
+std::string OtherNameOf(const std::string& name) {
+    const std::string_view suffix = std::string_view(name).substr(std::min(name.find("//"), name.size()));
+    const KeldMBString charset(std::string_view(name).substr(0, name.size() - suffix.size()));
+    for (const OtherName& row : OtherNames) {
+        if (charset.CompareNoCase(KeldMBString(row.name)) == 0)
+            return std::string(row.other).append(suffix);
+    }
+    return name;
+}
+
+// The errno value.
+int OpenIconv(const std::string& to, const std::string& from, iconv_t& handle) {
+    const SystemHold hold;
+    handle = iconv_open(to.c_str(), from.c_str());
+    return handle != NoHandle ? 0 : errno;
 }
 
 } // namespace
@@ -121,16 +163,18 @@ Converter* Converter::Open(std::string_view to, std::string_view from, std::uint
 }
 
 bool Converter::OpenHandle() {
-    int error = 0;
-    {
-        const SystemHold hold;
-        m_handle = iconv_open(m_to.c_str(), m_from.c_str());
-        error = errno;
+    int error = OpenIconv(m_to, m_from, m_handle);
+    if (error == EINVAL) {
+        TryMemory([&] {
+            const std::string to = OtherNameOf(m_to);
+            const std::string from = OtherNameOf(m_from);
+            if (to != m_to || from != m_from)
+                error = OpenIconv(to, from, m_handle);
+        });
     }
-    const bool isOpen = m_handle != reinterpret_cast<void*>(static_cast<std::intptr_t>(-1));
-    if (!isOpen && error == ENOMEM)
+    if (error == ENOMEM)
         ReportMemoryFailure(); // here, where its handler may do as it likes
-    return isOpen;
+    return error == 0;
 }
 
 void Converter::CloseHandle() {
@@ -162,6 +206,9 @@ bool Converter::Begin(const char* src, std::size_t length) {
 }
 
 bool Converter::Convert(const char* src, std::size_t length, char* dst, std::size_t room, std::size_t& produced) {
+    produced = 0;
+    if (length == 0)
+        return true; // no charset's header either, for which there would be no room
     // A short text that is not all ASCII is one call: looking for stretches to copy would cost more than it saves.
     const bool isOneCall = m_isStateless && length < AsciiUnits::ShortestStretch &&
                            (!m_copiesAscii || length < AsciiUnits::WordSize || !m_ascii.HoldsWord(src));
