@@ -12,8 +12,11 @@
 #include <string>
 #include <tuple>
 
+#include "base/keldsystem.h"
+
 namespace {
 
+using namespace KELD;
 using namespace std::string_literals;
 
 constexpr std::size_t Failed = static_cast<std::size_t>(-1);
@@ -110,6 +113,42 @@ TEST(Converter, HasTheCharactersOfOtherConverters) {
         EXPECT_EQ(count, charset.count);
         EXPECT_EQ(digest, charset.digest);
     }
+}
+
+// Numbers, from one to another, of those of one byte that systems lack. The digest is that of glibc 2.36: the character
+// of each byte, and the byte that it makes of that, where that has the same character.
+TEST(Converter, HasTablesOfOneByte) {
+    constexpr int Numbers[][2] = {
+        {38, 38},       {256, 256},     {770, 774},     {803, 803},     {851, 851},     {856, 856},     {858, 858},
+        {868, 868},     {870, 870},     {901, 902},     {904, 904},     {918, 918},     {921, 922},     {1004, 1004},
+        {1008, 1008},   {1046, 1047},   {1097, 1097},   {1112, 1112},   {1122, 1125},   {1129, 1130},   {1132, 1133},
+        {1137, 1137},   {1140, 1149},   {1153, 1158},   {1160, 1164},   {1166, 1166},   {4517, 4517},   {4899, 4899},
+        {4909, 4909},   {4971, 4971},   {5347, 5347},   {9030, 9030},   {9066, 9066},   {12712, 12712}, {16804, 16804},
+        {20106, 20108}, {20273, 20275}, {20277, 20278}, {20280, 20281}, {20284, 20285}, {20290, 20290}, {20297, 20297},
+        {20420, 20420}, {20423, 20424}, {20871, 20871}, {20880, 20880}, {20905, 20905}, {21025, 21025}, {28600, 28601},
+        {28604, 28604}, {28606, 28606}, {70020, 70021}, {70023, 70023}, {70025, 70031}, {70040, 70068}, {70070, 70092},
+        {70094, 70104}, {70106, 70113}, {70115, 70115}};
+    int count = 0;
+    std::uint32_t digest = 0x811C9DC5;
+    const auto add = [&](const std::string& bytes) {
+        for (const char byte : bytes)
+            digest = (digest ^ static_cast<unsigned char>(byte)) * 0x01000193;
+    };
+    for (const auto& [first, last] : Numbers) {
+        for (int number = first; number <= last; ++number) {
+            const std::string name(KeldSystem::GetCharsetNameView(static_cast<KELDCharset::Charset>(number)));
+            Conversion encode(name.c_str(), "UTF-32LE");
+            Conversion decode("UTF-32LE", name.c_str());
+            for (int byte = 0; byte < 256; ++byte) {
+                const std::string bytes(1, static_cast<char>(byte));
+                const std::string unit = decode(bytes);
+                add(unit != "?" ? unit + encode(unit) : "\xFF");
+                count += unit != "?" ? 1 : 0;
+            }
+        }
+    }
+    EXPECT_EQ(count, 35794);
+    EXPECT_EQ(digest, 0x3BC04E4C);
 }
 
 // Those of two bytes come back above; so no other code of four has a character.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstddef>
 #include <utility>
 
@@ -11,7 +12,9 @@ class SingleByteTable {
 public:
     using Characters = std::array<char32_t, 256>; ///< NoCharacter for undefined bytes
 
-    SingleByteTable(const Characters& characters); // NOLINT(google-explicit-constructor)
+    /// Of several bytes of one character the least is written that is not one of those that are only read.
+    SingleByteTable(const Characters& characters, // NOLINT(google-explicit-constructor)
+                    const std::bitset<256>& onlyRead = {});
 
     /// Those of a page that the system has.
     static Characters OfPage(unsigned int codePage);
