@@ -11,6 +11,8 @@ namespace Platform {
 /// Zero-terminated text that needs no memory until it is longer than most paths.
 class PathUnits {
 public:
+    PathUnits() { m_short[0] = L'\0'; }
+
     /// Room for so many units, whose contents are open, and the zero; false without memory, and then it is empty.
     bool Resize(std::size_t length);
     void Truncate(std::size_t length); ///< keeps what is before
@@ -19,7 +21,7 @@ public:
     std::wstring_view View() const { return {Data(), m_length}; }
 
 private:
-    std::array<wchar_t, 264> m_short = {};
+    std::array<wchar_t, 264> m_short;
     std::unique_ptr<wchar_t[]> m_long;
     std::size_t m_length = 0;
 };
