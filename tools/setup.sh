@@ -172,17 +172,16 @@ need_libiconv() {
     state=$(mktemp -d)
     mkdir -p "$state"/built/{bin,lib,include}
     if ! (
-        cd "$state"
-        npm pack --silent iconv@3.0.1
-        tar --extract --file iconv-*.tgz --strip-components 1
-        "$compiler" -O1 -w -D ENABLE_EXTRA=1 -D ICONV_CONST=const -I support -shared -o built/bin/libiconv-2.dll \
-            -Wl,--out-implib,built/lib/libiconv.dll.a deps/libiconv/lib/iconv.c support/localcharset.c
-        cp support/iconv.h built/include
+        cd "$state" && npm pack --silent iconv@3.0.1 && tar --extract --file iconv-*.tgz --strip-components 1 &&
+            "$compiler" -O1 -w -D ENABLE_EXTRA=1 -D ICONV_CONST=const -I support -shared -o built/bin/libiconv-2.dll \
+            -Wl,--out-implib,built/lib/libiconv.dll.a deps/libiconv/lib/iconv.c support/localcharset.c &&
+            cp support/iconv.h built/include
     ) >"$state/log" 2>&1; then
         tail -n 20 "$state/log" >&2
         rm -rf "$state"
         die "cannot build GNU libiconv"
     fi
+    mkdir -p "$(dirname "$folder")"
     mv "$state/built" "$folder"
     rm -rf "$state"
 }
