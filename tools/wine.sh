@@ -30,4 +30,9 @@ elif [[ -e $unpacked/wine/wine ]]; then
 else
     wine=$(command -v wine || echo /usr/lib/wine/wine)
 fi
+# Wine's server ends some seconds after its last program, and resets the connection of one that starts just then. One
+# that is there already is left as it is.
+server=${WINESERVER:-/usr/lib/wine/wineserver$bits}
+[[ -x $server ]] || server=$(command -v wineserver || true)
+[[ -z $server ]] || "$server" -p120 </dev/null >/dev/null 2>&1 || true
 exec "$wine" "$@"
