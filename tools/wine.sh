@@ -30,9 +30,17 @@ elif [[ -e $unpacked/wine/wine ]]; then
 else
     wine=$(command -v wine || echo /usr/lib/wine/wine)
 fi
-# Wine's server ends some seconds after its last program, and resets the connection of one that starts just then. One
-# that is there already is left as it is.
+# Wine's server ends some seconds after its last program, and resets the connection of one that starts just then: it is
+# told to wait longer. With it come programs of the system's, which keep the first one's output open as long as they run:
+# that is one whose output nobody waits for.
 server=${WINESERVER:-/usr/lib/wine/wineserver$bits}
 [[ -x $server ]] || server=$(command -v wineserver || true)
-[[ -z $server ]] || "$server" -p120 </dev/null >/dev/null 2>&1 || true
+if [[ -n $server ]]; then
+    exec 9>"$root/build/wine/$bits.lock"
+    flock 9
+    if "$server" -p120 9>&- </dev/null >/dev/null 2>&1; then # it was not there
+        timeout 120 "$wine" wineboot 9>&- </dev/null >/dev/null 2>&1 || true
+    fi
+    exec 9>&-
+fi
 exec "$wine" "$@"
