@@ -29,7 +29,7 @@ MOPLATFORM_API std::size_t FormatTime(char* buffer, std::size_t size, const char
                                       bool isUtc = false);
 
 /// One conversion, from the percent sign to the letter, as the C library writes it: names and what else the locale
-/// decides, time zones, flags and widths where it has such. Without a terminator. False when there is no room.
+/// decides, time zones, flags and widths where it has such. Without a terminator. False without room or memory for it.
 MOPLATFORM_API bool FormatBySystem(char* buffer, std::size_t size, std::string_view conversion, const std::tm& time,
                                    bool isUtc, std::size_t& length);
 

@@ -26,7 +26,7 @@ namespace {
 using Charset = KELDCharset::Charset;
 
 constexpr Charset WideCharset = sizeof(wchar_t) == 2 ? KELDCharset::UCS2LE : KELDCharset::UCS4LE;
-// Where wide text has two bytes, the system's converter lacks much; Wine's even more.
+// GNU libiconv, which may be taken where wide text has two bytes, knows fewer of the table's names than the others.
 constexpr std::size_t LeastCharsets = sizeof(wchar_t) == 2 ? 90 : 230;
 
 const char Zhongwen[] = "\xE4\xB8\xAD\xE6\x96\x87"; // U+4E2D U+6587, "Chinese"

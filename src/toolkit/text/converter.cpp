@@ -17,7 +17,9 @@ namespace {
 
 using Charset = KELDCharset::Charset;
 
-const auto NoHandle = reinterpret_cast<iconv_t>(static_cast<std::intptr_t>(-1));
+bool IsOpen(iconv_t handle) {
+    return handle != reinterpret_cast<iconv_t>(static_cast<std::intptr_t>(-1));
+}
 
 // iconv's second parameter is `char**` in one system's header and `const char**` in another's.
 class InputPointer {
@@ -75,7 +77,7 @@ bool SystemReplaces() {
         return known != 0;
     const SystemHold hold;
     const iconv_t probe = iconv_open("ASCII", "UTF-8");
-    if (probe == NoHandle)
+    if (!IsOpen(probe))
         return true;
     InputPointer in("\xE4\xB8\xAD");
     std::size_t left = 3;
@@ -124,7 +126,7 @@ std::string OtherNameOf(const std::string& name) {
 int OpenIconv(const std::string& to, const std::string& from, iconv_t& handle) {
     const SystemHold hold;
     handle = iconv_open(to.c_str(), from.c_str());
-    return handle != NoHandle ? 0 : errno;
+    return IsOpen(handle) ? 0 : errno;
 }
 
 } // namespace

@@ -41,9 +41,10 @@ SingleByteTable::Characters Latin() {
 }
 
 // The row's own runs over those of its base.
-SingleByteTable::Characters CharactersOf(const TableRow& row) {
-    SingleByteTable::Characters characters = row.base < 0 ? Latin() : CharactersOf(TableRows[row.base]);
-    for (std::size_t i = row.firstRun; i < (&row + 1)->firstRun; ++i) {
+SingleByteTable::Characters CharactersOf(int row) {
+    const int base = TableRows[row].base;
+    SingleByteTable::Characters characters = base < 0 ? Latin() : CharactersOf(base);
+    for (std::size_t i = TableRows[row].firstRun; i < TableRows[row + 1].firstRun; ++i) {
         const std::uint32_t first = TableRuns[i] >> 24;
         const std::uint32_t character = TableRuns[i] & 0xFFFF;
         for (std::uint32_t more = 0; more <= (TableRuns[i] >> 16 & 0xFF); ++more)
@@ -96,9 +97,11 @@ std::unique_ptr<CharsetCodec> MakeOwnTable(std::string_view name) {
     if (found == std::end(TableNames) || found->name != name)
         return nullptr;
     std::bitset<256> onlyRead;
-    for (const ReadOnlyByte& byte : ReadOnlyBytes)
-        onlyRead[byte.byte] = onlyRead[byte.byte] || byte.row == found->row;
-    return std::make_unique<SingleBytes>(SingleByteTable(CharactersOf(TableRows[found->row]), onlyRead));
+    for (const ReadOnlyByte& each : ReadOnlyBytes) {
+        if (each.row == found->row)
+            onlyRead.set(each.byte);
+    }
+    return std::make_unique<SingleBytes>(SingleByteTable(CharactersOf(found->row), onlyRead));
 }
 
 std::unique_ptr<CharsetCodec> MakeAscii() {
