@@ -8,6 +8,8 @@
 using LogFork = LogTest;
 
 TEST_F(LogFork, ChildrenLogWhileThreadsDo) {
+    if (!HeapIsWholeInChildren)
+        GTEST_SKIP() << "takes memory in children";
     for (const Log::Mode mode : FileModes) {
         ASSERT_EQ(log.Open(K(m_file), 0, mode), 1);
         std::atomic<bool> stop{false};
