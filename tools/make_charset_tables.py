@@ -19,8 +19,10 @@ ELSEWHERE = {
     "IBM500", "CP875", "IBM1026", "IBM437", "CP737", "CP775", "IBM850", "IBM852", "IBM855", "IBM857", "IBM860",
     "IBM861", "IBM862", "IBM863", "IBM864", "IBM865", "IBM866", "IBM869", "MAC-CYRILLIC", "MAC-UK",
     "MAC-CENTRALEUROPE", "MAC-IS"} | {f"ISO-8859-{number}" for number in (1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 15)}
-# Of one byte each, but not alone: what follows a byte may be composed with it.
-COMPOSED = {"TSCII", "TCVN5712-1"}
+# Of one byte each, but not alone: what follows a byte may be composed with it. The library does that itself for the
+# one with the tones of Vietnam.
+COMPOSED = {"TSCII"}
+TONED = "TCVN5712-1"
 
 LATIN = list(range(256))
 NO_CHARACTER = 0xFFFF
@@ -64,7 +66,7 @@ def read_table(name):
     if not decode.is_open or not encode.is_open or name in COMPOSED:
         return None
     for character in range(0x20, 0xFFFE, 7):
-        if not 0xD800 <= character < 0xE000 and len(encode(struct.pack("<I", character)) or b"") > 1:
+        if name != TONED and not 0xD800 <= character < 0xE000 and len(encode(struct.pack("<I", character)) or b"") > 1:
             return None
     table = []
     for byte in range(256):
@@ -140,6 +142,7 @@ struct TableRow {{
 }};
 constexpr TableRow TableRows[] = {{
     {packed(rows)}}};
+constexpr int TcvnRow = {names[TONED]}; // whose letters are composed with the tones behind them
 
 /// A byte that is read, but another with the same character is written. Else that is the least one.
 struct ReadOnlyByte {{

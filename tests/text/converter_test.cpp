@@ -83,13 +83,13 @@ struct Charset {
 } // namespace
 
 // Every character of the basic plane and each 61st of the others. Digests of what other programs make of them: glibc
-// 2.36, for KS X 1001 without U+327E and the tags that it drops; Python 3.11 for HZ, and for the letters of
-// windows-1258 and the pairs of them and a tone that Unicode 14 composes.
+// 2.36, for KS X 1001 without U+327E and the tags that it drops; Python 3.11 for HZ, and for the pairs
+// of a letter and a tone that Unicode 14 composes in windows-1258, of which it has the letters too, and in TCVN.
 TEST(Converter, HasTheCharactersOfOtherConverters) {
     const Charset charsets[] = {
         {"GB18030", 80654, 0xA0715E7C},    {"WINDOWS-1258", 421, 0x5F990797}, {"ISO-2022-JP", 7009, 0x906EEC56},
         {"ISO-2022-KR", 8354, 0x146DD721}, {"HZ", 7573, 0xB0570125},          {"UTF-7", 80678, 0xCB9568B0},
-        {"UTF-7-IMAP", 80678, 0x33C30224},
+        {"UTF-7-IMAP", 80678, 0x33C30224}, {"TCVN5712-1", 316, 0x93044438},
     };
     for (const Charset& charset : charsets) {
         SCOPED_TRACE(charset.name);
@@ -193,7 +193,7 @@ TEST(Converter, TakesTextsInPieces) {
                                        "\xC2\xB2"};
     int converted = 0;
     for (const char* charset : {"GB18030", "WINDOWS-1258", "ISO-2022-JP", "ISO-2022-JP-2", "ISO-2022-KR", "HZ", "UTF-7",
-                                "UTF-7-IMAP", "EUC-JP", "GBK", "UTF-16"}) {
+                                "UTF-7-IMAP", "EUC-JP", "GBK", "UTF-16", "TCVN"}) {
         SCOPED_TRACE(charset);
         Conversion encode(charset, "UTF-8");
         Conversion decode("UTF-8", charset);
@@ -242,6 +242,10 @@ TEST(Converter, ReadsWhatOthersWrite) {
          "a\xF2\xEC\xE2\xEC"
          "x\xEC",
          "\xE1\xBA\xA1\xCC\x81\xE1\xBA\xA5x\xCC\x81"},
+        {"TCVN",
+         "a\xB4\xB3\xA9\xB3"
+         "x\xB3\x01",
+         "\xE1\xBA\xA1\xCC\x81\xE1\xBA\xA5x\xCC\x81\xC3\x9A"},
         {"UTF-7", "+ZeVn ", "?"},
         {"UTF-7", "+2D0-", "?"},
         {"UTF-7", "+3QA-", "?"},

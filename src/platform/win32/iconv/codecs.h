@@ -9,6 +9,8 @@
 /// page that it is made of.
 namespace Platform {
 
+class SingleByteTable;
+
 /// UTF-8, UTF-16, UTF-32 and their forms without pairs.
 std::unique_ptr<CharsetCodec> MakeUnicode(std::string_view name);
 /// UTF-7, and the form of it that mail folders have.
@@ -21,7 +23,9 @@ std::unique_ptr<CharsetCodec> MakeOwnTable(std::string_view name);
 std::unique_ptr<CharsetCodec> MakeAscii();
 std::unique_ptr<CharsetCodec> MakeEucJp();
 std::unique_ptr<CharsetCodec> MakeGb18030();
-std::unique_ptr<CharsetCodec> MakeVietnamese();
+std::unique_ptr<CharsetCodec> MakeVietnamese(); ///< windows-1258
+/// TCVN 5712, whose bytes are a table of our own.
+std::unique_ptr<CharsetCodec> MakeTcvn(const SingleByteTable& bytes);
 /// Other pages of the system, of one byte, and of one and two.
 std::unique_ptr<CharsetCodec> MakeSingleBytes(unsigned int codePage);
 std::unique_ptr<CharsetCodec> MakeDoubleBytes(unsigned int codePage);

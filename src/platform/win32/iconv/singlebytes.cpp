@@ -101,7 +101,8 @@ std::unique_ptr<CharsetCodec> MakeOwnTable(std::string_view name) {
         if (each.row == found->row)
             onlyRead.set(each.byte);
     }
-    return std::make_unique<SingleBytes>(SingleByteTable(CharactersOf(found->row), onlyRead));
+    const SingleByteTable table(CharactersOf(found->row), onlyRead);
+    return found->row == TcvnRow ? MakeTcvn(table) : std::make_unique<SingleBytes>(table);
 }
 
 std::unique_ptr<CharsetCodec> MakeAscii() {

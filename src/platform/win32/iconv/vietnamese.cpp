@@ -1,4 +1,4 @@
-// windows-1258, whose letters are followed by their tones.
+// The charsets of Vietnam whose letters are followed by their tones: windows-1258 and TCVN 5712.
 
 #include <algorithm>
 #include <array>
@@ -13,7 +13,8 @@ namespace Platform {
 
 namespace {
 
-constexpr unsigned char Tones[] = {0xCC, 0xD2, 0xDE, 0xEC, 0xF2};
+constexpr std::size_t ToneCount = 5;
+constexpr char32_t Tones[ToneCount] = {0x300, 0x301, 0x303, 0x309, 0x323};
 
 struct Letter {
     char16_t composed;
@@ -24,32 +25,34 @@ struct Letter {
 };
 
 struct Table {
-    SingleByteTable bytes{SingleByteTable::OfPage(1258)};
-    std::array<std::array<char16_t, std::size(Tones)>, 256> composed = {}; // 0: the two stay apart
+    SingleByteTable bytes;
+    std::array<unsigned char, ToneCount> tones = {};
+    std::array<std::array<char16_t, ToneCount>, 256> composed = {}; // 0: the two stay apart
     std::array<bool, 256> isBase = {};
     std::vector<Letter> letters;
 
-    Table() {
-        for (std::size_t base = 'A'; base < 256; ++base) {
+    explicit Table(const SingleByteTable& itsBytes) : bytes(itsBytes) {
+        for (std::size_t i = 0; i < ToneCount; ++i)
+            bytes.Encode(Tones[i], tones[i]);
+        for (std::size_t base = 0; base < 256; ++base) {
             const auto first = static_cast<unsigned char>(base);
             if (bytes.Decode(first) == NoCharacter)
                 continue;
-            for (std::size_t i = 0; i < std::size(Tones); ++i) {
-                const wchar_t pair[] = {static_cast<wchar_t>(bytes.Decode(first)),
-                                        static_cast<wchar_t>(bytes.Decode(Tones[i]))};
+            for (std::size_t i = 0; i < ToneCount; ++i) {
+                const wchar_t pair[] = {static_cast<wchar_t>(bytes.Decode(first)), static_cast<wchar_t>(Tones[i])};
                 wchar_t units[4] = {};
                 if (FoldStringW(MAP_PRECOMPOSED, pair, 2, units, 4) != 1)
                     continue;
                 composed[base][i] = units[0];
                 isBase[base] = true;
-                letters.push_back({static_cast<char16_t>(units[0]), first, Tones[i]});
+                letters.push_back({static_cast<char16_t>(units[0]), first, tones[i]});
             }
         }
         std::sort(letters.begin(), letters.end());
     }
     char32_t Compose(unsigned char base, unsigned char tone) const {
-        for (std::size_t i = 0; i < std::size(Tones); ++i) {
-            if (Tones[i] == tone && composed[base][i] != 0)
+        for (std::size_t i = 0; i < ToneCount; ++i) {
+            if (tones[i] == tone && composed[base][i] != 0)
                 return composed[base][i];
         }
         return NoCharacter;
@@ -110,10 +113,16 @@ private:
 
 } // namespace
 
+// The tables outlive whoever still converts while the program ends.
 std::unique_ptr<CharsetCodec> MakeVietnamese() {
     if (IsValidCodePage(1258) == 0)
         return nullptr;
-    static const Table& s_table = *new Table; // outlives whoever still converts while the program ends
+    static const Table& s_table = *new Table(SingleByteTable::OfPage(1258));
+    return std::make_unique<Vietnamese>(s_table);
+}
+
+std::unique_ptr<CharsetCodec> MakeTcvn(const SingleByteTable& bytes) {
+    static const Table& s_table = *new Table(bytes);
     return std::make_unique<Vietnamese>(s_table);
 }
 
