@@ -151,6 +151,30 @@ TEST(Converter, HasTablesOfOneByte) {
     EXPECT_EQ(digest, 0x3BC04E4C);
 }
 
+// Characters that a charset has in two places are read from both, and written to the one that all write. The digest is
+// that of Python 3.11.
+TEST(Converter, ReadsCharactersThatStandTwice) {
+    Conversion encode("WINDOWS-31J", "UTF-32LE");
+    Conversion decode("UTF-32LE", "WINDOWS-31J");
+    int count = 0;
+    int others = 0;
+    std::uint32_t digest = 0x811C9DC5;
+    for (int code = 0x8000; code <= 0xFFFF; ++code) {
+        const std::string bytes = {static_cast<char>(code >> 8), static_cast<char>(code)};
+        const std::string unit = decode(bytes);
+        const bool isOne = unit.size() == 4;
+        count += isOne ? 1 : 0;
+        others += isOne && encode(unit) != bytes ? 1 : 0;
+        for (const char byte : isOne ? unit : "\xFF"s)
+            digest = (digest ^ static_cast<unsigned char>(byte)) * 0x01000193;
+    }
+    EXPECT_EQ(count, 9604);
+    EXPECT_EQ(others, 398);
+    EXPECT_EQ(digest, 0xE78D605C);
+    EXPECT_EQ(encode(decode("\x87\x90\xED\x95\xFA\x54")), "\x81\xE0\xFA\xB1\x81\xCA");
+    EXPECT_EQ(Conversion("UTF-8", "BIG5")("\xA2\xCC\xF9\xFA"), "\xE5\x8D\x81\xE2\x95\xAD");
+}
+
 // Those of two bytes come back above; so no other code of four has a character.
 TEST(Converter, NumbersTheRestOfTheBasicPlane) {
     Conversion encode("GB18030", "UTF-32LE");

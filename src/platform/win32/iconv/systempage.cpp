@@ -12,16 +12,37 @@ namespace Platform {
 
 SystemPage::SystemPage(unsigned int codePage) : m_codePage(codePage), m_takesFlags(!TakesNoFlags(codePage)) {}
 
-char32_t SystemPage::Decode(const unsigned char* bytes, int count) const {
+char32_t SystemPage::ToUnicode(const char* text, int count) const {
     wchar_t units[2] = {};
-    const auto* const text = reinterpret_cast<const char*>(bytes);
     if (MultiByteToWideChar(m_codePage, m_takesFlags ? MB_ERR_INVALID_CHARS : 0, text, count, units, 2) != 1 ||
         (units[0] >= 0xD800 && units[0] <= 0xDFFF))
         return NoCharacter;
+    return units[0];
+}
+
+int SystemPage::FromUnicode(char32_t character, char (&text)[8]) const {
+    const auto unit = static_cast<wchar_t>(character);
+    return WideCharToMultiByte(m_codePage, m_takesFlags ? WC_NO_BEST_FIT_CHARS : 0, &unit, 1, text,
+                               static_cast<int>(sizeof(text)), nullptr, nullptr);
+}
+
+char32_t SystemPage::Decode(const unsigned char* bytes, int count) const {
+    const auto* const text = reinterpret_cast<const char*>(bytes);
+    const char32_t character = ToUnicode(text, count);
     char back[8];
-    const int length = WideCharToMultiByte(m_codePage, m_takesFlags ? WC_NO_BEST_FIT_CHARS : 0, units, 1, back,
-                                           static_cast<int>(sizeof(back)), nullptr, nullptr);
-    return length == count && std::equal(text, text + count, back) ? units[0] : NoCharacter;
+    const bool comesBack = character != NoCharacter && FromUnicode(character, back) == count;
+    return comesBack && std::equal(text, text + count, back) ? character : NoCharacter;
+}
+
+char32_t SystemPage::DecodeTwo(const unsigned char (&bytes)[2], bool& isWritten) const {
+    const auto* const text = reinterpret_cast<const char*>(bytes);
+    const char32_t character = ToUnicode(text, 2);
+    char back[8];
+    if (character == NoCharacter || FromUnicode(character, back) != 2)
+        return NoCharacter;
+    isWritten = std::equal(text, text + 2, back);
+    // Without flags, bytes that are undefined become a character that stands for them all.
+    return isWritten || (m_takesFlags && ToUnicode(back, 2) == character) ? character : NoCharacter;
 }
 
 DoubleByteTable::DoubleByteTable(const SystemPage& page) {
@@ -35,11 +56,13 @@ DoubleByteTable::DoubleByteTable(const SystemPage& page) {
         }
         for (unsigned int second = 1; second < 0x100; ++second) {
             bytes[1] = static_cast<unsigned char>(second);
-            const char32_t character = page.Decode(bytes, 2);
+            bool isWritten = false;
+            const char32_t character = page.DecodeTwo(bytes, isWritten);
             if (character == NoCharacter)
                 continue;
             m_double[first - 0x80][second] = static_cast<char16_t>(character);
-            m_bytes[character] = static_cast<std::uint16_t>(first << 8 | second);
+            if (isWritten)
+                m_bytes[character] = static_cast<std::uint16_t>(first << 8 | second);
         }
     }
 }
