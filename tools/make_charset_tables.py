@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Makes src/platform/win32/iconv/singlebytetables.h: the charsets of one byte that Windows has no page for, as the GNU C
-library of this machine has them. The names are those of src/base/charsetnames.h."""
+"""Makes singlebytetables.h and big5hkscstable.h in src/platform/win32/iconv: charsets that Windows has no page for, as the
+GNU C library of this machine has them. The names are those of src/base/charsetnames.h."""
 
 import ctypes
 import pathlib
@@ -11,14 +11,16 @@ import textwrap
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 NAMES = ROOT / "src/base/charsetnames.h"
 TARGET = ROOT / "src/platform/win32/iconv/singlebytetables.h"
+BIG5_HKSCS_TARGET = ROOT / "src/platform/win32/iconv/big5hkscstable.h"
 
-# Those that the system converts, or that have code of their own.
+# Those that the system converts, or that have code of their own. Its ISO-8859-7 and -8 are older than the standards', and
+# its KOI8-U is another.
 ELSEWHERE = {
     "US-ASCII", "WINDOWS-1250", "WINDOWS-1251", "WINDOWS-1252", "WINDOWS-1253", "WINDOWS-1254", "WINDOWS-1255",
-    "WINDOWS-1256", "WINDOWS-1257", "WINDOWS-1258", "WINDOWS-874", "CP874", "MACINTOSH", "KOI8-R", "KOI8-U", "IBM037",
+    "WINDOWS-1256", "WINDOWS-1257", "WINDOWS-1258", "WINDOWS-874", "CP874", "MACINTOSH", "KOI8-R", "IBM037",
     "IBM500", "CP875", "IBM1026", "IBM437", "CP737", "CP775", "IBM850", "IBM852", "IBM855", "IBM857", "IBM860",
     "IBM861", "IBM862", "IBM863", "IBM864", "IBM865", "IBM866", "IBM869", "MAC-CYRILLIC", "MAC-UK",
-    "MAC-CENTRALEUROPE", "MAC-IS"} | {f"ISO-8859-{number}" for number in (1, 2, 3, 4, 5, 6, 7, 8, 9, 13, 15)}
+    "MAC-CENTRALEUROPE", "MAC-IS"} | {f"ISO-8859-{number}" for number in (1, 2, 3, 4, 5, 6, 9, 13, 15)}
 # Of one byte each, but not alone: what follows a byte may be composed with it. The library does that itself for the
 # one with the tones of Vietnam.
 COMPOSED = {"TSCII"}
@@ -95,7 +97,56 @@ def runs(table, base):
     return found
 
 
-def main():
+def packed(rows):
+    return "\n    ".join(textwrap.wrap(", ".join(row.replace(" ", "~") for row in rows), 116, break_on_hyphens=False)).replace("~", " ")
+
+
+def make_big5_hkscs():
+    """What has one character, outside the ideographs of plain Big5."""
+    decode = Iconv("UTF-32LE", "BIG5-HKSCS")
+    found, characters, place = [], [], 0
+    last = None
+    for lead in range(0x81, 0xFF):
+        for trail in [*range(0x40, 0x7F), *range(0xA1, 0xFF)]:
+            code = lead << 8 | trail
+            place += 1
+            unit = decode(bytes([lead, trail]))
+            if unit is None or len(unit) != 4 or 0xA440 <= code <= 0xC67E or 0xC940 <= code <= 0xF9D5:
+                continue
+            if last != place - 1:
+                found.append([code, 0])
+            found[-1][1] += 1
+            last = place
+            characters.append(struct.unpack("<I", unit)[0])
+    runs_of_codes = packed(f"{{0x{code:04X}, {count}}}" for code, count in found)
+    BIG5_HKSCS_TARGET.write_text(f"""// Made by tools/make_charset_tables.py.
+#pragma once
+
+#include <cstdint>
+
+namespace Platform {{
+
+// clang-format off
+
+/// Codes that follow each other, from the first on; their characters stand in order.
+struct HkscsRun {{
+    std::uint16_t first;
+    std::uint16_t count;
+}};
+constexpr HkscsRun HkscsRuns[] = {{
+    {runs_of_codes}}};
+
+constexpr char32_t HkscsCharacters[] = {{
+    {packed(f"0x{character:X}" for character in characters)}}};
+
+// clang-format on
+
+}} // namespace Platform
+""")
+    print(f"BIG5-HKSCS: {len(characters)} characters, {len(found)} runs")
+
+
+def make_single_bytes():
     tables, names = [], {}
     for group in read_names():
         if group[0] in ELSEWHERE:
@@ -117,9 +168,6 @@ def main():
         count += found
     rows.append(f"{{{count}, -1}}")
     entries = [f'{{"{name}", {index}}}' for name, index in sorted(names.items())]
-    def packed(rows):
-        return "\n    ".join(textwrap.wrap(", ".join(row.replace(" ", "~") for row in rows), 116, break_on_hyphens=False)).replace("~", " ")
-
     TARGET.write_text(f"""// Made by tools/make_charset_tables.py.
 #pragma once
 
@@ -167,4 +215,5 @@ constexpr TableName TableNames[] = {{
 
 
 if __name__ == "__main__":
-    main()
+    make_single_bytes()
+    make_big5_hkscs()

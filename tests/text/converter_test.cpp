@@ -89,7 +89,7 @@ TEST(Converter, HasTheCharactersOfOtherConverters) {
     const Charset charsets[] = {
         {"GB18030", 80654, 0xA0715E7C},    {"WINDOWS-1258", 421, 0x5F990797}, {"ISO-2022-JP", 7009, 0x906EEC56},
         {"ISO-2022-KR", 8354, 0x146DD721}, {"HZ", 7573, 0xB0570125},          {"UTF-7", 80678, 0xCB9568B0},
-        {"UTF-7-IMAP", 80678, 0x33C30224}, {"TCVN5712-1", 316, 0x93044438},
+        {"UTF-7-IMAP", 80678, 0x33C30224}, {"TCVN5712-1", 316, 0x93044438},   {"BIG5-HKSCS", 16898, 0xC298C9BA},
     };
     for (const Charset& charset : charsets) {
         SCOPED_TRACE(charset.name);
@@ -115,8 +115,8 @@ TEST(Converter, HasTheCharactersOfOtherConverters) {
     }
 }
 
-// Numbers, from one to another, of those of one byte that systems lack. The digest is that of glibc 2.36: the character
-// of each byte, and the byte that it makes of that, where that has the same character.
+// Numbers, from one to another, of those of one byte that systems lack or have otherwise. The digest is that of
+// glibc 2.36: the character of each byte, and the byte that it makes of that, where that has the same character.
 TEST(Converter, HasTablesOfOneByte) {
     constexpr int Numbers[][2] = {
         {38, 38},       {256, 256},     {770, 774},     {803, 803},     {851, 851},     {856, 856},     {858, 858},
@@ -125,9 +125,9 @@ TEST(Converter, HasTablesOfOneByte) {
         {1137, 1137},   {1140, 1149},   {1153, 1158},   {1160, 1164},   {1166, 1166},   {4517, 4517},   {4899, 4899},
         {4909, 4909},   {4971, 4971},   {5347, 5347},   {9030, 9030},   {9066, 9066},   {12712, 12712}, {16804, 16804},
         {20106, 20108}, {20273, 20275}, {20277, 20278}, {20280, 20281}, {20284, 20285}, {20290, 20290}, {20297, 20297},
-        {20420, 20420}, {20423, 20424}, {20871, 20871}, {20880, 20880}, {20905, 20905}, {21025, 21025}, {28600, 28601},
-        {28604, 28604}, {28606, 28606}, {70020, 70021}, {70023, 70023}, {70025, 70031}, {70040, 70068}, {70070, 70092},
-        {70094, 70104}, {70106, 70113}, {70115, 70115}};
+        {20420, 20420}, {20423, 20424}, {20871, 20871}, {20880, 20880}, {20905, 20905}, {21025, 21025}, {21866, 21866},
+        {28597, 28598}, {28600, 28601}, {28604, 28604}, {28606, 28606}, {70020, 70021}, {70023, 70023}, {70025, 70031},
+        {70040, 70068}, {70070, 70092}, {70094, 70104}, {70106, 70113}, {70115, 70115}};
     int count = 0;
     std::uint32_t digest = 0x811C9DC5;
     const auto add = [&](const std::string& bytes) {
@@ -147,8 +147,8 @@ TEST(Converter, HasTablesOfOneByte) {
             }
         }
     }
-    EXPECT_EQ(count, 35794);
-    EXPECT_EQ(digest, 0x3BC04E4C);
+    EXPECT_EQ(count, 36523);
+    EXPECT_EQ(digest, 0x3F4F3268);
 }
 
 // Characters that a charset has in two places are read from both, and written to the one that all write. The digest is
@@ -214,10 +214,15 @@ TEST(Converter, TakesTextsInPieces) {
                                        "\xE1\xBA\xBF",
                                        "\xC4\x83",
                                        "\xF0\x9F\x98\x80",
-                                       "\xC2\xB2"};
+                                       "\xC2\xB2",
+                                       "\xC3\x8A",
+                                       "\xC3\xAA",
+                                       "\xCC\x84",
+                                       "\xCC\x8C",
+                                       "\xE1\xBA\xBE"};
     int converted = 0;
     for (const char* charset : {"GB18030", "WINDOWS-1258", "ISO-2022-JP", "ISO-2022-JP-2", "ISO-2022-KR", "HZ", "UTF-7",
-                                "UTF-7-IMAP", "EUC-JP", "GBK", "UTF-16", "TCVN"}) {
+                                "UTF-7-IMAP", "EUC-JP", "GBK", "UTF-16", "TCVN", "BIG5-HKSCS"}) {
         SCOPED_TRACE(charset);
         Conversion encode(charset, "UTF-8");
         Conversion decode("UTF-8", charset);
@@ -288,6 +293,10 @@ TEST(Converter, ReadsWhatOthersWrite) {
          "?"},
         {"WINDOWS-1258", "\x81", "?"},
         {"EUC-JP", "\x8E\xE0", "?"},
+        {"BIG5-HKSCS", "\x88\x62\x88\xA5\x88\x66\x88\xA7\xA2\x7E",
+         "\xC3\x8A\xCC\x84\xC3\xAA\xCC\x8C\xC3\x8A\xC3\xAA\xE2\x95\xAD"},
+        {"BIG5-HKSCS", "\x88", "?"},
+        {"BIG5-HKSCS", "\x88\x39", "?"},
     };
     for (const auto& [charset, bytes, text] : cases)
         EXPECT_EQ(Conversion("UTF-8", charset)(bytes), text) << charset;

@@ -12,7 +12,7 @@ std::unique_ptr<CharsetCodec> MakeCharsetCodec(std::string_view name) {
     std::string upper(name);
     std::transform(upper.begin(), upper.end(), upper.begin(),
                    [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
-    for (const auto make : {&MakeUnicode, &MakeUtf7, &MakeOwnTable, &MakeIso2022}) {
+    for (const auto make : {&MakeUnicode, &MakeUtf7, &MakeOwnTable, &MakeIso2022, &MakeBig5Hkscs}) {
         if (std::unique_ptr<CharsetCodec> codec = make(upper))
             return codec;
     }

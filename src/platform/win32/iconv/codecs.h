@@ -17,6 +17,8 @@ std::unique_ptr<CharsetCodec> MakeUnicode(std::string_view name);
 std::unique_ptr<CharsetCodec> MakeUtf7(std::string_view name);
 /// ISO-2022 for Japan and Korea, and HZ for China.
 std::unique_ptr<CharsetCodec> MakeIso2022(std::string_view name);
+/// Big5 with the characters of Hong Kong.
+std::unique_ptr<CharsetCodec> MakeBig5Hkscs(std::string_view name);
 /// Charsets of one byte that the system lacks, by tables of our own.
 std::unique_ptr<CharsetCodec> MakeOwnTable(std::string_view name);
 
