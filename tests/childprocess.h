@@ -13,7 +13,7 @@
 #include "platform/sanitizer.h"
 
 /// Whether a child can take memory while its parent's other threads did: a sanitizer's heap has locks that no fork
-/// looks after, so one in some thousand children waits for ever in it.
+/// looks after, so one in some ten thousand children waits for ever in it.
 constexpr bool HeapIsWholeInChildren = !UNDER_ADDRESS_SANITIZER && !UNDER_THREAD_SANITIZER;
 
 /// A child process that runs `body`, whose result tells whether it succeeded. Killed at the end of the scope.

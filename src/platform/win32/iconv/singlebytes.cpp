@@ -82,7 +82,7 @@ SingleByteTable::Characters SingleByteTable::OfPage(unsigned int codePage) {
     Characters characters = {};
     for (std::size_t i = 0; i < characters.size(); ++i) {
         const auto byte = static_cast<unsigned char>(i);
-        const char32_t character = page.Decode(&byte, 1);
+        const char32_t character = page.Decode(byte);
         const bool isControl = isWindows && i >= 0x80 && i < 0xA0 && character == i;
         const bool isPrivate = !isMacintosh && character >= 0xF700 && character <= 0xF8FF;
         characters[i] = isControl || isPrivate ? NoCharacter : character;

@@ -26,15 +26,15 @@ int SystemPage::FromUnicode(char32_t character, char (&text)[8]) const {
                                static_cast<int>(sizeof(text)), nullptr, nullptr);
 }
 
-char32_t SystemPage::Decode(const unsigned char* bytes, int count) const {
-    const auto* const text = reinterpret_cast<const char*>(bytes);
-    const char32_t character = ToUnicode(text, count);
+char32_t SystemPage::Decode(unsigned char byte) const {
+    const auto letter = static_cast<char>(byte);
+    const char32_t character = ToUnicode(&letter, 1);
     char back[8];
-    const bool comesBack = character != NoCharacter && FromUnicode(character, back) == count;
-    return comesBack && std::equal(text, text + count, back) ? character : NoCharacter;
+    const bool comesBack = character != NoCharacter && FromUnicode(character, back) == 1 && back[0] == letter;
+    return comesBack ? character : NoCharacter;
 }
 
-char32_t SystemPage::DecodeTwo(const unsigned char (&bytes)[2], bool& isWritten) const {
+char32_t SystemPage::Decode(const unsigned char (&bytes)[2], bool& isWritten) const {
     const auto* const text = reinterpret_cast<const char*>(bytes);
     const char32_t character = ToUnicode(text, 2);
     char back[8];
@@ -48,7 +48,7 @@ char32_t SystemPage::DecodeTwo(const unsigned char (&bytes)[2], bool& isWritten)
 DoubleByteTable::DoubleByteTable(const SystemPage& page) {
     for (unsigned int first = 0x80; first < 0x100; ++first) {
         unsigned char bytes[] = {static_cast<unsigned char>(first), 0};
-        const char32_t single = page.Decode(bytes, 1);
+        const char32_t single = page.Decode(bytes[0]);
         if (single != NoCharacter) {
             m_single[first - 0x80] = static_cast<char16_t>(single);
             m_bytes[single] = static_cast<std::uint16_t>(first);
@@ -57,7 +57,7 @@ DoubleByteTable::DoubleByteTable(const SystemPage& page) {
         for (unsigned int second = 1; second < 0x100; ++second) {
             bytes[1] = static_cast<unsigned char>(second);
             bool isWritten = false;
-            const char32_t character = page.DecodeTwo(bytes, isWritten);
+            const char32_t character = page.Decode(bytes, isWritten);
             if (character == NoCharacter)
                 continue;
             m_double[first - 0x80][second] = static_cast<char16_t>(character);

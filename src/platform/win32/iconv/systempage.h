@@ -13,13 +13,13 @@ class SystemPage {
 public:
     explicit SystemPage(unsigned int codePage);
 
-    /// What the system makes of a few bytes, if they are one character that comes back as the same bytes: it lets bytes
-    /// through that a charset leaves undefined, and takes similar characters for missing ones. Else NoCharacter.
-    char32_t Decode(const unsigned char* bytes, int count) const;
+    /// What the system makes of a byte, if that is a character that comes back as the same byte: it lets bytes through
+    /// that a charset leaves undefined, and takes similar characters for missing ones. Else NoCharacter.
+    char32_t Decode(unsigned char byte) const;
 
-    /// The same, and a character that comes back as two other bytes which are it as well: some charsets have one in two
-    /// places, and the system writes one of them.
-    char32_t DecodeTwo(const unsigned char (&bytes)[2], bool& isWritten) const;
+    /// The same of two bytes, and also a character that comes back as two others which are it as well: some charsets
+    /// have one in two places, and the system writes one of them.
+    char32_t Decode(const unsigned char (&bytes)[2], bool& isWritten) const;
 
 private:
     char32_t ToUnicode(const char* text, int count) const;
